@@ -1,0 +1,93 @@
+#include "frame_files.h"
+
+#include <cstdlib>
+
+#include "threads.h"
+
+namespace desk {
+namespace {
+
+constexpr size_t most_waiting =
+    2048;  // frames; beyond it a slow disk drops frames rather than eat the memory
+
+FILE *open_or_refuse(const std::string &path) {
+    FILE *file = path.empty() ? nullptr : fopen(path.c_str(), "wbe");
+    if (!path.empty() && file == nullptr) throw bad_request{"cannot write " + path};
+    return file;
+}
+
+}  // namespace
+
+frame_files::frame_files(const std::string &h264_path, const std::string &aac_path)
+    : h264_(open_or_refuse(h264_path)) {
+    try {
+        aac_ = open_or_refuse(aac_path);
+    } catch (const bad_request &) {
+        if (h264_ != nullptr) fclose(h264_);
+        throw;
+    }
+    begun_ = h264_ == nullptr;
+    writer_ = quiet_thread([this] { write_all(); });
+}
+
+frame_files::~frame_files() {
+    if (writer_.joinable()) finish();
+}
+
+bool frame_files::take(const frame_data &frame) {
+    const std::lock_guard guard(lock_);
+    if (!blocks_.insert(frame.bytes).second) return false;
+    waiting_.push_back(frame);
+    if (waiting_.size() > most_waiting) {
+        blocks_.erase(waiting_.front().bytes);
+        free(waiting_.front().bytes);
+        waiting_.pop_front();
+        dropped_++;
+    }
+    more_.notify_one();
+    return true;
+}
+
+void frame_files::write_all() {
+    std::unique_lock guard(lock_);
+    for (;;) {
+        more_.wait(guard, [this] { return ending_ || !waiting_.empty(); });
+        if (waiting_.empty()) return;
+        const frame_data frame = waiting_.front();
+        waiting_.pop_front();
+        guard.unlock();
+        write_one(frame);
+        guard.lock();
+        blocks_.erase(frame.bytes);
+        free(frame.bytes);
+    }
+}
+
+void frame_files::write_one(const frame_data &frame) {
+    begun_ = begun_ || (frame.video && frame.key_frame);
+    FILE *file = frame.video ? h264_ : aac_;
+    if (!begun_ || file == nullptr) return;
+    if (fwrite(frame.bytes, 1, frame.length, file) != frame.length) return;
+    (frame.video ? video_ : audio_)++;
+    (frame.video ? video_bytes_ : audio_bytes_) += frame.length;
+    if (frame.video && frame.key_frame) key_frames_++;
+}
+
+json frame_files::finish() {
+    {
+        const std::lock_guard guard(lock_);
+        ending_ = true;
+        more_.notify_one();
+    }
+    writer_.join();
+    if (h264_ != nullptr) fclose(h264_);
+    if (aac_ != nullptr) fclose(aac_);
+    return {{"video", video_},
+            {"key_frames", key_frames_},
+            {"audio", audio_},
+            {"video_bytes", video_bytes_},
+            {"audio_bytes", audio_bytes_},
+            {"dropped", dropped_}};
+}
+
+}  // namespace desk

@@ -1,0 +1,52 @@
+// One recording of the frames handed to the SDK, written by a thread of its own. Not locked: sdk_frames
+// guards it.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "json_http.h"
+
+namespace desk {
+
+struct frame_data {
+    bool video, key_frame;
+    uint8_t *bytes;  // one malloc block, freed by the recording
+    uint32_t length;
+};
+
+class frame_files {
+  public:
+    frame_files(const std::string &h264_path, const std::string &aac_path);
+    ~frame_files();
+    frame_files(const frame_files &) = delete;
+    frame_files &operator=(const frame_files &) = delete;
+
+    // Takes the data over; false when the same block waits to be written already (it is then left alone).
+    bool take(const frame_data &frame);
+    // Waits for the writer, closes the files and tells what they hold.
+    json finish();
+
+  private:
+    void write_all();
+    void write_one(const frame_data &frame);
+
+    FILE *h264_ = nullptr, *aac_ = nullptr;
+    std::mutex lock_;
+    std::condition_variable more_;
+    std::deque<frame_data> waiting_;    // under lock_
+    std::set<const uint8_t *> blocks_;  // under lock_: all that is not freed yet
+    bool ending_ = false;               // under lock_
+    bool begun_ = false;                // writer only: a key frame was there
+    uint64_t dropped_ = 0;              // under lock_
+    uint64_t video_ = 0, key_frames_ = 0, audio_ = 0, video_bytes_ = 0, audio_bytes_ = 0;
+    std::thread writer_;
+};
+
+}  // namespace desk
