@@ -1,0 +1,42 @@
+// The encoder as a child of the agent's process, without any trace in that process: no signal handler, no
+// zombie, no descriptor left to it. Used by one thread at a time.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "encoder/protocol.h"
+
+namespace desk {
+
+class encoder_process {
+  public:
+    // Starts `path` for a profile; running() tells whether it worked.
+    encoder_process(const std::string &path, const std::string &profile);
+    // Ends the child and collects it.
+    ~encoder_process();
+    encoder_process(const encoder_process &) = delete;
+    encoder_process &operator=(const encoder_process &) = delete;
+
+    bool running() const {
+        return pid_ > 0;
+    }
+    pid_t pid() const {
+        return pid_;
+    }
+    // To be polled for reading.
+    int descriptor() const {
+        return out_;
+    }
+    // Blocks until a whole frame is there; false at the child's end or when it writes nonsense.
+    bool read_frame(encoder_frame_header &header, std::vector<uint8_t> &data);
+
+  private:
+    pid_t pid_ = -1;
+    int out_ = -1;
+};
+
+}  // namespace desk

@@ -1,0 +1,34 @@
+// Made-up video and audio frames in the shapes of the real ones, at a pace to choose.
+#pragma once
+
+#include <functional>
+
+#include "contract.h"
+#include "json_http.h"
+
+namespace desk {
+
+enum class frame_pace { fast, real, bent };  // no pause; the machine's clock; the process's clock
+
+struct frame_plan {
+    uint32_t video_fps = 15, audio_fps = 47;          // 0: none of the kind
+    uint32_t video_bytes = 20000, audio_bytes = 170;  // of each frame
+    uint32_t key_every = 30;                          // video frames
+    uint32_t start_code_at = 0;                       // offset of the start code in a video frame
+    uint32_t timestamp = 0;                           // of the first frame, microseconds
+    frame_pace pace = frame_pace::fast;
+};
+
+// Changes what the order names; throws bad_request for numbers that make no frames.
+void change_plan(frame_plan &plan, const json &order);
+
+struct frame_counts {
+    uint64_t video = 0, audio = 0;
+};
+
+// Hands frames to `deliver` in the order of their times until `video_count` video frames are through (0: for
+// ever) or deliver answers false; tells how many it took.
+frame_counts make_frames(const frame_plan &plan, uint64_t video_count,
+                         const std::function<bool(captured_frame &)> &deliver);
+
+}  // namespace desk
