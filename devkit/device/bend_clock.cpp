@@ -1,0 +1,128 @@
+#include "bend_clock.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "bend_file.h"
+
+namespace bend {
+
+namespace {
+
+constexpr double kMinimalSpeed = 0.01;
+constexpr double kMaximalSpeed = 10000;
+constexpr double kLongest = 4e18;  // still fits an int64_t, some 127 years
+
+struct bent_time {
+    double speed;
+    bend_file *shared;         // null without BEND_FILE
+    std::int64_t origin;       // real monotonic reading where the bent time began
+    std::int64_t wall_origin;  // real wall clock at that moment
+    std::int64_t boot_origin;  // real boot clock at that moment
+};
+
+double speed_asked_for() {
+    const char *text = std::getenv("BEND_SPEED");
+    const double speed = text != nullptr ? std::atof(text) : 1;
+    return speed > 0 ? std::clamp(speed, kMinimalSpeed, kMaximalSpeed) : 1;
+}
+
+// The first process that uses the file sets the origin; one from an earlier boot of the host is of no use.
+std::int64_t shared_origin(bend_file *shared, std::int64_t start) {
+    std::int64_t origin = __atomic_load_n(&shared->origin_ns, __ATOMIC_ACQUIRE);
+    while (origin == 0 || origin > start) {
+        if (__atomic_compare_exchange_n(&shared->origin_ns, &origin, start, false, __ATOMIC_ACQ_REL,
+                                        __ATOMIC_ACQUIRE)) {
+            return start;
+        }
+    }
+    return origin;
+}
+
+bent_time begin() {
+    bent_time time{};
+    time.speed = speed_asked_for();
+    const char *path = std::getenv("BEND_FILE");
+    time.shared = path != nullptr && *path != '\0' ? map_bend_file(path) : nullptr;
+    const std::int64_t start = real_now(CLOCK_MONOTONIC);
+    time.origin = time.shared != nullptr ? shared_origin(time.shared, start) : start;
+    time.wall_origin = real_now(CLOCK_REALTIME) - (start - time.origin);
+    time.boot_origin = real_now(CLOCK_BOOTTIME) - (start - time.origin);
+    return time;
+}
+
+const bent_time &current() {
+    static const bent_time time = begin();
+    return time;
+}
+
+// Begins with the process, not with the first question, and before any signal handler can ask.
+__attribute__((constructor)) void begin_with_process() {
+    current();
+}
+
+bool is_wall(clockid_t clock) {
+    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
+}
+
+// What `clock` read, or would have read without any step since, where the bent time began.
+std::int64_t reading_at_origin(clockid_t clock) {
+    const bent_time &time = current();
+    if (clock == CLOCK_BOOTTIME) return time.boot_origin;
+    if (!is_wall(clock)) return time.origin;
+    const std::int64_t offset =
+        time.shared != nullptr ? __atomic_load_n(&time.shared->wall_offset_ns, __ATOMIC_RELAXED) : 0;
+    return time.wall_origin + offset;
+}
+
+}  // namespace
+
+std::int64_t real_now(clockid_t clock) {
+    struct {
+        std::int64_t seconds, nanoseconds;
+    } reading{};
+#ifdef SYS_clock_gettime64
+    if (syscall(SYS_clock_gettime64, clock, &reading) != 0) return -1;
+#else
+    if (syscall(SYS_clock_gettime, clock, &reading) != 0) return -1;
+#endif
+    return reading.seconds * kSecond + reading.nanoseconds;
+}
+
+bool is_bent(clockid_t clock) {
+    return is_wall(clock) || clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_RAW ||
+           clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_BOOTTIME;
+}
+
+std::int64_t now(clockid_t clock) {
+    return reading_at_origin(clock) + to_bent(real_now(CLOCK_MONOTONIC) - current().origin);
+}
+
+std::int64_t to_real(std::int64_t bent_length) {
+    if (bent_length <= 0) return bent_length;
+    return static_cast<std::int64_t>(
+        std::min(std::ceil(static_cast<double>(bent_length) / current().speed), kLongest));
+}
+
+std::int64_t to_bent(std::int64_t real_length) {
+    return static_cast<std::int64_t>(
+        std::clamp(static_cast<double>(real_length) * current().speed, -kLongest, kLongest));
+}
+
+std::int64_t real_wait(clockid_t clock, std::int64_t deadline) {
+    const std::int64_t left = deadline - now(clock);
+    if (left <= 0) return 0;
+    const std::int64_t wait = to_real(left) + 1;
+    return is_wall(clock) ? std::min(wait, kStepCheck) : wait;
+}
+
+std::atomic<unsigned> &signals_sent(const void *condition) {
+    constinit static std::atomic<unsigned> counters[64];
+    return counters[reinterpret_cast<std::uintptr_t>(condition) / 16 % 64];
+}
+
+}  // namespace bend

@@ -1,0 +1,34 @@
+// The small file that bent processes and bend-step share by mapping. Both numbers are read and written
+// atomically.
+#ifndef DEVKIT_DEVICE_BEND_FILE_H
+#define DEVKIT_DEVICE_BEND_FILE_H
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+struct bend_file {
+    std::int64_t wall_offset_ns;  // added to the wall clock
+    std::int64_t
+        origin_ns;  // reading of the real monotonic clock where the bent time began; 0: not yet begun
+};
+
+// Maps the file, creating or lengthening it as needed, for the life of the process. Null on failure, errno
+// set.
+inline bend_file *map_bend_file(const char *path) {
+    const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0) return nullptr;
+    struct stat status {};
+    void *map = MAP_FAILED;
+    const bool long_enough =
+        fstat(file, &status) == 0 &&
+        (status.st_size >= static_cast<off_t>(sizeof(bend_file)) || ftruncate(file, sizeof(bend_file)) == 0);
+    if (long_enough) map = mmap(nullptr, sizeof(bend_file), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    close(file);
+    return map == MAP_FAILED ? nullptr : static_cast<bend_file *>(map);
+}
+
+#endif

@@ -1,0 +1,453 @@
+// Each bent function lasts its bent length: as long as asked on the bent clock, a hundredth of it on the real
+// one.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include "bend_test.h"
+
+namespace {
+
+constexpr double kLate = 2;  // real seconds that a loaded machine may add
+
+int wait_on_condition(clockid_t attribute, double seconds) {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, attribute);
+    pthread_cond_t condition;
+    pthread_cond_init(&condition, &attributes);
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    const timespec deadline = bent_deadline(attribute, seconds);
+    pthread_mutex_lock(&mutex);
+    const int result = pthread_cond_timedwait(&condition, &mutex, &deadline);
+    pthread_mutex_unlock(&mutex);
+    pthread_cond_destroy(&condition);
+    return result;
+}
+
+int wait_with_clock(clockid_t clock, double seconds) {
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    const timespec deadline = bent_deadline(clock, seconds);
+    pthread_mutex_lock(&mutex);
+    const int result = pthread_cond_clockwait(&condition, &mutex, clock, &deadline);
+    pthread_mutex_unlock(&mutex);
+    return result;
+}
+
+int wait_on_semaphore(clockid_t clock, double seconds) {
+    sem_t semaphore;
+    sem_init(&semaphore, 0, 0);
+    const timespec deadline = bent_deadline(clock, seconds);
+    const int result = clock == CLOCK_REALTIME ? sem_timedwait(&semaphore, &deadline)
+                                               : sem_clockwait(&semaphore, clock, &deadline);
+    return result == -1 ? errno : 0;
+}
+
+// The lock is held by another thread until the wait is over.
+int wait_for_mutex(clockid_t clock, double seconds) {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    sem_t held, over;
+    sem_init(&held, 0, 0);
+    sem_init(&over, 0, 0);
+    std::thread holder([&] {
+        pthread_mutex_lock(&mutex);
+        sem_post(&held);
+        sem_wait(&over);
+        pthread_mutex_unlock(&mutex);
+    });
+    sem_wait(&held);
+    const timespec deadline = bent_deadline(clock, seconds);
+    const int result = clock == CLOCK_REALTIME ? pthread_mutex_timedlock(&mutex, &deadline)
+                                               : pthread_mutex_clocklock(&mutex, clock, &deadline);
+    sem_post(&over);
+    holder.join();
+    return result;
+}
+
+int sleep_until(clockid_t clock, double seconds) {
+    const timespec deadline = bent_deadline(clock, seconds);
+    return clock_nanosleep(clock, TIMER_ABSTIME, &deadline, nullptr);
+}
+
+timespec length(double seconds) {
+    return {static_cast<time_t>(seconds), static_cast<long>((seconds - static_cast<int>(seconds)) * 1e9)};
+}
+
+timeval short_length(double seconds) {
+    return {static_cast<time_t>(seconds),
+            static_cast<suseconds_t>((seconds - static_cast<int>(seconds)) * 1e6)};
+}
+
+struct wait_case {
+    const char *name;
+    std::function<int(double seconds)> wait;
+    int result;
+};
+
+void PrintTo(const wait_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+const wait_case kWaits[] = {
+    {"sleep", [](double s) { return sleep(static_cast<unsigned>(s)); }, 0},
+    {"usleep", [](double s) { return usleep(static_cast<useconds_t>(s * 1e6)); }, 0},
+    {"nanosleep",
+     [](double s) {
+         const timespec time = length(s);
+         return nanosleep(&time, nullptr);
+     },
+     0},
+    {"clock_nanosleep_relative_monotonic",
+     [](double s) {
+         const timespec time = length(s);
+         return clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
+     },
+     0},
+    {"clock_nanosleep_relative_realtime",
+     [](double s) {
+         const timespec time = length(s);
+         return clock_nanosleep(CLOCK_REALTIME, 0, &time, nullptr);
+     },
+     0},
+    {"clock_nanosleep_absolute_monotonic", [](double s) { return sleep_until(CLOCK_MONOTONIC, s); }, 0},
+    {"clock_nanosleep_absolute_realtime", [](double s) { return sleep_until(CLOCK_REALTIME, s); }, 0},
+    {"clock_nanosleep_absolute_boottime", [](double s) { return sleep_until(CLOCK_BOOTTIME, s); }, 0},
+    {"pthread_cond_timedwait_monotonic", [](double s) { return wait_on_condition(CLOCK_MONOTONIC, s); },
+     ETIMEDOUT},
+    {"pthread_cond_timedwait_realtime", [](double s) { return wait_on_condition(CLOCK_REALTIME, s); },
+     ETIMEDOUT},
+    {"pthread_cond_clockwait_monotonic", [](double s) { return wait_with_clock(CLOCK_MONOTONIC, s); },
+     ETIMEDOUT},
+    {"pthread_cond_clockwait_realtime", [](double s) { return wait_with_clock(CLOCK_REALTIME, s); },
+     ETIMEDOUT},
+    {"sem_timedwait", [](double s) { return wait_on_semaphore(CLOCK_REALTIME, s); }, ETIMEDOUT},
+    {"sem_clockwait", [](double s) { return wait_on_semaphore(CLOCK_MONOTONIC, s); }, ETIMEDOUT},
+    {"pthread_mutex_timedlock", [](double s) { return wait_for_mutex(CLOCK_REALTIME, s); }, ETIMEDOUT},
+    {"pthread_mutex_clocklock", [](double s) { return wait_for_mutex(CLOCK_MONOTONIC, s); }, ETIMEDOUT},
+    {"poll", [](double s) { return poll(nullptr, 0, static_cast<int>(s * 1000)); }, 0},
+    {"ppoll",
+     [](double s) {
+         const timespec time = length(s);
+         return ppoll(nullptr, 0, &time, nullptr);
+     },
+     0},
+    {"select",
+     [](double s) {
+         timeval time = short_length(s);
+         return select(0, nullptr, nullptr, nullptr, &time);
+     },
+     0},
+    {"pselect",
+     [](double s) {
+         const timespec time = length(s);
+         return pselect(0, nullptr, nullptr, nullptr, &time, nullptr);
+     },
+     0},
+    {"epoll_wait",
+     [](double s) {
+         const int handle = epoll_create1(0);
+         epoll_event event{};
+         const int result = epoll_wait(handle, &event, 1, static_cast<int>(s * 1000));
+         close(handle);
+         return result;
+     },
+     0},
+    {"epoll_pwait",
+     [](double s) {
+         const int handle = epoll_create1(0);
+         epoll_event event{};
+         const int result = epoll_pwait(handle, &event, 1, static_cast<int>(s * 1000), nullptr);
+         close(handle);
+         return result;
+     },
+     0},
+    {"sleep_for",
+     [](double s) {
+         std::this_thread::sleep_for(std::chrono::duration<double>(s));
+         return 0;
+     },
+     0},
+    {"condition_variable_wait_for",
+     [](double s) {
+         std::mutex mutex;
+         std::condition_variable condition;
+         std::unique_lock lock(mutex);
+         return condition.wait_for(lock, std::chrono::duration<double>(s), [] { return false; }) ? 1 : 0;
+     },
+     0},
+    {"receive_timeout",
+     [](double s) {
+         int ends[2];
+         socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
+         const timeval time = short_length(s);
+         setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+         char byte = 0;
+         const auto received = recv(ends[0], &byte, 1, 0);
+         const int error = errno;
+         close(ends[0]);
+         close(ends[1]);
+         return received == -1 ? error : 0;
+     },
+     EAGAIN},
+};
+
+class BentWait : public testing::TestWithParam<wait_case> {};
+
+TEST_P(BentWait, lasts_its_bent_length) {
+    constexpr double kLength = 10;
+    const double bent_start = bent_seconds(CLOCK_MONOTONIC);
+    const double start = real_seconds();
+    EXPECT_EQ(GetParam().wait(kLength), GetParam().result);
+    const double real_length = real_seconds() - start;
+    EXPECT_GE(bent_seconds(CLOCK_MONOTONIC) - bent_start, kLength * 0.999);
+    EXPECT_GE(real_length, kLength / kSpeed * 0.999);
+    EXPECT_LT(real_length, kLength / kSpeed + kLate);
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, BentWait, testing::ValuesIn(kWaits),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+struct clock_case {
+    const char *name;
+    std::function<double()> seconds;
+    double resolution;
+};
+
+void PrintTo(const clock_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+const clock_case kClocks[] = {
+    {"realtime", [] { return bent_seconds(CLOCK_REALTIME); }, 0},
+    {"realtime_coarse", [] { return bent_seconds(CLOCK_REALTIME_COARSE); }, 0},
+    {"monotonic", [] { return bent_seconds(CLOCK_MONOTONIC); }, 0},
+    {"monotonic_coarse", [] { return bent_seconds(CLOCK_MONOTONIC_COARSE); }, 0},
+    {"monotonic_raw", [] { return bent_seconds(CLOCK_MONOTONIC_RAW); }, 0},
+    {"boottime", [] { return bent_seconds(CLOCK_BOOTTIME); }, 0},
+    {"time", [] { return static_cast<double>(time(nullptr)); }, 1},
+    {"gettimeofday",
+     [] {
+         timeval reading{};
+         gettimeofday(&reading, nullptr);
+         return static_cast<double>(reading.tv_sec) + static_cast<double>(reading.tv_usec) / 1e6;
+     },
+     0},
+    {"steady_clock",
+     [] {
+         return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+     },
+     0},
+};
+
+class BentClock : public testing::TestWithParam<clock_case> {};
+
+TEST_P(BentClock, runs_a_hundred_times_as_fast) {
+    const auto &reading = GetParam().seconds;
+    const double outer_start = real_seconds();
+    const double bent_start = reading();
+    const double inner_start = real_seconds();
+    usleep(10'000'000);
+    const double inner_length = real_seconds() - inner_start;
+    const double bent_length = reading() - bent_start;
+    const double outer_length = real_seconds() - outer_start;
+    EXPECT_GE(bent_length, inner_length * kSpeed * 0.999 - GetParam().resolution);
+    EXPECT_LE(bent_length, outer_length * kSpeed * 1.001 + GetParam().resolution);
+}
+
+INSTANTIATE_TEST_SUITE_P(Clocks, BentClock, testing::ValuesIn(kClocks),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(BentTime, processor_time_is_not_bent) {
+    const double start = real_seconds();
+    const double before = bent_seconds(CLOCK_PROCESS_CPUTIME_ID);
+    const clock_t clock_before = clock();
+    while (real_seconds() - start < 0.05) {
+    }
+    EXPECT_LE(bent_seconds(CLOCK_PROCESS_CPUTIME_ID) - before, (real_seconds() - start) * 1.1 + 0.01);
+    EXPECT_LE(static_cast<double>(clock() - clock_before) / CLOCKS_PER_SEC,
+              (real_seconds() - start) * 1.1 + 0.01);
+}
+
+TEST(BentTime, unknown_clock_is_refused) {
+    timespec reading{};
+    EXPECT_EQ(clock_gettime(1000, &reading), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(BentTime, started_programs_are_not_preloaded) {
+    EXPECT_EQ(getenv("LD_PRELOAD"), nullptr);
+    EXPECT_EQ(system("test -z \"$LD_PRELOAD\""), 0);
+}
+
+std::atomic<int> alarms;
+
+void count_alarm(int) {
+    alarms++;
+}
+
+void count_and_rearm(int) {
+    alarms++;
+    alarm(1);
+}
+
+void handle_alarm(void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(SIGALRM, &action, nullptr);
+    alarms = 0;
+}
+
+// Polls on bent pauses; the real limit is what a loaded machine may take.
+void wait_for_alarms(int count) {
+    const double start = real_seconds();
+    while (alarms < count && real_seconds() - start < kLate) usleep(10'000);
+}
+
+TEST(BentAlarm, one_second_takes_ten_milliseconds) {
+    handle_alarm(count_alarm);
+    const double start = real_seconds();
+    EXPECT_EQ(alarm(1), 0U);
+    wait_for_alarms(1);
+    const double real_length = real_seconds() - start;
+    EXPECT_EQ(alarms, 1);
+    EXPECT_GE(real_length, 0.00999);
+    EXPECT_LT(real_length, 1) << "a real second has passed";
+}
+
+TEST(BentAlarm, tick_rearms_itself_from_its_handler) {
+    handle_alarm(count_and_rearm);
+    const double start = real_seconds();
+    alarm(1);
+    wait_for_alarms(20);
+    EXPECT_GE(alarms, 20);
+    EXPECT_GE(real_seconds() - start, 0.1999);
+    alarm(0);
+}
+
+TEST(BentAlarm, remaining_seconds_are_scaled_back) {
+    EXPECT_EQ(alarm(500), 0U);
+    const unsigned left = alarm(0);
+    EXPECT_LE(left, 500U);
+    EXPECT_GE(left, 500U - static_cast<unsigned>(kLate * kSpeed));
+    EXPECT_EQ(alarm(0), 0U);
+}
+
+TEST(BentAlarm, interval_timer_is_divided_and_scaled_back) {
+    handle_alarm(count_alarm);
+    const itimerval every_second = {{1, 0}, {1, 0}};
+    const double start = real_seconds();
+    ASSERT_EQ(setitimer(ITIMER_REAL, &every_second, nullptr), 0);
+    itimerval value{};
+    getitimer(ITIMER_REAL, &value);
+    EXPECT_EQ(value.it_interval.tv_sec, 1);
+    wait_for_alarms(10);
+    EXPECT_GE(alarms, 10);
+    EXPECT_GE(real_seconds() - start, 0.0999);
+    const itimerval none{};
+    setitimer(ITIMER_REAL, &none, &value);
+    EXPECT_EQ(value.it_interval.tv_sec, 1);
+}
+
+TEST(BentAlarm, shortest_interval_still_ticks) {
+    handle_alarm(count_alarm);
+    const itimerval once = {{0, 0}, {0, 1}};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &once, nullptr), 0);
+    wait_for_alarms(1);
+    EXPECT_EQ(alarms, 1);
+}
+
+TEST(BentSleep, interrupted_sleep_tells_the_bent_rest) {
+    handle_alarm(count_alarm);
+    const timespec hour = {3600, 0};
+    timespec left{};
+    alarm(10);
+    EXPECT_EQ(nanosleep(&hour, &left), -1);
+    EXPECT_LE(left.tv_sec, 3590);
+    EXPECT_GE(left.tv_sec, 3590 - static_cast<time_t>(kLate * kSpeed));
+    alarm(10);
+    const unsigned rest = sleep(3600);
+    EXPECT_LE(rest, 3590U);
+    EXPECT_GE(rest, 3590U - static_cast<unsigned>(kLate * kSpeed));
+    alarm(10);
+    EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, 0, &hour, &left), EINTR);
+    EXPECT_LE(left.tv_sec, 3590);
+    const timespec deadline = bent_deadline(CLOCK_MONOTONIC, 3600);
+    alarm(10);
+    EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr), EINTR);
+}
+
+TEST(BentSleep, select_leaves_the_bent_rest) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(ends[0], &readable);
+    timeval time = {3600, 0};
+    EXPECT_EQ(select(ends[0] + 1, &readable, nullptr, nullptr, &time), 1);
+    EXPECT_GE(time.tv_sec, 3600 - static_cast<time_t>(kLate * kSpeed));
+    EXPECT_LE(time.tv_sec, 3600);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(BentWaits, posted_semaphore_and_signalled_condition_end_a_wait) {
+    std::mutex mutex;
+    std::condition_variable condition;
+    bool ready = false;
+    sem_t semaphore;
+    sem_init(&semaphore, 0, 0);
+    std::thread other([&] {
+        {
+            const std::lock_guard lock(mutex);
+            ready = true;
+        }
+        condition.notify_one();
+        sem_post(&semaphore);
+    });
+    {
+        std::unique_lock lock(mutex);
+        EXPECT_TRUE(condition.wait_until(lock, std::chrono::system_clock::now() + std::chrono::hours(10),
+                                         [&] { return ready; }));
+    }
+    const timespec deadline = bent_deadline(CLOCK_REALTIME, 36000);
+    EXPECT_EQ(sem_timedwait(&semaphore, &deadline), 0);
+    other.join();
+}
+
+TEST(BentSocket, keep_alive_times_are_divided_to_whole_seconds) {
+    const int handle = socket(AF_INET, SOCK_STREAM, 0);
+    const int idle = 250, interval = 5;
+    ASSERT_EQ(setsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle), 0);
+    ASSERT_EQ(setsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval), 0);
+    int value = 0;
+    socklen_t size = sizeof value;
+    getsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &value, &size);
+    EXPECT_EQ(value, 3);
+    getsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &value, &size);
+    EXPECT_EQ(value, 1);
+    close(handle);
+}
+
+}  // namespace

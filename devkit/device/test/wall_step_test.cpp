@@ -1,0 +1,164 @@
+// Steps of the bent wall clock while the process runs.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include "bend_test.h"
+
+namespace {
+
+constexpr double kYear = 365 * 86400.0;
+constexpr double kLate = 2 * kSpeed;  // bent seconds that a loaded machine may add
+
+TEST(WallStep, moves_the_wall_clock_alone) {
+    const double wall = bent_seconds(CLOCK_REALTIME), steady = bent_seconds(CLOCK_MONOTONIC);
+    const double boot = bent_seconds(CLOCK_BOOTTIME);
+    const time_t whole = time(nullptr);
+    step_wall_clock(-3 * kYear);
+    EXPECT_NEAR(bent_seconds(CLOCK_REALTIME), wall - 3 * kYear, kLate);
+    EXPECT_NEAR(static_cast<double>(time(nullptr)), static_cast<double>(whole) - 3 * kYear, kLate);
+    EXPECT_GE(bent_seconds(CLOCK_MONOTONIC), steady);
+    EXPECT_NEAR(bent_seconds(CLOCK_MONOTONIC), steady, kLate);
+    EXPECT_NEAR(bent_seconds(CLOCK_BOOTTIME), boot, kLate);
+    step_wall_clock(3 * kYear);
+    EXPECT_NEAR(bent_seconds(CLOCK_REALTIME), wall, kLate);
+}
+
+TEST(WallStep, tool_steps_and_shows) {
+    const double wall = bent_seconds(CLOCK_REALTIME);
+    ASSERT_EQ(system(BEND_STEP " -- -86400.5"), 0);
+    EXPECT_NEAR(bent_seconds(CLOCK_REALTIME), wall - 86400.5, kLate);
+    EXPECT_EQ(system("test \"$(" BEND_STEP " --show)\" = -86400.500000000"), 0);
+    ASSERT_EQ(system(BEND_STEP " 86400.5"), 0);
+    EXPECT_NE(system(BEND_STEP " soon 2>/dev/null"), 0);
+}
+
+int wait_on_condition(clockid_t attribute, const timespec &deadline) {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, attribute);
+    pthread_cond_t condition;
+    pthread_cond_init(&condition, &attributes);
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    const int result = pthread_cond_timedwait(&condition, &mutex, &deadline);
+    pthread_mutex_unlock(&mutex);
+    pthread_cond_destroy(&condition);
+    return result;
+}
+
+struct wait_case {
+    const char *name;
+    clockid_t clock;
+    std::function<int(const timespec &deadline)> wait;
+};
+
+void PrintTo(const wait_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+const wait_case kWallWaits[] = {
+    {"pthread_cond_timedwait", CLOCK_REALTIME,
+     [](const timespec &deadline) { return wait_on_condition(CLOCK_REALTIME, deadline); }},
+    {"sem_timedwait", CLOCK_REALTIME,
+     [](const timespec &deadline) {
+         sem_t semaphore;
+         sem_init(&semaphore, 0, 0);
+         return sem_timedwait(&semaphore, &deadline);
+     }},
+    {"clock_nanosleep", CLOCK_REALTIME,
+     [](const timespec &deadline) {
+         return clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &deadline, nullptr);
+     }},
+};
+
+class WallWait : public testing::TestWithParam<wait_case> {};
+
+TEST_P(WallWait, ends_when_the_clock_steps_past_its_deadline) {
+    const timespec deadline = bent_deadline(CLOCK_REALTIME, kYear);
+    std::thread stepper([] {
+        sleep(3);
+        step_wall_clock(2 * kYear);
+    });
+    const double start = real_seconds();
+    GetParam().wait(deadline);
+    EXPECT_LT(real_seconds() - start, 5);
+    stepper.join();
+    step_wall_clock(-2 * kYear);
+}
+
+TEST_P(WallWait, lasts_longer_when_the_clock_steps_back) {
+    const timespec deadline = bent_deadline(CLOCK_REALTIME, 10);
+    std::thread stepper([] {
+        sleep(3);
+        step_wall_clock(-20);
+    });
+    const double start = bent_seconds(CLOCK_MONOTONIC);
+    GetParam().wait(deadline);
+    EXPECT_GE(bent_seconds(CLOCK_MONOTONIC) - start, 29.9);
+    stepper.join();
+    step_wall_clock(20);
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, WallWait, testing::ValuesIn(kWallWaits),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(WallStep, leaves_a_monotonic_wait_alone) {
+    const timespec deadline = bent_deadline(CLOCK_MONOTONIC, 30);
+    std::thread stepper([] {
+        sleep(3);
+        step_wall_clock(kYear);
+    });
+    const double start = bent_seconds(CLOCK_MONOTONIC);
+    EXPECT_EQ(wait_on_condition(CLOCK_MONOTONIC, deadline), ETIMEDOUT);
+    const double waited = bent_seconds(CLOCK_MONOTONIC) - start;
+    EXPECT_GE(waited, 29.9);
+    EXPECT_LT(waited, 30 + kLate);
+    stepper.join();
+    step_wall_clock(-kYear);
+}
+
+// A waiter that sleeps in slices must not lose a signal that falls between two of them.
+TEST(WallStep, no_signal_is_lost_in_a_sliced_wait) {
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    int turn = 0;
+    constexpr int kTurns = 400;
+    const timespec deadline = bent_deadline(CLOCK_REALTIME, kYear);
+    const auto take_turns = [&](int mine) {
+        for (int i = 0; i < kTurns; ++i) {
+            pthread_mutex_lock(&mutex);
+            while (turn % 2 != mine) pthread_cond_timedwait(&condition, &mutex, &deadline);
+            ++turn;
+            pthread_mutex_unlock(&mutex);
+            pthread_cond_signal(&condition);
+        }
+    };
+    std::thread other([&] { take_turns(1); });
+    take_turns(0);
+    other.join();
+    EXPECT_EQ(turn, 2 * kTurns);
+}
+
+TEST(WallStep, sync_is_only_recorded) {
+    const auto count_lines = [] {
+        std::ifstream calls("/tmp/.device/calls");
+        int count = 0;
+        for (std::string line; std::getline(calls, line);)
+            count += line.find("\"tool\":\"sync\"") != std::string::npos;
+        return count;
+    };
+    const int before = count_lines();
+    sync();
+    EXPECT_EQ(count_lines(), before + 1);
+}
+
+}  // namespace
