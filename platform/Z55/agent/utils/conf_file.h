@@ -1,0 +1,46 @@
+// The configuration file: key=value lines, read afresh at each use, single values rewritten in place. Any
+// thread. Rewrites are one at a time and replace the file whole, so a reader sees the old file or the new
+// one.
+#ifndef Z55_AGENT_UTILS_CONF_FILE_H
+#define Z55_AGENT_UTILS_CONF_FILE_H
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "text.h"
+
+inline constexpr char kConfPath[] = "/tmp/working/VeloAgent.conf";
+
+struct conf_pair {
+    std::string key;
+    std::string value;
+};
+
+// Removes leading and trailing white space of `line` in place and returns it.
+std::string &trim_line(std::string &line);
+
+// Every key=value line of `path` in file order; nothing when the file cannot be opened.
+std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path);
+
+// The value of the first line with `key`, "" when there is none; nothing when the file cannot be opened.
+std::optional<std::string> conf_value(std::string_view key, const char *path = kConfPath);
+
+// The same into a buffer, cut to fit and emptied first. Returns false when the file cannot be opened.
+template <size_t N>
+bool conf_value_into(char (&out)[N], std::string_view key) {
+    const auto value = conf_value(key);
+    copy_text(out, value.value_or(""));
+    return value.has_value();
+}
+
+// The value as a decimal number; 0 when it is missing or no number; nothing when the file cannot be opened.
+std::optional<int> conf_number(std::string_view key);
+
+// Replaces the value of the first line with `key`, cut at its first line end; a key that the file lacks is
+// not added. Comments and blank lines go. Returns 0, or 1 when the file cannot be written and stays as it is.
+// Blocks for the disk.
+int write_conf_value(std::string_view key, std::string_view value, const char *path = kConfPath);
+
+#endif

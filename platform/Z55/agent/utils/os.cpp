@@ -1,0 +1,143 @@
+#include "os.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
+constexpr char kRebootTool[] = "/usr/bin/qmx_reboot";
+
+timespec now(clockid_t clock) {
+    timespec reading{};
+    clock_gettime(clock, &reading);
+    return reading;
+}
+
+std::int64_t to_nanoseconds(const timespec &reading) {
+    return static_cast<std::int64_t>(reading.tv_sec) * kNanosecondsPerSecond + reading.tv_nsec;
+}
+
+// The deadline is absolute, so that resuming after a signal does not lengthen the sleep.
+void sleep_nanoseconds(std::int64_t length) {
+    if (length <= 0) return;
+    const std::int64_t end = to_nanoseconds(now(CLOCK_MONOTONIC)) + length;
+    timespec deadline{};
+    deadline.tv_sec = static_cast<time_t>(end / kNanosecondsPerSecond);
+    deadline.tv_nsec = static_cast<long>(end % kNanosecondsPerSecond);
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+    }
+}
+
+// Starts /bin/sh on `command`; `output`, where not -1, becomes its standard output. Returns the child or -1.
+pid_t spawn_shell(const char *command, int output) {
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (output >= 0) posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+
+    char shell[] = "sh";
+    char option[] = "-c";
+    std::string text(command);
+    char *arguments[] = {shell, option, text.data(), nullptr};
+    pid_t child = -1;
+    const int error = posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    return error == 0 ? child : -1;
+}
+
+int wait_for(pid_t child) {
+    if (child < 0) return -1;
+    int status = -1;
+    while (waitpid(child, &status, 0) < 0) {
+        if (errno != EINTR) return -1;
+    }
+    return status;
+}
+
+std::string read_all(int descriptor) {
+    std::string text;
+    char piece[256];
+    for (;;) {
+        const ssize_t count = read(descriptor, piece, sizeof piece);
+        if (count > 0) text.append(piece, static_cast<size_t>(count));
+        if (count == 0 || (count < 0 && errno != EINTR)) return text;
+    }
+}
+
+}  // namespace
+
+time_t wall_seconds() {
+    return now(CLOCK_REALTIME).tv_sec;
+}
+
+std::int64_t steady_seconds() {
+    // The monotonic clock, shifted to turn over together with the wall clock's seconds: pauses end there, and
+    // a reading taken just after one must not waver between two values.
+    const long fraction = now(CLOCK_REALTIME).tv_nsec;
+    const std::int64_t steady = to_nanoseconds(now(CLOCK_MONOTONIC)) - fraction;
+    return (steady + kNanosecondsPerSecond / 2) / kNanosecondsPerSecond;
+}
+
+void sleep_milliseconds(long milliseconds) {
+    sleep_nanoseconds(static_cast<std::int64_t>(milliseconds) * 1'000'000);
+}
+
+void pause_seconds(long seconds) {
+    sleep_nanoseconds(static_cast<std::int64_t>(seconds) * kNanosecondsPerSecond -
+                      now(CLOCK_REALTIME).tv_nsec);
+}
+
+void pause_within_second(long nanoseconds) {
+    sleep_nanoseconds(nanoseconds - now(CLOCK_REALTIME).tv_nsec);
+}
+
+int run_shell(const char *command) {
+    return wait_for(spawn_shell(command, -1));
+}
+
+std::string read_shell(const char *command) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return {};
+    const pid_t child = spawn_shell(command, ends[1]);
+    close(ends[1]);
+    std::string text = read_all(ends[0]);
+    close(ends[0]);
+    wait_for(child);
+    return text;
+}
+
+int exec_reboot_tool() {
+    // A pending alarm and a blocked signal would both survive into the tool.
+    const unsigned remaining = alarm(0);
+    sigset_t none, before;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, &before);
+    const int result = execl(kRebootTool, kRebootTool, "reboot", nullptr);
+    const int error = errno;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (remaining != 0) alarm(remaining);
+    errno = error;
+    return result;
+}
+
+void drop_page_cache() {
+    sync();
+    const int file = open("/proc/sys/vm/drop_caches", O_WRONLY | O_CLOEXEC);
+    if (file < 0) return;
+    [[maybe_unused]] const ssize_t written = write(file, "1", 1);
+    close(file);
+}

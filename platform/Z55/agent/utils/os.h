@@ -1,0 +1,40 @@
+// The one door to the operating system: clocks, pauses, the shell, other programs. Any thread may call any of
+// these. Everything that is started here gets an empty signal mask and default signal handlers.
+#ifndef Z55_AGENT_UTILS_OS_H
+#define Z55_AGENT_UTILS_OS_H
+
+#include <time.h>
+
+#include <cstdint>
+#include <string>
+
+// Seconds since the epoch on the wall clock, which is stepped by NTP.
+time_t wall_seconds();
+
+// Whole seconds that grow as the wall clock's would if nobody stepped it. The origin means nothing.
+std::int64_t steady_seconds();
+
+// Sleeps that long on the monotonic clock; a signal does not cut it short.
+void sleep_milliseconds(long milliseconds);
+
+// Sleeps until the wall clock, not stepped meanwhile, would read `seconds` whole seconds more than it reads
+// now: that many seconds less the part of the current second already gone.
+void pause_seconds(long seconds);
+
+// The same for a deadline `nanoseconds` into the current second; returns at once when that has passed.
+void pause_within_second(long nanoseconds);
+
+// Runs `command` with /bin/sh and waits for it. Returns its wait status, -1 when it could not be started.
+int run_shell(const char *command);
+
+// Runs `command` with /bin/sh, waits for it and returns what it wrote to standard output ("" when it could
+// not start).
+std::string read_shell(const char *command);
+
+// Replaces this process with the reboot tool. Returns only on failure: -1, errno set.
+int exec_reboot_tool();
+
+// Writes all dirty pages back and drops the kernel's page cache. Failures are ignored.
+void drop_page_cache();
+
+#endif
