@@ -1,0 +1,162 @@
+#include "curlmgr.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+#include "../exports.h"
+#include "utils/os.h"
+#include "utils/text.h"
+
+namespace {
+
+constexpr long kConnectTimeoutSeconds = 2;
+constexpr long kPacingNanoseconds =
+    100'000'000;  // requests start at most this far into a second, or back to back
+
+// Guards the queues and the wake-up; held for list operations only.
+constinit std::mutex queue_lock;
+constinit curl_queue default_queue{};
+constinit curl_queue high_queue{};
+
+constinit sem_t curl_sem{};           // the idle worker sleeps on it; at most one wake-up is pending
+constinit int curl_sem_error = 0;     // errno of its initialisation
+constinit pthread_t worker_thread{};  // written once, by the starter thread
+
+// Transfers that succeeded and failed since start; for the log.
+constinit std::atomic<unsigned long> good{0};
+constinit std::atomic<unsigned long> NG{0};
+
+void wait_resuming(sem_t *semaphore) {
+    while (sem_wait(semaphore) != 0 && errno == EINTR) {
+    }
+}
+
+// Whoever comes first prepares queues and semaphore: a wake-up must never be erased by a later
+// initialisation.
+void init_once() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        curl_queue_init(&default_queue, kQueueCapacity);
+        curl_queue_init(&high_queue, kQueueCapacity);
+        if (sem_init(&curl_sem, 0, 0) != 0) curl_sem_error = errno;
+    });
+}
+
+curl_queue *queue_of(int priority) {
+    if (priority == kHighPriority) return &high_queue;
+    if (priority == kDefaultPriority) return &default_queue;
+    return nullptr;
+}
+
+bool push_and_wake(curl_queue *queue, curl_job *job) {
+    const std::lock_guard<std::mutex> lock(queue_lock);
+    if (curl_queue_push_back(queue, job) != 0) return false;
+    int value = 0;
+    if (sem_getvalue(&curl_sem, &value) == 0 && value == 0) sem_post(&curl_sem);
+    return true;
+}
+
+// The next job by strict priority, null when both queues are empty.
+curl_job *next_job() {
+    const std::lock_guard<std::mutex> lock(queue_lock);
+    if (high_queue.count != 0) {
+        std::printf("high size: %d\n", static_cast<int>(high_queue.count));
+        return curl_queue_pop(&high_queue);
+    }
+    if (default_queue.count != 0) {
+        std::printf("default size: %d\n", static_cast<int>(default_queue.count));
+        return curl_queue_pop(&default_queue);
+    }
+    return nullptr;
+}
+
+void log_result(int result) {
+    (result != 0 ? NG : good)++;
+    const unsigned long failed = NG, succeeded = good;
+    const unsigned long fail_rate = failed == 0 ? 0 : failed * 100 / (succeeded + failed);
+    std::printf("curlmgr_enqueue_job OK. res = %d, good=%lu NG=%lu fail_rate = %lu\n ", result, succeeded,
+                failed, fail_rate);
+}
+
+}  // namespace
+
+void curl_queue_init(curl_queue *queue, std::uint32_t capacity) {
+    *queue = curl_queue{nullptr, nullptr, 0, capacity, 1};
+}
+
+int curl_queue_push_back(curl_queue *queue, curl_job *job) {
+    if (queue->count == queue->capacity) {
+        std::puts("curl_queue_push_back: FULL");
+        return 1;
+    }
+    job->prev = queue->tail;
+    job->next = nullptr;
+    (queue->tail != nullptr ? queue->tail->next : queue->head) = job;
+    queue->tail = job;
+    queue->count++;
+    return 0;
+}
+
+curl_job *curl_queue_pop(curl_queue *queue) {
+    if (queue->count == 0) {
+        std::puts("curl_queue_pop: EMPTY");
+        return nullptr;
+    }
+    curl_job *job = queue->head;
+    queue->head = job->next;
+    (queue->head != nullptr ? queue->head->prev : queue->tail) = nullptr;
+    queue->count--;
+    return job;
+}
+
+int curlmgr_enqueue_job(CURL *handle, int priority, const char *name) {
+    init_once();
+    std::puts("curlmgr_perform_curl called");
+    curl_queue *queue = queue_of(priority);
+    if (queue == nullptr) return -1;
+    curl_job job{};
+    job.handle = handle;
+    job.name = text_or_empty(name);
+    sem_init(&job.done, 0, 0);
+    if (!push_and_wake(queue, &job)) {
+        std::puts("curlmgr_enqueue_job failed. The queue is full. res = -1.");
+        return -1;
+    }
+    wait_resuming(&job.done);
+    sem_destroy(&job.done);
+    log_result(job.result);
+    return job.result;
+}
+
+void *perform_curls_in_queue(void *) {
+    init_once();
+    for (;;) {
+        curl_job *job = next_job();
+        if (job == nullptr) {
+            wait_resuming(&curl_sem);
+            continue;
+        }
+        std::printf("curlmgr: performing curl, name = %s... \n", job->name);
+        curl_easy_setopt(job->handle, CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
+        job->result = curl_easy_perform(job->handle);
+        sem_post(&job->done);
+        pause_within_second(kPacingNanoseconds);
+    }
+}
+
+void *start_curl_thread(void *) {
+    init_once();
+    std::printf("Start Curl Performing Thread.\n");
+    if (pthread_create(&worker_thread, &thread_attr, perform_curls_in_queue, nullptr) != 0) {
+        std::printf("!!!***%s %d***!!!\n", "platform/Z55/agent/curlmgr", 203);
+        std::puts("*** error in create curl_thread ***");
+        return reinterpret_cast<void *>(-1);
+    }
+    if (curl_sem_error != 0) std::printf("init curl_sem error:%s\n", std::strerror(curl_sem_error));
+    return nullptr;
+}

@@ -1,0 +1,47 @@
+// The HTTP job queue: two bounded queues of prepared libcurl transfers and one worker thread that performs
+// them, one at a time, high priority first. It knows no camera.
+#ifndef Z55_AGENT_CURLMGR_H
+#define Z55_AGENT_CURLMGR_H
+
+#include <curl/curl.h>
+#include <semaphore.h>
+
+#include <cstdint>
+
+enum QueuePriority { kDefaultPriority = 0, kHighPriority = 2 };
+
+// One transfer that waits or is being performed. Lives on the stack of the thread that waits for it.
+struct curl_job {
+    CURL *handle;
+    const char *name;  // for the log
+    sem_t done;        // posted once, by the worker
+    int result;        // libcurl code
+    curl_job *prev, *next;
+};
+
+struct curl_queue {
+    curl_job *head, *tail;
+    std::uint32_t count, capacity;
+    int initialised;
+};
+
+inline constexpr std::uint32_t kQueueCapacity = 80;  // jobs waiting, per queue
+
+void curl_queue_init(curl_queue *queue, std::uint32_t capacity);
+
+// Links `job` at the back. Returns 0, or 1 when the queue is full.
+int curl_queue_push_back(curl_queue *queue, curl_job *job);
+
+// Unlinks and returns the head, null when the queue is empty.
+curl_job *curl_queue_pop(curl_queue *queue);
+
+// Hands `handle` to the worker and blocks, however long the transfer takes, until it is performed. Returns
+// the libcurl result, or -1 when the queue of that priority is full or there is no such priority. The handle
+// stays the caller's. `name` may be null. Any thread but the worker.
+int curlmgr_enqueue_job(CURL *handle, int priority, const char *name);
+
+// Thread routine: creates the worker and returns. The result is 0, or -1 (as a pointer) when it could not be
+// created.
+void *start_curl_thread(void *);
+
+#endif
