@@ -1,0 +1,19 @@
+// The status watch: polls the camera for a fixed set of events, each at its own period, and hands alarms to
+// the cloud SDK. Main thread only.
+#ifndef Z55_AGENT_POLLING_H
+#define Z55_AGENT_POLLING_H
+
+#include <string>
+
+// Polls with `key` until the camera answers with an error, whose code it returns (-2 and -9: the session is
+// no longer valid); 1 when the configuration cannot be read. Blocks for as long as polling goes well.
+int myPoll(const std::string &key);
+
+// Hands an alarm record to the SDK, synchronously. Returns 0 once handed over, whatever the SDK says of it,
+// -1 without the SDK's table, -2 without its entry. `name` is cut to 31 characters. Holds no lock.
+int SendAlarmData(int index, const char *name, int status);
+
+// Free space of the SD card's file system in percent, by df; 100 when df says nothing.
+int get_SDspace_percent();
+
+#endif

@@ -1,0 +1,118 @@
+#include "quota.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include "../sdk/usock.h"
+#include "alarm_latch.h"
+#include "utils/conf_file.h"
+#include "utils/transfer.h"
+
+namespace {
+
+constexpr long kConnectSeconds = 2;
+constexpr long kTransferSeconds = 10;
+constexpr size_t kReplyLimit = 4096;  // bytes of a reply that are kept
+
+constinit LevelAlarm quota_alarm{kQuotaAlarm, false, "(poll) low nimb space event detected",
+                                 "nimb space alarm end , recover flag",
+                                 "nimb alarm had send , don't do something"};
+
+struct Quota {
+    std::uint64_t total, used;  // bytes
+};
+
+std::optional<std::string> access_token() {
+    char token[512] = {};
+    if (readTokenFromFile(token, sizeof token) != 0) {
+        if (soapGetToken() != 0) {
+            std::puts("(nimbo_polling) Cannot get token from Server by SOAP.");
+            return std::nullopt;
+        }
+        if (readTokenFromFile(token, sizeof token) != 0) {
+            std::puts("(nimbo_polling) Cannot get token!");
+            return std::nullopt;
+        }
+    }
+    token[sizeof token - 1] = '\0';
+    return token;
+}
+
+size_t quota_write_callback(char *piece, size_t size, size_t nmemb, void *reply) {
+    std::string &text = *static_cast<std::string *>(reply);
+    if (text.size() < kReplyLimit) text += piece_text(piece, size * nmemb);
+    return size * nmemb;
+}
+
+std::string storage_host() {
+    const std::string host = conf_value("NIMB_HOST").value_or("");
+    return host.empty() ? VELO_NIMB_HOST : host;
+}
+
+std::optional<std::string> fetch_quota(const std::string &token) {
+    const Transfer transfer =
+        new_transfer("https://" + storage_host() + "/rest/2.0/cbx/quota?method=info&access_token=" + token);
+    if (!transfer) return std::nullopt;
+    std::string reply;
+    curl_easy_setopt(transfer.get(), CURLOPT_HTTPGET, 1L);
+    curl_easy_setopt(transfer.get(), CURLOPT_REDIR_PROTOCOLS_STR, "https");
+    curl_easy_setopt(transfer.get(), CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
+    curl_easy_setopt(transfer.get(), CURLOPT_TIMEOUT, kTransferSeconds);
+    curl_easy_setopt(transfer.get(), CURLOPT_WRITEFUNCTION, quota_write_callback);
+    curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &reply);
+    const CURLcode result = curl_easy_perform(transfer.get());
+    if (result == CURLE_OK) return reply;
+    std::printf("(nimbo_polling) CURL failed: %s\n", curl_easy_strerror(result));
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> number_at(const char *text) {
+    char *end = nullptr;
+    const unsigned long long number = std::strtoull(text, &end, 10);
+    if (end == text) return std::nullopt;
+    return number;
+}
+
+// The numbers behind the first two colons: total and used.
+std::optional<Quota> parse_quota(const std::string &reply) {
+    const size_t first = reply.find(':');
+    const size_t second = first == std::string::npos ? first : reply.find(':', first + 1);
+    if (second == std::string::npos) return std::nullopt;
+    const auto total = number_at(reply.c_str() + first + 1);
+    const auto used = number_at(reply.c_str() + second + 1);
+    if (!total || !used || *total == 0) return std::nullopt;
+    return Quota{*total, *used};
+}
+
+std::optional<Quota> ask_quota() {
+    const auto token = access_token();
+    if (!token) return std::nullopt;
+    const auto reply = fetch_quota(*token);
+    if (!reply) return std::nullopt;
+    if (reply->find("error_code") != std::string::npos) {
+        std::printf("(nimbo_polling) CURL response: %s\n", reply->c_str());
+        remove_token();
+        return std::nullopt;
+    }
+    const auto quota = parse_quota(*reply);
+    if (!quota) {
+        std::printf("(nimbo_polling) no quota in the response: %s\n", reply->c_str());
+        return std::nullopt;
+    }
+    std::printf("(nimbo_polling) CURL response: total = %llu, used = %llu.\n",
+                static_cast<unsigned long long>(quota->total), static_cast<unsigned long long>(quota->used));
+    return quota;
+}
+
+}  // namespace
+
+void check_quota() {
+    if (conf_value("NIMB_ARMED").value_or("") != "1") return;
+    const auto quota = ask_quota();
+    if (!quota) return;
+    const int low = conf_number("NIMB_LOW").value_or(0);
+    apply_level(quota_alarm, static_cast<int>(free_percent(quota->total, quota->used)) < low, 0);
+}

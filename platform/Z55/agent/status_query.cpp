@@ -1,0 +1,83 @@
+#include "status_query.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "../z55cgi.h"
+#include "utils/reply_text.h"
+#include "utils/text.h"
+
+namespace {
+
+constexpr char kMarker[] = "ERRORCODE:";
+constexpr size_t kUrlSize = 200;
+constexpr size_t kStatusQuerySize = 200;
+constexpr size_t kSettingKeyBudget = 20;  // bytes of a settings query per key, and once more as a spare
+
+std::string error_marker(const std::string &code) {
+    return format_text(40, "ERRORCODE:%s", code.c_str());
+}
+
+std::string joined(const char *prefix, const std::vector<const char *> &names, size_t size) {
+    std::string query = prefix;
+    for (const char *name : names) query = query + name + "&";
+    if (!query.empty()) query.pop_back();
+    return cut_to_buffer(query, size);
+}
+
+// Sends the query and takes each key's value out of the reply.
+std::optional<QueryResult> query_values(const std::string &url, const std::string &key,
+                                        const std::string &query, const std::vector<const char *> &names) {
+    const auto reply = perform_curl(url, key, query);
+    if (!reply) {
+        std::puts("getCameraStatuses failed. response of perform_curl() is null.");
+        return std::nullopt;
+    }
+    QueryResult values(names.size());
+    if (const auto code = camera_error(*reply)) {
+        std::printf("getCameraStatuses failed due to polling failing.Errorcode: %s \n", code->c_str());
+        if (!values.empty()) values[0] = error_marker(*code);
+        return values;
+    }
+    for (size_t i = 0; i < names.size(); i++) {
+        values[i] = find_xml_value(*reply, names[i]);
+        if (!values[i]) std::printf("value  %d = NULL\n", static_cast<int>(i));
+    }
+    return values;
+}
+
+}  // namespace
+
+std::optional<std::string> getCameraStatus(const std::string &key, const std::string &host,
+                                           const char *name) {
+    const auto reply =
+        perform_curl(format_text(kUrlSize, "http://%s/CGI/CameraStatus", host.c_str()), key, name);
+    if (!reply) {
+        std::puts("getCameraStatus failed. response of perform_curl() is null.");
+        return std::nullopt;
+    }
+    const auto code = camera_error(*reply);
+    if (!code) return find_xml_value(*reply, name);
+    std::printf("getCameraStatus failed due to polling failing. key:%s Errorcode: %s \n", name,
+                code->c_str());
+    return error_marker(*code);
+}
+
+std::optional<QueryResult> getCameraStatuses(const std::string &key, const std::string &host,
+                                             const std::vector<const char *> &names, bool notification) {
+    const std::string query = joined(notification ? "Notification&" : "", names, kStatusQuerySize);
+    std::printf("*** keys_str = \"%s\"***\n", query.c_str());
+    return query_values(format_text(kUrlSize, "http://%s/CGI/CameraStatus", host.c_str()), key, query, names);
+}
+
+std::optional<QueryResult> getCameraSettings(const std::string &key, const std::string &host,
+                                             const std::vector<const char *> &names) {
+    const std::string query = joined("", names, (names.size() + 1) * kSettingKeyBudget);
+    return query_values(format_text(kUrlSize, "http://%s/CGI/CameraSetting", host.c_str()), key, query,
+                        names);
+}
+
+const char *query_error(const QueryResult &values) {
+    if (values.empty() || !values[0] || values[0]->rfind(kMarker, 0) != 0) return nullptr;
+    return values[0]->c_str() + std::strlen(kMarker);
+}
