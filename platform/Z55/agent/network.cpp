@@ -1,0 +1,158 @@
+#include "network.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <sstream>
+
+#include "../exports.h"
+#include "../sdk/usock.h"
+#include "../z55cgi.h"
+#include "utils/conf_file.h"
+#include "utils/os.h"
+#include "utils/reply_text.h"
+
+namespace {
+
+constexpr char kSource[] = "platform/Z55/agent/utils";
+constexpr char kDefaultRoute[] = "0.0.0.0";
+constexpr size_t kLongestDestinationOffset = 9;  // further right the match is another column's
+constexpr size_t kMacLength = 12;
+
+constinit std::mutex gateway_file_lock;  // around netstat and the reading of gateway.txt
+
+// What a cloud-connection report turns into: the status sent and the line printed, null for none.
+struct CloudStatus {
+    int code;
+    const char *text;
+};
+constexpr CloudStatus kCloudOk{1, "***** CLOUD_OK !!!!!! *****"};
+constexpr CloudStatus kNoInterface{2, nullptr};
+constexpr CloudStatus kLocalFail{2, "***** LOCAL_FAIL !!!!!! *****"};
+constexpr CloudStatus kCloudLocalOk{3, "***** CLOUD_LOCAL_OK !!!!!! *****"};
+
+void report(const CloudStatus &status) {
+    if (status.text != nullptr) std::puts(status.text);
+    send_cloud_status(status.code);
+}
+
+// The gateway column of a routing table's line, when that line is the default route.
+std::optional<std::string> gateway_of(const std::string &line) {
+    const size_t match = line.find(kDefaultRoute);
+    if (match == std::string::npos || match > kLongestDestinationOffset) return std::nullopt;
+    const size_t start = line.find_first_of("0123456789", match + std::strlen(kDefaultRoute));
+    if (start == std::string::npos) return std::nullopt;
+    size_t dot = start;
+    for (int dots = 0; dots < 3; dots++) {
+        dot = line.find('.', dot + 1);
+        if (dot == std::string::npos) return std::nullopt;
+    }
+    const size_t end = line.find_first_not_of("0123456789", dot + 1);
+    return line.substr(start, end == std::string::npos ? end : end - start);
+}
+
+std::optional<std::string> ask_uuid(const std::string &url, const std::string &key) {
+    const auto reply = perform_curl(url, key, "");
+    if (!reply) {
+        std::puts("get_uuid curl failed. response of perform_curl() is null.");
+        return std::nullopt;
+    }
+    std::printf("get_uuid print response = %s\n ", reply->c_str());
+    return find_xml_value(*reply, "UUID");
+}
+
+}  // namespace
+
+std::optional<std::string> get_uuid() {
+    char host[16];
+    if (!conf_value_into(host, "hostIP")) {
+        std::perror("Read hostIP failed.");
+        return std::nullopt;
+    }
+    char key[30];
+    if (!conf_value_into(key, "SESSION_KEY")) {
+        std::perror("Read session_key failed.");
+        return std::nullopt;
+    }
+    std::printf("get_uuid  start --- %s --- %d ---\n ", kSource, __LINE__);
+    const std::string url = format_text(200, "http://%s/CGI/CameraInfo", host);
+    std::printf("url = %s\n", url.c_str());
+    auto uuid = ask_uuid(url, key);
+    while (!uuid) {
+        std::puts("find_xml_value failed. response of perform_curl() is null.");
+        conf_value_into(key, "SESSION_KEY");  // the one that was read may have expired meanwhile
+        uuid = ask_uuid(url, key);
+    }
+    std::printf("get_uuid print value = %s\n ", uuid->c_str());
+    return uuid;
+}
+
+std::string get_MAC_uppercase() {
+    std::istringstream lines(read_shell("line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :"));
+    std::string mac;
+    for (std::string line; std::getline(lines, line);) mac = line;
+    mac.resize(std::min(mac.size(), kMacLength));
+    for (char &digit : mac) digit = static_cast<char>(std::toupper(static_cast<unsigned char>(digit)));
+    std::printf("get_MAC_uppercase = \"%s\"\n", mac.c_str());
+    return mac;
+}
+
+std::optional<std::string> get_default_gateway() {
+    const std::lock_guard<std::mutex> lock(gateway_file_lock);
+    run_shell("netstat -rn > gateway.txt");
+    FILE *file = std::fopen("gateway.txt", "re");
+    if (file == nullptr) return std::nullopt;
+    std::optional<std::string> gateway;
+    char line[256];
+    while (!gateway && std::fgets(line, sizeof line, file) != nullptr) gateway = gateway_of(line);
+    std::fclose(file);
+    if (gateway) {
+        std::printf("get default gateway:\"%s\"\n", gateway->c_str());
+    } else {
+        std::printf("Default gateway not found.\n");
+    }
+    return gateway;
+}
+
+int wlan0_exists() {
+    std::istringstream lines(read_shell("ifconfig|grep wlan0"));
+    bool listed = false;
+    for (std::string line; std::getline(lines, line);) listed = line.find("wlan0") != std::string::npos;
+    std::puts(listed ? "Device \"wlan0\" exists." : "Device \"wlan0\" does NOT exist.");
+    return listed ? 1 : 0;
+}
+
+int ping_default_gateway() {
+    if (wlan0_exists() == 0) {
+        std::puts("Quit pinging default gateway.");
+        return -1;
+    }
+    const auto gateway = get_default_gateway();
+    if (!gateway) {
+        std::puts("Quiting try pinging default gateway.");
+        return -1;
+    }
+    const std::string command = format_text(64, "ping -c1 -s1 %s", gateway->c_str());
+    std::printf("command:\"%s\"\n", command.c_str());
+    std::puts("Try pinging default gateway...");
+    if (run_shell(command.c_str()) == 0) {
+        std::printf("(ping_default_gateway) ping %s succeeded.\n", gateway->c_str());
+        return 0;
+    }
+    std::printf("(ping_default_gateway) ping %s failed.\n", gateway->c_str());
+    return -1;
+}
+
+void notify_Z55_connection_status(int status) {
+    if (status == 0) {
+        report(kCloudOk);
+    } else if (status == 1) {
+        if (wlan0_exists() == 0) {
+            report(kNoInterface);
+        } else {
+            report(ping_default_gateway() == 0 ? kCloudLocalOk : kLocalFail);
+        }
+    }
+}

@@ -1,0 +1,25 @@
+// The device's own network state and identity, from shell tools and the camera. Any thread; each blocks for
+// its commands or requests.
+#ifndef Z55_AGENT_NETWORK_H
+#define Z55_AGENT_NETWORK_H
+
+#include <optional>
+#include <string>
+
+// The device's UUID as the camera tells it. Asks again without a pause or limit until the camera answers;
+// nothing only when the configuration cannot be read.
+std::optional<std::string> get_uuid();
+
+// The Wi-Fi hardware address: at most 12 hexadecimal digits in upper case, without colons.
+std::string get_MAC_uppercase();
+
+// The default route's gateway, dotted; nothing when there is none.
+std::optional<std::string> get_default_gateway();
+
+// 1 when ifconfig lists wlan0, else 0.
+int wlan0_exists();
+
+// One ping of the default gateway: 0 when it answered, else -1.
+int ping_default_gateway();
+
+#endif
