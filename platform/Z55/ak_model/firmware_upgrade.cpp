@@ -1,0 +1,254 @@
+#include "firmware_upgrade.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "../agent/utils/conf_file.h"
+#include "../agent/utils/os.h"
+#include "../agent/utils/reply_text.h"
+#include "../exports.h"
+#include "../z55cgi.h"
+#include "handler_value.h"
+#include "remote_operations.h"
+#include "status_read.h"
+#include "upgrade_monitor.h"
+
+namespace {
+
+constexpr int kTries = 6;
+constexpr char kReserveFile[] = "/tmp/fuse_d/.ota.tmp";
+
+// The first value that `ask` yields in six tries without a pause; nothing when all fail.
+template <typename Ask>
+std::optional<std::string> six_tries(Ask ask) {
+    std::optional<std::string> value;
+    for (int i = 0; i < kTries && !value; i++) value = ask();
+    return value;
+}
+
+std::optional<std::string> fetch_status(const char *key) {
+    return six_tries(
+        [&] { return curl_GET(format_text(200, "http://%s/CGI/CameraStatus?%s", hostIP, key)); });
+}
+
+// A status by its cloud name; nothing when six tries gave no value.
+std::optional<std::string> status_value(const char *name) {
+    return six_tries([&]() -> std::optional<std::string> {
+        std::string value = device_status(name);
+        if (value == "ERROR") return std::nullopt;
+        return value;
+    });
+}
+
+// What the checks collect; each of them ends the request with its result where it fails.
+struct Checks {
+    std::string event, adaptor, card, space;
+};
+
+std::optional<int> check_event(Checks &checks) {
+    const auto reply = fetch_status("NewFirmwareEvent");
+    if (!reply) {
+        std::fprintf(stderr, "local_response is null:   (%s, %d)\n", kModelSource, __LINE__);
+        return -1;
+    }
+    const auto event = find_xml_value(*reply, "NewFirmwareEvent");
+    if (!event) {
+        const int code = error_code_number(*reply);
+        std::printf("fwEvent ErrorCode: %d\n", code);
+        return code;
+    }
+    checks.event = *event;
+    std::printf("debug , fwEvent = %s,---  %s,%d -----\n", event->c_str(), kModelSource, __LINE__);
+    return std::nullopt;
+}
+
+std::optional<int> check_new_version(Checks &) {
+    const auto version = status_value("firmware_newver");
+    if (!version) return -1;
+    std::printf("debug , firmware_newver = %s,---  %s,%d -----\n", version->c_str(), kModelSource, __LINE__);
+    return std::nullopt;
+}
+
+std::optional<int> check_adaptor(Checks &checks) {
+    const auto value = status_value("Adapt");
+    if (!value) return -1;
+    checks.adaptor = *value;
+    return std::nullopt;
+}
+
+std::optional<int> check_card(Checks &checks) {
+    const auto value = status_value("Sdcard");
+    if (!value) return -1;
+    checks.card = *value;
+    return std::nullopt;
+}
+
+std::optional<int> check_space(Checks &checks) {
+    const auto reply = fetch_status("Space");
+    if (!reply) {
+        std::printf("res !=CURLE_OK: %s,line %d\n", kModelSource, __LINE__);
+        return -1;
+    }
+    const auto space = find_xml_value(*reply, "Space");
+    if (!space) {
+        const int code = error_code_number(*reply);
+        std::printf("space ErrorCode: %d\n", code);
+        return code;
+    }
+    checks.space = *space;
+    return std::nullopt;
+}
+
+std::optional<int> check_idle(Checks &) {
+    const std::string status = device_status("Upgrade_SW_status");
+    if (status == "Idle") return std::nullopt;
+    std::printf("Firmware Upgrade %s...\n", status.c_str());
+    return -1;
+}
+
+constexpr std::optional<int> (*kChecks[])(Checks &) = {check_event, check_new_version, check_adaptor,
+                                                       check_card,  check_space,       check_idle};
+
+int request_upgrade() {
+    if (deleteDummyFile() != 0) {
+        std::puts("delete file failure, OTA failure");
+        return -1;
+    }
+    std::puts("delete file success");
+    const std::string document = "<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>";
+    if (const int result = post_remote_control(post_body(document))) {
+        std::printf("(OTA) curl_Post failed . res = %d , %s:%d\n", result, kModelSource, __LINE__);
+        return -1;
+    }
+    std::puts("curl_Post OK, starting OTA monitoring");
+    start_OTA_monitoring();
+    return 0;
+}
+
+bool file_exists(const char *path) {
+    FILE *file = std::fopen(path, "re");
+    if (file != nullptr) std::fclose(file);
+    return file != nullptr;
+}
+
+std::string without_line_ends(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+    return text;
+}
+
+// The version that was running when the upgrade began; nothing when the marker's first line cannot be read.
+std::optional<std::string> first_line(FILE *marker) {
+    char *line = nullptr;
+    size_t capacity = 0;
+    const ssize_t length = getline(&line, &capacity, marker);
+    std::optional<std::string> text;
+    if (length >= 0) text = without_line_ends(line);
+    std::free(line);
+    return text;
+}
+
+// Whether the device runs other firmware than when the upgrade began.
+bool upgrade_took(const std::string &current, const std::optional<std::string> &last) {
+    if (!current.empty()) std::printf("fwver_curr = \"%s\"\n", current.c_str());
+    if (!last) {
+        std::puts("getline failed");
+        return false;
+    }
+    if (current.empty()) std::puts("fwver_curr is NULL");
+    if (last->empty()) std::puts("fwver_last is NULL");
+    if (current.empty() || last->empty()) return false;
+    std::printf("fwver_last = \"%s\"\n", last->c_str());
+    return std::strncmp(current.c_str(), last->c_str(), current.size()) != 0;
+}
+
+}  // namespace
+
+int doOTA() {
+    std::printf("!!!***%s %d ***!!! OTA function \n", kModelSource, __LINE__);
+    Checks checks;
+    for (const auto check : kChecks) {
+        if (const auto failure = check(checks)) return *failure;
+    }
+    const int card = to_int(checks.card.c_str());
+    const int adaptor = to_int(checks.adaptor.c_str());
+    std::printf("iFwEvent=%d, iSpace=%d, iAdaptor=%d\n", to_int(checks.event.c_str()),
+                to_int(checks.space.c_str()), adaptor);
+    if (card == 1 && adaptor == 1) return request_upgrade();
+    if (card == 0) std::printf("check SD insert , SD card Space less than 100MB \n ");
+    if (adaptor == 0) std::printf("check Adaptor, No Adaptor \n ");
+    return -1;
+}
+
+int otaON() {
+    const std::string body = post_body("<CameraSetup><Item><FW_UPGRADE>ON</FW_UPGRADE></Item></CameraSetup>");
+    const std::string url = format_text(200, "http://%s/CGI/CameraSetup", hostIP);
+    int result = -1;
+    for (int i = 0; i < kTries && result != 0; i++) result = curl_POST(url, body);
+    std::printf("otaON res = %d \n", result);
+    if (result != 0) std::puts("otaON FAILED!");
+    return result;
+}
+
+int dummyFileCreator() {
+    std::printf("!!!***%s %d ***!!! dummyFileCreator function \n", kModelSource, __LINE__);
+    if (file_exists(kReserveFile)) {
+        std::puts("file exist!!");
+        return -1;
+    }
+    std::puts("create start");
+    const int status = run_shell("/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100");
+    std::puts("create file end");
+    std::puts(status == 0 ? "create file success" : "create file failure");
+    return status == 0 ? 0 : -1;
+}
+
+int deleteDummyFile() {
+    std::printf("!!!***%s %d ***!!! deleteDummyFile function \n", kModelSource, __LINE__);
+    if (!file_exists(kReserveFile)) {
+        std::printf("Error:  file not found! check the directory!!\n");
+        return -1;
+    }
+    if (unlink(kReserveFile) != 0) {
+        std::puts("Unable to delete the file");
+        std::perror("Error");
+        return -1;
+    }
+    std::printf("%s file deleted successfully.\n", kReserveFile);
+    return 0;
+}
+
+void checkOtaTmpFile() {
+    std::puts("checkOtaTmpFile called");
+    const std::string path = upgrade_marker_path();
+    FILE *marker = std::fopen(path.c_str(), "re");
+    if (marker == nullptr) {
+        std::puts("no ota temp file");
+        return;
+    }
+    std::printf("ota temp file(%s) existed\n", path.c_str());
+    const std::string current = running_firmware_version();
+    if (upgrade_took(current, first_line(marker))) {
+        soap_OTA_succeeded();
+    } else {
+        soap_OTA_failed();
+    }
+    std::fclose(marker);
+    if (unlink(path.c_str()) == 0) {
+        std::printf("OTA Temp file \"%s\" file is deleted successfully.\n", path.c_str());
+    } else {
+        std::printf("Unable to delete OTA Temp File file:\"%s\".\n", path.c_str());
+        std::perror("Error");
+    }
+}
+
+std::string upgrade_marker_path() {
+    return conf_value("OTA_TMP_FILE").value_or("");
+}
+
+std::string running_firmware_version() {
+    return without_line_ends(read_firmware_version().value_or(""));
+}

@@ -1,0 +1,35 @@
+#include "handler_value.h"
+
+#include <curl/curl.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "../agent/utils/text.h"
+#include "../exports.h"
+#include "../shared.h"
+
+char *new_handler_value(char **value) {
+    if (value == nullptr) return nullptr;
+    *value = static_cast<char *>(std::calloc(1, kValueSize));
+    return *value;
+}
+
+int set_handler_value(char *buffer, std::string_view text) {
+    if (buffer == nullptr) return 0;
+    std::memset(buffer, 0, kValueSize);
+    copy_text(buffer, kValueSize, text);
+    return static_cast<int>(std::strlen(buffer));
+}
+
+int set_handler_error(char *buffer) {
+    set_handler_value(buffer, "ERROR");
+    return 5;
+}
+
+void log_no_reply(int line) {
+    std::printf("res !=CURLE_OK: %s,line %d\n", kModelSource, line);
+    std::fprintf(stderr, "curl failed : %s  (%s, %d)\n",
+                 curl_easy_strerror(static_cast<CURLcode>(load_shared(res))), kModelSource, line);
+}

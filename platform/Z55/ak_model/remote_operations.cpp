@@ -1,0 +1,145 @@
+#include "remote_operations.h"
+
+#include <cstdio>
+
+#include "../agent/utils/os.h"
+#include "../agent/utils/text.h"
+#include "../exports.h"
+#include "../z55cgi.h"
+#include "firmware_upgrade.h"
+#include "handler_value.h"
+
+namespace {
+
+constexpr int kNightLightFixedLength =
+    78;  // what the night light's pseudo-header counts besides the setting's digits
+constexpr int kFormatLength = 56;
+constexpr int kSongs = 6;
+
+// The lullaby player's documents, each chosen by operation and param; a `%d` row holds the number itself.
+struct LullabyRow {
+    int operation;
+    int param;
+    const char *document;
+};
+
+constexpr char kModeAll[] = "<RemoteControl><Action>LULLABY</Action><Mode>ALL</Mode></RemoteControl>";
+constexpr char kModeOne[] = "<RemoteControl><Action>LULLABY</Action><Mode>ONE</Mode></RemoteControl>";
+
+// Operations 41 and 43 both choose the mode, by different numberings.
+constexpr LullabyRow kLullabyRows[] = {
+    {40, 0, "<RemoteControl><Action>LULLABY</Action><Setting>OFF</Setting></RemoteControl>"},
+    {40, 1, "<RemoteControl><Action>LULLABY</Action><Setting>ON</Setting></RemoteControl>"},
+    {40, 2, "<RemoteControl><Action>LULLABY</Action><Setting>PAUSE</Setting></RemoteControl>"},
+    {40, 3, "<RemoteControl><Action>LULLABY</Action><Setting>RESUME</Setting></RemoteControl>"},
+    {41, 0, kModeAll},
+    {41, 1, kModeOne},
+    {43, 0, kModeOne},
+    {43, 1, "<RemoteControl><Action>LULLABY</Action><Mode>RANDOM</Mode></RemoteControl>"},
+    {43, 2, kModeAll},
+};
+
+// The document for an operation, empty for a param that it does not know; nothing when nothing is to be
+// posted.
+std::optional<std::string> lullaby_document(int operation, int param) {
+    if (operation == 42) {
+        if (static_cast<unsigned>(param) >= kSongs) {
+            std::printf("Select Song is out of range, error");
+            return std::nullopt;
+        }
+        return format_text(
+            sizeof post_fields,
+            "<RemoteControl><Action>LULLABY</Action><Mode>ONE</Mode><Song>%d</Song></RemoteControl>",
+            param + 1);
+    }
+    if (operation == 44) {
+        return format_text(sizeof post_fields,
+                           "<RemoteControl><Action>LULLABY</Action><Volume>%d</Volume></RemoteControl>",
+                           param);
+    }
+    for (const LullabyRow &row : kLullabyRows) {
+        if (row.operation == operation && row.param == param) return row.document;
+    }
+    return std::string();
+}
+
+int control_lullaby(int operation, int param) {
+    std::printf("!!!***%s %d ***!!!\n ***** sound operation*****\n", kModelSource, __LINE__);
+    if (!curl_GET(format_text(200, "http://%s/CGI/CameraStatus?LullabyMode", hostIP))) {
+        std::fprintf(stderr, "local_response is null:  (%s, %d)\n", kModelSource, __LINE__);
+        return -1;
+    }
+    const auto document = lullaby_document(operation, param);
+    if (!document) return -1;
+    return post_remote_control(post_body(*document)) == 1 ? 1 : -1;
+}
+
+int set_night_light(int, int param) {
+    std::printf("!!!***%s %d ***!!!\n **********\n", kModelSource, __LINE__);
+    const std::string setting = std::to_string(param);
+    const std::string document =
+        "<RemoteControl><Action>NIGHT_LIGHT</Action><Setting>" + setting + "</Setting></RemoteControl>";
+    const int length = static_cast<int>(setting.size()) + kNightLightFixedLength;
+    return post_remote_control(post_body(document, length)) == 0 ? 0 : -1;
+}
+
+int change_resolution(int, int param) {
+    start_resolution_change(param);
+    return 0;
+}
+
+struct Command {
+    int number;
+    const char *text;  // the line that a direction command prints; it does nothing else
+    int (*run)(int command, int param);
+};
+
+// There is no 3: the numbering is the cloud's.
+constexpr Command kCommands[] = {
+    {1, "PTZ control: UP", nullptr},    {2, "PTZ control: DOWN", nullptr}, {4, "PTZ control: LEFT", nullptr},
+    {5, "PTZ control: RIGHT", nullptr}, {30, nullptr, set_night_light},    {40, nullptr, control_lullaby},
+    {41, nullptr, control_lullaby},     {42, nullptr, control_lullaby},    {43, nullptr, control_lullaby},
+    {44, nullptr, control_lullaby},     {45, nullptr, change_resolution},
+};
+
+}  // namespace
+
+int post_remote_control(const std::string &body) {
+    return curl_POST(format_text(200, "http://%s/CGI/RemoteControl", hostIP), body);
+}
+
+int ptz_direction_control(int command, int param) {
+    std::printf("!!!***%s %d ***!!!\n", kModelSource, __LINE__);
+    std::printf("command=%d,param=%d\n", command, param);
+    for (const Command &row : kCommands) {
+        if (row.number != command) continue;
+        if (row.text != nullptr) {
+            std::puts(row.text);
+        } else {
+            row.run(command, param);
+        }
+        return 0;
+    }
+    std::printf("ptz_direction_control: unknown command= %d\n", command);
+    return 0;
+}
+
+int formatSD() {
+    std::printf("!!!***%s %d ***!!!\n ***** formatsd operation*****\n", kModelSource, __LINE__);
+    const std::string document = "<RemoteControl><Action>FORMATSD</Action></RemoteControl>";
+    if (post_remote_control(post_body(document, kFormatLength)) != 0) return -1;
+    dummyFileCreator();
+    return 0;
+}
+
+int rebootOperation() {
+    std::printf("!!!***%s %d ***!!!\n ***** reboot operation*****\n", kModelSource, __LINE__);
+    const int local_res = exec_reboot_tool();
+    if (local_res == 0) {
+        std::puts("system reboot ok");
+        return 0;
+    }
+    std::puts("system reboot failure");
+    std::printf("local_res = %d\n", local_res);
+    return -1;
+}

@@ -1,0 +1,167 @@
+#include "status_read.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include "../agent/utils/os.h"
+#include "../agent/utils/reply_text.h"
+#include "../agent/utils/text.h"
+#include "../exports.h"
+#include "../z55cgi.h"
+#include "handler_value.h"
+
+namespace {
+
+// A df query: its command, the file that the command fills, and the lock around both.
+struct CardQuery {
+    const char *command;
+    const char *file;
+    std::mutex lock;
+};
+
+constinit CardQuery total_query{
+    "sh -c 'df -m' | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $2}' > /tmp/total", "/tmp/total", {}};
+constinit CardQuery space_query{
+    "sh -c 'df -m' | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $4}' > /tmp/space", "/tmp/space", {}};
+
+enum class Source { camera, card_total, card_space, firmware, constant };
+
+struct Status {
+    const char *name;
+    Source source;
+    const char *key;  // the camera's status key and element, or the constant's text
+};
+
+constexpr Status kStatuses[] = {
+    {"Battery", Source::camera, "Battery"},
+    {"Adapt", Source::camera, "Adaptor"},
+    {"firmware_newver", Source::camera, "NewFirmwareVersion"},
+    {"Sdcard", Source::camera, "SD"},
+    {"sdcardquota", Source::card_space, nullptr},
+    {"Sdsize", Source::card_total, nullptr},
+    {"Upgrade_SW_status", Source::camera, "FwUpgradeStatus"},
+    {"Upgrade_SW_process", Source::camera, "FwDownloadProgress"},
+    {"firmware_ver", Source::firmware, nullptr},
+    {"Temp_now_status", Source::camera, "Temperature"},
+    {"LullabyPlay", Source::camera, "LullabyPlay"},
+    {"LullabySong", Source::camera, "LullabySong"},
+    {"LullabyTime", Source::camera, "LullabyTime"},
+    {"LullabyPlayingTime", Source::camera, "LullabyPlayingTime"},
+    {"LullabyMode", Source::camera, "LullabyMode"},
+    {"LullabyVolume", Source::camera, "LullabyVolume"},
+    {"Nightlight", Source::camera, "Nightlight"},
+    {"Recording", Source::camera, "Recording"},
+    {"resolution_capability", Source::constant, "788480"},
+};
+
+const Status *find_status(const char *name) {
+    for (const Status &status : kStatuses) {
+        if (std::strcmp(status.name, name) == 0) return &status;
+    }
+    return nullptr;
+}
+
+std::optional<std::string> camera_value(const char *key) {
+    const auto reply = curl_GET(format_text(200, "http://%s/CGI/CameraStatus?%s", hostIP, key));
+    if (!reply) {
+        log_no_reply(__LINE__);
+        return std::nullopt;
+    }
+    auto value = find_xml_value(*reply, key);
+    std::printf("!!!***%s %d ***!!!\n xml_value %s find\n", kModelSource, __LINE__,
+                value ? value->c_str() : "(null)");
+    if (!value) std::fprintf(stderr, "local_response is null: (%s, %d)\n", kModelSource, __LINE__);
+    return value;
+}
+
+// The first line of df's answer, read one character short of the file's end: that drops a single line's line
+// end.
+// "" when df said nothing; nothing without an output file.
+std::optional<std::string> card_number(CardQuery &query) {
+    const std::lock_guard<std::mutex> lock(query.lock);
+    run_shell(query.command);
+    FILE *file = std::fopen(query.file, "re");
+    if (file == nullptr) return std::nullopt;
+    std::fseek(file, 0, SEEK_END);
+    const long size = std::min<long>(std::ftell(file), kValueSize);
+    std::rewind(file);
+    char line[kValueSize] = {};
+    if (size > 0 && std::fgets(line, static_cast<int>(size), file) == nullptr) line[0] = '\0';
+    std::fclose(file);
+    return line;
+}
+
+std::optional<std::string> firmware_value() {
+    auto version = read_firmware_version();
+    if (version) std::printf("FirmwareVer *get_result = %s\n", version->c_str());
+    return version;
+}
+
+// The status's value; "" where df said nothing; nothing where it could not be had.
+std::optional<std::string> read_value(const Status &status) {
+    switch (status.source) {
+        case Source::camera:
+            return camera_value(status.key);
+        case Source::card_total:
+            return card_number(total_query);
+        case Source::card_space:
+            return card_number(space_query);
+        case Source::firmware:
+            return firmware_value();
+        case Source::constant:
+            return status.key;
+    }
+    return std::nullopt;
+}
+
+bool is_card_number(const Status &status) {
+    return status.source == Source::card_total || status.source == Source::card_space;
+}
+
+}  // namespace
+
+std::optional<std::string> read_firmware_version() {
+    FILE *file = std::fopen("/tmp/FWVER.txt", "re");
+    if (file == nullptr) return std::nullopt;
+    std::string last;
+    char *line = nullptr;
+    size_t capacity = 0;
+    for (ssize_t length; (length = getline(&line, &capacity, file)) >= 0;) {
+        std::printf("Retrieved line of length %zu :\n", static_cast<size_t>(length));
+        std::printf("%s", line);
+        last = line;
+    }
+    std::free(line);
+    std::fclose(file);
+    return last;
+}
+
+std::string device_status(const char *name) {
+    char *value = nullptr;
+    get_device_status(name, &value);
+    std::string text = text_or_empty(value);
+    std::free(value);
+    return text;
+}
+
+int get_device_status(const char *name, char **value) {
+    name = text_or_empty(name);
+    std::printf("!!!***%s %d ***!!!\n status_name=%s\n , status_length =%d\n", kModelSource, __LINE__, name,
+                static_cast<int>(std::strlen(name)));
+    char *buffer = new_handler_value(value);
+    int length = set_handler_value(buffer, name);
+    const Status *status = find_status(name);
+    if (status == nullptr) {
+        std::puts("get_device_param This parameter undefined");
+        return set_handler_error(buffer);
+    }
+    const auto text = read_value(*status);
+    if (!text) return set_handler_error(buffer);
+    // An empty df answer (no card) leaves the name: the cloud knows it as such.
+    if (!text->empty() || !is_card_number(*status)) length = set_handler_value(buffer, *text);
+    std::printf("!!!***%s %d ***!!! status_name=%s\n", kModelSource, __LINE__, name);
+    return length;
+}

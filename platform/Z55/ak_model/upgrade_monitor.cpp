@@ -1,0 +1,161 @@
+#include "upgrade_monitor.h"
+
+#include <cstdio>
+#include <string>
+
+#include "../agent/alarm_rules.h"
+#include "../agent/utils/conf_file.h"
+#include "../agent/utils/os.h"
+#include "../agent/utils/threads.h"
+#include "../exports.h"
+#include "../shared.h"
+#include "firmware_upgrade.h"
+#include "handler_value.h"
+#include "status_read.h"
+
+constinit int ota_enable = 0;  // atomic; set by the monitor, read by the watchdog
+
+namespace {
+
+constexpr char kMonitor[] = "OTA_monitor";
+constexpr int kDefaultPeriodSeconds = 5;
+constexpr int kFinalPeriodSeconds = 1;  // from the first progress above kFinalProgress on
+constexpr int kFinalProgress = 95;
+
+enum class CameraStatus { idle, downloading, upgrading };
+enum class State { waiting, downloading, downloaded, upgrading, failed };
+
+struct Round {
+    CameraStatus status = CameraStatus::idle;  // a text of another kind leaves the last one
+    int progress = 0;                          // percent
+    std::string progress_text;
+};
+
+int configured_period() {
+    const int period = conf_number("OTA_POLLING_PERIOD").value_or(0);
+    return period > 0 ? period : kDefaultPeriodSeconds;
+}
+
+void read_round(Round &round) {
+    const std::string status = device_status("Upgrade_SW_status");
+    round.progress_text = device_status("Upgrade_SW_process");
+    std::printf("SW status Now  = %s,---  %s,%d -----\n", status.c_str(), kModelSource, __LINE__);
+    std::printf("SW fwProcess Now download progress = %s,---  %s,%d -----\n", round.progress_text.c_str(),
+                kModelSource, __LINE__);
+    round.progress = to_int(round.progress_text.c_str());
+    if (status == "Idle") round.status = CameraStatus::idle;
+    if (status == "Downloading") round.status = CameraStatus::downloading;
+    if (status == "Upgrading") round.status = CameraStatus::upgrading;
+}
+
+void write_marker() {
+    const std::string path = upgrade_marker_path();
+    FILE *marker = std::fopen(path.c_str(), "w+e");
+    if (marker == nullptr) {
+        std::puts("Open OTA Temp file failed.");
+        std::perror("Error");
+        return;
+    }
+    std::fputs(running_firmware_version().c_str(), marker);
+    std::fclose(marker);
+    std::printf("Created OTA Temp file:\"%s\\n", path.c_str());
+}
+
+State while_waiting(const Round &round) {
+    if (round.status != CameraStatus::downloading) return State::waiting;
+    std::printf("(%s) start downloading\n", kMonitor);
+    write_marker();
+    return State::downloading;
+}
+
+State while_downloading(const Round &round) {
+    State next = State::downloading;
+    std::printf("(%s) downloading progress = %d\n", kMonitor, round.progress);
+    if (round.progress == 100) {
+        std::printf("(%s) Download finished!!\n", kMonitor);
+        std::printf("(%s) SOAP to AA!\n", kMonitor);
+        next = State::downloaded;
+        soap_OTA_upgrade_start();
+    }
+    if (round.status == CameraStatus::idle) {
+        std::printf("(%s) Became Idle. Weird?  progress = %s\n", kMonitor, round.progress_text.c_str());
+        if (round.progress != 0) return next;
+        std::puts("PROGRESS == 0, FAIL!");
+        std::printf("\n\nOTA FAILED!!!!!!!\n SOAP!\n");
+        soap_OTA_download_failed();
+        std::printf("(%s) OTA Failed. Leaving...\n", kMonitor);
+        return State::failed;
+    }
+    if (round.status == CameraStatus::upgrading) {
+        std::printf("(%s) start upgrading\n", kMonitor);
+        next = State::upgrading;
+    }
+    return next;
+}
+
+State next_state(State state, const Round &round) {
+    if (state == State::waiting) return while_waiting(round);
+    if (state == State::downloading) return while_downloading(round);
+    return state;
+}
+
+}  // namespace
+
+void *OTA_monitor(void *) {
+    std::printf("(%s) OTA_monitor starts.\n", kMonitor);
+    store_shared(ota_enable, 1);
+    int period = configured_period();
+    Round round;
+    for (State state = State::waiting;;) {
+        read_round(round);
+        state = next_state(state, round);
+        if (state == State::failed) return nullptr;
+        if (round.progress > kFinalProgress) period = kFinalPeriodSeconds;
+        pause_seconds(period);
+    }
+}
+
+void start_OTA_monitoring() {
+    std::puts("start_OTA_monitoring called");
+    pthread_t ota_monitor_thread{};
+    start_thread(&ota_monitor_thread, OTA_monitor, nullptr);
+}
+
+void send_ota_alarm(int index, const char *name, int status) {
+    mipc_api_table *table = load_shared(mipc_api);
+    if (table == nullptr) {
+        std::puts("(OTA) mipc_api == NULL");
+        return;
+    }
+    if (table->SendAlarmData == nullptr) {
+        std::puts("(OTA) mipc_api->SendAlarmData == NULL");
+        return;
+    }
+    alarm_record record{};
+    record.index = index;
+    copy_text(record.name, name);
+    record.status = status;
+    std::printf("(OTA) SendAlarmData!! index:%d, name:%s, status: %d \n", index, record.name, status);
+    table->SendAlarmData(&record, table);
+    std::puts("(OTA) end SendAlarmData");
+}
+
+void soap_OTA_download_failed() {
+    std::puts("soap_OTA_download_failed called");
+    send_ota_alarm(1, "alarm", kDownloadFailedNotice);
+}
+
+void soap_OTA_upgrade_start() {
+    std::puts("soap_OTA_upgrade_start called");
+    send_ota_alarm(1, "alarm", kUpgradeStartNotice);
+}
+
+void soap_OTA_succeeded() {
+    std::puts("soap_OTA_succeeded called");
+    send_ota_alarm(1, "alarm", kUpgradeSucceededNotice);
+}
+
+void soap_OTA_failed() {
+    std::puts("soap_OTA_failed called");
+    send_ota_alarm(1, "alarm", kUpgradeFailedNotice);
+}
