@@ -1,0 +1,99 @@
+#include "frame_sink.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+#include "../exports.h"
+#include "../shared.h"
+
+namespace {
+
+constexpr int kVideo = 1;
+constexpr int kAudio = 2;
+constexpr uint32_t kTimestampUnit = 100000;  // of the capture library's clock, per unit of the SDK's
+constexpr uint32_t kVideoStep = 4;
+constexpr uint32_t kAudioStep = 3;
+
+// Grow with every frame, handed over or not, and wrap.
+constinit std::atomic<uint32_t> video_counter{0};
+constinit std::atomic<uint32_t> audio_counter{0};
+constinit std::atomic<uint32_t> audio_sequence{0};
+
+// A private copy of the frame behind `prefix` free bytes; null when memory is out or the frame has no data.
+uint8_t *copy_frame(const captured_frame &frame, size_t prefix) {
+    if (frame.data == nullptr) return nullptr;
+    uint8_t *copy = static_cast<uint8_t *>(std::malloc(std::max<size_t>(prefix + frame.length, 1)));
+    if (copy != nullptr) std::memcpy(copy + prefix, frame.data, frame.length);
+    return copy;
+}
+
+void hand_over_video(const captured_frame &frame) {
+    const uint32_t counter = video_counter += kVideoStep;
+    mipc_api_table *table = load_shared(mipc_api);
+    if (table == nullptr || table->video_frame == nullptr) return;
+    video_record record{};
+    record.word0 = 2;
+    record.word1 = 4;
+    record.key_frame = is_key_frame(frame.data, frame.data != nullptr ? frame.length : 0);
+    record.counter = counter;
+    record.timestamp = frame.timestamp / kTimestampUnit;
+    record.length = frame.length;
+    record.data = copy_frame(frame, 0);
+    if (record.data != nullptr) table->video_frame(&record);
+}
+
+void hand_over_audio(const captured_frame &frame) {
+    const uint32_t counter = audio_counter += kAudioStep;
+    const uint32_t sequence = ++audio_sequence;
+    mipc_api_table *table = load_shared(mipc_api);
+    if (table == nullptr || table->audio_frame == nullptr) return;
+    uint8_t *data = copy_frame(frame, kAdtsHeaderSize);
+    if (data == nullptr) return;
+    uint8_t header[kAdtsHeaderSize];
+    write_adts_header(header, frame.length);
+    std::memcpy(data, header, sizeof header);
+    audio_record record{};
+    record.sequence = sequence;
+    record.counter = counter;
+    record.timestamp = frame.timestamp / kTimestampUnit;
+    record.length = frame.length + kAdtsHeaderSize;
+    record.data = data;
+    table->audio_frame(&record);
+}
+
+}  // namespace
+
+int is_key_frame(const uint8_t *data, size_t length) {
+    if (length <= 5) return 0;
+    // A start code is found by its last byte: memchr passes over the rest as fast as memory allows.
+    const uint8_t *const end = data + length - 2;
+    for (const uint8_t *at = data + 3; at < end; at++) {
+        at = static_cast<const uint8_t *>(std::memchr(at, 0x01, static_cast<size_t>(end - at)));
+        if (at == nullptr) return 0;
+        if (at[-1] != 0 || at[-2] != 0 || at[-3] != 0) continue;
+        const int kind = at[1] & 0x0F;
+        if (kind == 7) return 1;
+        if (kind == 1) return 0;
+    }
+    return 0;
+}
+
+void write_adts_header(uint8_t (&header)[kAdtsHeaderSize], size_t length) {
+    const size_t whole = length + kAdtsHeaderSize;
+    header[0] = 0xFF;
+    header[1] = 0xF1;
+    header[2] = 0x4C;
+    header[3] = static_cast<uint8_t>(0x80 | ((whole >> 11) & 3));
+    header[4] = static_cast<uint8_t>((whole >> 3) & 0xFF);
+    header[5] = static_cast<uint8_t>(((whole & 7) << 5) | 0x1F);
+    header[6] = static_cast<uint8_t>(0xFC | ((length >> 10) & 3));
+}
+
+void new_getframe_callback(captured_frame *frame) {
+    std::atomic_ref<int>(get_frame_callback_flag)++;
+    if (frame == nullptr) return;
+    if (frame->kind == kVideo) hand_over_video(*frame);
+    if (frame->kind == kAudio) hand_over_audio(*frame);
+}

@@ -1,0 +1,135 @@
+// get_camera_snapshot: a still picture for the cloud, taken by the camera now or read from its newest
+// thumbnail. Any SDK thread; blocks for a session key, the requests and the camera's writing of the photo.
+#include <dirent.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "../agent/loginout.h"
+#include "../agent/utils/os.h"
+#include "../agent/utils/reply_text.h"
+#include "../agent/utils/text.h"
+#include "../exports.h"
+#include "../shared.h"
+#include "../z55cgi.h"
+
+namespace {
+
+constexpr char kMediaFolder[] = "/tmp/fuse_d/DCIM/100MEDIA/";
+constexpr char kThumbnail[] = ".THM";
+constexpr int kPictureKind = 11;
+constexpr int kLocalFailure = -99;
+constexpr long kPhotoDelayMilliseconds = 3000;
+
+using File = std::unique_ptr<FILE, int (*)(FILE *)>;
+
+// Fetches the photo into the record's own buffer, whatever comes of it.
+int fetch_photo(snapshot_record &record, const char *path) {
+    std::free(record.data);
+    photo_buffer photo{};
+    const int result = z55_get_photo(&photo, path);
+    record.data = reinterpret_cast<uint8_t *>(photo.data);
+    record.length = photo.count;
+    return result;
+}
+
+// Nothing when the camera is idle, else the result to return.
+std::optional<int> check_recording(const std::string &cookie_text) {
+    std::string reply;
+    if (const int result = getSingleCameraStatus(cookie_text, "Recording", reply)) {
+        std::printf("curl_res = %d != 0 \n --%s,line %d--\n", result, "platform/Z55/ak_model", __LINE__);
+        return result;
+    }
+    const auto recording = find_xml_value(reply, "Recording");
+    if (!recording) {
+        const int code = error_code_number(reply);
+        store_shared(res, code);
+        std::printf("VIDEO_START ErrorCode: %d\n", code);
+        return code;
+    }
+    const int value = to_int(recording->c_str());
+    if (value != 0) return value;
+    return std::nullopt;
+}
+
+int take_photo(snapshot_record &record, const std::string &cookie_text) {
+    if (const auto result = check_recording(cookie_text)) return *result;
+    std::string reply;
+    const int sent = easyRemoteControl(cookie_text, "PHOTO_TO_MOBILE", reply);
+    store_shared(res, sent);
+    const int code = error_code_number(reply);
+    if (reply.find("PHOTO_TO_MOBILE") == std::string::npos) {
+        std::printf("PHOTO_TO_MOBILE  ErrorCode: %d\n", code);
+        return code != 0 ? code : sent;
+    }
+    const auto uri = find_xml_value(reply, "URI");
+    if (!uri) return code != 0 ? code : -1;
+    const std::string path = cut_to_buffer(*uri, 32);
+    sleep_milliseconds(kPhotoDelayMilliseconds);
+    return fetch_photo(record, path.c_str());
+}
+
+bool is_thumbnail(const char *name) {
+    const char *extension = std::strchr(name, '.');
+    return extension != nullptr && std::strncmp(extension, kThumbnail, std::strlen(kThumbnail)) == 0;
+}
+
+// The thumbnail that comes last by name; "" when there is none.
+std::string newest_thumbnail() {
+    std::string newest;
+    DIR *folder = opendir(kMediaFolder);
+    if (folder == nullptr) return newest;
+    while (const dirent *entry = readdir(folder)) {
+        if (is_thumbnail(entry->d_name) && newest < entry->d_name) newest = entry->d_name;
+    }
+    closedir(folder);
+    return newest;
+}
+
+int read_file(snapshot_record &record, const std::string &path) {
+    const File file(std::fopen(path.c_str(), "re"), std::fclose);
+    if (!file) {
+        std::puts("open file failed");
+        return kLocalFailure;
+    }
+    std::fseek(file.get(), 0, SEEK_END);
+    const long size = std::ftell(file.get());
+    std::rewind(file.get());
+    void *grown = size >= 0 ? std::realloc(record.data, static_cast<size_t>(size > 0 ? size : 1)) : nullptr;
+    if (grown == nullptr) {
+        std::puts("realloc memory failed");
+        return kLocalFailure;
+    }
+    record.data = static_cast<uint8_t *>(grown);
+    record.length = static_cast<uint32_t>(size);
+    if (std::fread(record.data, 1, record.length, file.get()) != record.length) {
+        std::puts("fread file failed");
+        return kLocalFailure;
+    }
+    return 0;
+}
+
+int read_newest_thumbnail(snapshot_record &record) {
+    const std::string name = newest_thumbnail();
+    if (name.empty()) return kLocalFailure;
+    std::printf("JPG_File_is:%s\n", name.c_str());
+    return read_file(record, kMediaFolder + name);
+}
+
+}  // namespace
+
+int get_camera_snapshot(snapshot_record *record, int mode) {
+    if (record == nullptr) return -1;
+    record->word0 = 0;
+    record->kind = kPictureKind;
+    record->byte8 = 0;
+    record->word3 = 1;
+    record->word4 = 0;
+    record->word5 = 0;
+    record->capture_time = static_cast<int32_t>(wall_seconds());
+    const std::string cookie_text = session_cookie(wait_for_session_key());
+    return mode == 0 ? take_photo(*record, cookie_text) : read_newest_thumbnail(*record);
+}

@@ -1,0 +1,174 @@
+#include "talkback.h"
+
+#include <semaphore.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string>
+
+#include "../agent/loginout.h"
+#include "../agent/utils/os.h"
+#include "../agent/utils/reply_text.h"
+#include "../exports.h"
+#include "../shared.h"
+#include "../z55cgi.h"
+
+// RIFF, PCM, 1 channel, 12000 samples and 24000 bytes per second, 16 bits; both sizes are filled in per clip.
+constinit unsigned char wav_header[44] = {
+    'R', 'I', 'F',  'F',  0, 0, 0,    0,    'W', 'A', 'V', 'E', 'f', 'm', 't', ' ', 16,  0,   0, 0, 1, 0,
+    1,   0,   0xE0, 0x2E, 0, 0, 0xC0, 0x5D, 0,   0,   2,   0,   16,  0,   'd', 'a', 't', 'a', 0, 0, 0, 0};
+constinit int wav_header_len = 44;
+
+constinit pthread_t audioback_thread{};  // atomic; the clip thread started last
+constinit pthread_attr_t audioback_attr{};
+
+namespace {
+
+constexpr uint32_t kHeaderSize = sizeof wav_header;
+constexpr uint32_t kClipSize = 102400;         // bytes
+constexpr uint32_t kFullLength = 72000;        // bytes from which on the next frame starts a new clip
+constexpr unsigned long kClipTicks = 3000000;  // of clock(), after which the next frame starts a new clip
+constexpr uint32_t kBytesPerSecond = 24000;
+constexpr long kFillMilliseconds = 3000;
+constexpr int kMostClips = 32;  // alive at once; a camera that takes no audio must not take all memory
+
+// The clip that takes frames. Under talk_lock; held for memory operations only.
+constinit std::mutex talk_lock;
+constinit talk_clip *current_clip = nullptr;
+constinit uint32_t last_sequence = 0;
+constinit unsigned long clip_start = 0;  // clock() when the current clip was started
+constinit int clips_alive = 0;
+
+// Held across the request that switches the speaker on; serialises only the clips' threads.
+constinit std::mutex speaker_lock;
+constinit bool speaker_enabled = false;
+
+// Held by the clip that is playing.
+sem_t *play_semaphore() {
+    static sem_t wav_sem;
+    static std::once_flag once;
+    std::call_once(once, [] { sem_init(&wav_sem, 0, 1); });
+    return &wav_sem;
+}
+
+void free_clip(talk_clip *clip) {
+    if (clip == nullptr) return;
+    std::free(clip->data);
+    std::free(clip);
+}
+
+talk_clip *new_clip() {
+    talk_clip *clip = static_cast<talk_clip *>(std::calloc(1, sizeof(talk_clip)));
+    if (clip == nullptr) return nullptr;
+    clip->data = static_cast<uint8_t *>(std::calloc(1, kClipSize));
+    if (clip->data == nullptr) {
+        free_clip(clip);
+        return nullptr;
+    }
+    std::memcpy(clip->data, wav_header, kHeaderSize);
+    clip->length = kHeaderSize;
+    return clip;
+}
+
+bool goes_on(const talkback_frame &frame, unsigned long now) {
+    return frame.sequence != 0 && frame.sequence >= last_sequence && current_clip != nullptr &&
+           now - clip_start < kClipTicks && current_clip->length < kFullLength;
+}
+
+// Makes a new clip the current one and starts its thread. The clip before it belongs to its own thread
+// already.
+bool start_clip(unsigned long now) {
+    current_clip = nullptr;
+    if (clips_alive == kMostClips) return false;
+    talk_clip *clip = new_clip();
+    if (clip == nullptr) return false;
+    pthread_t thread{};
+    if (pthread_create(&thread, &audioback_attr, waitAndPlay, clip) != 0) {
+        free_clip(clip);
+        return false;
+    }
+    store_shared(audioback_thread, thread);
+    clips_alive++;
+    current_clip = clip;
+    clip_start = now;
+    return true;
+}
+
+void append(const talkback_frame &frame) {
+    const uint32_t room = kClipSize - current_clip->length;
+    const uint32_t length = frame.data != nullptr ? std::min(frame.length, room) : 0;
+    if (length > 0) std::memcpy(current_clip->data + current_clip->length, frame.data, length);
+    current_clip->length += length;
+    last_sequence = frame.sequence;
+}
+
+void enable_speaker(const std::string &cookie_text) {
+    const std::lock_guard<std::mutex> lock(speaker_lock);
+    if (speaker_enabled) return;
+    std::string reply;
+    easyRemoteControl(cookie_text, "AUDIO_ON", reply);
+    speaker_enabled = reply.find("AUDIO_ON") != std::string::npos;
+    if (!speaker_enabled) std::printf("AUDIO_ON ErrorCode: %d\n", error_code_number(reply));
+}
+
+// From here on the clip takes no more frames.
+void close_clip(const talk_clip *clip) {
+    const std::lock_guard<std::mutex> lock(talk_lock);
+    if (current_clip == clip) current_clip = nullptr;
+}
+
+void store_le32(uint8_t *at, uint32_t value) {
+    for (int i = 0; i < 4; i++) at[i] = static_cast<uint8_t>(value >> (8 * i));
+}
+
+// Both sizes are 8 more than the format's rule; the camera takes them so.
+void finish_clip(talk_clip &clip) {
+    store_le32(clip.data + 4, clip.length);
+    store_le32(clip.data + 40, clip.length - 36);
+    void *samples = clip.data + kHeaderSize;  // even, as malloc's block and the header are
+    amplify(static_cast<int16_t *>(samples), (clip.length - kHeaderSize) / 2);
+}
+
+void play(const talk_clip &clip, const std::string &cookie_text) {
+    while (sem_wait(play_semaphore()) != 0 && errno == EINTR) {
+    }
+    std::string reply;
+    mobileAudio(cookie_text, clip.data, clip.length, reply);
+    sleep_milliseconds(1000L * static_cast<long>(clip.length - kHeaderSize) / kBytesPerSecond);
+    sem_post(play_semaphore());
+}
+
+void release_clip(talk_clip *clip) {
+    free_clip(clip);
+    const std::lock_guard<std::mutex> lock(talk_lock);
+    clips_alive--;
+}
+
+}  // namespace
+
+int device_play_audio(talkback_frame *frame) {
+    if (frame == nullptr) return -1;
+    const unsigned long now = static_cast<unsigned long>(std::clock());
+    const std::lock_guard<std::mutex> lock(talk_lock);
+    if (!goes_on(*frame, now) && !start_clip(now)) return -1;
+    append(*frame);
+    return 0;
+}
+
+void *waitAndPlay(void *argument) {
+    talk_clip *clip = static_cast<talk_clip *>(argument);
+    if (clip == nullptr) return nullptr;
+    const std::string cookie_text = session_cookie(wait_for_session_key());
+    enable_speaker(cookie_text);
+    sleep_milliseconds(kFillMilliseconds);
+    close_clip(clip);
+    finish_clip(*clip);
+    play(*clip, cookie_text);
+    release_clip(clip);
+    return nullptr;
+}
