@@ -7,9 +7,9 @@ extern "C" {
 
 int send_cloud_status(int code);  // 1 cloud connected, 2 no local network, 3 cloud lost but gateway answers
 int set_video_bitrate(int kilobits);
-int remove_token(void);                         // 0 on success
-int readTokenFromFile(char *token, int size);   // 0 when a token was read, NUL-terminated
-int soapGetToken(void);                         // 0 when a new token was stored for readTokenFromFile
+int remove_token(void);                        // 0 on success
+int readTokenFromFile(char *token, int size);  // 0 when a token was read, NUL-terminated
+int soapGetToken(void);                        // 0 when a new token was stored for readTokenFromFile
 
 }  // extern "C"
 #pragma GCC visibility pop

@@ -1,5 +1,6 @@
-// The cloud camera SDK, libvq_ipca.so: a closed library; this header is the agent's half of its binary contract.
-// Records are plain C in natural alignment; the sizes asserted below are those of the 32-bit target.
+// The cloud camera SDK, libvq_ipca.so: a closed library; this header is the agent's half of its binary
+// contract. Records are plain C in natural alignment; the sizes asserted below are those of the 32-bit
+// target.
 #ifndef Z55_SDK_VQ_IPCA_H
 #define Z55_SDK_VQ_IPCA_H
 
@@ -76,8 +77,8 @@ struct mipc_api_table {
 extern int request_vedio;           // non-zero while the cloud wants live video; written by the SDK's threads
 extern pthread_attr_t thread_attr;  // attributes for the job-queue worker, initialised when the SDK loads
 
-// Starts the SDK. It keeps the pointer to `callbacks` and may call them, on threads of its own and several at a
-// time, before this returns. The table is the SDK's.
+// Starts the SDK. It keeps the pointer to `callbacks` and may call them, on threads of its own and several at
+// a time, before this returns. The table is the SDK's.
 mipc_api_table *vq_ipca_init(const char *uuid, const char *interface_name, const device_callbacks *callbacks);
 
 }  // extern "C"
