@@ -1,0 +1,226 @@
+#include "cgi_server.h"
+
+#include <arpa/inet.h>
+#include <linux/filter.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "endpoints.h"
+
+namespace {
+
+constexpr int backlog = 128;
+constexpr int accept_poll_ms = 20;  // how soon the accept loop sees that the listener was exchanged
+
+// A filter that lets no byte of any packet through: the kernel drops SYNs, data, FINs and probes before TCP
+// sees them.
+void drop_packets(int fd, bool drop) {
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &nothing};
+    if (drop)
+        setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+    else
+        setsockopt(fd, SOL_SOCKET, SO_DETACH_FILTER, nullptr, 0);
+}
+
+}  // namespace
+
+cgi_server::~cgi_server() {
+    {
+        std::lock_guard guard(net_.lock);
+        stopping_ = true;
+    }
+    if (accept_thread_.joinable()) accept_thread_.join();
+    drop_connections();
+    appear();
+    for (const auto &link : net_.links) link->thread.join();  // nobody else touches the list any more
+    if (listener_ >= 0) close(listener_);
+}
+
+bool cgi_server::start(const std::string &address, int port) {
+    address_ = address;
+    port_ = port;
+    if (!open_socket() || listen(listener_, backlog) != 0) return false;
+    listening_ = true;
+    sockaddr_in bound{};
+    socklen_t size = sizeof bound;
+    getsockname(listener_, reinterpret_cast<sockaddr *>(&bound), &size);
+    port_ = ntohs(bound.sin_port);
+    accept_thread_ = std::thread([this] { accept_loop(); });
+    return true;
+}
+
+// Binds a socket that does not listen yet but keeps the port: whoever connects to it is refused.
+bool cgi_server::open_socket() {
+    listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int on = 1;
+    setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in own{};
+    own.sin_family = AF_INET;
+    own.sin_port = htons(static_cast<uint16_t>(port_));
+    return inet_pton(AF_INET, address_.c_str(), &own.sin_addr) == 1 &&
+           bind(listener_, reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
+}
+
+void cgi_server::accept_loop() {
+    for (;;) {
+        pollfd entry{-1, POLLIN, 0};
+        {
+            std::lock_guard guard(net_.lock);
+            if (stopping_) return;
+            if (listening_) entry.fd = listener_;
+        }
+        poll(&entry, 1, accept_poll_ms);
+        std::lock_guard guard(net_.lock);
+        join_finished();
+        accept_waiting();
+    }
+}
+
+// The lock is held.
+void cgi_server::join_finished() {
+    std::erase_if(net_.links, [](const auto &link) {
+        if (link->finished) link->thread.join();
+        return link->finished;
+    });
+}
+
+// The lock is held.
+void cgi_server::accept_waiting() {
+    if (!listening_) return;
+    for (int fd; (fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        const int on = 1;
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        if (net_.vanished) drop_packets(fd, true);
+        auto &link = *net_.links.emplace_back(std::make_unique<connection_link>());
+        link.fd = fd;
+        link.thread = std::thread([this, &link] { serve(link); });
+    }
+}
+
+void cgi_server::serve(connection_link &link) {
+    std::string buffer;
+    bool open = true, in_request = false, continued = false;
+    double first_byte_ms = 0;
+    while (open) {
+        if (!buffer.empty() && !in_request) {
+            in_request = true;
+            continued = false;
+            first_byte_ms = monotonic_ms();
+            request_begins(net_, link);
+        }
+        http_request request;
+        bool wants_continue = false;
+        const auto result = take_request(buffer, request, wants_continue);
+        if (result == parse_result::complete) {
+            open = serve_request(link, request, first_byte_ms);
+            in_request = false;
+        } else if (result == parse_result::malformed) {
+            send_bytes(net_, link, reply_header({400, "", "text/plain", {}, true}, 0), true);
+            open = false;
+        } else {
+            if (wants_continue && !continued)
+                open = send_bytes(net_, link, "HTTP/1.1 100 Continue\r\n\r\n", false);
+            continued = wants_continue;
+            open = open && receive_some(net_, link, buffer);
+        }
+    }
+    close_link(net_, link);
+}
+
+bool cgi_server::serve_request(connection_link &link, const http_request &request, double time_ms) {
+    static std::atomic<bool> no_fault{false};
+    const auto taken = take_fault(faults_, request);
+    const auto seq = journal_add(log_, request, taken ? taken->kind->name : "", time_ms);
+    exchange x{net_, link, request, [&] { return answer_request(cam_, request); },
+               taken ? taken->cleared : no_fault};
+    link.on_request_end = [&] { journal_end(log_, seq, x.status); };
+    bool open = true;
+    if (taken) open = pause_link(net_, link, taken->order["delay_ms"], taken->cleared);
+    if (open) open = taken ? taken->kind->run(x, taken->parameters) : send_reply(x, x.true_reply());
+    request_ends(net_, link);
+    return open;
+}
+
+// Makes the port what `vanished` and `refusing_` say; the lock is held. A vanished host listens behind its
+// filter, as a port without a listener would answer. False when the port was lost.
+bool cgi_server::settle_port() {
+    const bool listening = net_.vanished || !refusing_;
+    bool settled = true;
+    if (listening_ && !listening) {
+        shutdown(listener_,
+                 SHUT_RDWR);  // ends the listening at once, even while another thread polls the socket
+        close(listener_);
+        settled = open_socket();
+    }
+    drop_packets(listener_, net_.vanished);
+    if (!listening_ && listening) settled = listen(listener_, backlog) == 0;
+    listening_ = listening;
+    return settled;
+}
+
+void cgi_server::vanish() {
+    std::lock_guard guard(net_.lock);
+    net_.vanished = true;
+    settle_port();
+    accept_waiting();
+    for (const auto &link : net_.links) {
+        if (link->fd >= 0) drop_packets(link->fd, true);
+        link->in_progress = false;  // its peer may give up from now on, and nobody here would notice
+    }
+}
+
+void cgi_server::appear() {
+    std::lock_guard guard(net_.lock);
+    net_.vanished = false;
+    settle_port();
+    for (const auto &link : net_.links) {
+        if (link->fd < 0) continue;
+        drop_packets(link->fd, false);
+        if (link->dropped) shutdown(link->fd, SHUT_RDWR);
+    }
+    net_.changed.notify_all();
+}
+
+bool cgi_server::refuse() {
+    std::lock_guard guard(net_.lock);
+    refusing_ = true;
+    return settle_port();
+}
+
+bool cgi_server::accept() {
+    std::lock_guard guard(net_.lock);
+    refusing_ = false;
+    return settle_port();
+}
+
+void cgi_server::drop_connections() {
+    std::lock_guard guard(net_.lock);
+    for (const auto &link : net_.links) {
+        link->dropped = true;
+        if (!net_.vanished && link->fd >= 0) shutdown(link->fd, SHUT_RDWR);
+    }
+    net_.changed.notify_all();
+}
+
+const char *cgi_server::network_state() {
+    std::lock_guard guard(net_.lock);
+    return net_.vanished ? "vanished" : refusing_ ? "refusing" : "up";
+}
+
+json cgi_server::counts() {
+    std::lock_guard guard(net_.lock);
+    std::size_t open = 0;
+    for (const auto &link : net_.links) open += link->fd >= 0;
+    return {{"in_progress", requests_in_progress(net_)},
+            {"max_concurrent", net_.max_concurrent},
+            {"connections", open}};
+}
+
+void cgi_server::reset_max_concurrent() {
+    std::lock_guard guard(net_.lock);
+    net_.max_concurrent = requests_in_progress(net_);
+}

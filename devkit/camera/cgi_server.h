@@ -1,0 +1,62 @@
+// The camera's CGI port: accepts connections, one thread each, and turns the network's switches. All
+// functions may be called from any thread.
+#pragma once
+
+#include <string>
+#include <thread>
+
+#include "camera.h"
+#include "faults.h"
+#include "journal.h"
+#include "link.h"
+
+class cgi_server {
+  public:
+    cgi_server(camera &cam, fault_list &faults, journal &log) : cam_(cam), faults_(faults), log_(log) {}
+    cgi_server(const cgi_server &) = delete;
+    cgi_server &operator=(const cgi_server &) = delete;
+    // Ends all connections and waits for their threads.
+    ~cgi_server();
+
+    // Listens on an IPv4 address and starts to serve; port 0: any. False (errno tells) when the port cannot
+    // be had.
+    bool start(const std::string &address, int port);
+    int port() const {
+        return port_;
+    }
+
+    // Every packet to and from the host is lost, silently; then no more.
+    void vanish();
+    void appear();
+    // Nobody listens on the port any more, though it stays ours; then again. False when the port was lost.
+    bool refuse();
+    bool accept();
+    // Ends all connections, those of a vanished host on its return.
+    void drop_connections();
+
+    // "up", "vanished" or "refusing".
+    const char *network_state();
+    // in_progress, max_concurrent and connections.
+    json counts();
+    void reset_max_concurrent();
+
+  private:
+    bool open_socket();
+    bool settle_port();
+    void accept_loop();
+    void accept_waiting();
+    void join_finished();
+    void serve(connection_link &link);
+    bool serve_request(connection_link &link, const http_request &request, double time_ms);
+
+    camera &cam_;
+    fault_list &faults_;
+    journal &log_;
+    std::string address_;
+    int port_ = 0;
+    network net_;
+    // Guarded by the network's lock:
+    int listener_ = -1;
+    bool listening_ = false, refusing_ = false, stopping_ = false;
+    std::thread accept_thread_;
+};

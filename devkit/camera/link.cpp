@@ -1,0 +1,112 @@
+#include "link.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t block_bytes = 16 * 1024;
+constexpr std::chrono::milliseconds look_again(
+    10);  // how soon a waiting connection notices that its peer has gone
+
+bool peer_gone(int fd) {
+    pollfd entry{fd, POLLRDHUP, 0};
+    return poll(&entry, 1, 0) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+}
+
+// Sends one block without blocking, as the vanished host must not send; waits for room or for the host's
+// return otherwise. The number of bytes sent, or -1.
+ssize_t send_block(network &net, connection_link &link, std::string_view block) {
+    {
+        std::unique_lock guard(net.lock);
+        net.changed.wait(guard, [&] { return !net.vanished || link.dropped; });
+        if (link.dropped) return -1;
+        const ssize_t sent = send(link.fd, block.data(), block.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent >= 0) return sent;
+        if (errno != EAGAIN) return -1;
+    }
+    pollfd entry{link.fd, POLLOUT, 0};
+    poll(&entry, 1, static_cast<int>(look_again.count()));
+    return 0;
+}
+
+}  // namespace
+
+int requests_in_progress(const network &net) {
+    return static_cast<int>(std::count_if(net.links.begin(), net.links.end(),
+                                          [](const auto &link) { return link->in_progress; }));
+}
+
+void request_begins(network &net, connection_link &link) {
+    std::lock_guard guard(net.lock);
+    for (const auto &other : net.links)
+        if (other->in_progress && peer_gone(other->fd)) other->in_progress = false;
+    link.in_progress = true;
+    net.max_concurrent = std::max(net.max_concurrent, requests_in_progress(net));
+}
+
+void request_ends(network &net, connection_link &link) {
+    {
+        std::lock_guard guard(net.lock);
+        link.in_progress = false;
+    }
+    if (const auto call = std::exchange(link.on_request_end, nullptr)) call();
+}
+
+bool receive_some(network &net, connection_link &link, std::string &buffer) {
+    char bytes[block_bytes];
+    ssize_t received;
+    do received = recv(link.fd, bytes, sizeof bytes, 0);
+    while (received < 0 && errno == EINTR);
+    std::lock_guard guard(net.lock);
+    if (received <= 0 || link.dropped) return false;
+    buffer.append(bytes, static_cast<std::size_t>(received));
+    return true;
+}
+
+bool send_bytes(network &net, connection_link &link, std::string_view bytes, bool last) {
+    while (!bytes.empty()) {
+        const auto block = bytes.substr(0, block_bytes);
+        if (last && block.size() == bytes.size()) request_ends(net, link);
+        const ssize_t sent = send_block(net, link, block);
+        if (sent < 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
+    return true;
+}
+
+bool pause_link(network &net, connection_link &link, double ms, const std::atomic<bool> &enough) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::chrono::duration<double, std::milli> length(ms);
+    std::unique_lock guard(net.lock);
+    while (!enough) {
+        const std::chrono::duration<double, std::milli> left =
+            length - (std::chrono::steady_clock::now() - start);
+        if (ms >= 0 && left.count() <= 0) return true;
+        if (link.dropped || peer_gone(link.fd)) return false;
+        const auto slice =
+            ms < 0 ? look_again : std::min<std::chrono::duration<double, std::milli>>(left, look_again);
+        net.changed.wait_for(guard, slice);
+    }
+    return true;
+}
+
+void close_link(network &net, connection_link &link) {
+    request_ends(net, link);
+    std::unique_lock guard(net.lock);
+    net.changed.wait(guard, [&] { return !net.vanished; });
+    if (link.reset) {
+        const linger abort{1, 0};
+        setsockopt(link.fd, SOL_SOCKET, SO_LINGER, &abort, sizeof abort);
+    }
+    close(link.fd);
+    link.fd = -1;
+    link.finished = true;
+}

@@ -1,0 +1,72 @@
+#include "recording.h"
+
+#include "jpeg.h"
+#include "media.h"
+
+namespace {
+
+constexpr double growth_ms = 500;
+constexpr std::size_t growth_bytes = 32 * 1024;
+constexpr std::size_t largest_video = 4 * 1024 * 1024;  // a long recording must not fill a small card
+
+std::filesystem::path media_file(const camera &cam, const std::string &name, const char *extension) {
+    return media_folder(cam.card) / (name + extension);
+}
+
+void grow_recording(camera &cam, unsigned count, std::size_t bytes) {
+    std::lock_guard guard(cam.lock);
+    if (!cam.recording || cam.recording_count != count) return;
+    const std::size_t grown = bytes + growth_bytes;
+    if (grown > largest_video) return;
+    append_video_piece(media_file(cam, cam.recording_name, ".MP4"), growth_bytes);
+    cam.timer.after_ms(growth_ms, [&cam, count, grown] { grow_recording(cam, count, grown); });
+}
+
+void finish_photo(camera &cam, const std::string &name) {
+    std::lock_guard guard(cam.lock);
+    const auto seed = static_cast<unsigned>(++cam.photos);
+    cam.last_photo = make_jpeg(640, 480, seed, cam.config["photo_bytes"]);
+    write_media_file(media_file(cam, name, ".JPG"), cam.last_photo);
+}
+
+}  // namespace
+
+int start_recording(camera &cam) {
+    if (cam.status.value("SD", "") == "0") return no_sd_card;
+    if (cam.config["recording_ignore"] > 0) {
+        cam.config["recording_ignore"] = cam.config["recording_ignore"].get<int>() - 1;
+        return 0;
+    }
+    cam.status["Recording"] = "1";
+    if (cam.recording) return 0;
+    const std::string name = next_media_name(cam.card);
+    const unsigned count = ++cam.recording_count;
+    if (!write_media_file(media_file(cam, name, ".MP4"), video_header()) ||
+        !write_media_file(media_file(cam, name, ".THM"), make_jpeg(160, 120, count, 0)) ||
+        !write_media_file(media_file(cam, name, ".JPG"), make_jpeg(640, 480, count, 0))) {
+        cam.status["Recording"] = "0";
+        return write_error;
+    }
+    cam.recording = true;
+    cam.recording_name = name;
+    cam.timer.after_ms(growth_ms, [&cam, count] { grow_recording(cam, count, 0); });
+    return 0;
+}
+
+int stop_recording(camera &cam) {
+    cam.recording = false;
+    cam.status["Recording"] = "0";
+    return 0;
+}
+
+int take_photo(camera &cam, std::string &uri) {
+    if (cam.status.value("SD", "") == "0") return no_sd_card;
+    if (cam.recording) return camera_busy;
+    const std::string name = next_media_name(cam.card);
+    // The thumbnail is there at once and takes the name: a second photo must get another.
+    const auto seed = static_cast<unsigned>(cam.photos + 1);
+    if (!write_media_file(media_file(cam, name, ".THM"), make_jpeg(160, 120, seed, 0))) return write_error;
+    uri = "/" + media_file(cam, name, ".JPG").lexically_relative(cam.card).generic_string();
+    cam.timer.after_ms(cam.config["photo_delay_ms"], [&cam, name] { finish_photo(cam, name); });
+    return 0;
+}
