@@ -96,12 +96,12 @@ TEST_P(WallWait, ends_when_the_clock_steps_past_its_deadline) {
 }
 
 TEST_P(WallWait, lasts_longer_when_the_clock_steps_back) {
+    const double start = bent_seconds(CLOCK_MONOTONIC);
     const timespec deadline = bent_deadline(CLOCK_REALTIME, 10);
     std::thread stepper([] {
         sleep(3);
         step_wall_clock(-20);
     });
-    const double start = bent_seconds(CLOCK_MONOTONIC);
     GetParam().wait(deadline);
     EXPECT_GE(bent_seconds(CLOCK_MONOTONIC) - start, 29.9);
     stepper.join();
@@ -112,12 +112,12 @@ INSTANTIATE_TEST_SUITE_P(Functions, WallWait, testing::ValuesIn(kWallWaits),
                          [](const auto &row) { return std::string(row.param.name); });
 
 TEST(WallStep, leaves_a_monotonic_wait_alone) {
+    const double start = bent_seconds(CLOCK_MONOTONIC);
     const timespec deadline = bent_deadline(CLOCK_MONOTONIC, 30);
     std::thread stepper([] {
         sleep(3);
         step_wall_clock(kYear);
     });
-    const double start = bent_seconds(CLOCK_MONOTONIC);
     EXPECT_EQ(wait_on_condition(CLOCK_MONOTONIC, deadline), ETIMEDOUT);
     const double waited = bent_seconds(CLOCK_MONOTONIC) - start;
     EXPECT_GE(waited, 29.9);
