@@ -35,6 +35,7 @@ struct view_options {
     file_options files;
     bool private_network = true;
     bool keep = false;
+    std::string pid_file;
     char **command = nullptr;
 };
 
@@ -62,6 +63,8 @@ view_options parse(char **argument) {
             options.private_network = value == "private";
         } else if (name == "--sd-megabytes") {
             options.files.sd_megabytes = std::stol(next_value(argument));
+        } else if (name == "--pid-file") {
+            options.pid_file = std::filesystem::absolute(next_value(argument));
         } else if (name == "--bind") {
             options.files.kept_folders.push_back(std::filesystem::absolute(next_value(argument)));
         } else {
@@ -89,7 +92,7 @@ void add_defaults(view_options &options) {
 }
 
 void write_text(const char *path, const std::string &text) {
-    const int file = open(path, O_WRONLY | O_CLOEXEC);
+    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     const bool written =
         file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     if (file >= 0) close(file);
@@ -190,6 +193,8 @@ void wait_for_stop() {
 // dies.
 int run_view(const view_options &options, const sigset_t &mask, int launcher) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // A new user namespace has cleared this; without it nobody could look into the view by /proc/PID/root.
+    prctl(PR_SET_DUMPABLE, 1);
     pollfd gone = {launcher, 0, 0};
     if (poll(&gone, 1, 0) > 0) return kKilled;
     mount_view(options.files);
@@ -228,6 +233,7 @@ int launch(view_options options) {
         close(alive[1]);
         return run_view(options, mask, alive[0]);
     }
+    if (!options.pid_file.empty()) write_text(options.pid_file.c_str(), std::to_string(view));
     if (options.keep) std::fprintf(stderr, "device-view: to enter: nsenter --all --target %d\n", view);
     return watch_view(view);
 }
