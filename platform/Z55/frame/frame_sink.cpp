@@ -67,9 +67,10 @@ void hand_over_audio(const captured_frame &frame) {
 
 int is_key_frame(const uint8_t *data, size_t length) {
     if (length <= 5) return 0;
-    // A start code is found by its last byte: memchr passes over the rest as fast as memory allows.
+    // A start code is found by its last byte: memchr passes over the rest as fast as memory allows. Three
+    // zeros lie between one 01 and the next that ends a start code.
     const uint8_t *const end = data + length - 2;
-    for (const uint8_t *at = data + 3; at < end; at++) {
+    for (const uint8_t *at = data + 3; at < end; at += std::min<ptrdiff_t>(4, end - at)) {
         at = static_cast<const uint8_t *>(std::memchr(at, 0x01, static_cast<size_t>(end - at)));
         if (at == nullptr) return 0;
         if (at[-1] != 0 || at[-2] != 0 || at[-3] != 0) continue;
