@@ -1,5 +1,6 @@
 #include "text_values.h"
 
+#include <cstring>
 #include <fstream>
 #include <iterator>
 
@@ -49,15 +50,14 @@ std::string to_base64(const void *bytes, size_t length) {
 }
 
 std::string from_base64(const std::string &text) {
-    static const std::string digits = base64_digits;
     std::string bytes;
     uint32_t group = 0;
     int bits = 0;
     for (const char digit : text) {
         if (digit == '=' || digit == '\n' || digit == '\r') continue;
-        const size_t value = digits.find(digit);
-        if (value == std::string::npos) throw bad_request{"not base64"};
-        group = group << 6 | static_cast<uint32_t>(value);
+        const char *found = digit == '\0' ? nullptr : strchr(base64_digits, digit);
+        if (found == nullptr) throw bad_request{"not base64"};
+        group = group << 6 | static_cast<uint32_t>(found - base64_digits);
         bits += 6;
         if (bits < 8) continue;
         bits -= 8;
