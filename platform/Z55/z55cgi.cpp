@@ -61,7 +61,7 @@ void log_status(int status, const char *source, int line) {
 }
 
 std::string current_cookie() {
-    const std::string text = cut_to_buffer(session_cookie(session_key().value_or("")), sizeof cookie);
+    std::string text = cut_to_buffer(session_cookie(session_key().value_or("")), sizeof cookie);
     remember_cookie(text);
     return text;
 }

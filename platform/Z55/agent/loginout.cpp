@@ -30,7 +30,7 @@ namespace {
 constexpr char kSource[] = "platform/Z55/agent/loginout";
 constexpr char kFirmwareVersionFile[] = "/tmp/FWVER.txt";
 constexpr long kRetrySeconds = 5;
-constexpr size_t kBodyLimit = 64 * 1024;  // bytes of a login reply that are kept
+constexpr size_t kBodyLimit = 65536;  // bytes of a login reply that are kept
 
 constinit std::mutex key_lock;
 std::condition_variable key_arrived;

@@ -41,7 +41,7 @@ void report(const CloudStatus &status) {
 // The gateway column of a routing table's line, when that line is the default route.
 std::optional<std::string> gateway_of(const std::string &line) {
     const size_t match = line.find(kDefaultRoute);
-    if (match == std::string::npos || match > kLongestDestinationOffset) return std::nullopt;
+    if (match > kLongestDestinationOffset) return std::nullopt;  // npos included
     const size_t start = line.find_first_of("0123456789", match + std::strlen(kDefaultRoute));
     if (start == std::string::npos) return std::nullopt;
     size_t dot = start;

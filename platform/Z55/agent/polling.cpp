@@ -83,6 +83,7 @@ bool due(PollEvent &entry, const PollTime &now) {
 
 std::vector<const PollEvent *> due_events(PollTable &table, const PollTime &now) {
     std::vector<const PollEvent *> polled;
+    polled.reserve(table.events.size());
     for (PollEvent &entry : table.events) {
         if (due(entry, now)) {
             polled.push_back(&entry);
@@ -191,6 +192,7 @@ std::optional<std::string> poll_once(PollTable &table, const std::string &key, c
     const PollTime now{wall_seconds(), steady_seconds()};
     const auto polled = due_events(table, now);
     std::vector<const char *> names;
+    names.reserve(polled.size());
     for (const PollEvent *entry : polled) names.push_back(entry->name);
     const auto values = getCameraStatuses(key, host, names, true);
     if (!values) {
