@@ -88,6 +88,7 @@ bool session_expired(int poll_result) {
 int main() {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     mask_alarm(SIG_BLOCK);
+    signal(SIGPIPE, SIG_IGN);  // whoever reads the log may go away; the agent stays
     std::puts("Try log VeloAgent init time...........");
     write_start_time();
     curl_global_init(CURL_GLOBAL_ALL);

@@ -121,14 +121,16 @@ std::string read_shell(const char *command) {
 }
 
 int exec_reboot_tool() {
-    // A pending alarm and a blocked signal would both survive into the tool.
+    // A pending alarm, a blocked and an ignored signal would all survive into the tool.
     const unsigned remaining = alarm(0);
+    const auto pipe_handler = signal(SIGPIPE, SIG_DFL);
     sigset_t none, before;
     sigemptyset(&none);
     pthread_sigmask(SIG_SETMASK, &none, &before);
     const int result = execl(kRebootTool, kRebootTool, "reboot", nullptr);
     const int error = errno;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    signal(SIGPIPE, pipe_handler);
     if (remaining != 0) alarm(remaining);
     errno = error;
     return result;
