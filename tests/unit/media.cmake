@@ -1,0 +1,8 @@
+# Recording, firmware upgrade, frames, snapshot, talk-back.
+file(GLOB media_tests CONFIGURE_DEPENDS
+  *recording*_test.cpp
+  ak_model/firmware_upgrade*_test.cpp ak_model/upgrade_monitor*_test.cpp
+  frame/*_test.cpp)
+if(media_tests)
+  add_unit_tests(unit_media ${media_tests})
+endif()

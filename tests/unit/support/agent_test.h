@@ -1,0 +1,70 @@
+// What a unit test of the agent starts from: fakes as in a fresh process, a configuration file, files read
+// and written whole, captured logs.
+#ifndef UNIT_SUPPORT_AGENT_TEST_H
+#define UNIT_SUPPORT_AGENT_TEST_H
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "fake_camera.h"
+#include "fake_os.h"
+#include "fake_vendor.h"
+
+using Conf = std::vector<std::pair<std::string, std::string>>;
+
+// /tmp/working/VeloAgent.conf with these entries in this order, and nothing else.
+void write_conf(const Conf &entries);
+// The same with one entry changed or added at the end.
+void set_conf(const std::string &key, const std::string &value);
+void remove_conf();
+std::string conf_text();
+
+std::string read_file(const std::string &path);  // "" when there is none
+void write_file(const std::string &path, const std::string &text);
+bool file_exists(const std::string &path);
+
+// The key that the session hook hands out from now on. Before other threads start.
+void set_session_key(const std::string &key);
+
+// Starts the queue's worker, once in the process, with its log line swallowed.
+void start_queue_worker();
+
+// Polls `condition` every millisecond; false when it does not hold within 10 seconds.
+bool eventually(const std::function<bool()> &condition);
+
+// What `body` writes to standard output, to the character.
+std::string output_of(const std::function<void()> &body);
+// What it writes to standard error.
+std::string errors_of(const std::function<void()> &body);
+
+// `actual` with the numbers that `expected` leaves open as "<N>" (any positive decimal number) replaced by
+// "<N>": equal to `expected` when the two match.
+std::string with_open_numbers(std::string_view expected, std::string_view actual);
+
+// Compares a captured log with the expected text; "<N>" in `expected` stands for any positive number.
+#define EXPECT_LOG(expected, actual)                                       \
+    do {                                                                   \
+        const std::string log_wanted_(expected);                           \
+        const std::string log_text_(actual);                               \
+        EXPECT_EQ(log_wanted_, with_open_numbers(log_wanted_, log_text_)); \
+    } while (false)
+
+// Fakes and exported globals as in a fresh process; no configuration file yet.
+class AgentTest : public testing::Test {
+  protected:
+    void SetUp() override;
+};
+
+// A camera that is configured, a session key "12345" and the queue's worker.
+class CameraTest : public AgentTest {
+  protected:
+    void SetUp() override;
+    FakeCamera camera;
+};
+
+#endif
