@@ -10,6 +10,12 @@
 #include "../exports.h"
 #include "../shared.h"
 
+namespace {
+
+constexpr int kFailureLength = 5;  // of "ERROR"
+
+}  // namespace
+
 char *new_handler_value(char **value) {
     if (value == nullptr) return nullptr;
     *value = static_cast<char *>(std::calloc(1, kValueSize));
@@ -17,7 +23,7 @@ char *new_handler_value(char **value) {
 }
 
 int set_handler_value(char *buffer, std::string_view text) {
-    if (buffer == nullptr) return 0;
+    if (buffer == nullptr) return kFailureLength;
     std::memset(buffer, 0, kValueSize);
     copy_text(buffer, kValueSize, text);
     return static_cast<int>(std::strlen(buffer));
@@ -25,7 +31,7 @@ int set_handler_value(char *buffer, std::string_view text) {
 
 int set_handler_error(char *buffer) {
     set_handler_value(buffer, "ERROR");
-    return 5;
+    return kFailureLength;
 }
 
 void log_no_reply(int line) {

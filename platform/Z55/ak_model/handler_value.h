@@ -11,7 +11,8 @@ inline constexpr char kModelSource[] = "platform/Z55/ak_model";
 // Returns the buffer, null when there is none.
 char *new_handler_value(char **value);
 
-// Puts `text`, cut to fit, into the buffer (which may be null). Returns the length of what it then holds.
+// Puts `text`, cut to fit, into the buffer. Returns the length of what it then holds; 5, as for a failure,
+// where the buffer is null.
 int set_handler_value(char *buffer, std::string_view text);
 
 // Puts "ERROR" there and returns 5.

@@ -68,7 +68,8 @@ TEST(AlarmRules, CardIsMissingByTheFirstCharacterOnly) {
     EXPECT_EQ(card_missing("01"), true);
     EXPECT_EQ(card_missing("1"), false);
     EXPECT_EQ(card_missing("10"), false);
-    for (const char *value : {"", "2", "/", " 0", "x1"}) EXPECT_EQ(card_missing(value), std::nullopt) << value;
+    for (const char *value : {"", "2", "/", " 0", "x1"})
+        EXPECT_EQ(card_missing(value), std::nullopt) << value;
 }
 
 TEST(AlarmRules, TriggersByALeadingOne) {
@@ -81,7 +82,8 @@ TEST(AlarmRules, TemperatureOnABoundSendsNothing) {
     EXPECT_EQ(temperature_alarm(30, 30, 10), std::nullopt);
     EXPECT_EQ(temperature_alarm(10, 30, 10), std::nullopt);
     EXPECT_EQ(temperature_alarm(9, 30, 10), kTemperatureLowAlarm);
-    EXPECT_EQ(temperature_alarm(20, 10, 30), kTemperatureHighAlarm);  // bounds crossed: the upper one is first
+    EXPECT_EQ(temperature_alarm(20, 10, 30),
+              kTemperatureHighAlarm);  // bounds crossed: the upper one is first
 }
 
 TEST(AlarmRules, FreePercentIsRoundedDown) {

@@ -1,0 +1,242 @@
+// get_device_param: each parameter's request, result and log; every failure; unusable input; many threads.
+#include <curl/curl.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "handler_test.h"
+
+namespace {
+
+Outcome read(const char *name) {
+    return read_with(get_device_param, name);
+}
+
+std::string start_log(const std::string &name) {
+    return "!!!***platform/Z55/ak_model <N> ***!!!\n param_name=" + name +
+           "\n , param_length =" + std::to_string(name.size()) + "\n";
+}
+
+std::string end_log(const std::string &name, const std::string &value) {
+    return "!!!***platform/Z55/ak_model <N> ***!!! param_name=" + name + ",param_value=" + value + "\n";
+}
+
+class ParamRead : public HandlerTest {};
+
+struct CameraRow {
+    const char *name, *group, *value;
+};
+
+class CameraParameter : public HandlerTest, public testing::WithParamInterface<CameraRow> {};
+
+TEST_P(CameraParameter, IsAskedOfItsGroup) {
+    const auto [name, group, value] = GetParam();
+    const Outcome outcome = read(name);
+    EXPECT_EQ(outcome.text, value);
+    EXPECT_EQ(outcome.result, static_cast<int>(outcome.text.size()));
+    EXPECT_LOG(start_log(name) + "[GET CameraSetting?" + group + "]\n" + end_log(name, value), outcome.log);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(camera.seen(), Texts{get_request(std::string("CameraSetting?") + group)});
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, CameraParameter,
+                         testing::Values(CameraRow{"md_armed", "MOTION_DETECTION", "1"},
+                                         CameraRow{"md_sensitivity", "MOTION_DETECTION", "6"},
+                                         CameraRow{"sd_armed", "AUDIO_DETECTION", "0"},
+                                         CameraRow{"sd_sensitivity", "AUDIO_DETECTION", "2"},
+                                         CameraRow{"td_armed", "TEMPERATURE_ALERT", "0"},
+                                         CameraRow{"td_up", "TEMPERATURE_ALERT", "38"},
+                                         CameraRow{"td_down", "TEMPERATURE_ALERT", "10"}),
+                         name_of_row<CameraRow>);
+
+struct WordRow {
+    const char *word, *value;
+};
+
+class CameraWord : public HandlerTest, public testing::WithParamInterface<WordRow> {};
+
+TEST_P(CameraWord, OnlyExactOnAndOffAreTranslated) {
+    const auto [word, value] = GetParam();
+    camera.reply("/CGI/CameraSetting", std::string("<ENABLE>") + word + "</ENABLE>");
+    camera.reply("/CGI/CameraSetting?MOTION_DETECTION", std::string("<ENABLE>") + word + "</ENABLE>");
+    const Outcome outcome = read("md_armed");
+    EXPECT_EQ(outcome.text, value);
+    EXPECT_EQ(outcome.result, static_cast<int>(std::string(value).size()));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, CameraWord,
+                         testing::Values(WordRow{"ON", "1"}, WordRow{"OFF", "0"}, WordRow{"On", "On"},
+                                         WordRow{"off", "off"}, WordRow{"ONE", "ONE"}, WordRow{" ON", " ON"},
+                                         WordRow{"", ""}, WordRow{"HIGH", "HIGH"}));
+
+TEST_F(ParamRead, TheFirstElementCounts) {
+    camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<MAX>40</MAX><MAX>41</MAX>");
+    EXPECT_EQ(read("td_up").text, "40");
+}
+
+struct ConfRow {
+    const char *name, *key;
+};
+
+class ConfParameter : public HandlerTest, public testing::WithParamInterface<ConfRow> {};
+
+TEST_P(ConfParameter, IsReadFromTheFileUnchanged) {
+    const auto [name, key] = GetParam();
+    for (const char *value : {"ON", "15", "", "a=b"}) {
+        set_conf(key, value);
+        const Outcome outcome = read(name);
+        EXPECT_EQ(outcome.text, value);
+        EXPECT_EQ(outcome.result, static_cast<int>(std::string(value).size()));
+        EXPECT_LOG(start_log(name) + end_log(name, value), outcome.log);
+    }
+    EXPECT_EQ(camera.seen(), Texts{});
+}
+
+TEST_P(ConfParameter, IsEmptyWithoutItsKeyOrTheFile) {
+    for (int i = 0; i < 2; i++) {
+        const Outcome outcome = read(GetParam().name);
+        EXPECT_EQ(outcome.text, "");
+        EXPECT_EQ(outcome.result, 0);
+        remove_conf();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ConfParameter,
+                         testing::Values(ConfRow{"pd_armed", "BATTERY_ARMED"},
+                                         ConfRow{"sdcard_armed", "SDCARD_ARMED"},
+                                         ConfRow{"pd_setting", "BATTERY_LOW"},
+                                         ConfRow{"sdcard_setting", "SDCARD_LOW"}),
+                         name_of_row<ConfRow>);
+
+struct ResolutionRow {
+    int type;
+    const char *text;
+};
+
+class Resolution : public HandlerTest, public testing::WithParamInterface<ResolutionRow> {};
+
+TEST_P(Resolution, IsTheSelectedProfile) {
+    const auto [type, text] = GetParam();
+    gResolutionType = type;
+    const Outcome outcome = read("high_definition");
+    EXPECT_EQ(outcome.text, text);
+    EXPECT_EQ(outcome.result, static_cast<int>(std::string(text).size()));
+    EXPECT_LOG(start_log("high_definition") + "get resolution type = " + std::to_string(type) +
+                   "\n---platform/Z55/ak_model,line <N>\n" + end_log("high_definition", text),
+               outcome.log);
+    EXPECT_EQ(camera.seen(), Texts{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, Resolution,
+                         testing::Values(ResolutionRow{1, "1"}, ResolutionRow{2, "2"}, ResolutionRow{3, "3"},
+                                         ResolutionRow{0, ""}, ResolutionRow{4, ""}, ResolutionRow{-1, ""}));
+
+class UndefinedParameter : public HandlerTest, public testing::WithParamInterface<const char *> {};
+
+TEST_P(UndefinedParameter, IsAnError) {
+    const Outcome outcome = read(GetParam());
+    EXPECT_EQ(outcome.text, "ERROR");
+    EXPECT_EQ(outcome.result, 5);
+    EXPECT_LOG(start_log(GetParam()) + "get_device_param This parameter undefined\n", outcome.log);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(camera.seen(), Texts{});
+}
+
+// The csd names are written but cannot be read back.
+INSTANTIATE_TEST_SUITE_P(Names, UndefinedParameter,
+                         testing::Values("csd_armed", "csd_setting", "MD_ARMED", "md_armed ", "md_arme", "",
+                                         "Battery", "doOTA", "save_param", "resolution"));
+
+TEST_F(ParamRead, ACameraThatCannotBeReachedIsAnError) {
+    camera.go_away();
+    const Outcome outcome = read("md_armed");
+    EXPECT_EQ(outcome.text, "ERROR");
+    EXPECT_EQ(outcome.result, 5);
+    EXPECT_LOG(start_log("md_armed") +
+                   "[GET CameraSetting?MOTION_DETECTION]\n[failed]\n"
+                   "res !=CURLE_OK: platform/Z55/ak_model,line <N>\n",
+               outcome.log);
+    EXPECT_LOG(std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
+                   "  (platform/Z55/ak_model, <N>)\n",
+               outcome.errors);
+}
+
+TEST_F(ParamRead, AnyStatusBut200CountsAsNoAnswer) {
+    camera.reply("/CGI/CameraSetting?AUDIO_DETECTION", {CameraReply{.body = kAudio, .status = 503}});
+    const Outcome outcome = read("sd_armed");
+    EXPECT_EQ(outcome.text, "ERROR");
+    EXPECT_EQ(outcome.result, 5);
+    EXPECT_LOG(
+        std::string("curl failed : ") + curl_easy_strerror(CURLE_OK) + "  (platform/Z55/ak_model, <N>)\n",
+        outcome.errors);
+}
+
+TEST_F(ParamRead, AMissingElementIsAnError) {
+    camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<ErrorCode>-3</ErrorCode>");
+    const Outcome outcome = read("td_down");
+    EXPECT_EQ(outcome.text, "ERROR");
+    EXPECT_EQ(outcome.result, 5);
+    EXPECT_LOG(start_log("td_down") + "[GET CameraSetting?TEMPERATURE_ALERT]\n", outcome.log);
+    EXPECT_LOG("xml_value is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
+}
+
+TEST_F(ParamRead, AnEmptyBodyIsAnError) {
+    camera.reply("/CGI/CameraSetting?MOTION_DETECTION", "");
+    EXPECT_EQ(read("md_armed").text, "ERROR");
+}
+
+TEST_F(ParamRead, ValuesAreCutAt129Characters) {
+    const std::string value(10'000, 'v');
+    camera.reply("/CGI/CameraSetting?MOTION_DETECTION", "<SENSITIVITY>" + value + "</SENSITIVITY>");
+    set_conf("BATTERY_LOW", value.substr(0, 900));
+    for (const char *name : {"md_sensitivity", "pd_setting"}) {
+        const Outcome outcome = read(name);
+        EXPECT_EQ(outcome.text, std::string(129, 'v'));
+        EXPECT_EQ(outcome.result, 129);
+        EXPECT_NE(outcome.log.find(",param_value=" + std::string(129, 'v') + "\n"), std::string::npos);
+    }
+    const std::string fits(129, 'f');
+    set_conf("BATTERY_LOW", fits);
+    EXPECT_EQ(read("pd_setting").text, fits);
+}
+
+TEST_F(ParamRead, UnusableInputIsAnErrorAndNoCrash) {
+    const Outcome null_name = read(nullptr);
+    EXPECT_EQ(null_name.text, "ERROR");
+    EXPECT_EQ(null_name.result, 5);
+    const std::string overlong(10'000, 'n');
+    const Outcome long_name = read(overlong.c_str());
+    EXPECT_EQ(long_name.text, "ERROR");
+    EXPECT_LOG(start_log(overlong) + "get_device_param This parameter undefined\n", long_name.log);
+    for (const char *name : {"md_armed", "pd_armed", "high_definition", "nothing"}) {
+        EXPECT_EQ(outcome_of([&] { return get_device_param(name, nullptr); }).result, 5) << name;
+    }
+}
+
+TEST_F(ParamRead, SixteenThreadsGetTheirOwnAnswers) {
+    set_conf("BATTERY_LOW", "15");
+    constexpr std::pair<const char *, const char *> kExpected[] = {
+        {"md_sensitivity", "6"}, {"sd_sensitivity", "2"}, {"td_up", "38"}, {"pd_setting", "15"}};
+    std::atomic<int> wrong{0};
+    output_of([&] {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 16; i++) {
+            threads.emplace_back([&, i] {
+                const auto &[name, expected] = kExpected[i % 4];
+                for (int round = 0; round < 5; round++) {
+                    char *value = nullptr;
+                    get_device_param(name, &value);
+                    if (std::string(value) != expected) wrong++;
+                    std::free(value);
+                }
+            });
+        }
+        for (std::thread &thread : threads) thread.join();
+    });
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(camera.most_at_once(), 1);
+    EXPECT_EQ(camera.requests().size(), 60U);
+}
+
+}  // namespace
