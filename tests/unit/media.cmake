@@ -4,5 +4,5 @@ file(GLOB media_tests CONFIGURE_DEPENDS
   ak_model/firmware_upgrade*_test.cpp ak_model/upgrade_monitor*_test.cpp
   frame/*_test.cpp)
 if(media_tests)
-  add_unit_tests(unit_media ${media_tests})
+  add_unit_tests(unit_media ${media_tests} support/camera_script.cpp support/marked_log.cpp)
 endif()

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <ostream>
 #include <random>
 #include <string>
 #include <thread>
@@ -305,6 +306,10 @@ struct HeaderRow {
     Bytes header;
 };
 
+void PrintTo(const HeaderRow &row, std::ostream *out) {
+    *out << row.length;
+}
+
 class AdtsHeader : public testing::TestWithParam<HeaderRow> {};
 
 TEST_P(AdtsHeader, IsWritten) {
@@ -335,6 +340,10 @@ struct ScanRow {
     Bytes data;
     int key;
 };
+
+void PrintTo(const ScanRow &row, std::ostream *out) {
+    *out << row.name;
+}
 
 class KeyFrameScan : public testing::TestWithParam<ScanRow> {};
 

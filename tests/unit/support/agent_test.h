@@ -54,6 +54,9 @@ std::string with_open_numbers(std::string_view expected, std::string_view actual
         EXPECT_EQ(log_wanted_, with_open_numbers(log_wanted_, log_text_)); \
     } while (false)
 
+// Names the rows of INSTANTIATE_TEST_SUITE_P by their member `name` (letters and digits).
+inline constexpr auto by_name = [](const auto &row) { return std::string(row.param.name); };
+
 // Fakes and exported globals as in a fresh process; no configuration file yet.
 class AgentTest : public testing::Test {
   protected:

@@ -1,0 +1,344 @@
+#include "agent/utils/conf_file.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+#include "agent_test.h"
+#include "exports.h"
+
+namespace {
+
+constexpr char kFile[] = "/tmp/working/test.conf";
+
+class ConfFile : public AgentTest {
+  protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        std::filesystem::remove_all("/tmp/working");
+        mkdir("/tmp/working", 0755);
+    }
+    static std::string value_in(const std::string &text, const char *key) {
+        write_file(kFile, text);
+        char out[2000] = "untouched";
+        EXPECT_EQ(0, read_conf_value(key, out, kFile));
+        return out;
+    }
+    static std::string after_writing(const std::string &text, const char *key, const std::string &value) {
+        write_file(kFile, text);
+        EXPECT_EQ(0, write_conf_value(key, value, kFile));
+        return read_file(kFile);
+    }
+    static size_t files_in_folder() {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto &file : std::filesystem::directory_iterator("/tmp/working")) count++;
+        return count;
+    }
+};
+
+TEST_F(ConfFile, PathIsTheDevices) {
+    EXPECT_STREQ("/tmp/working/VeloAgent.conf", kConfPath);
+}
+
+TEST_F(ConfFile, BlanksAroundALineAreTrimmed) {
+    EXPECT_EQ("192.168.1.10", value_in("  hostIP=192.168.1.10  \n", "hostIP"));
+}
+
+TEST_F(ConfFile, EveryWhiteSpaceAroundALineIsTrimmed) {
+    for (const char blank : {' ', '\t', '\r', '\v', '\f'}) {
+        const std::string text = std::string(2, blank) + "A=1" + std::string(2, blank) + "\n";
+        EXPECT_EQ("1", value_in(text, "A")) << "code " << int{blank};
+    }
+    std::string line = " \t\n\r\v\fmid dle \t\n\r\v\f";
+    EXPECT_EQ("mid dle", trim_line(line));
+    EXPECT_EQ("mid dle", line);
+    std::string blank = " \t ";
+    EXPECT_EQ("", trim_line(blank));
+}
+
+TEST_F(ConfFile, BlanksAroundTheEqualsSignBelongToKeyAndValue) {
+    EXPECT_EQ("untouched", value_in("hostIP = 192.168.1.10\n", "hostIP"));
+    EXPECT_EQ(" 192.168.1.10", value_in("hostIP = 192.168.1.10\n", "hostIP "));
+}
+
+TEST_F(ConfFile, TheFirstEqualsSignSplits) {
+    EXPECT_EQ("b=c", value_in("A=b=c\n", "A"));
+}
+
+TEST_F(ConfFile, CommentsAreIgnored) {
+    EXPECT_EQ("untouched", value_in("#hostIP=1.2.3.4\n", "hostIP"));
+    EXPECT_EQ("untouched", value_in("   #hostIP=1.2.3.4\n", "#hostIP"));
+    EXPECT_EQ("5.6.7.8#9", value_in("#hostIP=1.2.3.4\nhostIP=5.6.7.8#9\n", "hostIP"));
+}
+
+TEST_F(ConfFile, AnEmptyValueIsTheEmptyText) {
+    EXPECT_EQ("", value_in("SESSION_KEY=\n", "SESSION_KEY"));
+}
+
+TEST_F(ConfFile, LinesWithoutEqualsSignAreSkipped) {
+    EXPECT_EQ("1", value_in("\n   \njunk\nA\nA=1\n", "A"));
+    EXPECT_EQ("1", value_in("A=1", "A")) << "no line end at the end of the file";
+}
+
+TEST_F(ConfFile, TheFirstLineWithAKeyWins) {
+    EXPECT_EQ("1", value_in("A=1\nA=2\n", "A"));
+}
+
+TEST_F(ConfFile, KeysMatchExactly) {
+    EXPECT_EQ("untouched", value_in("hostIP=1\n", "hostip"));
+    EXPECT_EQ("untouched", value_in("hostIP=1\n", "host"));
+    EXPECT_EQ("untouched", value_in("hostIP=1\n", "hostIP2"));
+    EXPECT_EQ("x", value_in("LULLABY_SONG=x\n", "LULLABY_SONG"));
+}
+
+TEST_F(ConfFile, AMissingFileIsTheOnlyReadFailure) {
+    char out[] = "untouched";
+    EXPECT_EQ(1, read_conf_value("A", out, "/tmp/working/none.conf"));
+    EXPECT_EQ(1, read_conf_value("A", out, "/tmp/working"));
+    EXPECT_STREQ("untouched", out);
+    EXPECT_FALSE(conf_value("A", "/tmp/working/none.conf"));
+    EXPECT_FALSE(read_conf_pairs("/tmp/working/none.conf"));
+}
+
+TEST_F(ConfFile, NullArgumentsAreAReadFailure) {
+    char out[] = "untouched";
+    write_file(kFile, "A=1\n");
+    EXPECT_EQ(1, read_conf_value(nullptr, out, kFile));
+    EXPECT_EQ(1, read_conf_value("A", nullptr, kFile));
+    EXPECT_EQ(1, read_conf_value("A", out, nullptr));
+    EXPECT_STREQ("untouched", out);
+}
+
+TEST_F(ConfFile, ALineIsReadInPiecesOf1022Characters) {
+    const std::string text = "A=" + std::string(1020, 'x') + "B=2\nC=3\n";
+    EXPECT_EQ(std::string(1020, 'x'), value_in(text, "A"));
+    EXPECT_EQ("2", value_in(text, "B"));
+    EXPECT_EQ("3", value_in(text, "C"));
+    EXPECT_EQ(std::string(1019, 'x'), value_in("A=" + std::string(1019, 'x') + "\nB=2\n", "A"));
+}
+
+TEST_F(ConfFile, AnOverlongKeyIsNotFound) {
+    EXPECT_EQ("untouched", value_in("A=1\n", std::string(10'000, 'A').c_str()));
+}
+
+TEST_F(ConfFile, PairsComeInFileOrder) {
+    write_file(kFile, "#c\nB=2\n\njunk\n A=1 \nB=3\n");
+    const auto pairs = read_conf_pairs(kFile);
+    ASSERT_TRUE(pairs);
+    Texts texts;
+    for (const conf_pair &pair : *pairs) texts.push_back(pair.key + ":" + pair.value);
+    EXPECT_EQ((Texts{"B:2", "A:1", "B:3"}), texts);
+}
+
+TEST_F(ConfFile, ValuesAreCutToTheirBuffers) {
+    char small[4] = "old";
+    EXPECT_FALSE(conf_value_into(small, "A"));
+    EXPECT_STREQ("", small);
+    write_conf({{"A", "12345"}});
+    EXPECT_TRUE(conf_value_into(small, "A"));
+    EXPECT_STREQ("123", small);
+    EXPECT_TRUE(conf_value_into(small, "B"));
+    EXPECT_STREQ("", small);
+}
+
+TEST_F(ConfFile, NumbersReadAsDecimalsAndZeroOtherwise) {
+    EXPECT_FALSE(conf_number("A"));
+    write_conf({{"A", "42"}, {"B", "-7x"}, {"C", ""}, {"D", "x"}, {"E", "99999999999"}});
+    EXPECT_EQ(42, conf_number("A"));
+    EXPECT_EQ(-7, conf_number("B"));
+    EXPECT_EQ(0, conf_number("C"));
+    EXPECT_EQ(0, conf_number("D"));
+    EXPECT_EQ(2147483647, conf_number("E"));
+    EXPECT_EQ(0, conf_number("none"));
+    write_conf({{"A", std::string(14, '0') + "123"}});
+    EXPECT_EQ(1, conf_number("A")) << "a number is read from the value's first 15 characters";
+}
+
+TEST_F(ConfFile, ARewriteChangesOneValueAndDropsAllButTheEntries) {
+    EXPECT_EQ("A=1\nB=new\nC=\n", after_writing("#c\n\n A=1\nB=2\njunk\nC=\n", "B", "new"));
+    EXPECT_EQ("A=1\nB=\n", after_writing("A=1\nB=2\n", "B", ""));
+}
+
+TEST_F(ConfFile, AnAbsentKeyIsNotAddedButTheFileIsRewritten) {
+    EXPECT_EQ("A=1\n", after_writing("#c\nA=1\n", "B", "2"));
+}
+
+TEST_F(ConfFile, TheWriterChangesOnlyTheFirstOfTwoLines) {
+    EXPECT_EQ("A=9\nA=2\n", after_writing("A=1\nA=2\n", "A", "9"));
+}
+
+TEST_F(ConfFile, AMissingFileIsCreatedEmpty) {
+    EXPECT_EQ(0, write_conf_value("A", "1", kFile));
+    EXPECT_TRUE(file_exists(kFile));
+    EXPECT_EQ("", read_file(kFile));
+    EXPECT_EQ(1u, files_in_folder());
+}
+
+TEST_F(ConfFile, TheDefaultPathIsRewritten) {
+    write_conf({{"A", "1"}});
+    EXPECT_EQ(0, write_conf_value("A", "2"));
+    EXPECT_EQ("A=2\n", conf_text());
+    EXPECT_EQ("2", conf_value("A"));
+}
+
+TEST_F(ConfFile, AFileThatCannotBeOpenedForWritingIsAFailure) {
+    EXPECT_EQ(1, write_conf_value("A", "1", "/tmp/working/none/test.conf"));
+    EXPECT_EQ(1, write_conf_value("A", "1", "/tmp/working"));
+}
+
+TEST_F(ConfFile, NoEntryIsLostHoweverMany) {
+    std::string text, expected;
+    for (int i = 0; i < 500; i++) {
+        const std::string key = "KEY" + std::to_string(i) + "=";
+        text += key + "old\n";
+        expected += key + (i == 499 ? "new" : "old") + "\n";
+    }
+    EXPECT_EQ(expected, after_writing(text, "KEY499", "new"));
+}
+
+TEST_F(ConfFile, AValueEndsAtItsFirstLineEnd) {
+    EXPECT_EQ("A=1\nB=2\n", after_writing("A=\nB=2\n", "A", "1\nC=3"));
+    EXPECT_EQ("A=1\nB=2\n", after_writing("A=\nB=2\n", "A", "1\rC=3"));
+}
+
+TEST_F(ConfFile, AnOverlongValueIsCutToWhatOneReadTakes) {
+    const std::string text = after_writing("LONG=1\nB=2\n", "LONG", std::string(10'000, 'x'));
+    EXPECT_EQ("LONG=" + std::string(1016, 'x') + "\nB=2\n", text);
+    EXPECT_EQ(std::string(1016, 'x'), conf_value("LONG", kFile));
+    const std::string key(1500, 'K');
+    EXPECT_EQ(0, write_conf_value(key, "v", kFile)) << "a key of more than a line is no pair";
+    EXPECT_EQ(text, read_file(kFile));
+}
+
+TEST_F(ConfFile, ModeAndOwnerStay) {
+    write_file(kFile, "A=1\n");
+    chmod(kFile, 0640);
+    const bool owned = chown(kFile, 12, 34) == 0;  // an ordinary user's view has but one owner
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    struct stat now {};
+    ASSERT_EQ(0, stat(kFile, &now));
+    EXPECT_EQ(0640u, now.st_mode & 07777);
+    if (owned) {
+        EXPECT_EQ(12u, now.st_uid);
+        EXPECT_EQ(34u, now.st_gid);
+    }
+    EXPECT_EQ(1u, files_in_folder());
+}
+
+TEST_F(ConfFile, TheFileIsReplacedWhole) {
+    write_file(kFile, "A=1\n");
+    FILE *reader = fopen(kFile, "r");
+    ASSERT_NE(nullptr, reader);
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    char line[20] = {};
+    EXPECT_STREQ("A=1\n", fgets(line, sizeof line, reader)) << "who has it open reads the old file";
+    fclose(reader);
+}
+
+TEST_F(ConfFile, ASymbolicLinkIsKeptAndItsTargetRewritten) {
+    mkdir("/tmp/working/flash", 0755);
+    write_file("/tmp/working/flash/real.conf", "A=1\n");
+    ASSERT_EQ(0, symlink("flash/real.conf", kFile));
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    EXPECT_EQ("A=2\n", read_file("/tmp/working/flash/real.conf"));
+    EXPECT_TRUE(std::filesystem::is_symlink(kFile));
+}
+
+// The name leaves no room for the temporary file's.
+TEST_F(ConfFile, AFolderThatTakesNoTemporaryFileIsWrittenInPlace) {
+    const std::string path = "/tmp/working/" + std::string(250, 'c');
+    write_file(path, "A=long value\n#comment\nB=2\n");
+    struct stat before {
+    }, after{};
+    stat(path.c_str(), &before);
+    EXPECT_EQ(0, write_conf_value("A", "1", path.c_str()));
+    EXPECT_EQ("A=1\nB=2\n", read_file(path));
+    stat(path.c_str(), &after);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+class FullDisk : public ConfFile {
+  protected:
+    void SetUp() override {
+        ConfFile::SetUp();
+        std::signal(SIGXFSZ, SIG_IGN);
+    }
+    static void limit(rlim_t bytes) {
+        rlimit now{};
+        getrlimit(RLIMIT_FSIZE, &now);
+        now.rlim_cur = bytes;
+        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &now));
+    }
+    void TearDown() override {
+        limit(RLIM_INFINITY);
+    }
+};
+
+TEST_F(FullDisk, LeavesTheOldFileAndNoOther) {
+    write_file(kFile, "A=1\nB=2\n");
+    limit(10);
+    EXPECT_EQ(1, write_conf_value("A", "a value that does not fit", kFile));
+    EXPECT_EQ("A=1\nB=2\n", read_file(kFile));
+    EXPECT_EQ(1u, files_in_folder());
+}
+
+TEST_F(FullDisk, CostsNoEntryBeyondTheRefusedBytesInPlace) {
+    const std::string path = "/tmp/working/" + std::string(250, 'c');
+    write_file(path, "A=1\nB=2\nC=3\n");
+    limit(8);
+    EXPECT_EQ(1, write_conf_value("A", "9", path.c_str()));
+    EXPECT_EQ("A=9\nB=2\nC=3\n", read_file(path));
+}
+
+TEST_F(ConfFile, WritersOfDifferentKeysLoseNothingAndReadersSeeWholeFiles) {
+    constexpr int kWriters = 8, kRounds = 25;
+    Conf entries;
+    for (int i = 0; i < kWriters; i++) entries.emplace_back("K" + std::to_string(i), "0");
+    write_conf(entries);
+    std::atomic<bool> done{false};
+    std::atomic<int> torn{0};
+    std::thread reader([&] {
+        while (!done) {
+            const auto pairs = read_conf_pairs(kConfPath);
+            if (!pairs || pairs->size() != kWriters) torn++;
+        }
+    });
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kWriters; i++) {
+        writers.emplace_back([i] {
+            for (int round = 1; round <= kRounds; round++) {
+                write_conf_value("K" + std::to_string(i), std::to_string(round));
+            }
+        });
+    }
+    for (std::thread &writer : writers) writer.join();
+    done = true;
+    reader.join();
+    EXPECT_EQ(0, torn);
+    for (auto &[key, value] : entries) EXPECT_EQ(std::to_string(kRounds), conf_value(key)) << key;
+}
+
+TEST_F(ConfFile, NoDescriptorIsLeftOpen) {
+    const auto descriptors = [] {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto &d : std::filesystem::directory_iterator("/proc/self/fd")) count++;
+        return count;
+    };
+    write_file(kFile, "A=1\n");
+    const size_t before = descriptors();
+    char out[10];
+    for (int i = 0; i < 20; i++) {
+        read_conf_value("A", out, kFile);
+        read_conf_value("none", out, kFile);
+        write_conf_value("A", "2", kFile);
+        write_conf_value("A", "2", "/tmp/working");
+    }
+    EXPECT_EQ(before, descriptors());
+}
+
+}  // namespace

@@ -1,0 +1,248 @@
+#include "recording_log.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+#include <ostream>
+#include <string>
+#include <thread>
+
+#include "agent_test.h"
+#include "camera_script.h"
+#include "exports.h"
+#include "marked_log.h"
+
+namespace {
+
+constexpr char kFlag[] = "/tmp/recording.flag";
+constexpr char kLog[] = "/tmp/recording.log";
+
+// The log's path is kept from its first use on: run with others in one process, only the first sees its own.
+class RecordingLog : public CameraTest {
+  protected:
+    void SetUp() override {
+        CameraTest::SetUp();
+        set_conf("RECORDING_FLAG_FILE", kFlag);
+        set_conf("RECORDING_LOG_FILE", kLog);
+        unlink(kFlag);
+        unlink(kLog);
+        std::memset(g_dir, 0, sizeof g_dir);
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+    void newest_video(const std::string &name) {
+        camera.reply("/CGI/VideoList", "<VideoList><Name>" + name + "</Name></VideoList>");
+    }
+    static int ask_newest(char (&name)[28]) {
+        return get_latest_mp4("/anything", name);
+    }
+};
+
+// --- The flag file
+
+TEST_F(RecordingLog, FlagFileIsMadeEmptyAndDeleted) {
+    write_file(kFlag, "old");
+    EXPECT_EQ(output_of(touch_recording_flag_temp_file), "touch_recording_flag_temp_file\ntouch succeeded\n");
+    EXPECT_TRUE(file_exists(kFlag));
+    EXPECT_EQ(read_file(kFlag), "");
+    EXPECT_EQ(output_of(remove_recording_flag_temp_file),
+              "remove_recording_flag_temp_file\nremove succeeded\n");
+    EXPECT_FALSE(file_exists(kFlag));
+    EXPECT_EQ(output_of(remove_recording_flag_temp_file), "remove_recording_flag_temp_file\nremove failed\n");
+}
+
+TEST_F(RecordingLog, WithoutItsKeyTheFlagFileFails) {
+    set_conf("RECORDING_FLAG_FILE", "");
+    EXPECT_EQ(recording_flag_path(), "");
+    EXPECT_EQ(output_of(touch_recording_flag_temp_file), "touch_recording_flag_temp_file\ntouch failed\n");
+    EXPECT_EQ(output_of(remove_recording_flag_temp_file), "remove_recording_flag_temp_file\nremove failed\n");
+    remove_conf();
+    EXPECT_EQ(recording_flag_path(), "");
+}
+
+TEST_F(RecordingLog, FlagPathIsReadAnewAndCutAt39Characters) {
+    const std::string longest = "/tmp/" + std::string(34, 'f');
+    set_conf("RECORDING_FLAG_FILE", longest);
+    EXPECT_EQ(recording_flag_path(), longest);
+    set_conf("RECORDING_FLAG_FILE", longest + "x");
+    EXPECT_EQ(recording_flag_path(), longest);
+}
+
+// --- Times
+
+TEST_F(RecordingLog, TimesAreLocal) {
+    EXPECT_EQ(recording_time_text(0), "19700101000000");
+    EXPECT_EQ(recording_time_text(1700000000), "20231114221320");
+    setenv("TZ", "XYZ-9", 1);
+    tzset();
+    EXPECT_EQ(recording_time_text(1700000000), "20231115071320");
+    EXPECT_EQ(recording_time_text(4102444799), "21000101085959");  // beyond a 4-byte time
+}
+
+// --- The log line
+
+TEST_F(RecordingLog, LineOfAFinishedRecording) {
+    newest_video("DCIM/100MEDIA/A0001.MP4");
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000025); });
+    EXPECT_EQ(read_file(kLog), "20231114221320_25_DCIM/100MEDIA/A0001.MP4\n");
+    EXPECT_STREQ(g_dir, "/tmp/fuse_d/DCIM/100MEDIA/");
+    EXPECT_EQ(marked_log(log),
+              "starttime: 1700000000, endtime: 1700000025, len: 25\n"
+              "[QUERY VideoList?start=1&end=1]\n"
+              "(get_latest_mp4) latest mp4 is: DCIM/100MEDIA/A0001.MP4\n"
+              "get latest mp4 file: DCIM/100MEDIA/A0001.MP4 \n"
+              "buffer:20231114221320_25_DCIM/100MEDIA/A0001.MP4\n"
+              "Recording log:20231114221320_25_DCIM/100MEDIA/A0001.MP4\n");
+    output_of([] { write_recording_log(1700000100, 1700000099); });
+    EXPECT_EQ(read_file(kLog),
+              "20231114221320_25_DCIM/100MEDIA/A0001.MP4\n20231114221500_-1_DCIM/100MEDIA/A0001.MP4\n");
+}
+
+TEST_F(RecordingLog, MediaFolderThatIsSetStays) {
+    newest_video("A");
+    std::strcpy(g_dir, "/mine/");
+    output_of([] { write_recording_log(1, 2); });
+    EXPECT_STREQ(g_dir, "/mine/");
+}
+
+TEST_F(RecordingLog, LineWithoutAName) {
+    camera.reply("/CGI/VideoList", "<ErrorCode>7</ErrorCode>");
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000003); });
+    EXPECT_EQ(read_file(kLog), "20231114221320_3_\n");
+    EXPECT_EQ(marked_log(log),
+              "starttime: 1700000000, endtime: 1700000003, len: 3\n"
+              "[QUERY VideoList?start=1&end=1]\n"
+              "getvideolist failed due to polling failing.Errorcode: 7 \n"
+              "buffer:20231114221320_3_\n"
+              "Recording log:20231114221320_3_\n");
+}
+
+TEST_F(RecordingLog, NameIsCutAt27Characters) {
+    newest_video("123456789012345678901234567890");
+    output_of([] { write_recording_log(1700000000, 1700000001); });
+    EXPECT_EQ(read_file(kLog), "20231114221320_1_123456789012345678901234567\n");
+}
+
+TEST_F(RecordingLog, LongestLineIsWhole) {
+    newest_video("123456789012345678901234567");
+    constexpr time_t kFar = 67767976233532799;  // the last second of year 2147483647
+    output_of([] { write_recording_log(kFar, kFar - 2147483647); });
+    EXPECT_EQ(read_file(kLog), "21474836471231235959_-2147483647_123456789012345678901234567\n");
+}
+
+TEST_F(RecordingLog, LogThatCannotBeOpenedIsSkipped) {
+    newest_video("A");
+    set_conf("RECORDING_LOG_FILE", "/tmp/no/such/folder.log");
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000003); });
+    EXPECT_EQ(marked_log(log),
+              "starttime: 1700000000, endtime: 1700000003, len: 3\n"
+              "[QUERY VideoList?start=1&end=1]\n"
+              "(get_latest_mp4) latest mp4 is: A\n"
+              "get latest mp4 file: A \n"
+              "buffer:20231114221320_3_A\n"
+              "Recording log:20231114221320_3_A\n"
+              "fopen failed, platform/Z55/video_recording:No such file or directory\n");
+}
+
+TEST_F(RecordingLog, LogPathIsReadUntilThereIsOneAndThenKept) {
+    newest_video("A");
+    set_conf("RECORDING_LOG_FILE", "");
+    output_of([] { write_recording_log(1, 2); });
+    set_conf("RECORDING_LOG_FILE", kLog);
+    output_of([] { write_recording_log(1, 2); });
+    set_conf("RECORDING_LOG_FILE", "/tmp/another.log");
+    output_of([] { write_recording_log(1, 2); });
+    EXPECT_EQ(read_file(kLog), "19700101000001_1_A\n19700101000001_1_A\n");
+    EXPECT_FALSE(file_exists("/tmp/another.log"));
+}
+
+TEST_F(RecordingLog, ConfigurationThatCannotBeReadLeavesNoPath) {
+    remove_conf();
+    EXPECT_LOG(
+        "*** cancel_last_recording_log ***\n"
+        "Read conf failed: RECORDING_LOG_FILE. platform/Z55/video_recording:<N>\n"
+        "fopen failed, platform/Z55/video_recording:No such file or directory\n",
+        output_of(cancel_last_recording_log));
+}
+
+TEST_F(RecordingLog, CancelAppendsAnXWithoutALineEnd) {
+    write_file(kLog, "a line\n");
+    EXPECT_EQ(output_of(cancel_last_recording_log), "*** cancel_last_recording_log ***\n");
+    EXPECT_EQ(read_file(kLog), "a line\nX");
+    output_of(cancel_last_recording_log);
+    EXPECT_EQ(read_file(kLog), "a line\nXX");
+}
+
+// --- The newest video's name
+
+TEST_F(RecordingLog, NewestVideoIsAskedWithTheSessionKey) {
+    newest_video("B0002.MP4");
+    char name[28] = "";
+    EXPECT_EQ(marked_log(output_of([&] { EXPECT_EQ(ask_newest(name), 0); })),
+              "[QUERY VideoList?start=1&end=1]\n(get_latest_mp4) latest mp4 is: B0002.MP4\n");
+    EXPECT_STREQ(name, "B0002.MP4");
+    EXPECT_EQ(camera.seen(), Texts{"GET /CGI/VideoList?start=1&end=1 Session=12345"});
+}
+
+struct FailureRow {
+    const char *name;
+    CameraReply reply;
+    const char *log;
+};
+
+void PrintTo(const FailureRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class NewestVideoFailure : public RecordingLog, public testing::WithParamInterface<FailureRow> {};
+
+TEST_P(NewestVideoFailure, LeavesTheNameAlone) {
+    camera.reply("/CGI/VideoList", std::vector{GetParam().reply});
+    char name[28] = "as it was";
+    EXPECT_EQ(marked_log(output_of([&] { EXPECT_EQ(ask_newest(name), -1); })),
+              std::string("[QUERY VideoList?start=1&end=1]\n") + GetParam().log);
+    EXPECT_STREQ(name, "as it was");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Replies, NewestVideoFailure,
+    testing::Values(FailureRow{"BadStatus",
+                               {.body = "<Name>A</Name>", .status = 403},
+                               "[failed]\ngetvideolist failed. response of perform_curl() is null.\n"},
+                    FailureRow{"NoAnswer",
+                               {.hang_up = true},
+                               "[failed]\ngetvideolist failed. response of perform_curl() is null.\n"},
+                    FailureRow{"ErrorCode",
+                               {.body = "<ErrorCode>-12</ErrorCode>"},
+                               "getvideolist failed due to polling failing.Errorcode: -12 \n"},
+                    FailureRow{"ErrorCodeOfZeroBesideAName",
+                               {.body = "<ErrorCode>0</ErrorCode><Name>A</Name>"},
+                               "getvideolist failed due to polling failing.Errorcode: 0 \n"},
+                    FailureRow{"NoName", {.body = "<VideoList></VideoList>"}, "value = NULL\n"}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(RecordingLog, WithoutAConfigurationNothingIsAsked) {
+    remove_conf();
+    char name[28] = "as it was";
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(ask_newest(name), -1); }), "read hostIP in login() failed.\n");
+    EXPECT_TRUE(camera.seen().empty());
+}
+
+TEST_F(RecordingLog, NewestVideoWaitsForASessionKey) {
+    newest_video("C.MP4");
+    set_session_key("");
+    char name[28] = "";
+    int result = 1;
+    output_of([&] {
+        std::thread asking([&] { result = ask_newest(name); });
+        log_in(camera, "777");
+        asking.join();
+    });
+    EXPECT_EQ(result, 0);
+    EXPECT_STREQ(name, "C.MP4");
+    EXPECT_EQ(camera.seen().at(1), "GET /CGI/VideoList?start=1&end=1 Session=777");
+}
+
+}  // namespace

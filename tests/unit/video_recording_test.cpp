@@ -1,0 +1,620 @@
+#include "video_recording.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent_test.h"
+#include "camera_script.h"
+#include "exports.h"
+#include "marked_log.h"
+#include "shared.h"
+
+namespace {
+
+constexpr char kFlag[] = "/tmp/recording.flag";
+constexpr char kLog[] = "/tmp/recording.log";
+
+// What reading the camera's "Recording" prints.
+std::string status_log(const std::string &value) {
+    return "!!!***platform/Z55/ak_model <N> ***!!!\n status_name=Recording\n , status_length =9\n"
+           "[GET CameraStatus?Recording]\n"
+           "!!!***platform/Z55/ak_model <N> ***!!!\n xml_value " +
+           value + " find\n!!!***platform/Z55/ak_model <N> ***!!! status_name=Recording\n";
+}
+
+CameraReply recording(const char *value) {
+    return {.body = std::string("<Recording>") + value + "</Recording>"};
+}
+
+// Period and log path are kept from their first use on: each case needs a process of its own, as ctest gives
+// it.
+class VideoRecording : public CameraTest {
+  protected:
+    void SetUp() override {
+        CameraTest::SetUp();
+        set_conf("RECORDING_FLAG_FILE", kFlag);
+        set_conf("RECORDING_LOG_FILE", kLog);
+        set_conf("RECORDING_PERIOD", "10");
+        set_conf("TIMEZONE", "Asia/Taipei");
+        unlink(kFlag);
+        unlink(kLog);
+        std::strcpy(hostIP, FakeCamera::host);
+        setenv("TZ", "UTC", 1);
+        tzset();
+        // Joinable here, so that a test sees the cutting thread's end.
+        pthread_attr_init(&recVideo_attr);
+        camera_obeys();
+    }
+
+    void camera_obeys(CameraScript changed = {}) {
+        CameraScript script = {
+            {"VIDEO_START", {taken("VIDEO_START")}},
+            {"VIDEO_STOP", {taken("VIDEO_STOP")}},
+            {"CameraStatus?Recording", {recording("1")}},
+            {"VideoList?start=1&end=1", {{.body = "<Name>A.MP4</Name>"}}},
+        };
+        for (auto &[command, replies] : changed) script[command] = std::move(replies);
+        play_script(camera, std::move(script));
+    }
+
+    // The cutting thread stays in its first wait for ever.
+    static void hold_cutting() {
+        fake_os::on_pause([](const std::string &pause) {
+            if (pause == "10 s") fake_os::park();
+        });
+    }
+    // What a start prints until its cutting thread waits.
+    static std::string log_of_start(long length, int expected_result) {
+        return marked_log(output_of([&] {
+            EXPECT_EQ(start_recording_video(length), expected_result);
+            EXPECT_TRUE(eventually([] { return fake_os::pauses().back() == "10 s"; }));
+        }));
+    }
+    static void start_quietly() {
+        hold_cutting();
+        log_of_start(0, 0);
+    }
+    static void expect_idle() {
+        EXPECT_EQ(load_shared(video_recording), 0);
+        EXPECT_FALSE(file_exists(kFlag));
+        char text[15];
+        output_of([&] { EXPECT_EQ(get_record_start_time(text, 15), -1); });
+    }
+};
+
+constexpr char kCutThread[] = "Record Period = 10\nStart Sleeping for 10 sec\n";
+
+// --- Start
+
+TEST_F(VideoRecording, Start) {
+    hold_cutting();
+    const std::string log = log_of_start(0, 0);
+    EXPECT_LOG(
+        "start_recording_video called, len = 0\n"
+        "timezonebuf: Asia/Taipei\n"
+        "rawtime = 1700028800, cct = 8\n"
+        "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+        "[ACTION]\n" +
+            status_log("1") +
+            "touch_recording_flag_temp_file\n"
+            "touch succeeded\n"
+            "*** (start_recording_video) video_recording = 1, g_start_recording_time = 1700028800 ***\n" +
+            kCutThread,
+        log);
+    EXPECT_EQ(camera.seen(), (Texts{"POST /CGI/RemoteControl Session=12345\n"
+                                    "\r\n\r\n<RemoteControl><Action>VIDEO_START</Action></RemoteControl>",
+                                    "GET /CGI/CameraStatus?Recording Session=12345"}));
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s"}));
+    EXPECT_EQ(load_shared(video_recording), 1);
+    EXPECT_TRUE(file_exists(kFlag));
+    EXPECT_EQ(read_file(kFlag), "");
+    EXPECT_NE(load_shared(recVideo_t), pthread_t{});
+}
+
+TEST_F(VideoRecording, CookieComesFromTheConfiguration) {
+    set_conf("SESSION_KEY", "678");
+    start_quietly();
+    EXPECT_EQ(camera.requests().at(0).cookie, "Session=678");
+    output_of([] { stop_recording_video(); });
+    EXPECT_EQ(camera.requests().at(2).cookie, "Session=678");
+}
+
+TEST_F(VideoRecording, TimezoneIsReadOnce) {
+    start_quietly();
+    output_of([] { stop_recording_video(); });
+    set_conf("TIMEZONE", "Europe/Berlin");
+    EXPECT_EQ(output_of([] { start_recording_video(0); }).find("timezonebuf"), std::string::npos);
+}
+
+TEST_F(VideoRecording, WithoutClockSynchronisationTimesArePlain) {
+    store_shared(NTP_FAIL, -1);
+    hold_cutting();
+    const std::string start = log_of_start(0, 0);
+    EXPECT_NE(start.find("rawtime = 1700000000, cct = 0\n"), std::string::npos);
+    EXPECT_NE(start.find("g_start_recording_time = 1700000000 ***\n"), std::string::npos);
+    const std::string stop = output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    EXPECT_NE(stop.find("endtime = 1700000012 ***\n"), std::string::npos);
+    EXPECT_EQ(read_file(kLog), "20231114221320_12_A.MP4\n");
+}
+
+TEST_F(VideoRecording, SecondStartReturnsMinusTenAndSendsNothing) {
+    start_quietly();
+    camera.forget();
+    EXPECT_EQ(output_of([] { EXPECT_EQ(start_recording_video(5), -10); }),
+              "start_recording_video:line=382:video_recording=1\n");
+    EXPECT_TRUE(camera.seen().empty());
+}
+
+TEST_F(VideoRecording, StartThatCannotBeSent) {
+    camera.go_away();
+    const std::string log = output_of([] { EXPECT_EQ(start_recording_video(0), -1); });
+    EXPECT_NE(log.find("*** (start_recording_video) res != CURLE_OK: res = -1\n"), std::string::npos);
+    EXPECT_EQ(log.find("VIDEO_START ErrorCode"), std::string::npos);
+    EXPECT_TRUE(fake_os::pauses().empty());
+    expect_idle();
+}
+
+TEST_F(VideoRecording, StartThatTheCameraRefuses) {
+    camera_obeys({{"VIDEO_START", {refused(-7)}}});
+    EXPECT_LOG(
+        "start_recording_video called, len = 33\n"
+        "timezonebuf: Asia/Taipei\n"
+        "rawtime = 1700028800, cct = 8\n"
+        "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+        "[ACTION]\n"
+        "VIDEO_START ErrorCode: -7\n",
+        marked_log(output_of([] { EXPECT_EQ(start_recording_video(33), -7); })));
+    EXPECT_EQ(commands(camera), Texts{"VIDEO_START"});
+    expect_idle();
+}
+
+TEST_F(VideoRecording, CameraThatDidNotStartIsAskedOnceMore) {
+    camera_obeys({{"CameraStatus?Recording", {recording("0")}}});
+    hold_cutting();
+    EXPECT_LOG(
+        "start_recording_video called, len = 0\n"
+        "timezonebuf: Asia/Taipei\n"
+        "rawtime = 1700028800, cct = 8\n"
+        "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+        "[ACTION]\n" +
+            status_log("0") +
+            "Retry video Recording \n"
+            "[ACTION]\n"
+            "touch_recording_flag_temp_file\n"
+            "touch succeeded\n"
+            "*** (start_recording_video) video_recording = 1, g_start_recording_time = 1700028800 ***\n" +
+            kCutThread,
+        log_of_start(0, 0));
+    EXPECT_EQ(commands(camera), (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_START"}));
+}
+
+TEST_F(VideoRecording, OnlyAFirstCharacterOfZeroAsksOnceMore) {
+    for (const char *value : {"ON", "10", ""}) {
+        camera.forget();
+        camera_obeys({{"CameraStatus?Recording", {recording(value)}}});
+        hold_cutting();
+        output_of([] {
+            EXPECT_EQ(start_recording_video(-1), 0);
+            pthread_join(recVideo_t, nullptr);
+        });
+        EXPECT_EQ(commands(camera), (Texts{"VIDEO_START", "CameraStatus?Recording"})) << value;
+        output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    }
+}
+
+TEST_F(VideoRecording, StatusThatCannotBeReadCountsAsStarted) {
+    camera_obeys({{"CameraStatus?Recording", {refused(3)}}});
+    errors_of([] {
+        output_of([] {
+            hold_cutting();
+            EXPECT_EQ(start_recording_video(0), 0);
+            EXPECT_TRUE(eventually([] { return fake_os::pauses().back() == "10 s"; }));
+        });
+    });
+    EXPECT_EQ(commands(camera), (Texts{"VIDEO_START", "CameraStatus?Recording"}));
+}
+
+TEST_F(VideoRecording, SecondAskingThatTheCameraRefuses) {
+    camera_obeys(
+        {{"VIDEO_START", {taken("VIDEO_START"), refused(9)}}, {"CameraStatus?Recording", {recording("0")}}});
+    const std::string log = output_of([] { EXPECT_EQ(start_recording_video(0), 9); });
+    EXPECT_NE(log.find("Retry video Recording \n"), std::string::npos);
+    EXPECT_NE(log.find("VIDEO_START ErrorCode: 9\n"), std::string::npos);
+    expect_idle();
+}
+
+TEST_F(VideoRecording, SecondAskingThatGetsNoAnswer) {
+    camera_obeys({{"VIDEO_START", {taken("VIDEO_START"), {.hang_up = true}}},
+                  {"CameraStatus?Recording", {recording("0")}}});
+    const std::string log = output_of([] { EXPECT_EQ(start_recording_video(0), -1); });
+    EXPECT_NE(log.find("*** (start_recording_video) res != CURLE_OK: res = -1\n"), std::string::npos);
+    expect_idle();
+}
+
+TEST_F(VideoRecording, CuttingThreadThatCannotBeCreated) {
+    // More stack than there are addresses.
+    ASSERT_EQ(pthread_attr_setstacksize(&recVideo_attr, size_t{1} << (sizeof(void *) * 8 - 2)), 0);
+    const std::string log = output_of([] { EXPECT_EQ(start_recording_video(0), EAGAIN); });
+    EXPECT_EQ(log.substr(log.rfind('\n', log.size() - 2) + 1), "can't create thread qq\n");
+    EXPECT_EQ(load_shared(video_recording), 1);
+    // The thread is free again: the next recording gets one.
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    pthread_attr_destroy(&recVideo_attr);
+    pthread_attr_init(&recVideo_attr);
+    start_quietly();
+}
+
+TEST_F(VideoRecording, StartOnNoConfiguration) {
+    remove_conf();
+    const std::string log = output_of([] { EXPECT_EQ(start_recording_video(0), -1); });
+    EXPECT_NE(log.find("timezonebuf: \n"), std::string::npos);
+    EXPECT_NE(
+        log.find("read hostIP in login() failed.\n*** (start_recording_video) res != CURLE_OK: res = -1\n"),
+        std::string::npos);
+}
+
+// --- Stop
+
+TEST_F(VideoRecording, Stop) {
+    start_quietly();
+    camera.forget();
+    fake_os::set_wall(1700000025);
+    const std::string log = marked_log(output_of([] { EXPECT_EQ(stop_recording_video(), 0); }));
+    EXPECT_LOG(
+        "stop_recording_video called\n"
+        "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+        "[ACTION]\n"
+        "***(stop_recording_video) video_recording = 0, endtime = 1700028825 ***\n"
+        "starttime: 1700028800, endtime: 1700028825, len: 25\n"
+        "[QUERY VideoList?start=1&end=1]\n"
+        "(get_latest_mp4) latest mp4 is: A.MP4\n"
+        "get latest mp4 file: A.MP4 \n"
+        "buffer:20231115061320_25_A.MP4\n"
+        "Recording log:20231115061320_25_A.MP4\n"
+        "remove_recording_flag_temp_file\n"
+        "remove succeeded\n",
+        log);
+    EXPECT_EQ(camera.seen(), (Texts{"POST /CGI/RemoteControl Session=12345\n"
+                                    "\r\n\r\n<RemoteControl><Action>VIDEO_STOP</Action></RemoteControl>",
+                                    "GET /CGI/VideoList?start=1&end=1 Session=12345"}));
+    EXPECT_EQ(fake_os::pauses().back(), "5000 ms");
+    EXPECT_EQ(read_file(kLog), "20231115061320_25_A.MP4\n");
+    expect_idle();
+}
+
+TEST_F(VideoRecording, StopWithoutARecordingReturnsMinusOneAndSendsNothing) {
+    EXPECT_EQ(output_of([] { EXPECT_EQ(stop_recording_video(), -1); }),
+              "stop_recording_video called\nVideo_recording is 0. Return. \n");
+    EXPECT_TRUE(camera.seen().empty());
+}
+
+TEST_F(VideoRecording, StopThatCannotBeSentLeavesTheState) {
+    start_quietly();
+    camera.go_away();
+    const std::string log = output_of([] { EXPECT_EQ(stop_recording_video(), -1); });
+    EXPECT_EQ(log.substr(log.rfind('\n', log.size() - 2) + 1), "curl video stop failed\n");
+    EXPECT_EQ(load_shared(video_recording), 1);
+    EXPECT_TRUE(file_exists(kFlag));
+    EXPECT_FALSE(file_exists(kLog));
+}
+
+TEST_F(VideoRecording, StopThatTheCameraRefusesLeavesTheState) {
+    start_quietly();
+    camera_obeys({{"VIDEO_STOP", {refused(-4)}}});
+    EXPECT_EQ(marked_log(output_of([] { EXPECT_EQ(stop_recording_video(), -4); })),
+              "stop_recording_video called\n"
+              "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+              "[ACTION]\n"
+              "VIDEO_STOP ErrorCode: -4\n");
+    EXPECT_EQ(load_shared(video_recording), 1);
+    EXPECT_TRUE(file_exists(kFlag));
+    EXPECT_FALSE(file_exists(kLog));
+}
+
+// A recording that the SDK has marked as running, without a start of ours.
+TEST_F(VideoRecording, StopWithoutAStartTimeWritesNoLine) {
+    store_shared(video_recording, 1);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    EXPECT_EQ(commands(camera), Texts{"VIDEO_STOP"});
+    EXPECT_FALSE(file_exists(kLog));
+    expect_idle();
+}
+
+// --- The start time
+
+TEST_F(VideoRecording, StartTimeOfTheRunningRecording) {
+    start_quietly();
+    char text[20];
+    std::memset(text, 'x', sizeof text);
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(get_record_start_time(text, 18), 0); }),
+              "(get_record_start_time):20231115061320\n");
+    EXPECT_EQ(std::string(text, sizeof text), std::string("20231115061320\0\0\0\0xx", 20));
+    output_of([&] { EXPECT_EQ(get_record_start_time(text, 15), 0); });
+}
+
+TEST_F(VideoRecording, StartTimeOfNoRecording) {
+    char text[15];
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(get_record_start_time(text, 15), -1); }),
+              "(get_record_start_time) fail: g+start_recording_video = 0\n");
+}
+
+TEST_F(VideoRecording, StartTimeInABufferOf14Bytes) {
+    start_quietly();
+    char text[15];
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(get_record_start_time(text, 14), -1); }),
+              "(get_record_start_time) fail: buffer size is smaller than 15 :14\n");
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(get_record_start_time(nullptr, 14), -1); }),
+              "(get_record_start_time) fail: buffer size is smaller than 15 :14\n");
+    output_of([&] {
+        EXPECT_EQ(get_record_start_time(text, -1), -1);
+        EXPECT_EQ(get_record_start_time(nullptr, 15), -1);
+    });
+}
+
+// --- Cutting
+
+// What one stop and what one start of the cutting thread print, `start` and `end` as the camera has them.
+std::string log_of_cut_stop(int remaining, long start, const char *start_text, long end) {
+    const std::string length = std::to_string(end - start);
+    const std::string line = std::string(start_text) + "_" + length + "_A.MP4\n";
+    return "(autocut_recording) stop_recording_video. len = " + std::to_string(remaining) +
+           "\nstop_recording_video called\n"
+           "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+           "[ACTION]\n"
+           "***(stop_recording_video) video_recording = 0, endtime = " +
+           std::to_string(end) + " ***\nstarttime: " + std::to_string(start) +
+           ", endtime: " + std::to_string(end) + ", len: " + length +
+           "\n[QUERY VideoList?start=1&end=1]\n"
+           "(get_latest_mp4) latest mp4 is: A.MP4\n"
+           "get latest mp4 file: A.MP4 \n"
+           "buffer:" +
+           line + "Recording log:" + line + "remove_recording_flag_temp_file\nremove succeeded\n";
+}
+
+std::string log_of_cut_start(int remaining, long start) {
+    return "(autocut_recording). start_recording_video len = " + std::to_string(remaining) +
+           "\nstart_recording_video called, len = " + std::to_string(remaining) +
+           "\nrawtime = " + std::to_string(start) +
+           ", cct = 8\n"
+           "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+           "[ACTION]\n" +
+           status_log("1") +
+           "touch_recording_flag_temp_file\n"
+           "touch succeeded\n"
+           "*** (start_recording_video) video_recording = 1, g_start_recording_time = " +
+           std::to_string(start) + " ***\n";
+}
+
+std::string log_of_whole_job(long length) {
+    return marked_log(output_of([&] {
+        EXPECT_EQ(start_recording_video(length), 0);
+        pthread_join(recVideo_t, nullptr);
+    }));
+}
+
+std::string after_first_start(const std::string &log) {
+    return log.substr(log.find("Record Period"));
+}
+
+TEST_F(VideoRecording, TwentyFiveSecondsByTensAreThreePieces) {
+    const std::string log = after_first_start(log_of_whole_job(25));
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(15, 1700028800, "20231115061320", 1700028812) +
+                   log_of_cut_start(15, 1700028817) + "Start Sleeping for 10 sec\n" +
+                   log_of_cut_stop(5, 1700028817, "20231115061337", 1700028829) +
+                   log_of_cut_start(5, 1700028834) + "Start Sleeping for 5 sec\n" +
+                   log_of_cut_stop(-5, 1700028834, "20231115061354", 1700028841),
+               log);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "10 s", "5000 ms", "2000 ms",
+                                        "5 s", "5000 ms"}));
+    EXPECT_EQ(read_file(kLog), "20231115061320_12_A.MP4\n20231115061337_12_A.MP4\n20231115061354_7_A.MP4\n");
+    expect_idle();
+}
+
+TEST_F(VideoRecording, LengthOfWholePeriodsEndsWithTheLastOfThem) {
+    const std::string log = after_first_start(log_of_whole_job(20));
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(10, 1700028800, "20231115061320", 1700028812) +
+                   log_of_cut_start(10, 1700028817) + "Start Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829),
+               log);
+    expect_idle();
+}
+
+TEST_F(VideoRecording, LengthOfOneSecond) {
+    log_of_whole_job(1);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "1 s", "5000 ms"}));
+    expect_idle();
+}
+
+TEST_F(VideoRecording, WithoutALengthPiecesGoOnUntilSomebodyStops) {
+    int waits = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause == "10 s" && ++waits == 3) EXPECT_EQ(stop_recording_video(), 0);
+    });
+    const std::string log = after_first_start(log_of_whole_job(0));
+    const std::string last_stop = log_of_cut_stop(0, 1700028834, "20231115061354", 1700028846);
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
+                   log_of_cut_start(0, 1700028817) + "Start Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829) +
+                   log_of_cut_start(0, 1700028834) + "Start Sleeping for 10 sec\n" +
+                   last_stop.substr(last_stop.find('\n') + 1),
+               log);
+    expect_idle();
+}
+
+TEST_F(VideoRecording, StopFromOutsideDuringALimitedJobIsFollowedByItsRest) {
+    int waits = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause == "10 s" && ++waits == 1) EXPECT_EQ(stop_recording_video(), 0);
+    });
+    const std::string log = after_first_start(log_of_whole_job(20));
+    EXPECT_NE(log.find("(autocut_recording) stop_recording_video. len = 10\n"
+                       "stop_recording_video called\n"
+                       "Video_recording is 0. Return. \n"
+                       "(autocut_recording). start_recording_video len = 10\n"),
+              std::string::npos);
+    EXPECT_EQ(commands(camera),
+              (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1",
+                     "VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
+    expect_idle();
+}
+
+TEST_F(VideoRecording, StartWhileTheCuttingThreadWaitsGetsNoSecondThread) {
+    int waits = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause != "10 s" || ++waits > 2) return;
+        EXPECT_EQ(stop_recording_video(), 0);
+        if (waits == 1) EXPECT_EQ(start_recording_video(0), 0);
+    });
+    log_of_whole_job(0);
+    EXPECT_EQ(waits, 2);
+    expect_idle();
+}
+
+TEST_F(VideoRecording, CameraThatRefusesInTheMiddleOfAJobEndsIt) {
+    camera_obeys({{"VIDEO_START", {taken("VIDEO_START"), refused(6)}}});
+    const std::string log = after_first_start(log_of_whole_job(0));
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
+                   "(autocut_recording). start_recording_video len = 0\n"
+                   "start_recording_video called, len = 0\n"
+                   "rawtime = 1700028817, cct = 8\n"
+                   "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+                   "[ACTION]\n"
+                   "VIDEO_START ErrorCode: 6\n"
+                   "Start Sleeping for 10 sec\n",
+               log);
+    expect_idle();
+}
+
+TEST_F(VideoRecording, NextRecordingAfterAJobHasItsOwnThread) {
+    log_of_whole_job(5);
+    log_of_whole_job(5);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "5 s", "5000 ms", "2000 ms", "5 s", "5000 ms"}));
+    expect_idle();
+}
+
+TEST_F(VideoRecording, NegativeLengthIsNotCut) {
+    EXPECT_EQ(after_first_start(log_of_whole_job(-1)), "Record Period = 10\n");
+    EXPECT_EQ(load_shared(video_recording), 1);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    log_of_whole_job(5);  // the thread is free again
+    expect_idle();
+}
+
+struct PeriodRow {
+    const char *name;
+    const char *value;  // of the configuration
+    const char *printed;
+};
+
+void PrintTo(const PeriodRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class UselessPeriod : public VideoRecording, public testing::WithParamInterface<PeriodRow> {};
+
+TEST_P(UselessPeriod, CutsNothing) {
+    set_conf("RECORDING_PERIOD", GetParam().value);
+    const std::string head = std::string("Record Period = ") + GetParam().printed + "\n";
+    EXPECT_EQ(after_first_start(log_of_whole_job(0)), head);
+    EXPECT_EQ(load_shared(video_recording), 1);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    const std::string log = after_first_start(log_of_whole_job(25));
+    EXPECT_EQ(log.substr(0, log.find("stop_recording_video called")),
+              head + "Start Sleeping for 25 sec\n(autocut_recording) stop_recording_video. len = 0\n");
+    expect_idle();
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, UselessPeriod,
+                         testing::Values(PeriodRow{"Zero", "0", "0"}, PeriodRow{"Negative", "-3", "-3"},
+                                         PeriodRow{"None", "", "0"}, PeriodRow{"NoNumber", "ten", "0"}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(VideoRecording, PeriodIsReadOnce) {
+    log_of_whole_job(5);
+    set_conf("RECORDING_PERIOD", "3");
+    EXPECT_NE(log_of_whole_job(5).find("Record Period = 10\nStart Sleeping for 5 sec\n"), std::string::npos);
+}
+
+// The thread body is exported: called by name it cuts whatever runs.
+TEST_F(VideoRecording, CuttingByName) {
+    start_quietly();  // its own thread is held
+    fake_os::on_pause({});
+    output_of([] { EXPECT_EQ(autocut_recording(reinterpret_cast<void *>(std::intptr_t{5})), nullptr); });
+    expect_idle();
+}
+
+// --- The start-up check and the delayed stop
+
+TEST_F(VideoRecording, StartUpWithoutAFlagFile) {
+    EXPECT_EQ(output_of(checkVideoRecording),
+              "checkVideoRecording\nrecording temp file(/tmp/recording.flag) not existed\n");
+}
+
+TEST_F(VideoRecording, StartUpWithAFlagFileLeavesItInPlace) {
+    write_file(kFlag, "");
+    EXPECT_EQ(output_of(checkVideoRecording),
+              "checkVideoRecording\n"
+              "recording temp file(/tmp/recording.flag) existed, stop recording\n"
+              "stop_recording_video called\n"
+              "Video_recording is 0. Return. \n");
+    EXPECT_TRUE(file_exists(kFlag));
+    EXPECT_TRUE(camera.seen().empty());
+}
+
+TEST_F(VideoRecording, StartUpWithoutAFlagKey) {
+    set_conf("RECORDING_FLAG_FILE", "");
+    EXPECT_EQ(output_of(checkVideoRecording), "checkVideoRecording\nrecording temp file() not existed\n");
+}
+
+TEST_F(VideoRecording, DelayedStop) {
+    EXPECT_EQ(output_of([] { delayed_video_stop(7); }),
+              "delayed_video_stop start sleeping for 7\n"
+              "delayed_video_stop finish sleeping\n"
+              "stop_recording_video called\n"
+              "Video_recording is 0. Return. \n");
+    EXPECT_EQ(fake_os::pauses(), Texts{"7000 ms"});
+}
+
+// --- Many threads
+
+TEST_F(VideoRecording, StartsAndStopsFromManyThreadsAlternate) {
+    constexpr int kThreads = 8, kRounds = 6;
+    hold_cutting();
+    std::atomic<int> started{0}, stopped{0};
+    output_of([&] {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; i++) {
+            threads.emplace_back([&, i] {
+                for (int n = 0; n < kRounds; n++) {
+                    const int result = (i + n) % 2 ? start_recording_video(0) : stop_recording_video();
+                    if (result == 0) ((i + n) % 2 ? started : stopped)++;
+                    char text[15];
+                    get_record_start_time(text, 15);
+                }
+            });
+        }
+        for (std::thread &thread : threads) thread.join();
+    });
+    EXPECT_GT(started, 0);
+    EXPECT_EQ(started - stopped, load_shared(video_recording));
+    std::string last = "VIDEO_STOP";
+    for (const std::string &command : commands(camera)) {
+        if (command != "VIDEO_START" && command != "VIDEO_STOP") continue;
+        EXPECT_NE(command, last);
+        last = command;
+    }
+}
+
+}  // namespace
