@@ -143,17 +143,16 @@ std::optional<int> conf_number(std::string_view key) {
 
 int write_conf_value(std::string_view key, std::string_view value, const char *path) {
     const std::lock_guard<std::mutex> lock(rewriting);
-    const std::string target = resolved(path);
-    auto pairs = read_conf_pairs(target.c_str());
-    if (!pairs && access(target.c_str(), F_OK) == 0) return 1;  // unreadable: a rewrite would empty it
-    const std::string text = rewritten(pairs.value_or(std::vector<conf_pair>()), key, value);
-
-    const int file = open(target.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    // Opened before anything is done: a file that may not be written stays as it is, one that is missing is
+    // created.
+    const int file = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
     if (file < 0) return 1;
+    const auto pairs = read_conf_pairs(path);
     struct stat old {};
     bool done = false;
-    if (fstat(file, &old) == 0) {
-        const Replaced replaced = replace_file(target, old, text);
+    if (pairs && fstat(file, &old) == 0) {  // one that cannot be read would come out empty
+        const std::string text = rewritten(*pairs, key, value);
+        const Replaced replaced = replace_file(resolved(path), old, text);
         done = replaced == Replaced::done ||
                (replaced == Replaced::not_possible && overwrite_in_place(file, text));
     }

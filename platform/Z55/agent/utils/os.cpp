@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 namespace {
 
@@ -121,6 +122,7 @@ std::string read_shell(const char *command) {
 }
 
 int exec_reboot_tool() {
+    std::fflush(stdout);
     // A pending alarm, a blocked and an ignored signal would all survive into the tool.
     const unsigned remaining = alarm(0);
     const auto pipe_handler = signal(SIGPIPE, SIG_DFL);
