@@ -1,0 +1,208 @@
+// The thread that cuts a recording into pieces.
+#include <cstdint>
+#include <ostream>
+
+#include "video_recording_fixture.h"
+
+namespace {
+
+class Cutting : public VideoRecording {};
+
+// What one stop and what one start of the cutting thread print, `start` and `end` as the camera has them.
+std::string log_of_cut_stop(int remaining, long start, const char *start_text, long end) {
+    const std::string length = std::to_string(end - start);
+    const std::string line = std::string(start_text) + "_" + length + "_A.MP4\n";
+    return "(autocut_recording) stop_recording_video. len = " + std::to_string(remaining) +
+           "\nstop_recording_video called\n"
+           "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+           "[ACTION]\n"
+           "***(stop_recording_video) video_recording = 0, endtime = " +
+           std::to_string(end) + " ***\nstarttime: " + std::to_string(start) +
+           ", endtime: " + std::to_string(end) + ", len: " + length +
+           "\n[QUERY VideoList?start=1&end=1]\n"
+           "(get_latest_mp4) latest mp4 is: A.MP4\n"
+           "get latest mp4 file: A.MP4 \n"
+           "buffer:" +
+           line + "Recording log:" + line + "remove_recording_flag_temp_file\nremove succeeded\n";
+}
+
+std::string log_of_cut_start(int remaining, long start) {
+    return "(autocut_recording). start_recording_video len = " + std::to_string(remaining) +
+           "\nstart_recording_video called, len = " + std::to_string(remaining) +
+           "\nrawtime = " + std::to_string(start) +
+           ", cct = 8\n"
+           "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+           "[ACTION]\n" +
+           status_log("1") +
+           "touch_recording_flag_temp_file\n"
+           "touch succeeded\n"
+           "*** (start_recording_video) video_recording = 1, g_start_recording_time = " +
+           std::to_string(start) + " ***\n";
+}
+
+std::string log_of_whole_job(long length) {
+    return marked_log(output_of([&] {
+        EXPECT_EQ(start_recording_video(length), 0);
+        pthread_join(recVideo_t, nullptr);
+    }));
+}
+
+std::string after_first_start(const std::string &log) {
+    return log.substr(log.find("Record Period"));
+}
+
+TEST_F(Cutting, TwentyFiveSecondsByTensAreThreePieces) {
+    const std::string log = after_first_start(log_of_whole_job(25));
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(15, 1700028800, "20231115061320", 1700028812) +
+                   log_of_cut_start(15, 1700028817) + "Start Sleeping for 10 sec\n" +
+                   log_of_cut_stop(5, 1700028817, "20231115061337", 1700028829) +
+                   log_of_cut_start(5, 1700028834) + "Start Sleeping for 5 sec\n" +
+                   log_of_cut_stop(-5, 1700028834, "20231115061354", 1700028841),
+               log);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "10 s", "5000 ms", "2000 ms",
+                                        "5 s", "5000 ms"}));
+    EXPECT_EQ(read_file(kLog), "20231115061320_12_A.MP4\n20231115061337_12_A.MP4\n20231115061354_7_A.MP4\n");
+    expect_idle();
+}
+
+TEST_F(Cutting, LengthOfWholePeriodsEndsWithTheLastOfThem) {
+    const std::string log = after_first_start(log_of_whole_job(20));
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(10, 1700028800, "20231115061320", 1700028812) +
+                   log_of_cut_start(10, 1700028817) + "Start Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829),
+               log);
+    expect_idle();
+}
+
+TEST_F(Cutting, LengthOfOneSecond) {
+    log_of_whole_job(1);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "1 s", "5000 ms"}));
+    expect_idle();
+}
+
+TEST_F(Cutting, WithoutALengthPiecesGoOnUntilSomebodyStops) {
+    int waits = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause != "10 s" || ++waits != 3) return;
+        EXPECT_EQ(stop_recording_video(), 0);
+    });
+    const std::string log = after_first_start(log_of_whole_job(0));
+    const std::string last_stop = log_of_cut_stop(0, 1700028834, "20231115061354", 1700028846);
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
+                   log_of_cut_start(0, 1700028817) + "Start Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829) +
+                   log_of_cut_start(0, 1700028834) + "Start Sleeping for 10 sec\n" +
+                   last_stop.substr(last_stop.find('\n') + 1),
+               log);
+    expect_idle();
+}
+
+TEST_F(Cutting, StopFromOutsideDuringALimitedJobIsFollowedByItsRest) {
+    int waits = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause != "10 s" || ++waits != 1) return;
+        EXPECT_EQ(stop_recording_video(), 0);
+    });
+    const std::string log = after_first_start(log_of_whole_job(20));
+    EXPECT_NE(log.find("(autocut_recording) stop_recording_video. len = 10\n"
+                       "stop_recording_video called\n"
+                       "Video_recording is 0. Return. \n"
+                       "(autocut_recording). start_recording_video len = 10\n"),
+              std::string::npos);
+    EXPECT_EQ(commands(camera),
+              (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1",
+                     "VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
+    expect_idle();
+}
+
+TEST_F(Cutting, StartWhileTheCuttingThreadWaitsGetsNoSecondThread) {
+    int waits = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause != "10 s" || ++waits > 2) return;
+        EXPECT_EQ(stop_recording_video(), 0);
+        if (waits == 2) return;
+        EXPECT_EQ(start_recording_video(0), 0);
+    });
+    log_of_whole_job(0);
+    EXPECT_EQ(waits, 2);
+    expect_idle();
+}
+
+TEST_F(Cutting, CameraThatRefusesInTheMiddleOfAJobEndsIt) {
+    camera_obeys({{"VIDEO_START", {taken("VIDEO_START"), refused(6)}}});
+    const std::string log = after_first_start(log_of_whole_job(0));
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
+                   log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
+                   "(autocut_recording). start_recording_video len = 0\n"
+                   "start_recording_video called, len = 0\n"
+                   "rawtime = 1700028817, cct = 8\n"
+                   "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+                   "[ACTION]\n"
+                   "VIDEO_START ErrorCode: 6\n"
+                   "Start Sleeping for 10 sec\n",
+               log);
+    expect_idle();
+}
+
+TEST_F(Cutting, NextRecordingAfterAJobHasItsOwnThread) {
+    log_of_whole_job(5);
+    log_of_whole_job(5);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "5 s", "5000 ms", "2000 ms", "5 s", "5000 ms"}));
+    expect_idle();
+}
+
+TEST_F(Cutting, NegativeLengthIsNotCut) {
+    EXPECT_EQ(after_first_start(log_of_whole_job(-1)), "Record Period = 10\n");
+    EXPECT_EQ(load_shared(video_recording), 1);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    log_of_whole_job(5);  // the thread is free again
+    expect_idle();
+}
+
+struct PeriodRow {
+    const char *name;
+    const char *value;  // of the configuration
+    const char *printed;
+};
+
+void PrintTo(const PeriodRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class UselessPeriod : public VideoRecording, public testing::WithParamInterface<PeriodRow> {};
+
+TEST_P(UselessPeriod, CutsNothing) {
+    set_conf("RECORDING_PERIOD", GetParam().value);
+    const std::string head = std::string("Record Period = ") + GetParam().printed + "\n";
+    EXPECT_EQ(after_first_start(log_of_whole_job(0)), head);
+    EXPECT_EQ(load_shared(video_recording), 1);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    const std::string log = after_first_start(log_of_whole_job(25));
+    EXPECT_EQ(log.substr(0, log.find("stop_recording_video called")),
+              head + "Start Sleeping for 25 sec\n(autocut_recording) stop_recording_video. len = 0\n");
+    expect_idle();
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, UselessPeriod,
+                         testing::Values(PeriodRow{"Zero", "0", "0"}, PeriodRow{"Negative", "-3", "-3"},
+                                         PeriodRow{"None", "", "0"}, PeriodRow{"NoNumber", "ten", "0"}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(Cutting, PeriodIsReadOnce) {
+    log_of_whole_job(5);
+    set_conf("RECORDING_PERIOD", "3");
+    EXPECT_NE(log_of_whole_job(5).find("Record Period = 10\nStart Sleeping for 5 sec\n"), std::string::npos);
+}
+
+// The thread body is exported: called by name it cuts whatever runs.
+TEST_F(Cutting, CuttingByName) {
+    start_quietly();  // its own thread is held
+    fake_os::on_pause({});
+    output_of([] { EXPECT_EQ(autocut_recording(reinterpret_cast<void *>(std::intptr_t{5})), nullptr); });
+    expect_idle();
+}
+
+}  // namespace
