@@ -20,10 +20,11 @@ constexpr int accept_poll_ms = 20;  // how soon the accept loop sees that the li
 void drop_packets(int fd, bool drop) {
     sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
     const sock_fprog program{1, &nothing};
+    const int unused = 0;  // detaching wants an integer, whatever it is
     if (drop)
         setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
     else
-        setsockopt(fd, SOL_SOCKET, SO_DETACH_FILTER, nullptr, 0);
+        setsockopt(fd, SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof unused);
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ void request_begins(network &net, connection_link &link) {
     std::lock_guard guard(net.lock);
     for (const auto &other : net.links)
         if (other->in_progress && peer_gone(other->fd)) other->in_progress = false;
-    link.in_progress = true;
+    link.in_progress = !peer_gone(link.fd);
     net.max_concurrent = std::max(net.max_concurrent, requests_in_progress(net));
 }
 

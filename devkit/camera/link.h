@@ -38,7 +38,7 @@ struct network {
 // Requests in progress. The lock is held.
 int requests_in_progress(const network &net);
 
-// A request's first byte is here; requests whose peers have gone meanwhile stop counting.
+// A request's first byte is here. Requests whose peers have gone do not count (any more).
 void request_begins(network &net, connection_link &link);
 
 // The request is served; calls on_request_end once per request. Harmless when it has ended already.
