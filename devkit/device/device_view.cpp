@@ -91,12 +91,20 @@ void add_defaults(view_options &options) {
     }
 }
 
-void write_text(const char *path, const std::string &text) {
-    const int file = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+int open_to_write(const char *path) {
+    return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+}
+
+void write_text(int file, const char *path, const std::string &text) {
     const bool written =
         file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     if (file >= 0) close(file);
     if (!written) fail(std::string("cannot write ") + path);
+}
+
+void write_proc(const std::string &name, const std::string &text) {
+    const std::string path = "/proc/self/" + name;
+    write_text(open_to_write(path.c_str()), path.c_str(), text);
 }
 
 // Root needs no user namespace, unless it is root of a container only.
@@ -111,9 +119,9 @@ void enter_namespaces(bool private_network) {
             "kernel.unprivileged_userns_clone and "
             "user.max_user_namespaces; a plain chroot never allows them, a pivoted root does)");
     }
-    write_text("/proc/self/setgroups", "deny");
-    write_text("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-    write_text("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+    write_proc("setgroups", "deny");
+    write_proc("uid_map", "0 " + std::to_string(user) + " 1");
+    write_proc("gid_map", "0 " + std::to_string(group) + " 1");
 }
 
 void bring_loopback_up() {
@@ -224,6 +232,8 @@ int launch(view_options options) {
     sigset_t mask;
     const sigset_t signals = stop_signals();
     sigprocmask(SIG_BLOCK, &signals, &mask);
+    // Before the path can mean a file of the view.
+    const int pid_file = options.pid_file.empty() ? -1 : open_to_write(options.pid_file.c_str());
     enter_namespaces(options.private_network);
     int alive[2];
     if (pipe2(alive, O_CLOEXEC) != 0) fail("cannot make a pipe");
@@ -233,7 +243,7 @@ int launch(view_options options) {
         close(alive[1]);
         return run_view(options, mask, alive[0]);
     }
-    if (!options.pid_file.empty()) write_text(options.pid_file.c_str(), std::to_string(view));
+    if (!options.pid_file.empty()) write_text(pid_file, options.pid_file.c_str(), std::to_string(view));
     if (options.keep) std::fprintf(stderr, "device-view: to enter: nsenter --all --target %d\n", view);
     return watch_view(view);
 }

@@ -30,7 +30,6 @@ struct supervisor {
     char **command = nullptr;
     int log = -1;      // descriptor of the agent log, -1 without one
     int signals = -1;  // SIGCHLD, SIGTERM and SIGINT arrive here
-    sigset_t mask{};   // the mask that the agent gets
 };
 
 struct agent {
@@ -83,23 +82,29 @@ std::streamoff size_of_calls() {
     return calls ? static_cast<std::streamoff>(calls.tellg()) : 0;
 }
 
-// The reboot tool takes the place of the agent: its call is recorded under the agent's pid.
+// The reboot tool takes the place of the agent and succeeds, or kills it.
 bool ended_by_reboot(const agent &ended, int status) {
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return false;
+    const bool replaced = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    const bool killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
     const std::string tool = "{\"tool\":\"qmx_reboot\"",
                       caller = "\"pid\":" + std::to_string(ended.pid) + ",";
     std::ifstream calls(kCallsFile);
     calls.seekg(ended.first_call <= size_of_calls() ? ended.first_call : 0);
     for (std::string line; std::getline(calls, line);) {
-        if (line.rfind(tool, 0) == 0 && line.find(caller) != std::string::npos) return true;
+        if (line.rfind(tool, 0) != 0) continue;
+        const bool by_agent = line.find(caller) != std::string::npos;
+        if (by_agent ? replaced : killed) return true;
     }
     return false;
 }
 
 [[noreturn]] void become_agent(const supervisor &own, int output) {
     setpgid(0, 0);
-    sigprocmask(SIG_SETMASK, &own.mask, nullptr);
-    signal(SIGPIPE, SIG_DFL);
+    // As from init, whatever we inherited: nothing is ignored, nothing blocked.
+    for (int number = 1; number < SIGRTMIN; ++number) signal(number, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
@@ -229,7 +234,7 @@ int main(int, char **arguments) {
     sigset_t signals;
     sigemptyset(&signals);
     for (const int number : {SIGCHLD, SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, number);
-    sigprocmask(SIG_BLOCK, &signals, &own.mask);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
     own.signals = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
     // A reader of our output that went away must not end the agent.
     signal(SIGPIPE, SIG_IGN);

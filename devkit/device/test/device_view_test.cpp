@@ -1,0 +1,187 @@
+// The device view and its tools as a command inside sees them. These tests run outside any view.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "view_process.h"
+
+namespace {
+
+struct script_case {
+    const char *name;
+    std::vector<std::string> options;
+    const char *script;
+    const char *output;
+    int exit_code = 0;
+};
+
+void PrintTo(const script_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+const script_case kScripts[] = {
+    {"exit_code_is_passed_on", {}, "exit 7", "", 7},
+    {"signal_is_told", {}, "kill -SEGV $$", "", 128 + SIGSEGV},
+    {"current_folder", {}, "pwd; echo $PWD", "/tmp\n/tmp\n"},
+    {"environment_is_kept", {}, "echo $VIEW_TEST", "kept\n"},
+    {"working_folder_is_empty", {}, "ls -A /tmp/working", ""},
+    {"card_is_a_file_system", {}, "df /tmp/fuse_d | awk 'NR==2 {print $2, $6}'", "524288 /tmp/fuse_d\n"},
+    {"card_size",
+     {"--sd-megabytes", "20"},
+     "df -m 2>/dev/null | grep /tmp/fuse_d | awk '{print $2}'",
+     "20\n"},
+    {"card_has_its_media_folder", {}, "ls -d /tmp/fuse_d/DCIM/100MEDIA", "/tmp/fuse_d/DCIM/100MEDIA\n"},
+    {"page_cache_is_not_the_hosts",
+     {},
+     "echo 1 >/proc/sys/vm/drop_caches; cat /tmp/.device/drop_caches",
+     "1\n"},
+    {"own_processes", {}, "test $$ -lt 10 && ls -d /proc/1/ns", "/proc/1/ns\n"},
+    {"own_network", {}, "grep -c : /proc/net/dev; grep -o lo: /proc/net/dev", "1\nlo:\n"},
+    {"tools_can_be_removed",
+     {},
+     "rm /usr/bin/qmx_reboot; test -e /usr/bin/qmx_reboot || echo gone",
+     "gone\n"},
+
+    {"hardware_address", {}, "line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :", "A1B2C3D4E5F6\n"},
+    {"default_route", {}, "netstat -rn | grep ^0.0.0.0 | awk '{print $2}'", "192.168.0.1\n"},
+    {"ping_succeeds", {}, "ping -c1 -s1 10.0.0.1 | head -1", "PING 10.0.0.1: 1 data bytes\n"},
+    {"reboot_tool_succeeds", {}, "/usr/bin/qmx_reboot reboot; echo $?", "0\n"},
+    {"tool_answers_as_told",
+     {},
+     "cd .device; echo none >netstat.stdout; echo 3 >netstat.exit; netstat; echo $?",
+     "none\n3\n"},
+    {"silent_tool", {}, ": >.device/ifconfig.stdout; ifconfig", ""},
+    {"failing_clock_tool", {}, "echo 1 >.device/ntpdate.exit; ntpdate x >/dev/null; echo $?", "1\n"},
+    {"calls_are_kept",
+     {},
+     "ping 'a\"b\\c' >/dev/null; ntpdate pool >/dev/null; cut -d, -f1-2 .device/calls",
+     "{\"tool\":\"ping\",\"args\":[\"a\\\"b\\\\c\"]\n{\"tool\":\"ntpdate\",\"args\":[\"pool\"]\n"},
+    {"calls_tell_the_signal_mask",
+     {},
+     "trap '' USR1; ping x >/dev/null; grep -o '\"SigIgn\":\"[^\"]*\"' .device/calls | grep -o '02..\"'",
+     "0200\"\n"},
+    {"clock_tool_steps_the_bent_clock",
+     {},
+     "export BEND_FILE=/tmp/bend; echo -86400 >.device/ntpdate.step; ntpdate pool >/dev/null; bend-step "
+     "--show",
+     "-86400.000000000\n"},
+    {"failing_clock_tool_steps_nothing",
+     {},
+     "export BEND_FILE=/tmp/bend; echo 5 >.device/ntpdate.step; echo 1 >.device/ntpdate.exit; ntpdate x "
+     ">/dev/null; "
+     "bend-step --show",
+     "0.000000000\n"},
+};
+
+class View : public testing::TestWithParam<script_case> {};
+
+TEST_P(View, script_in_it) {
+    setenv("VIEW_TEST", "kept", 1);
+    view_process view = start_view(GetParam().options, {"sh", "-c", GetParam().script});
+    EXPECT_EQ(view.read_to_end(), GetParam().output);
+    EXPECT_EQ(view.wait(), GetParam().exit_code);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scripts, View, testing::ValuesIn(kScripts),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(ViewStart, unknown_option_and_command_are_refused) {
+    EXPECT_EQ(start_view({"--wings"}, {"true"}).wait(), 125);
+    EXPECT_EQ(start_view({"--net", "public"}, {"true"}).wait(), 125);
+    EXPECT_EQ(start_view({}, {"/nonexistent"}).wait(), 127);
+}
+
+TEST(ViewStart, no_descriptor_is_added) {
+    constexpr char kList[] = "ls /proc/self/fd | wc -l";
+    std::FILE *outside = popen(kList, "r");
+    char count[16] = "";
+    EXPECT_NE(std::fgets(count, sizeof count, outside), nullptr);
+    pclose(outside);
+    EXPECT_EQ(start_view({}, {"sh", "-c", kList}).read_to_end(), count);
+}
+
+TEST(ViewStart, host_folder_is_hidden_unless_it_is_bound) {
+    char folder[] = "/tmp/device_view_test.XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string look = std::string("test -d ") + folder;
+    EXPECT_EQ(start_view({}, {"sh", "-c", look}).wait(), 1);
+    EXPECT_EQ(start_view({"--bind", folder}, {"sh", "-c", look}).wait(), 0);
+    rmdir(folder);
+}
+
+TEST(ViewStart, host_network_is_there_when_asked_for) {
+    std::ifstream devices("/proc/self/net/dev");
+    const std::string host{std::istreambuf_iterator<char>(devices), {}};
+    view_process view =
+        start_view({"--net", "host"}, {"sh", "-c", "cut -d: -f1 /proc/net/dev | grep -v '|'"});
+    std::istringstream names(view.read_to_end());
+    for (std::string name; names >> name;) EXPECT_NE(host.find(name + ":"), std::string::npos) << name;
+    EXPECT_EQ(view.wait(), 0);
+}
+
+TEST(ViewStart, files_can_be_seen_from_outside) {
+    char file[] = "/tmp/device_view_test.XXXXXX";
+    close(mkstemp(file));
+    view_process view =
+        start_view({"--pid-file", file}, {"sh", "-c", "echo hello >/tmp/word; echo ready; sleep 1000"});
+    view.read_line();
+    std::string pid, word;
+    std::ifstream(file) >> pid;
+    std::ifstream("/proc/" + pid + "/root/tmp/word") >> word;
+    EXPECT_EQ(word, "hello");
+    unlink(file);
+}
+
+// All of these hold the output open as long as one process of the view lives.
+constexpr char kStubborn[] = "trap '' TERM; (trap '' TERM INT; echo ready; sleep 1000; sleep 1000) & ";
+
+TEST(ViewEnd, ends_with_its_command) {
+    view_process view = start_view({}, {"sh", "-c", std::string(kStubborn) + "sleep 0.1; exit 4"});
+    EXPECT_EQ(view.read_to_end(), "ready\n");
+    EXPECT_EQ(view.wait(), 4);
+}
+
+TEST(ViewEnd, stop_signal_reaches_the_command) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        view_process view =
+            start_view({}, {"sh", "-c", "trap 'echo stopped; exit 5' TERM; echo ready; sleep 1000 & wait"});
+        EXPECT_EQ(view.read_line(), "ready\n");
+        view.signal(number);
+        EXPECT_EQ(view.read_to_end(), "stopped\n");
+        EXPECT_EQ(view.wait(), 5);
+    }
+}
+
+TEST(ViewEnd, second_stop_signal_kills_at_once) {
+    view_process view = start_view({}, {"sh", "-c", std::string(kStubborn) + "wait; sleep 1000"});
+    view.read_line();
+    view.signal(SIGTERM);
+    view.signal(SIGINT);
+    view.read_to_end();
+    EXPECT_EQ(view.wait(), 128 + SIGKILL);
+}
+
+TEST(ViewEnd, dies_with_its_launcher) {
+    view_process view = start_view({}, {"sh", "-c", std::string(kStubborn) + "sleep 1000"});
+    EXPECT_EQ(view.read_line(), "ready\n");
+    view.signal(SIGKILL);
+    EXPECT_EQ(view.read_to_end(), "");
+}
+
+TEST(ViewEnd, kept_view_stands_until_it_is_stopped) {
+    view_process view = start_view({"--keep"}, {"sh", "-c", std::string(kStubborn) + "exit 6"});
+    view.read_line();
+    EXPECT_FALSE(view.has_ended_within(200));
+    view.signal(SIGTERM);
+    EXPECT_EQ(view.wait(), 6);
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// The supervisor with shell scripts for an agent, in a device view.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <ostream>
+#include <string>
+
+#include "view_process.h"
+
+namespace {
+
+struct agent_case {
+    const char *name;
+    const char *options;
+    const char *agent;  // the agent; its reboots so far are in $n
+    const char *after;  // what is printed when the supervisor has ended
+    const char *output;
+    int exit_code;
+};
+
+void PrintTo(const agent_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+constexpr char kReboots[] = "cat .device/reboots";
+
+const agent_case kAgents[] = {
+    {"exit_code_ends_it", "", "exit 5", "cat .device/exits | cut -d, -f2-3",
+     "supervise: the agent ended with exit code 5\n\"exit\":5,\"signal\":0}\n", 5},
+    {"clean_exit_is_reported_too", "", "exit 0", kReboots, "supervise: the agent ended with exit code 0\n0\n",
+     0},
+    {"signal_ends_it", "", "kill -SEGV $$", "cat .device/exits | cut -d, -f2-3",
+     "supervise: the agent was ended by signal 11 (Segmentation fault)\n\"exit\":0,\"signal\":11}\n", 139},
+    {"reboot_starts_it_again", "", "echo run $n; [ $n = 2 ] && exit 5; exec /usr/bin/qmx_reboot reboot",
+     kReboots,
+     "run 0\nsupervise: the agent rebooted the device (1)\nrun 1\nsupervise: the agent rebooted the device "
+     "(2)\n"
+     "run 2\nsupervise: the agent ended with exit code 5\n2\n",
+     5},
+    {"reboot_by_another_process", "", "[ $n = 1 ] && exit 5; qmx_reboot reboot; echo unreached", kReboots,
+     "supervise: the agent rebooted the device (1)\nsupervise: the agent ended with exit code 5\n1\n", 5},
+    {"failing_reboot_tool_ends_it", "", "echo 9 >.device/qmx_reboot.exit; exec qmx_reboot reboot", kReboots,
+     "supervise: the agent ended with exit code 9\n0\n", 9},
+    {"log_holds_what_is_printed", "--agent-log log", "echo out; echo err >&2; exit 3", "cat log",
+     "out\nerr\nsupervise: the agent ended with exit code 3\nout\nerr\nsupervise: the agent ended with exit "
+     "code 3\n",
+     3},
+    {"pid_and_group_are_its_own", "", "[ $(cat .device/agent.pid) = $$ ] && echo mine; exit 3", "",
+     "mine\nsupervise: the agent ended with exit code 3\n", 3},
+    {"what_it_leaves_behind_is_killed", "", "sleep 1000 & echo $! >child; exit 3",
+     "kill -0 $(cat child) 2>/dev/null || echo gone", "supervise: the agent ended with exit code 3\ngone\n",
+     3},
+    {"signals_are_as_usual", "", "grep -e SigBlk -e SigIgn /proc/self/status | grep -o ....$; exit 3", "",
+     "0000\n0000\nsupervise: the agent ended with exit code 3\n", 3},
+};
+
+class Supervise : public testing::TestWithParam<agent_case> {};
+
+TEST_P(Supervise, agent) {
+    const agent_case &row = GetParam();
+    const std::string agent = std::string("n=$(cat .device/reboots); ") + row.agent;
+    const std::string start =
+        std::string(SUPERVISE) + " " + row.options + " -- sh -c '" + agent + "'; code=$?; ";
+    view_process view = start_view({}, {"sh", "-c", start + row.after + "\nexit $code"});
+    EXPECT_EQ(view.read_to_end(), row.output);
+    EXPECT_EQ(view.wait(), row.exit_code);
+}
+
+INSTANTIATE_TEST_SUITE_P(Agents, Supervise, testing::ValuesIn(kAgents),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(SuperviseStop, respawned_agent_runs_until_a_signal_comes) {
+    view_process view = start_view({}, {SUPERVISE, "--respawn", "--", "sh", "-c",
+                                        "[ -e second ] && echo again && exec sleep 1000; : >second"});
+    EXPECT_EQ(view.read_line(), "supervise: the agent ended with exit code 0\n");
+    EXPECT_EQ(view.read_line(), "again\n");
+    view.signal(SIGTERM);
+    EXPECT_EQ(view.read_to_end(), "");
+    EXPECT_EQ(view.wait(), 0);
+}
+
+TEST(SuperviseStop, missing_program_is_reported) {
+    view_process view = start_view({}, {SUPERVISE, "--", "/nonexistent"});
+    EXPECT_EQ(view.read_to_end(),
+              "supervise: cannot start /nonexistent: No such file or directory\n"
+              "supervise: the agent ended with exit code 127\n");
+    EXPECT_EQ(view.wait(), 127);
+}
+
+}  // namespace
