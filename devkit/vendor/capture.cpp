@@ -163,11 +163,11 @@ void follow_camera(int port) {
 void bring_threads_up() {
     if (state().threads_up) return;
     state().threads_up = true;
-    quiet_thread(deliver_for_ever).detach();
+    detached_thread(deliver_for_ever);
     const char *url = getenv("DESK_CAMERA_CONTROL");
     const std::string text = url == nullptr ? "" : url;
     const int port = text.rfind(':') == std::string::npos ? 0 : atoi(text.c_str() + text.rfind(':') + 1);
-    if (port > 0) quiet_thread([port] { follow_camera(port); }).detach();
+    if (port > 0) detached_thread([port] { follow_camera(port); });
 }
 
 }  // namespace

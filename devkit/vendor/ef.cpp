@@ -52,7 +52,7 @@ json_reply post_synthetic(const json &order) {
     const uint64_t count = order.value("count", uint64_t{1});
     if (count == 0 || plan.video_fps == 0) throw desk::bad_request{"count is at least 1 video frame"};
     if (order.value("async", false)) {
-        desk::quiet_thread([plan, count] { desk::make_frames(plan, count, desk::deliver_frame); }).detach();
+        desk::detached_thread([plan, count] { desk::make_frames(plan, count, desk::deliver_frame); });
         return {200, {{"started", 1}}};
     }
     const desk::frame_counts made = desk::make_frames(plan, count, desk::deliver_frame);

@@ -108,7 +108,7 @@ void accept_connections(int listener, json_handler handler) {
             continue;
         }
         try {
-            quiet_thread([fd, handler] { serve_connection(fd, handler); }).detach();
+            detached_thread([fd, handler] { serve_connection(fd, handler); });
         } catch (const std::system_error &) {
             close(fd);
         }
@@ -141,7 +141,7 @@ int start_json_server(int port, json_handler handler) {
         close(listener);
         return -1;
     }
-    quiet_thread([listener, handler] { accept_connections(listener, handler); }).detach();
+    detached_thread([listener, handler] { accept_connections(listener, handler); });
     return ntohs(address.sin_port);
 }
 

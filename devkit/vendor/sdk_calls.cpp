@@ -139,7 +139,7 @@ json call_handler(const json &order) {
         throw bad_request{"threads is 1 to 256, repeat at least 1"};
     if (order.value("async", false)) {
         for (int i = 0; i < count; i++) {
-            quiet_thread([what, order, repeat] { call_repeatedly(what, order, repeat); }).detach();
+            detached_thread([what, order, repeat] { call_repeatedly(what, order, repeat); });
         }
         return {{"started", count}};
     }
@@ -166,7 +166,7 @@ json talk(const json &order) {
     const std::string pcm = pcm_of(order);
     if (order.value("frame_bytes", 640) < 1) throw bad_request{"frame_bytes is at least 1"};
     if (order.value("async", false)) {
-        quiet_thread([handler, pcm, order] { feed(handler, pcm, order); }).detach();
+        detached_thread([handler, pcm, order] { feed(handler, pcm, order); });
         return {{"started", 1}};
     }
     json result;

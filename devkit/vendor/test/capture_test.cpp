@@ -89,7 +89,8 @@ json_reply camera_state(const desk::json_request &request) {
 
 TEST(CaptureProfile, FollowsTheCamera) {
     const int port = desk::start_json_server(0, camera_state);
-    agent_process agent({{"DESK_CAMERA_CONTROL", "http://127.0.0.1:" + std::to_string(port)}});
+    agent_process agent(std::map<std::string, std::string>{
+        {"DESK_CAMERA_CONTROL", "http://127.0.0.1:" + std::to_string(port)}});
     EXPECT_EQ(agent.get("/capture").at("profile"), "RTP_H264_WQVGA");
     agent.put("/watch", {{"on", true}});
     EXPECT_TRUE(eventually([&] { return agent.get("/capture").at("profile") == "RTP_H264_WVGA"; }));

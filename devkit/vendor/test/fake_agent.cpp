@@ -80,9 +80,20 @@ int count_in_frame(const captured_frame &frame) {
 
 uint8_t *copy_of(const captured_frame &frame, size_t room_before) {
     auto *copy = static_cast<uint8_t *>(malloc(frame.length + room_before));
-    memset(copy, 0xee, room_before);
     if (frame.length != 0) memcpy(copy + room_before, frame.data, frame.length);
     return copy;
+}
+
+// AAC-LC, 48 kHz, stereo; a player needs it before each frame.
+void put_adts_header(uint8_t *to, uint32_t length) {
+    const uint8_t header[] = {0xff,
+                              0xf1,
+                              0x4c,
+                              static_cast<uint8_t>(0x80 | (length >> 11)),
+                              static_cast<uint8_t>(length >> 3),
+                              static_cast<uint8_t>(length << 5 | 0x1f),
+                              0xfc};
+    memcpy(to, header, sizeof header);
 }
 
 }  // namespace
@@ -218,6 +229,7 @@ EXPORT void new_getframe_callback(captured_frame *frame) {
         record.timestamp = frame->timestamp;
         record.length = frame->length + 7;
         record.data = copy_of(*frame, 7);
+        put_adts_header(record.data, record.length);
         audio(&record);
     }
 }

@@ -54,7 +54,7 @@ TEST_F(Frames, AudioRecordIsKeptWordByWord) {
                             {"length", 10},
                             {"word7", 0},
                             {"word8", 0},
-                            {"head", "eeeeeeeeeeeeee010203"}}));
+                            {"head", "fff14c80015ffc010203"}}));
 }
 
 TEST_F(Frames, OnlyTheNewestRecordsStay) {
@@ -102,7 +102,7 @@ TEST_F(Frames, FilesHoldAllFromTheNextKeyFrameOn) {
                            {"audio_bytes", 10},
                            {"dropped", 0}}));
     EXPECT_EQ(file_text(h264), std::string("\0\0\0\1g\0\0\0\1A", 10));
-    EXPECT_EQ(file_text(aac), std::string(7, '\xee') + "\4\5\6");
+    EXPECT_EQ(file_text(aac), "\xff\xf1\x4c\x80\x01\x5f\xfc\4\5\6");
     EXPECT_EQ(agent.ask("POST", "/frames/stop", json::object()).status, 400);
     EXPECT_EQ(agent.ask("POST", "/frames/save", {{"h264", "/no/such/folder/x"}}).status, 400);
 }

@@ -1,0 +1,14 @@
+// The moving test picture: a sliding gradient, a square that bounces, and the time of day in large digits.
+#pragma once
+
+#include <cstdint>
+
+// Planes of a 4:2:0 picture; strides in bytes.
+struct picture_planes {
+    int width, height;
+    uint8_t *plane[3];
+    int stride[3];
+};
+
+// Draws picture `number`; `time_ms` is the wall-clock time to show, milliseconds since the epoch (UTC).
+void draw_picture(const picture_planes &picture, uint32_t number, int64_t time_ms);
