@@ -90,6 +90,7 @@ class HandlerTest : public CameraTest {
         camera.reply("/CGI/CameraSetting?MOTION_DETECTION", kMotion);
         camera.reply("/CGI/CameraSetting?AUDIO_DETECTION", kAudio);
         camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", kTemperature);
+        camera.reply("/CGI/CameraStatus?LullabyMode", "<LullabyMode>ALL</LullabyMode>");
         camera.reply("/CGI/CameraSetup", "<Done></Done>");
         camera.reply("/CGI/RemoteControl", "<Done></Done>");
     }

@@ -28,9 +28,9 @@ struct CameraRow {
     const char *name, *group, *value;
 };
 
-class CameraParameter : public HandlerTest, public testing::WithParamInterface<CameraRow> {};
+class ParamReadCameraParameter : public HandlerTest, public testing::WithParamInterface<CameraRow> {};
 
-TEST_P(CameraParameter, IsAskedOfItsGroup) {
+TEST_P(ParamReadCameraParameter, IsAskedOfItsGroup) {
     const auto [name, group, value] = GetParam();
     const Outcome outcome = read(name);
     EXPECT_EQ(outcome.text, value);
@@ -40,7 +40,7 @@ TEST_P(CameraParameter, IsAskedOfItsGroup) {
     EXPECT_EQ(camera.seen(), Texts{get_request(std::string("CameraSetting?") + group)});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CameraParameter,
+INSTANTIATE_TEST_SUITE_P(Rows, ParamReadCameraParameter,
                          testing::Values(CameraRow{"md_armed", "MOTION_DETECTION", "1"},
                                          CameraRow{"md_sensitivity", "MOTION_DETECTION", "6"},
                                          CameraRow{"sd_armed", "AUDIO_DETECTION", "0"},
@@ -54,9 +54,9 @@ struct WordRow {
     const char *word, *value;
 };
 
-class CameraWord : public HandlerTest, public testing::WithParamInterface<WordRow> {};
+class ParamReadCameraWord : public HandlerTest, public testing::WithParamInterface<WordRow> {};
 
-TEST_P(CameraWord, OnlyExactOnAndOffAreTranslated) {
+TEST_P(ParamReadCameraWord, OnlyExactOnAndOffAreTranslated) {
     const auto [word, value] = GetParam();
     camera.reply("/CGI/CameraSetting", std::string("<ENABLE>") + word + "</ENABLE>");
     camera.reply("/CGI/CameraSetting?MOTION_DETECTION", std::string("<ENABLE>") + word + "</ENABLE>");
@@ -65,7 +65,7 @@ TEST_P(CameraWord, OnlyExactOnAndOffAreTranslated) {
     EXPECT_EQ(outcome.result, static_cast<int>(std::string(value).size()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CameraWord,
+INSTANTIATE_TEST_SUITE_P(Rows, ParamReadCameraWord,
                          testing::Values(WordRow{"ON", "1"}, WordRow{"OFF", "0"}, WordRow{"On", "On"},
                                          WordRow{"off", "off"}, WordRow{"ONE", "ONE"}, WordRow{" ON", " ON"},
                                          WordRow{"", ""}, WordRow{"HIGH", "HIGH"}));
@@ -79,9 +79,9 @@ struct ConfRow {
     const char *name, *key;
 };
 
-class ConfParameter : public HandlerTest, public testing::WithParamInterface<ConfRow> {};
+class ParamReadConfParameter : public HandlerTest, public testing::WithParamInterface<ConfRow> {};
 
-TEST_P(ConfParameter, IsReadFromTheFileUnchanged) {
+TEST_P(ParamReadConfParameter, IsReadFromTheFileUnchanged) {
     const auto [name, key] = GetParam();
     for (const char *value : {"ON", "15", "", "a=b"}) {
         set_conf(key, value);
@@ -93,7 +93,7 @@ TEST_P(ConfParameter, IsReadFromTheFileUnchanged) {
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
-TEST_P(ConfParameter, IsEmptyWithoutItsKeyOrTheFile) {
+TEST_P(ParamReadConfParameter, IsEmptyWithoutItsKeyOrTheFile) {
     for (int i = 0; i < 2; i++) {
         const Outcome outcome = read(GetParam().name);
         EXPECT_EQ(outcome.text, "");
@@ -102,7 +102,7 @@ TEST_P(ConfParameter, IsEmptyWithoutItsKeyOrTheFile) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ConfParameter,
+INSTANTIATE_TEST_SUITE_P(Rows, ParamReadConfParameter,
                          testing::Values(ConfRow{"pd_armed", "BATTERY_ARMED"},
                                          ConfRow{"sdcard_armed", "SDCARD_ARMED"},
                                          ConfRow{"pd_setting", "BATTERY_LOW"},
@@ -114,9 +114,9 @@ struct ResolutionRow {
     const char *text;
 };
 
-class Resolution : public HandlerTest, public testing::WithParamInterface<ResolutionRow> {};
+class ParamReadResolution : public HandlerTest, public testing::WithParamInterface<ResolutionRow> {};
 
-TEST_P(Resolution, IsTheSelectedProfile) {
+TEST_P(ParamReadResolution, IsTheSelectedProfile) {
     const auto [type, text] = GetParam();
     gResolutionType = type;
     const Outcome outcome = read("high_definition");
@@ -128,13 +128,13 @@ TEST_P(Resolution, IsTheSelectedProfile) {
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Resolution,
+INSTANTIATE_TEST_SUITE_P(Rows, ParamReadResolution,
                          testing::Values(ResolutionRow{1, "1"}, ResolutionRow{2, "2"}, ResolutionRow{3, "3"},
                                          ResolutionRow{0, ""}, ResolutionRow{4, ""}, ResolutionRow{-1, ""}));
 
-class UndefinedParameter : public HandlerTest, public testing::WithParamInterface<const char *> {};
+class ParamReadUndefinedParameter : public HandlerTest, public testing::WithParamInterface<const char *> {};
 
-TEST_P(UndefinedParameter, IsAnError) {
+TEST_P(ParamReadUndefinedParameter, IsAnError) {
     const Outcome outcome = read(GetParam());
     EXPECT_EQ(outcome.text, "ERROR");
     EXPECT_EQ(outcome.result, 5);
@@ -144,7 +144,7 @@ TEST_P(UndefinedParameter, IsAnError) {
 }
 
 // The csd names are written but cannot be read back.
-INSTANTIATE_TEST_SUITE_P(Names, UndefinedParameter,
+INSTANTIATE_TEST_SUITE_P(Names, ParamReadUndefinedParameter,
                          testing::Values("csd_armed", "csd_setting", "MD_ARMED", "md_armed ", "md_arme", "",
                                          "Battery", "doOTA", "save_param", "resolution"));
 

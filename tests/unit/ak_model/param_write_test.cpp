@@ -1,0 +1,231 @@
+// set_device_param, the settings: requests, configuration, result and log of each, every failure.
+#include "param_write_test.h"
+
+#include <curl/curl.h>
+
+namespace {
+
+// --- Settings of the camera: read, changed, written back whole.
+
+struct GroupRow {
+    const char *name, *value, *group, *document;
+};
+
+class ParamWriteGroupParameter : public ParamWrite, public testing::WithParamInterface<GroupRow> {};
+
+TEST_P(ParamWriteGroupParameter, IsWrittenBackWithItsGroup) {
+    const auto [name, value, group, document] = GetParam();
+    const std::string target = std::string("CameraSetting?") + group;
+    const Outcome outcome = set(name, value, 7);
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_LOG(start_log(name, value, 7) + "[GET " + target + "]\n" + post_log(document), outcome.log);
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(camera.seen(), (Texts{get_request(target), setup_request(document)}));
+    EXPECT_EQ(conf_text(), kArmedConf);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ParamWriteGroupParameter,
+    testing::Values(GroupRow{"md_armed", "0", "MOTION_DETECTION", MOTION("OFF", "6")},
+                    GroupRow{"md_armed", "1", "MOTION_DETECTION", MOTION("ON", "6")},
+                    GroupRow{"md_armed", "on", "MOTION_DETECTION",
+                             MOTION("OFF", "6")},  // no number reads as 0
+                    GroupRow{"md_sensitivity", "7", "MOTION_DETECTION", MOTION("ON", "3")},
+                    GroupRow{"md_sensitivity", "-3", "MOTION_DETECTION", MOTION("ON", "-1")},
+                    GroupRow{"md_sensitivity", "8", "MOTION_DETECTION", MOTION("ON", "4")},
+                    GroupRow{"md_sensitivity", "", "MOTION_DETECTION", MOTION("ON", "0")},
+                    GroupRow{"sd_armed", "0", "AUDIO_DETECTION", AUDIO("OFF", "2")},
+                    GroupRow{"sd_armed", "1", "AUDIO_DETECTION", AUDIO("ON", "2")},
+                    GroupRow{"sd_sensitivity", "9", "AUDIO_DETECTION", AUDIO("OFF", "4")},
+                    GroupRow{"td_armed", "0", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "38", "10")},
+                    GroupRow{"td_armed", "1", "TEMPERATURE_ALERT", TEMPERATURE("ON", "38", "10")},
+                    GroupRow{"td_up", "41", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "41", "10")},
+                    GroupRow{"td_up", "-5", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "-5", "10")},
+                    GroupRow{"td_down", "3", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "38", "3")},
+                    GroupRow{"td_down", "08x", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "38", "8")}));
+
+// The other element of the group goes back as the camera's own text.
+TEST_F(ParamWrite, TheOthersTextIsSentBackUnchanged) {
+    camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<ENABLE>on</ENABLE><MAX>38.50</MAX><MIN> 1 </MIN>");
+    EXPECT_EQ(set("td_up", "20").result, 0);
+    EXPECT_EQ(camera.seen().at(1), setup_request(TEMPERATURE("on", "20", " 1 ")));
+    EXPECT_EQ(set("td_armed", "1").result, 0);
+    EXPECT_EQ(camera.seen().at(3), setup_request(TEMPERATURE("ON", "38.50", " 1 ")));
+}
+
+struct NeededRow {
+    const char *name, *reply;
+};
+
+class ParamWriteNeededElement : public ParamWrite, public testing::WithParamInterface<NeededRow> {};
+
+TEST_P(ParamWriteNeededElement, MissingGivesFiveAndPostsNothing) {
+    const auto [name, reply] = GetParam();
+    for (const char *group : {"MOTION_DETECTION", "AUDIO_DETECTION", "TEMPERATURE_ALERT"}) {
+        camera.reply(std::string("/CGI/CameraSetting?") + group, reply);
+    }
+    const Outcome outcome = set(name, "1");
+    EXPECT_EQ(outcome.result, 5);
+    EXPECT_LOG("local_response is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
+    EXPECT_EQ(outcome.log.find("before POST"), std::string::npos);
+    EXPECT_EQ(camera.requests().size(), 1U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteNeededElement,
+                         testing::Values(NeededRow{"md_armed", "<ENABLE>ON</ENABLE>"},
+                                         NeededRow{"md_sensitivity", "<SENSITIVITY>1</SENSITIVITY>"},
+                                         NeededRow{"sd_armed", "<ENABLE>ON</ENABLE>"},
+                                         NeededRow{"sd_sensitivity", "<SENSITIVITY>1</SENSITIVITY>"},
+                                         NeededRow{"td_armed", "<ENABLE>ON</ENABLE><MAX>1</MAX>"},
+                                         NeededRow{"td_armed", "<ENABLE>ON</ENABLE><MIN>1</MIN>"},
+                                         NeededRow{"td_up", "<MIN>1</MIN><MAX>1</MAX>"},
+                                         NeededRow{"td_up", "<ENABLE>ON</ENABLE><MAX>1</MAX>"},
+                                         NeededRow{"td_down", "<MAX>1</MAX><MIN>1</MIN>"},
+                                         NeededRow{"td_down", "<ENABLE>ON</ENABLE><MIN>1</MIN>"},
+                                         NeededRow{"md_armed", "<ErrorCode>-3</ErrorCode>"}));
+
+// What is written anew need not be there before.
+TEST_F(ParamWrite, TheElementItselfMayBeMissing) {
+    camera.reply("/CGI/CameraSetting?MOTION_DETECTION", "<SENSITIVITY>1</SENSITIVITY>");
+    EXPECT_EQ(set("md_armed", "1").result, 0);
+    EXPECT_EQ(camera.seen().at(1), setup_request(MOTION("ON", "1")));
+}
+
+TEST_F(ParamWrite, ACameraThatCannotBeReachedIsAFailure) {
+    camera.go_away();
+    const Outcome outcome = set("sd_armed", "1");
+    EXPECT_EQ(outcome.result, -1);
+    EXPECT_LOG(start_log("sd_armed", "1") +
+                   "[GET CameraSetting?AUDIO_DETECTION]\n[failed]\n"
+                   "res !=CURLE_OK: platform/Z55/ak_model,line <N>\n",
+               outcome.log);
+    EXPECT_LOG(std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
+                   "  (platform/Z55/ak_model, <N>)\n",
+               outcome.errors);
+}
+
+TEST_F(ParamWrite, AnyStatusBut200OfTheGetIsAFailure) {
+    camera.reply("/CGI/CameraSetting?MOTION_DETECTION", {CameraReply{.body = kMotion, .status = 500}});
+    EXPECT_EQ(set("md_armed", "1").result, -1);
+    EXPECT_EQ(camera.requests().size(), 1U);
+}
+
+TEST_F(ParamWrite, APostThatFailsIsAFailure) {
+    camera.reply("/CGI/CameraSetup", {CameraReply{.hang_up = true}});
+    const Outcome outcome = set("md_armed", "1");
+    EXPECT_EQ(outcome.result, -1);
+    EXPECT_LOG(start_log("md_armed", "1") + "[GET CameraSetting?MOTION_DETECTION]\n" +
+                   post_log(MOTION("ON", "6")) + "[failed]\n",
+               outcome.log);
+}
+
+TEST_F(ParamWrite, ThePostsStatusIsNotLookedAt) {
+    camera.reply("/CGI/CameraSetup", {CameraReply{.body = "<ErrorCode>-3</ErrorCode>", .status = 500}});
+    EXPECT_EQ(set("md_armed", "1").result, 0);
+}
+
+TEST_F(ParamWrite, ADocumentIsCutAt319CharactersAndTheBodyAt349) {
+    camera.reply("/CGI/CameraSetting?MOTION_DETECTION",
+                 "<SENSITIVITY>" + std::string(10'000, 's') + "</SENSITIVITY>");
+    const Outcome outcome = set("md_armed", "1");
+    EXPECT_EQ(outcome.result, 0);
+    const std::string head = "<CameraSetup><MOTION_DETECTION><ENABLE>ON</ENABLE><SENSITIVITY>";
+    const std::string document = head + std::string(319 - head.size(), 's');
+    EXPECT_LOG(start_log("md_armed", "1") + "[GET CameraSetting?MOTION_DETECTION]\n" + post_log(document),
+               outcome.log);
+    EXPECT_EQ(camera.requests().at(1).body, posted(document).substr(0, 349));
+}
+
+// --- Switches with an unexpected value.
+
+TEST_F(ParamWrite, MotionSwitchComplainsAndPostsAnEmptyCommand) {
+    expect_empty_command(set("md_armed", "2"), start_log("md_armed", "2") + "param error\n");
+}
+
+class ParamWriteUnexpectedSwitch : public ParamWrite, public testing::WithParamInterface<const char *> {};
+
+TEST_P(ParamWriteUnexpectedSwitch, PostsAnEmptyCommand) {
+    for (const char *value : {"2", "-1", "10"}) {
+        expect_empty_command(set(GetParam(), value), start_log(GetParam(), value));
+        camera.forget();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, ParamWriteUnexpectedSwitch,
+                         testing::Values("sd_armed", "td_armed", "pd_armed", "csd_armed", "sdcard_armed",
+                                         "Csdnimbo"));
+
+TEST_F(ParamWrite, AnEmptyCommandsResultIsThatOfItsPost) {
+    camera.go_away();
+    for (const char *name : {"md_armed", "sd_armed", "td_armed", "pd_armed", "Csdnimbo"}) {
+        EXPECT_EQ(set(name, "2").result, -1) << name;
+    }
+}
+
+// --- Switches and thresholds of the configuration.
+
+struct ConfSwitchRow {
+    const char *name, *key, *word;
+};
+
+class ParamWriteConfSwitch : public ParamWrite, public testing::WithParamInterface<ConfSwitchRow> {};
+
+TEST_P(ParamWriteConfSwitch, IsStored) {
+    const auto [name, key, word] = GetParam();
+    for (const char *value : {"1", "0"}) {
+        const Outcome outcome = set(name, value);
+        EXPECT_EQ(outcome.result, 0);
+        const std::string state = value[0] == '1' ? " on" : " off";
+        EXPECT_LOG(start_log(name, value) + trace(std::string("setting ") + word + state), outcome.log);
+        EXPECT_EQ(conf_text(), conf_with(key, value));
+    }
+    EXPECT_EQ(set(name, "01").result, 0);
+    EXPECT_EQ(conf_text(), conf_with(key, "1"));
+    EXPECT_EQ(camera.seen(), Texts{});
+}
+
+TEST_P(ParamWriteConfSwitch, IsZeroEvenWhereNothingCanBeWritten) {
+    remove_conf();
+    EXPECT_EQ(set(GetParam().name, "1").result, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteConfSwitch,
+                         testing::Values(ConfSwitchRow{"pd_armed", "BATTERY_ARMED", "battery_armed"},
+                                         ConfSwitchRow{"csd_armed", "NIMB_ARMED", "nimb_armed"},
+                                         ConfSwitchRow{"sdcard_armed", "SDCARD_ARMED", "sdcard_armed"}),
+                         name_of_row<ConfSwitchRow>);
+
+struct ThresholdRow {
+    const char *name, *key, *word;
+};
+
+class ParamWriteThreshold : public ParamWrite, public testing::WithParamInterface<ThresholdRow> {};
+
+TEST_P(ParamWriteThreshold, IsStoredAsReceived) {
+    const auto [name, key, word] = GetParam();
+    for (const std::string value : {"15", "fifteen", "", " 7"}) {
+        const Outcome outcome = set(name, value.c_str());
+        EXPECT_EQ(outcome.result, 0);
+        EXPECT_LOG(start_log(name, value) +
+                       trace(std::string("before setting ") + word + " , param_value = " + value) +
+                       trace(std::string("After setting ") + word + " , param_value = " + value),
+                   outcome.log);
+        EXPECT_EQ(conf_text(), conf_with(key, value));
+    }
+    EXPECT_EQ(camera.seen(), Texts{});
+}
+
+TEST_P(ParamWriteThreshold, AddsNoLinesToTheFile) {
+    set(GetParam().name, "15\nPASSWORD=stolen");
+    EXPECT_EQ(conf_text(), conf_with(GetParam().key, "15"));
+    set(GetParam().name, "16\rx");
+    EXPECT_EQ(conf_text(), conf_with(GetParam().key, "16"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteThreshold,
+                         testing::Values(ThresholdRow{"pd_setting", "BATTERY_LOW", "battery"},
+                                         ThresholdRow{"csd_setting", "NIMB_LOW", "nimb"},
+                                         ThresholdRow{"sdcard_setting", "SDCARD_LOW", "sdcard"}),
+                         name_of_row<ThresholdRow>);
+
+}  // namespace
