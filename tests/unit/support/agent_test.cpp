@@ -8,12 +8,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 
 #include "agent/curlmgr.h"
 #include "agent/loginout.h"
 #include "exports.h"
+#include "intercept.h"
 
 namespace {
 
@@ -95,9 +95,11 @@ void set_session_key(const std::string &key) {
     key.copy(session_key_buffer, kSessionKeySize - 1);
 }
 
-void start_queue_worker() {
-    static std::once_flag once;
-    std::call_once(once, [] { output_of([] { start_curl_thread(nullptr); }); });
+std::string start_queue_worker() {
+    static bool started = false;
+    if (started) return {};
+    started = true;
+    return output_of([] { start_curl_thread(nullptr); });
 }
 
 bool eventually(const std::function<bool()> &condition) {
@@ -146,10 +148,14 @@ void AgentTest::SetUp() {
     remove_conf();
     fake_os::reset();
     fake_vendor::reset();
+    intercept::reset();
     reset_exports();
 }
 
+int CameraTest::begun = 0;
+
 void CameraTest::SetUp() {
+    begun++;
     AgentTest::SetUp();
     write_conf({{"hostIP", FakeCamera::host},
                 {"ITEM_DEVICE", "Cam"},

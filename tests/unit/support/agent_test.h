@@ -31,8 +31,8 @@ bool file_exists(const std::string &path);
 // The key that the session hook hands out from now on. Before other threads start.
 void set_session_key(const std::string &key);
 
-// Starts the queue's worker, once in the process, with its log line swallowed.
-void start_queue_worker();
+// Starts the queue's worker, once in the process. Returns what the start logged, "" when it runs already.
+std::string start_queue_worker();
 
 // Polls `condition` every millisecond; false when it does not hold within 10 seconds.
 bool eventually(const std::function<bool()> &condition);
@@ -67,6 +67,7 @@ class AgentTest : public testing::Test {
 class CameraTest : public AgentTest {
   protected:
     void SetUp() override;
+    static int begun;  // tests of this kind so far, this one included
     FakeCamera camera;
 };
 

@@ -49,6 +49,13 @@ CameraReply refused(int error_code) {
     return {.body = "<ErrorCode>" + std::to_string(error_code) + "</ErrorCode>"};
 }
 
+std::string log_of_status(const std::string &name, const std::string &key, const std::string &value) {
+    const std::string trace = "!!!***platform/Z55/ak_model <N> ***!!!";
+    return trace + "\n status_name=" + name + "\n , status_length =" + std::to_string(name.size()) +
+           "\n[GET CameraStatus?" + key + "]\n" + trace + "\n xml_value " + value + " find\n" + trace +
+           " status_name=" + name + "\n";
+}
+
 void log_in(FakeCamera &camera, const std::string &key) {
     camera.reply("/CGI/CameraLogin", {{.headers = {"Set-Cookie: Session=" + key + ";"}}});
     getSessionKey(session_key_buffer);

@@ -22,6 +22,9 @@ Texts commands(const FakeCamera &camera);
 CameraReply taken(const std::string &action);
 CameraReply refused(int error_code);
 
+// What the status reader prints (as marked_log leaves it) for a status that the camera knows as `key`.
+std::string log_of_status(const std::string &name, const std::string &key, const std::string &value);
+
 // Logs in with `key` as the main thread does: threads that wait for a key go on.
 void log_in(FakeCamera &camera, const std::string &key);
 

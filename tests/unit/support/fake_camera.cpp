@@ -208,10 +208,6 @@ void FakeCamera::reply(const std::string &target, std::vector<CameraReply> repli
     server_->replies[target] = std::move(replies);
 }
 
-void FakeCamera::reply(const std::string &target, const std::string &body) {
-    reply(target, std::vector<CameraReply>{{.body = body}});
-}
-
 void FakeCamera::on_request(std::function<CameraReply(const CameraRequest &)> answer) {
     const std::lock_guard<std::mutex> guard(server_->lock);
     server_->answer = std::move(answer);

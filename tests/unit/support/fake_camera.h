@@ -3,6 +3,7 @@
 #ifndef UNIT_SUPPORT_FAKE_CAMERA_H
 #define UNIT_SUPPORT_FAKE_CAMERA_H
 
+#include <concepts>
 #include <functional>
 #include <memory>
 #include <string>
@@ -45,7 +46,10 @@ class FakeCamera {
     // What the next requests of `target` get, one reply each; the last one stays. `target` is a whole target,
     // or its part before the "?", which is looked up second. Without any the camera answers 404.
     void reply(const std::string &target, std::vector<CameraReply> replies);
-    void reply(const std::string &target, const std::string &body);
+    template <std::convertible_to<std::string> Text>
+    void reply(const std::string &target, const Text &body) {
+        reply(target, std::vector<CameraReply>{{.body = body}});
+    }
 
     // In place of the table: every request goes to `answer`, on the connection's thread.
     void on_request(std::function<CameraReply(const CameraRequest &)> answer);

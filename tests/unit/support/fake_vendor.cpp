@@ -89,6 +89,7 @@ int take_alarm(alarm_record *record, mipc_api_table *table) {
 pthread_attr_t prepared_attributes() {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, fake_vendor::kWorkerStack);
     return attributes;
 }
 

@@ -28,6 +28,9 @@ void result(const std::string &function, int value, std::function<void()> action
 // The token that readTokenFromFile stores when its result is 0.
 void token(const std::string &text);
 
+// What thread_attr asks for.
+inline constexpr size_t kWorkerStack = 1024 * 1024 + 16 * 4096;  // bytes
+
 // The SDK's function table that vq_ipca_init returns; its slots may be changed. reset() fills them anew.
 mipc_api_table &table();
 

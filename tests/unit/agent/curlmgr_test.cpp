@@ -1,0 +1,318 @@
+#include "agent/curlmgr.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "agent/utils/transfer.h"
+#include "agent_test.h"
+#include "exports.h"
+#include "intercept.h"
+
+namespace {
+
+// --- The list operations.
+
+std::vector<curl_job *> forward(const curl_queue &queue) {
+    std::vector<curl_job *> jobs;
+    for (curl_job *job = queue.head; job != nullptr; job = job->next) jobs.push_back(job);
+    return jobs;
+}
+
+std::vector<curl_job *> backward(const curl_queue &queue) {
+    std::vector<curl_job *> jobs;
+    for (curl_job *job = queue.tail; job != nullptr; job = job->prev) jobs.push_back(job);
+    return jobs;
+}
+
+TEST(CurlQueue, StartsEmpty) {
+    curl_job job{};
+    curl_queue queue{&job, &job, 7, 7, 0};
+    curl_queue_init(&queue, 5);
+    EXPECT_EQ(nullptr, queue.head);
+    EXPECT_EQ(nullptr, queue.tail);
+    EXPECT_EQ(0u, queue.count);
+    EXPECT_EQ(5u, queue.capacity);
+    EXPECT_EQ(1, queue.initialised);
+}
+
+TEST(CurlQueue, IsFirstInFirstOut) {
+    curl_queue queue;
+    curl_queue_init(&queue, 3);
+    curl_job a{}, b{}, c{};
+    a.prev = a.next = &c;  // what a link held before does not matter
+    for (curl_job *job : {&a, &b, &c}) EXPECT_EQ(0, curl_queue_push_back(&queue, job));
+    EXPECT_EQ((std::vector{&a, &b, &c}), forward(queue));
+    EXPECT_EQ((std::vector{&c, &b, &a}), backward(queue));
+    EXPECT_EQ(3u, queue.count);
+    EXPECT_EQ(&a, curl_queue_pop(&queue));
+    EXPECT_EQ((std::vector{&b, &c}), forward(queue));
+    EXPECT_EQ((std::vector{&c, &b}), backward(queue));
+    EXPECT_EQ(&b, curl_queue_pop(&queue));
+    EXPECT_EQ(&c, curl_queue_pop(&queue));
+    EXPECT_EQ(nullptr, queue.head);
+    EXPECT_EQ(nullptr, queue.tail);
+    EXPECT_EQ(0u, queue.count);
+    EXPECT_EQ(0, curl_queue_push_back(&queue, &a));
+    EXPECT_EQ((std::vector{&a}), forward(queue));
+    EXPECT_EQ((std::vector{&a}), backward(queue));
+}
+
+TEST(CurlQueue, AFullQueueRefusesWithItsText) {
+    curl_queue queue;
+    curl_queue_init(&queue, 2);
+    curl_job a{}, b{}, c{};
+    curl_queue_push_back(&queue, &a);
+    curl_queue_push_back(&queue, &b);
+    EXPECT_EQ("curl_queue_push_back: FULL\n",
+              output_of([&] { EXPECT_EQ(1, curl_queue_push_back(&queue, &c)); }));
+    EXPECT_EQ((std::vector{&a, &b}), forward(queue));
+    EXPECT_EQ(2u, queue.count);
+}
+
+TEST(CurlQueue, AnEmptyQueueGivesNothingWithItsText) {
+    curl_queue queue;
+    curl_queue_init(&queue, 2);
+    EXPECT_EQ("curl_queue_pop: EMPTY\n", output_of([&] { EXPECT_EQ(nullptr, curl_queue_pop(&queue)); }));
+    EXPECT_EQ(0u, queue.count);
+}
+
+// --- The starter, and what only a fresh process shows. Run together, these come first of all that use the
+// queue.
+
+class QueueStart : public AgentTest {};
+
+TEST_F(QueueStart, ASemaphoreThatCannotBePreparedIsOnlyReported) {
+    intercept::refuse_next("sem_init");
+    const std::string log = start_queue_worker();
+    if (log.empty()) GTEST_SKIP() << "the queue is in use already";
+    EXPECT_EQ("Start Curl Performing Thread.\ninit curl_sem error:No space left on device\n", log);
+}
+
+TEST_F(QueueStart, IsLogged) {
+    const std::string log = start_queue_worker();
+    if (log.empty()) GTEST_SKIP() << "the queue is in use already";
+    EXPECT_EQ("Start Curl Performing Thread.\n", log);
+}
+
+TEST_F(QueueStart, WithoutAWorkerIsAFailure) {
+    intercept::refuse_next("pthread_create");
+    const std::string log =
+        output_of([] { EXPECT_EQ(reinterpret_cast<void *>(-1), start_curl_thread(nullptr)); });
+    EXPECT_EQ(
+        "Start Curl Performing Thread.\n"
+        "!!!***platform/Z55/agent/curlmgr 203***!!!\n"
+        "*** error in create curl_thread ***\n",
+        log);
+}
+
+// --- Jobs. The camera's requests are the order of the transfers.
+
+class Jobs : public CameraTest {
+  protected:
+    void SetUp() override {
+        CameraTest::SetUp();
+        camera.on_request([this](const CameraRequest &request) {
+            if (request.target == "/gate") hold();
+            return CameraReply{.body = request.target, .hang_up = request.target == "/bad"};
+        });
+    }
+    // One job: the camera is asked for `path` and sends it back. Returns the result.
+    static int perform(const std::string &path, int priority, const char *name = "job") {
+        std::string body;
+        const Transfer transfer = new_transfer(std::string("http://") + FakeCamera::host + path);
+        curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &body);
+        curl_easy_setopt(transfer.get(), CURLOPT_WRITEFUNCTION, keep);
+        const int result = curlmgr_enqueue_job(transfer.get(), priority, name);
+        if (result == 0) {
+            EXPECT_EQ(path, body) << "each caller gets its own answer";
+        }
+        return result;
+    }
+    // A job of its own thread, queued when this returns.
+    void start(const std::string &path, int priority) {
+        const int before = intercept::semaphore_waits();
+        threads.emplace_back([=, this] { succeeded += perform(path, priority) == 0 ? 1 : 0; });
+        ASSERT_TRUE(eventually([=] { return intercept::semaphore_waits() > before; }));
+    }
+    // Keeps the worker busy at the camera until open_gate.
+    void close_gate() {
+        start("/gate", kDefaultPriority);
+        ASSERT_TRUE(eventually([this] { return !camera.requests().empty(); }));
+    }
+    // Lets the worker go on and waits for all jobs that were started.
+    void open_gate() {
+        {
+            const std::lock_guard<std::mutex> lock(gate_lock);
+            open = true;
+            gate.notify_all();
+        }
+        for (std::thread &thread : threads) thread.join();
+        threads.clear();
+    }
+    Texts paths() const {
+        Texts texts;
+        for (const CameraRequest &request : camera.requests()) texts.push_back(request.target);
+        return texts;
+    }
+    std::atomic<int> succeeded{0};  // of the jobs that were started
+
+  private:
+    static size_t keep(char *piece, size_t size, size_t count, std::string *body) {
+        body->append(piece, size * count);
+        return size * count;
+    }
+    void hold() {
+        std::unique_lock<std::mutex> lock(gate_lock);
+        gate.wait(lock, [this] { return open; });
+    }
+    std::mutex gate_lock;
+    std::condition_variable gate;
+    bool open = false;
+    std::vector<std::thread> threads;
+};
+
+TEST_F(Jobs, OneFailedAndThreeGoodTransfers) {
+    if (begun > 1) GTEST_SKIP() << "the counters do not begin at 0";
+    const std::string log = output_of([] {
+        EXPECT_EQ(0, perform("/a", kDefaultPriority, "first"));
+        EXPECT_EQ(0, perform("/b", kHighPriority, nullptr));
+        EXPECT_EQ(CURLE_GOT_NOTHING, perform("/bad", kDefaultPriority, "bad"));
+        EXPECT_EQ(0, perform("/c", kDefaultPriority, ""));
+    });
+    EXPECT_EQ(
+        "curlmgr_perform_curl called\n"
+        "default size: 1\n"
+        "curlmgr: performing curl, name = first... \n"
+        "curlmgr_enqueue_job OK. res = 0, good=1 NG=0 fail_rate = 0\n "
+        "curlmgr_perform_curl called\n"
+        "high size: 1\n"
+        "curlmgr: performing curl, name = ... \n"
+        "curlmgr_enqueue_job OK. res = 0, good=2 NG=0 fail_rate = 0\n "
+        "curlmgr_perform_curl called\n"
+        "default size: 1\n"
+        "curlmgr: performing curl, name = bad... \n"
+        "curlmgr_enqueue_job OK. res = 52, good=2 NG=1 fail_rate = 33\n "
+        "curlmgr_perform_curl called\n"
+        "default size: 1\n"
+        "curlmgr: performing curl, name = ... \n"
+        "curlmgr_enqueue_job OK. res = 0, good=3 NG=1 fail_rate = 25\n ",
+        log);
+}
+
+TEST_F(Jobs, HighPriorityGoesBeforeTheNextDefaultJob) {
+    const std::string log = output_of([this] {
+        close_gate();
+        start("/default1", kDefaultPriority);
+        start("/high1", kHighPriority);
+        start("/default2", kDefaultPriority);
+        start("/high2", kHighPriority);
+        open_gate();
+    });
+    EXPECT_EQ((Texts{"/gate", "/high1", "/high2", "/default1", "/default2"}), paths());
+    EXPECT_EQ(5, succeeded);
+    Texts sizes;
+    for (const char *size : {"high size: 2\n", "high size: 1\n", "default size: 2\n", "default size: 1\n"}) {
+        if (log.find(size) != std::string::npos) sizes.push_back(size);
+    }
+    EXPECT_EQ(4u, sizes.size()) << log;
+}
+
+class FullQueue : public Jobs, public testing::WithParamInterface<int> {};
+
+TEST_P(FullQueue, RefusesThe81stJobWhileTheOtherAcceptsJobs) {
+    const int priority = GetParam();
+    const int other = priority == kHighPriority ? kDefaultPriority : kHighPriority;
+    std::string log;
+    output_of([&] {
+        close_gate();
+        for (int i = 0; i < 80; i++) start("/x", priority);
+    });
+    log = output_of([&] { EXPECT_EQ(-1, perform("/refused", priority)); });
+    output_of([&] {
+        start("/other", other);
+        open_gate();
+    });
+    EXPECT_EQ(
+        "curlmgr_perform_curl called\n"
+        "curl_queue_push_back: FULL\n"
+        "curlmgr_enqueue_job failed. The queue is full. res = -1.\n",
+        log);
+    EXPECT_EQ(82, succeeded);
+    EXPECT_EQ(82u, camera.requests().size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Priority, FullQueue, testing::Values(kDefaultPriority, kHighPriority));
+
+TEST_F(Jobs, OtherPrioritiesAreRejected) {
+    for (const int priority : {1, 3, -1}) {
+        EXPECT_EQ("curlmgr_perform_curl called\n",
+                  output_of([=] { EXPECT_EQ(-1, perform("/x", priority)); }));
+    }
+    EXPECT_EQ(0u, camera.requests().size());
+}
+
+TEST_F(Jobs, AreConnectedWithin2SecondsAndSpacedWithinTheSecond) {
+    output_of([] {
+        perform("/a", kDefaultPriority);
+        perform("/b", kHighPriority);
+    });
+    EXPECT_EQ((std::vector<long>{2, 2}), intercept::connect_timeouts());
+    EXPECT_TRUE(eventually([] { return fake_os::worker_pauses() == std::vector<long>(2, 100'000'000); }));
+}
+
+TEST_F(Jobs, AnInterruptedWaitIsResumed) {
+    output_of([] {
+        intercept::refuse_next("sem_wait");
+        EXPECT_EQ(0, perform("/a", kDefaultPriority));
+        intercept::refuse_next("sem_wait");
+        EXPECT_EQ(0, perform("/b", kDefaultPriority));
+    });
+    EXPECT_EQ((Texts{"/a", "/b"}), paths());
+}
+
+TEST_F(Jobs, OfSixteenThreadsAreNeverTwoAtOnce) {
+    constexpr int kThreads = 16, kEach = 10;
+    camera.on_request([](const CameraRequest &request) {
+        usleep(300);  // long enough for another worker to be seen
+        return CameraReply{.body = request.target};
+    });
+    output_of([] {
+        std::vector<std::thread> callers;
+        for (int i = 0; i < kThreads; i++) {
+            callers.emplace_back([i] {
+                for (int j = 0; j < kEach; j++) {
+                    const std::string path = "/" + std::to_string(i) + "/" + std::to_string(j);
+                    EXPECT_EQ(0, perform(path, i % 2 == 0 ? kDefaultPriority : kHighPriority));
+                }
+            });
+        }
+        for (std::thread &caller : callers) caller.join();
+    });
+    EXPECT_EQ(kThreads * kEach, static_cast<int>(camera.requests().size()));
+    EXPECT_EQ(1, camera.most_at_once());
+}
+
+TEST_F(Jobs, TheWorkerHasTheSdksAttributes) {
+    std::atomic<size_t> stack{0};
+    const Transfer transfer = new_transfer(std::string("http://") + FakeCamera::host + "/x");
+    curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &stack);
+    curl_easy_setopt(
+        transfer.get(), CURLOPT_WRITEFUNCTION,
+        +[](char *, size_t size, size_t count, std::atomic<size_t> *out) {
+            pthread_attr_t attributes;
+            size_t bytes = 0;
+            pthread_getattr_np(pthread_self(), &attributes);
+            pthread_attr_getstacksize(&attributes, &bytes);
+            pthread_attr_destroy(&attributes);
+            *out = bytes;
+            return size * count;
+        });
+    output_of([&] { EXPECT_EQ(0, curlmgr_enqueue_job(transfer.get(), kDefaultPriority, "x")); });
+    EXPECT_EQ(fake_vendor::kWorkerStack, stack);
+}
+
+}  // namespace

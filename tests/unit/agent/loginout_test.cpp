@@ -1,0 +1,607 @@
+#include "agent/loginout.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+#include "agent_test.h"
+#include "exports.h"
+#include "intercept.h"
+
+namespace {
+
+constexpr char kGoodBody[] = "<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>";
+
+CameraReply good_reply(const std::string &key) {
+    return {.body = kGoodBody, .headers = {"Set-Cookie: Session=" + key + "; path=/"}};
+}
+
+// The login runs on the calling thread: no queue worker in these tests.
+class Login : public AgentTest {
+  protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        unlink("/tmp/FWVER.txt");
+        unlink("/tmp/cookie.txt");
+        write_conf({{"hostIP", FakeCamera::host},
+                    {"ITEM_DEVICE", "Cam"},
+                    {"ITEM_STREAM", "Live"},
+                    {"PASSWORD", "secret"},
+                    {"SESSION_KEY", ""},
+                    {"COOKIE", "/tmp/cookie.txt"}});
+    }
+    // The log of one login() with this result; libcurl's own chatter is kept off standard error.
+    static std::string log_of_login(int result) {
+        std::string log;
+        errors_of([&] { log = output_of([&] { EXPECT_EQ(result, login()); }); });
+        return log;
+    }
+    static std::string stored(const char *key) {
+        char out[100] = "";
+        read_conf_value(key, out, "/tmp/working/VeloAgent.conf");
+        return out;
+    }
+    FakeCamera camera;
+};
+
+TEST_F(Login, IsOneFormPostWithoutCookie) {
+    camera.reply("/CGI/CameraLogin", {good_reply("998877")});
+    log_of_login(0);
+    ASSERT_EQ(1u, camera.requests().size());
+    EXPECT_EQ((Texts{"POST /CGI/CameraLogin?Device=Cam&Stream=Live -\npassword=secret"}), camera.seen());
+    EXPECT_EQ("application/x-www-form-urlencoded", camera.requests()[0].header("Content-Type"));
+    EXPECT_EQ("HTTP/1.1", camera.requests()[0].version);
+}
+
+TEST_F(Login, LogsItsCourse) {
+    camera.reply("/CGI/CameraLogin", {good_reply("998877")});
+    EXPECT_LOG(
+        "Loginning..\n"
+        "***(login) curl_perform starts ***\n"
+        "header_callback_func, buffer=HTTP/1.1 200 Any\r\n\n"
+        "header_callback_func, buffer=Set-Cookie: Session=998877; path=/\r\n\n"
+        "header_callback_func, buffer=Content-Length: 50\r\n\n"
+        "header_callback_func, buffer=\r\n\n"
+        "write_callback_func, buffer=<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>\n"
+        "***(login) curl_perform ends ***\n"
+        "getSessionKeyInHeader\n"
+        "header:Set-Cookie: Session=998877; path=/\r\n\n"
+        "(login)session_key=998877\n",
+        log_of_login(0));
+}
+
+TEST_F(Login, KeepsKeyAndFirmwareVersion) {
+    camera.reply("/CGI/CameraLogin", {good_reply("998877")});
+    write_file("/tmp/FWVER.txt", "a longer old version");
+    log_of_login(0);
+    EXPECT_EQ("998877", stored("SESSION_KEY"));
+    EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
+    EXPECT_EQ(nullptr, copy_session_key()) << "only getSessionKey hands the key out";
+}
+
+TEST_F(Login, ShowsLibcurlsCourseOnStandardError) {
+    camera.reply("/CGI/CameraLogin", {good_reply("1")});
+    const std::string errors = errors_of([] { output_of([] { login(); }); });
+    EXPECT_NE(std::string::npos, errors.find("> POST /CGI/CameraLogin"));
+}
+
+TEST_F(Login, TheBodyIsGatheredWholeOverItsPieces) {
+    CameraReply reply = good_reply("1");
+    reply.chunks = {"<FWV", "ER>V2", "</FWVER>"};
+    camera.reply("/CGI/CameraLogin", {reply});
+    const std::string log = log_of_login(0);
+    EXPECT_NE(std::string::npos,
+              log.find("write_callback_func, buffer=<FWV\nwrite_callback_func, buffer=ER>V2\n"));
+    EXPECT_EQ("V2", read_file("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, OfAnEndlessBodyTheFirst64KilobytesCount) {
+    CameraReply reply = good_reply("1");
+    const std::string filling(16 * 1024, 'x');
+    reply.chunks = {filling, filling, filling, filling, "<FWVER>late</FWVER>"};
+    camera.reply("/CGI/CameraLogin", {reply});
+    log_of_login(0);
+    EXPECT_FALSE(file_exists("/tmp/FWVER.txt"));
+
+    reply.chunks = {filling, filling, filling, filling.substr(1), "<FWVER>early</FWVER>"};
+    camera.reply("/CGI/CameraLogin", {reply});
+    log_of_login(0);
+    EXPECT_EQ("early", read_file("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, TheLastSessionHeaderWins) {
+    camera.reply(
+        "/CGI/CameraLogin",
+        {{.body = kGoodBody, .headers = {"Set-Cookie: Session=1", "Set-Cookie: Session=2", "X: Other=3"}}});
+    log_of_login(0);
+    EXPECT_EQ("2", stored("SESSION_KEY"));
+}
+
+TEST_F(Login, FollowsARedirect) {
+    camera.reply("/CGI/CameraLogin", {{.status = 302, .headers = {"Location: /CGI/Elsewhere"}}});
+    camera.reply("/CGI/Elsewhere", {good_reply("77")});
+    log_of_login(0);
+    EXPECT_EQ("77", stored("SESSION_KEY"));
+    EXPECT_EQ(2u, camera.requests().size());
+}
+
+TEST_F(Login, TheHttpStatusIsIgnored) {
+    CameraReply reply = good_reply("55");
+    reply.status = 500;
+    camera.reply("/CGI/CameraLogin", {reply});
+    log_of_login(0);
+    EXPECT_EQ("55", stored("SESSION_KEY"));
+}
+
+TEST_F(Login, AMissingFirmwareVersionIsNoFailure) {
+    CameraReply reply = good_reply("55");
+    reply.body = "<CameraLogin></CameraLogin>";
+    camera.reply("/CGI/CameraLogin", {reply});
+    const std::string log = log_of_login(0);
+    const std::string end =
+        "(login)session_key=55\n"
+        "res !=CURLE_OK: platform/Z55/agent/loginout,line 285\n"
+        "login get FWVER failure\n";
+    ASSERT_GE(log.size(), end.size());
+    EXPECT_EQ(end, log.substr(log.size() - end.size()));
+    EXPECT_EQ("55", stored("SESSION_KEY"));
+    EXPECT_FALSE(file_exists("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, AnEmptyFirmwareVersionIsStoredEmpty) {
+    CameraReply reply = good_reply("55");
+    reply.body = "<FWVER></FWVER>";
+    camera.reply("/CGI/CameraLogin", {reply});
+    write_file("/tmp/FWVER.txt", "old");
+    log_of_login(0);
+    EXPECT_TRUE(file_exists("/tmp/FWVER.txt"));
+    EXPECT_EQ("", read_file("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, AFirmwareFileThatCannotBeOpenedIsSkipped) {
+    std::filesystem::create_directory("/tmp/FWVER.txt");
+    camera.reply("/CGI/CameraLogin", {good_reply("55")});
+    log_of_login(0);
+    EXPECT_EQ("55", stored("SESSION_KEY"));
+    std::filesystem::remove("/tmp/FWVER.txt");
+}
+
+TEST_F(Login, WithoutASessionHeaderFails) {
+    camera.reply("/CGI/CameraLogin", kGoodBody);
+    set_conf("SESSION_KEY", "old");
+    EXPECT_LOG(
+        "Loginning..\n"
+        "***(login) curl_perform starts ***\n"
+        "header_callback_func, buffer=HTTP/1.1 200 Any\r\n\n"
+        "header_callback_func, buffer=Content-Length: 50\r\n\n"
+        "header_callback_func, buffer=\r\n\n"
+        "write_callback_func, buffer=<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>\n"
+        "***(login) curl_perform ends ***\n"
+        "getSessionKeyInHeader\n",
+        log_of_login(-1));
+    EXPECT_EQ("old", stored("SESSION_KEY"));
+    EXPECT_FALSE(file_exists("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, ATransferErrorFails) {
+    camera.go_away();
+    EXPECT_LOG(
+        "Loginning..\n"
+        "***(login) curl_perform starts ***\n"
+        "***(login) curl_perform ends ***\n"
+        "res !=CURLE_OK: platform/Z55/agent/loginout,line 263\n"
+        "***(login) error: curl perform failed. error code = 7***\n\n"
+        "After res !=CURLE_OK: platform/Z55/agent/loginout,line 266\n",
+        log_of_login(-1));
+}
+
+TEST_F(Login, WithoutALibcurlHandleFails) {
+    intercept::refuse_next("curl_easy_init");
+    EXPECT_LOG(
+        "Loginning..\n"
+        "res !=CURLE_OK: platform/Z55/agent/loginout,line 263\n"
+        "***(login) error: curl perform failed. error code = 2***\n\n"
+        "After res !=CURLE_OK: platform/Z55/agent/loginout,line 266\n",
+        log_of_login(-1));
+}
+
+TEST_F(Login, SettingsAreCutToTheirBuffers) {
+    camera.reply("/CGI/CameraLogin", {good_reply("1")});
+    set_conf("hostIP", "127.0.0.1:080809");  // the 15 characters before the 9 are the camera
+    set_conf("ITEM_DEVICE", std::string(10'000, 'd'));
+    set_conf("ITEM_STREAM", std::string(10'000, 's'));
+    set_conf("PASSWORD", std::string(10'000, 'p'));
+    log_of_login(0);
+    EXPECT_EQ((Texts{"POST /CGI/CameraLogin?Device=" + std::string(31, 'd') +
+                     "&Stream=" + std::string(31, 's') + " -\npassword=" + std::string(31, 'p')}),
+              camera.seen());
+}
+
+// --- The settings' messages: the file vanishes after `readable` readings.
+
+// Each reader that opens the path gets `text`; what the next one finds is settled before that.
+class VanishingConf {
+  public:
+    VanishingConf(int readable, const std::string &text) {
+        remove_conf();
+        if (readable == 0) return;
+        mkfifo(kPath, 0600);
+        feeder_ = std::thread([readable, text] {
+            for (int left = readable; left > 0; left--) {
+                FILE *pipe = std::fopen(kPath, "w");  // waits for a reader
+                remove_conf();
+                if (left > 1) mkfifo(kPath, 0600);
+                std::fputs(text.c_str(), pipe);
+                std::fclose(pipe);
+            }
+        });
+    }
+    ~VanishingConf() {
+        if (feeder_.joinable()) feeder_.join();
+    }
+
+  private:
+    static constexpr char kPath[] = "/tmp/working/VeloAgent.conf";
+    std::thread feeder_;
+};
+
+struct SettingRow {
+    const char *name;
+    int readable;
+    const char *text;
+};
+
+class MissingSetting : public AgentTest, public testing::WithParamInterface<SettingRow> {
+  protected:
+    static constexpr char kText[] = "hostIP=1.2.3.4\nITEM_DEVICE=Cam\nITEM_STREAM=Live\nPASSWORD=secret\n";
+};
+
+TEST_P(MissingSetting, EndsTheLoginWithItsText) {
+    const VanishingConf conf(GetParam().readable, kText);
+    const std::string log = output_of([] { EXPECT_EQ(-1, login()); });
+    EXPECT_EQ(std::string("Loginning..\n") + GetParam().text, log);
+}
+
+TEST_P(MissingSetting, EndsTheLoadingOfTheGlobalsWithItsText) {
+    const int readable = GetParam().readable;
+    const VanishingConf conf(readable, kText);
+    EXPECT_EQ(GetParam().text, output_of(load_login_settings));
+    EXPECT_STREQ(readable > 0 ? "1.2.3.4" : "", hostIP);
+    EXPECT_STREQ(readable > 1 ? "Cam" : "", device);
+    EXPECT_STREQ(readable > 2 ? "Live" : "", stream);
+    EXPECT_STREQ("", password);
+}
+
+INSTANTIATE_TEST_SUITE_P(Setting, MissingSetting,
+                         testing::Values(SettingRow{"Host", 0, "read hostIP in login() failed.\n"},
+                                         SettingRow{"Device", 1, "read device in login() failed.\n"},
+                                         SettingRow{"Stream", 2, "read stream in login() failed.\n"},
+                                         SettingRow{"Password", 3, "read password in login() failed.\n"}),
+                         by_name);
+
+class LoginGlobals : public AgentTest {};
+
+TEST_F(LoginGlobals, AreLoadedAndCutToTheirSizes) {
+    write_conf({{"hostIP", "192.168.100.200:80"},
+                {"ITEM_DEVICE", std::string(100, 'd')},
+                {"ITEM_STREAM", std::string(100, 's')},
+                {"PASSWORD", std::string(100, 'p')}});
+    EXPECT_EQ("", output_of(load_login_settings));
+    EXPECT_STREQ("192.168.100.200", hostIP);
+    EXPECT_EQ(std::string(29, 'd'), device);
+    EXPECT_EQ(std::string(29, 's'), stream);
+    EXPECT_EQ(std::string(29, 'p'), password);
+}
+
+// --- The key in the header.
+
+struct HeaderRow {
+    const char *name, *header;
+    std::optional<std::string> key;
+};
+
+class KeyInHeader : public testing::TestWithParam<HeaderRow> {};
+
+TEST_P(KeyInHeader, Is) {
+    const HeaderRow &row = GetParam();
+    const std::string log = output_of([&] { EXPECT_EQ(row.key, getSessionKeyInHeader(row.header)); });
+    const std::string missing = row.key ? "" : "Failed : getSessionKeyInHeader, \"Session=\" not found.\n";
+    EXPECT_EQ(std::string("getSessionKeyInHeader\nheader:") + row.header + "\n" + missing, log);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Row, KeyInHeader,
+    testing::Values(HeaderRow{"EndsAtASemicolon", "Set-Cookie: Session=0123456789; path=/\r\n", "0123456789"},
+                    HeaderRow{"EndsAtTheLineEnd", "Set-Cookie: Session=42\r\n", "42"},
+                    HeaderRow{"EndsAtABlank", "Set-Cookie: Session=42 43", "42"},
+                    HeaderRow{"EndsAtTheEnd", "Session=1", "1"},
+                    HeaderRow{"EndsAtALetter", "Session=42a7", "42"},
+                    HeaderRow{"AnyFirstCharacterIsTaken", "Session=x42y", "x42"},
+                    HeaderRow{"DirectlyFollowedByALineEnd", "Set-Cookie: Session=\r\n", "\r"},
+                    HeaderRow{"NothingFollows", "Session=", ""},
+                    HeaderRow{"TheFirstOneCounts", "Session=1 Session=2", "1"},
+                    HeaderRow{"OtherCookie", "Set-Cookie: session=1\r\n", std::nullopt},
+                    HeaderRow{"EmptyHeader", "", std::nullopt}),
+    by_name);
+
+TEST(KeyInNoHeader, IsNone) {
+    EXPECT_EQ("getSessionKeyInHeader\n", output_of([] { EXPECT_FALSE(getSessionKeyInHeader(nullptr)); }));
+}
+
+// --- getSessionKey: tries until a key is held.
+
+class SessionKey : public Login {
+  protected:
+    static std::string log_of_getting() {
+        std::string log;
+        errors_of([&] { log = output_of([] { EXPECT_EQ(0, getSessionKey(session_key_buffer)); }); });
+        return log;
+    }
+    // The lines of `log` without those of the logins.
+    static std::string without_logins(const std::string &log) {
+        std::string rest;
+        bool in_login = false;
+        for (size_t start = 0; start < log.size();) {
+            const size_t end = std::min(log.find('\n', start), log.size() - 1) + 1;
+            const std::string line = log.substr(start, end - start);
+            if (line == "Loginning..\n") in_login = true;
+            if (line.find("(getSessionKey)") != std::string::npos || line.rfind("Session key=", 0) == 0 ||
+                line == "read session key in config failed.\n") {
+                in_login = false;
+            }
+            if (!in_login) rest += line;
+            start = end;
+        }
+        return rest;
+    }
+};
+
+TEST_F(SessionKey, IsHeldAfterOneLogin) {
+    camera.reply("/CGI/CameraLogin", {good_reply("998877")});
+    EXPECT_EQ(
+        "Getting Session Key...\n"
+        "***(getSessionKey) login succeeded. *** \n"
+        "Session key=998877\n",
+        without_logins(log_of_getting()));
+    EXPECT_EQ(" Set-Cookie: Session=998877\n", read_file("/tmp/cookie.txt"));
+    EXPECT_EQ("998877", session_key());
+    EXPECT_STREQ("998877", session_key_buffer);
+    EXPECT_TRUE(fake_os::pauses().empty());
+}
+
+TEST_F(SessionKey, IsTriedForEvery5SecondsAndTheStoredOneCleared) {
+    camera.go_away();
+    set_conf("SESSION_KEY", "stale");
+    Texts keys_between;
+    fake_os::on_pause([&](const std::string &) {
+        keys_between.push_back(stored("SESSION_KEY"));
+        if (keys_between.size() == 3) {
+            camera.reply("/CGI/CameraLogin", {good_reply("7")});
+            camera.come_back();
+        }
+    });
+    const std::string failed =
+        "Getting Session Key...\n"
+        "*** (getSessionKey) login failed, waiting for next try... ***\n";
+    EXPECT_EQ(failed + failed + failed +
+                  "Getting Session Key...\n"
+                  "***(getSessionKey) login succeeded. *** \n"
+                  "Session key=7\n",
+              without_logins(log_of_getting()));
+    EXPECT_EQ((Texts{"5 s", "5 s", "5 s"}), fake_os::pauses());
+    EXPECT_EQ((Texts{"", "", ""}), keys_between);
+    EXPECT_EQ("7", session_key());
+}
+
+constexpr char kTriedTwice[] =
+    "Getting Session Key...\n"
+    "***(getSessionKey) login succeeded. *** \n"
+    "*** (getSessionKey) failed, waiting for next try... ***\n"
+    "Getting Session Key...\n"
+    "***(getSessionKey) login succeeded. *** \n"
+    "Session key=7\n";
+
+TEST_F(SessionKey, WithoutItsLineInTheFileTheLoginIsRepeated) {
+    camera.reply("/CGI/CameraLogin", {good_reply("7")});
+    const std::string whole = conf_text();
+    write_conf({{"hostIP", FakeCamera::host},
+                {"ITEM_DEVICE", "Cam"},
+                {"ITEM_STREAM", "Live"},
+                {"PASSWORD", "secret"}});
+    fake_os::on_pause([&](const std::string &) { write_file("/tmp/working/VeloAgent.conf", whole); });
+    EXPECT_EQ(kTriedTwice, without_logins(log_of_getting()));
+    EXPECT_EQ((Texts{"5 s"}), fake_os::pauses());
+}
+
+TEST_F(SessionKey, AKeyThatIsOnlyALineEndIsNotKept) {
+    camera.reply("/CGI/CameraLogin",
+                 {{.body = kGoodBody, .headers = {"Set-Cookie: Session="}}, good_reply("7")});
+    EXPECT_EQ(kTriedTwice, without_logins(log_of_getting()));
+    EXPECT_EQ("7", session_key());
+}
+
+// The login stores the key, then the firmware version: while the version's file is a pipe that nobody reads,
+// the configuration can be changed in between.
+class StoredKeyChanged : public SessionKey {
+  protected:
+    void SetUp() override {
+        SessionKey::SetUp();
+        mkfifo("/tmp/FWVER.txt", 0600);
+        camera.reply("/CGI/CameraLogin", {good_reply("3"), good_reply("7")});
+    }
+    // Runs getSessionKey with `change` made once the first login has stored its key.
+    std::string log_with(const std::function<void()> &change) {
+        fake_os::on_pause([this](const std::string &) {
+            key_at_pause = stored("SESSION_KEY");
+            unlink("/tmp/FWVER.txt");
+            write_conf(whole);
+        });
+        std::thread changer([&] {
+            EXPECT_TRUE(eventually([] { return stored("SESSION_KEY") == "3"; }));
+            change();
+            read_file("/tmp/FWVER.txt");
+        });
+        const std::string log = without_logins(log_of_getting());
+        changer.join();
+        return log;
+    }
+    const Conf whole = {{"hostIP", FakeCamera::host},
+                        {"ITEM_DEVICE", "Cam"},
+                        {"ITEM_STREAM", "Live"},
+                        {"PASSWORD", "secret"},
+                        {"SESSION_KEY", ""}};
+    std::string key_at_pause = "none";
+};
+
+TEST_F(StoredKeyChanged, AKeyOfANullTextIsClearedAndTheLoginRepeated) {
+    EXPECT_EQ(kTriedTwice, log_with([] { set_conf("SESSION_KEY", "(null)12"); }));
+    EXPECT_EQ("", key_at_pause);
+    EXPECT_EQ("7", session_key());
+}
+
+TEST_F(StoredKeyChanged, AKeyThatOnlyBeginsLikeOneIsKept) {
+    const std::string log = log_with([this] {
+        set_conf("SESSION_KEY", "(nul)");
+        fake_os::on_pause([](const std::string &) { unlink("/tmp/FWVER.txt"); });
+    });
+    EXPECT_EQ(
+        0u,
+        log.find("Getting Session Key...\n***(getSessionKey) login succeeded. *** \nSession key=(nul)\n"));
+    EXPECT_EQ("(nul)", session_key());
+}
+
+TEST_F(StoredKeyChanged, AKeyThatCannotBeReadBackIsTriedAgain) {
+    const std::string log = log_with([] { remove_conf(); });
+    std::string expected = kTriedTwice;
+    expected.insert(expected.find("*** (getSessionKey) failed"), "read session key in config failed.\n");
+    EXPECT_EQ(expected, log);
+    EXPECT_EQ((Texts{"5 s"}), fake_os::pauses());
+}
+
+TEST_F(SessionKey, IsCutTo29Characters) {
+    camera.reply("/CGI/CameraLogin", {good_reply(std::string(40, '1'))});
+    log_of_getting();
+    EXPECT_EQ(std::string(29, '1'), session_key());
+    EXPECT_EQ(" Set-Cookie: Session=" + std::string(29, '1') + "\n", read_file("/tmp/cookie.txt"));
+}
+
+// --- The cookie file.
+
+class CookieFile : public AgentTest {};
+
+TEST_F(CookieFile, ReplacesWhatWasThere) {
+    write_conf({{"COOKIE", "/tmp/cookie.txt"}});
+    write_file("/tmp/cookie.txt", std::string(100, 'x'));
+    save_cookie_file("42");
+    EXPECT_EQ(" Set-Cookie: Session=42\n", read_file("/tmp/cookie.txt"));
+}
+
+TEST_F(CookieFile, IsNotWrittenWithoutAPath) {
+    const auto files = [] {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto &file : std::filesystem::directory_iterator("/tmp")) count++;
+        return count;
+    };
+    const size_t before = files();
+    write_conf({{"COOKIE", ""}});
+    save_cookie_file("42");
+    write_conf({{"hostIP", "1.2.3.4"}});
+    save_cookie_file("42");
+    write_conf({{"COOKIE", "/tmp/no/such/folder/cookie"}});
+    save_cookie_file("42");
+    EXPECT_EQ(before, files());
+}
+
+TEST_F(CookieFile, ItsPathIsCutTo31Characters) {
+    const std::string path = "/tmp/" + std::string(26, 'c');
+    write_conf({{"COOKIE", path + "more"}});
+    save_cookie_file("42");
+    EXPECT_TRUE(file_exists(path));
+    EXPECT_FALSE(file_exists(path + "more"));
+}
+
+// --- The hook.
+
+class KeyHook : public AgentTest {};
+
+TEST_F(KeyHook, AnEmptyKeyIsNullNotAnEmptyText) {
+    EXPECT_EQ(nullptr, copy_session_key());
+    EXPECT_EQ(std::nullopt, session_key());
+}
+
+TEST_F(KeyHook, EveryoneGetsACopyOfHisOwn) {
+    set_session_key("12345");
+    char *first = get_session_key();
+    char *second = get_session_key();
+    ASSERT_TRUE(first != nullptr && second != nullptr);
+    EXPECT_NE(first, second);
+    EXPECT_STREQ("12345", first);
+    first[29] = 'x';  // the copy has 30 bytes, whatever the key's length
+    EXPECT_STREQ("12345", second);
+    std::free(first);
+    std::free(second);
+}
+
+TEST_F(KeyHook, ClearingEmptiesAll30Bytes) {
+    set_session_key(std::string(29, '1'));
+    clear_session_key();
+    EXPECT_EQ(std::string(30, '\0'), std::string(session_key_buffer, 30));
+    EXPECT_EQ(std::nullopt, session_key());
+}
+
+TEST_F(KeyHook, IsAskedEachTime) {
+    set_session_key("1");
+    get_session_key = [] { return strdup("hooked"); };
+    EXPECT_EQ("hooked", session_key());
+    EXPECT_EQ("hooked", wait_for_session_key());
+}
+
+TEST_F(KeyHook, CookieText) {
+    EXPECT_EQ("Session=12", session_cookie("12"));
+    EXPECT_EQ("Session=", session_cookie(""));
+}
+
+TEST_F(SessionKey, WhoeverWaitsGetsItWhenItArrives) {
+    camera.reply("/CGI/CameraLogin", {good_reply("4711")});
+    std::atomic<int> got{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; i++) {
+        waiters.emplace_back([&] {
+            if (wait_for_session_key() == "4711") got++;
+        });
+    }
+    log_of_getting();
+    for (std::thread &waiter : waiters) waiter.join();
+    EXPECT_EQ(4, got);
+}
+
+TEST_F(SessionKey, IsNeverSeenTornWhileItChanges) {
+    camera.on_request([this, n = 0](const CameraRequest &) mutable {
+        return good_reply(n++ % 2 == 0 ? std::string(29, '1') : std::string(29, '2'));
+    });
+    std::atomic<bool> done{false};
+    std::atomic<int> torn{0};
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; i++) {
+        readers.emplace_back([&] {
+            while (!done) {
+                const auto key = session_key();
+                if (key && *key != std::string(29, '1') && *key != std::string(29, '2')) torn++;
+            }
+        });
+    }
+    for (int i = 0; i < 10; i++) {
+        clear_session_key();
+        log_of_getting();
+    }
+    done = true;
+    for (std::thread &reader : readers) reader.join();
+    EXPECT_EQ(0, torn);
+}
+
+}  // namespace

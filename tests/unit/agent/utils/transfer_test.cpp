@@ -1,0 +1,71 @@
+#include "agent/utils/transfer.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include "agent_test.h"
+#include "intercept.h"
+
+namespace {
+
+class NewTransfer : public AgentTest {
+  protected:
+    static std::string url(const std::string &path) {
+        return std::string("http://") + FakeCamera::host + path;
+    }
+    static CURLcode perform(const Transfer &transfer) {
+        CURLcode result = CURLE_OK;
+        output_of([&] { result = curl_easy_perform(transfer.get()); });
+        return result;
+    }
+    FakeCamera camera;
+};
+
+TEST_F(NewTransfer, GetsItsUrl) {
+    camera.reply("/CGI/X", "x");
+    EXPECT_EQ(CURLE_OK, perform(new_transfer(url("/CGI/X?a&b"))));
+    EXPECT_EQ((Texts{"GET /CGI/X?a&b -"}), camera.seen());
+}
+
+TEST_F(NewTransfer, FollowsRedirectsButNotForEver) {
+    camera.reply("/1", {{.status = 302, .headers = {"Location: /2"}}});
+    camera.reply("/2", "x");
+    EXPECT_EQ(CURLE_OK, perform(new_transfer(url("/1"))));
+    EXPECT_EQ((Texts{"GET /1 -", "GET /2 -"}), camera.seen());
+    camera.forget();
+    camera.reply("/round", {{.status = 302, .headers = {"Location: /round"}}});
+    EXPECT_EQ(CURLE_TOO_MANY_REDIRECTS, perform(new_transfer(url("/round"))));
+    EXPECT_EQ(31u, camera.requests().size());
+}
+
+int socket_option(const Transfer &transfer, int level, int option) {
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    curl_easy_getinfo(transfer.get(), CURLINFO_ACTIVESOCKET, &socket);
+    int value = -1;
+    socklen_t size = sizeof value;
+    getsockopt(socket, level, option, &value, &size);
+    return value;
+}
+
+TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
+    camera.reply("/x", "x");
+    const Transfer transfer = new_transfer(url("/x"));
+    EXPECT_EQ(CURLE_OK, perform(transfer));
+    EXPECT_EQ(1, socket_option(transfer, SOL_SOCKET, SO_KEEPALIVE));
+    EXPECT_EQ(10, socket_option(transfer, IPPROTO_TCP, TCP_KEEPIDLE));
+    EXPECT_EQ(5, socket_option(transfer, IPPROTO_TCP, TCP_KEEPINTVL));
+}
+
+TEST_F(NewTransfer, IsNullWithoutAHandle) {
+    intercept::refuse_next("curl_easy_init");
+    EXPECT_EQ(nullptr, new_transfer(url("/x")));
+}
+
+TEST(PieceText, EndsAtTheLengthOrTheFirstNul) {
+    EXPECT_EQ("abc", piece_text("abcdef", 3));
+    EXPECT_EQ("ab", piece_text("ab\0cd", 5));
+    EXPECT_EQ("", piece_text("abc", 0));
+}
+
+}  // namespace

@@ -1,0 +1,25 @@
+// Calls of the agent into the system and libcurl that the linker sends here first (--wrap): refused once, so
+// that a failure path can be walked, or noted where nothing else shows them. Any thread.
+#ifndef UNIT_SUPPORT_INTERCEPT_H
+#define UNIT_SUPPORT_INTERCEPT_H
+
+#include <string>
+#include <vector>
+
+namespace intercept {
+
+// The next call of `function` fails: pthread_attr_init, pthread_attr_setdetachstate, pthread_create (each
+// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR) or curl_easy_init (null).
+void refuse_next(const std::string &function);
+
+// How often sem_wait was entered: an enqueued job's thread does so once the job is in its queue.
+int semaphore_waits();
+
+// The seconds of every connect time-out set on a transfer, in order.
+std::vector<long> connect_timeouts();
+
+void reset();
+
+}  // namespace intercept
+
+#endif
