@@ -228,6 +228,11 @@ size_t Desk::wait_for_log(const std::string &text, size_t from) {
     return found + text.size();
 }
 
+size_t Desk::wait_for_logs(const std::vector<std::string> &texts, size_t from) {
+    for (const std::string &text : texts) from = wait_for_log(text, from);
+    return from;
+}
+
 int Desk::count_in_log(const std::string &text, size_t from) {
     return count_of(text, log().substr(from));
 }

@@ -76,6 +76,8 @@ class Desk {
     std::string errors() const;
     // Waits until `text` stands in the log at or after `from`; returns the position behind it.
     size_t wait_for_log(const std::string &text, size_t from = 0);
+    // The same for several texts, one behind the other.
+    size_t wait_for_logs(const std::vector<std::string> &texts, size_t from = 0);
     // How often `text` stands in the log at or after `from`.
     int count_in_log(const std::string &text, size_t from = 0);
     // Waits for the end of `cycles` more poll cycles that begin after now.

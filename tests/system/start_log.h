@@ -1,0 +1,146 @@
+// What the agent prints from its first line on, thread by thread: the start with the sample device, a reserve
+// file on the card, nothing wrong.
+#pragma once
+
+#include "interleaving.h"
+
+// Until the threads are started.
+inline const PrintedTexts kStartLog = {
+    "Try log VeloAgent init time...........\n",
+    "Getting Session Key...\n",
+    "Loginning..\n",
+    "***(login) curl_perform starts ***\n",
+    "header_callback_func, buffer=HTTP/1.1 200 OK\r\n\n",
+    "header_callback_func, buffer=Content-Type: text/xml\r\n\n",
+    "header_callback_func, buffer=Content-Length: 47\r\n\n",
+    "header_callback_func, buffer=Set-Cookie: Session=1000001; path=/\r\n\n",
+    "header_callback_func, buffer=Connection: keep-alive\r\n\n",
+    "header_callback_func, buffer=\r\n\n",
+    "write_callback_func, buffer=<CameraLogin><FWVER>1.0.3</FWVER></CameraLogin>\n",
+    "***(login) curl_perform ends ***\n",
+    "getSessionKeyInHeader\n",
+    "header:Set-Cookie: Session=1000001; path=/\r\n\n",
+    "(login)session_key=1000001\n",
+    "***(getSessionKey) login succeeded. *** \n",
+    "Session key=1000001\n",
+    "Got session key:1000001\n",
+    "*** perform_NTP().... ***\n",
+    "Get system time after NTP calibrated\n",
+    "year={N}, mon={N}, mday={N}, hour={N}, min={N}, sec={N}\n",
+    "~~~~~\n",
+    "res: 200\n",
+    "*** (poll) write_callback_func: <CameraSetup></CameraSetup> ***\n",
+    "(NTP) curl finished succeeded\n",
+    "*** initial perform_NTP() OK! ***\n",
+};
+
+// The cloud thread. The queue's worker prints while the requester waits, so its texts stand in their midst.
+inline const PrintedTexts kCloudLog = {
+    "get_uuid  start --- platform/Z55/agent/utils --- {N} ---\n ",
+    "url = http://127.0.0.1:{N}/CGI/CameraInfo\n",
+    "(poll) perform_curl url = http://127.0.0.1:{N}/CGI/CameraInfo?\n",
+    "*** (poll) curl_perform starts ***\n",
+    "curlmgr_perform_curl called\n",
+    "high size: {N}\n",
+    "curlmgr: performing curl, name = polling... \n",
+    "res: 200\n",
+    "*** (poll) write_callback_func: <CameraInfo><UUID>Z55-0000-0001</UUID></CameraInfo> ***\n",
+    "curlmgr_enqueue_job OK. res = 0, good={N} NG=0 fail_rate = 0\n ",
+    "*** (poll) curl_perform ends ***\n",
+    "get_uuid print response = <CameraInfo><UUID>Z55-0000-0001</UUID></CameraInfo>\n ",
+    "get_uuid print value = Z55-0000-0001\n ",
+    "GETTING UUID fuction(): uuid =  Z55-0000-0001\n",
+    "Loginning..\n",
+    "***(login) curl_perform starts ***\n",
+    "header_callback_func, buffer=HTTP/1.1 200 OK\r\n\n",
+    "header_callback_func, buffer=Content-Type: text/xml\r\n\n",
+    "header_callback_func, buffer=Content-Length: 47\r\n\n",
+    "header_callback_func, buffer=Set-Cookie: Session=1000002; path=/\r\n\n",
+    "header_callback_func, buffer=Connection: keep-alive\r\n\n",
+    "header_callback_func, buffer=\r\n\n",
+    "write_callback_func, buffer=<CameraLogin><FWVER>1.0.3</FWVER></CameraLogin>\n",
+    "***(login) curl_perform ends ***\n",
+    "getSessionKeyInHeader\n",
+    "header:Set-Cookie: Session=1000002; path=/\r\n\n",
+    "(login)session_key=1000002\n",
+    "curl_POST  url = http://127.0.0.1:{N}/CGI/CameraSetup , cookie = Session=1000001,---  "
+    "platform/Z55/ak_model,1304 -----\n",
+    "curlmgr_perform_curl called\n",
+    "default size: 1\n",
+    "curlmgr: performing curl, name = curl_POST... \n",
+    "*** (poll) write_callback_func: <CameraSetup></CameraSetup> ***\n",
+    "curlmgr_enqueue_job OK. res = 0, good={N} NG=0 fail_rate = 0\n ",
+    "curl_POST ok , res = 0\n",
+    "otaON res = 0 \n",
+    "checkOtaTmpFile called\n",
+    "no ota temp file\n",
+    "!!!***platform/Z55/ak_model {N} ***!!! dummyFileCreator function \n",
+    "file exist!!\n",
+    "checkVideoRecording\n",
+    "recording temp file(/tmp/working/recording) not existed\n",
+    "checkOtaTmpFile called\n",
+    "no ota temp file\n",
+    "vq_ipca_init return\n",
+};
+
+// The starter of the queue's worker.
+inline const PrintedTexts kQueueLog = {
+    "Start Curl Performing Thread.\n",
+};
+
+inline const PrintedTexts kClockLog = {
+    "start NTP_poll polling\n",
+    "*** Polling Period: 3600 ***\n",
+    "NTP_poll polling\n",
+    "*** perform_NTP().... ***\n",
+    "Get system time after NTP calibrated\n",
+    "year={N}, mon={N}, mday={N}, hour={N}, min={N}, sec={N}\n",
+    "~~~~~\n",
+    "curlmgr_perform_curl called\n",
+    "high size: {N}\n",
+    "curlmgr: performing curl, name = perform_NTP... \n",
+    "res: 200\n",
+    "*** (poll) write_callback_func: <CameraSetup></CameraSetup> ***\n",
+    "curlmgr_enqueue_job OK. res = 0, good={N} NG=0 fail_rate = 0\n ",
+    "(NTP) curl finished succeeded\n",
+};
+
+// The main thread, through its first cycle of 5,000 seconds.
+inline const PrintedTexts kMainLog = {
+    "*** (main) myPoll... ***\n",
+    "before_init_nimb_status  platform/Z55/agent/polling,line {N}\n",
+    "after_init_nimb_status  platform/Z55/agent/polling,line {N}\n",
+    "Events initialized.\n",
+    "start polling\n",
+    "*** hostIP: 127.0.0.1:{N} ***\n",
+    "*** Polling Period: 5000 ***\n",
+    "\n*** (polling) beginning of a time ***\n",
+    "*** keys_str = \"Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SD\"***\n",
+    "(poll) perform_curl url = http://127.0.0.1:{N}/CGI/CameraStatus?"
+    "Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SD\n",
+    "*** (poll) curl_perform starts ***\n",
+    "curlmgr_perform_curl called\n",
+    "high size: {N}\n",
+    "curlmgr: performing curl, name = polling... \n",
+    "res: 200\n",
+    "*** (poll) write_callback_func: <CameraStatus><Notification>0</Notification><MotionEvent>0</MotionEvent>"
+    "<AudioEvent>0</AudioEvent><TemperatureEvent>0</TemperatureEvent><Battery>90</Battery>"
+    "<Space>28000</Space><SD>1</SD></CameraStatus> ***\n",
+    "curlmgr_enqueue_job OK. res = 0, good={N} NG=0 fail_rate = 0\n ",
+    "*** (poll) curl_perform ends ***\n",
+    "*** (nimb_poll) OK curr tv_sec:{N}, last sec: {N}***\n",
+    "Value of MotionEvent:0\n",
+    "Value of AudioEvent:0\n",
+    "Value of TemperatureEvent:0\n",
+    "--platform/Z55/agent/polling, line {N} -- \n",
+    "battery alarm had send , don't do something\n",
+    "Value of Battery:90\n",
+    " get_SDspace_percent percent=99\n",
+    "--platform/Z55/agent/polling, line {N} -- \n",
+    "SDspace alarm had send , don't do something\n",
+    "Value of Space:28000\n",
+    "--platform/Z55/agent/polling, line {N} -- \n",
+    "SD alarm had send , don't do something\n",
+    "Value of SD:1\n",
+    "\n*** (Polling) end of a time. Start sleeping for 5000 sec.***\n\n",
+};
