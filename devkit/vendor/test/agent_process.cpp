@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -36,6 +37,15 @@ bool eventually(const std::function<bool()> &condition) {
         std::this_thread::sleep_for(std::chrono::milliseconds(3));
     }
     return true;
+}
+
+std::string output_of(const std::string &command) {
+    std::string text;
+    FILE *pipe = popen((command + " 2>&1").c_str(), "r");
+    char piece[4096];
+    while (fgets(piece, sizeof piece, pipe) != nullptr) text += piece;
+    pclose(pipe);
+    return text;
 }
 
 scratch_folder::scratch_folder() {

@@ -17,6 +17,9 @@ using desk::json_reply;
 // Asks again and again until `condition` holds; false after 20 seconds.
 bool eventually(const std::function<bool()> &condition);
 
+// All that a shell command prints, errors included.
+std::string output_of(const std::string &command);
+
 // A folder that is removed at the end.
 class scratch_folder {
   public:

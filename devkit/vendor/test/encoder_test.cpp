@@ -2,22 +2,11 @@
 // encoder's process comes and goes with the capture.
 #include <signal.h>
 
-#include <cstdio>
 #include <fstream>
 
 #include "agent_process.h"
 
 namespace {
-
-// All that a shell command prints, errors included.
-std::string output_of(const std::string &command) {
-    std::string text;
-    FILE *pipe = popen((command + " 2>&1").c_str(), "r");
-    char piece[4096];
-    while (fgets(piece, sizeof piece, pipe) != nullptr) text += piece;
-    pclose(pipe);
-    return text;
-}
 
 std::string probe(const std::string &entries, const std::string &path) {
     return output_of("ffprobe -v error -count_frames -of csv=p=0 -show_entries " + entries + " " + path);
