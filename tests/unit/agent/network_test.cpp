@@ -9,6 +9,7 @@
 #include "agent_test.h"
 #include "exports.h"
 #include "marked_log.h"
+#include "vanishing_conf.h"
 
 namespace {
 
@@ -280,9 +281,8 @@ TEST_F(NetworkUuid, IsTheCameras) {
 }
 
 TEST_F(NetworkUuid, IsAskedForUntilItIsThere) {
-    camera.reply("/CGI/CameraInfo",
-                 {CameraReply{.status = 500}, CameraReply{.body = "<Info></Info>"},
-                  CameraReply{.body = "<UUID>7</UUID>", .before = [](const CameraRequest &) {}}});
+    camera.reply("/CGI/CameraInfo", {CameraReply{.status = 500}, CameraReply{.body = "<Info></Info>"},
+                                     CameraReply{.body = "<UUID>7</UUID>"}});
     std::optional<std::string> uuid;
     const std::string log = uuid_log(uuid);
     EXPECT_EQ(uuid, "7");
@@ -314,6 +314,19 @@ TEST_F(NetworkUuid, WithoutConfigurationIsNone) {
         errors_of([&] { log = output_of([] { EXPECT_EQ(get_uuid(), std::nullopt); }); });
     EXPECT_EQ(log, "");
     EXPECT_EQ(errors, "Read hostIP failed.: No such file or directory\n");
+    EXPECT_EQ(camera.seen(), Texts{});
+}
+
+TEST_F(NetworkUuid, WithoutAKeyInTheConfigurationIsNone) {
+    std::string log;
+    const std::string errors = errors_of([&] {
+        log = output_of([] {
+            const VanishingConf conf(1);
+            EXPECT_EQ(get_uuid(), std::nullopt);
+        });
+    });
+    EXPECT_EQ(log, "");
+    EXPECT_EQ(errors, "Read session_key failed.: No such file or directory\n");
     EXPECT_EQ(camera.seen(), Texts{});
 }
 

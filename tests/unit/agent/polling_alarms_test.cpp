@@ -1,0 +1,298 @@
+// The alarms of the status watch: each rule's record, latch and log, the temperature check, the handing over.
+#include "polling_test.h"
+
+namespace {
+
+std::string sent(int code) {
+    return "(poll) SendAlarmData!! index:1, name:alarm, status: " + std::to_string(code) +
+           " \n(poll) end SendAlarmData\n";
+}
+
+std::string held(const std::string &text) {
+    return "--platform/Z55/agent/polling, line <N> -- \n" + text + " alarm had send , don't do something\n";
+}
+
+constexpr char kDetected[] = "(poll) Alarm event detected   \n";
+
+class PollingAlarms : public PollingTest {};
+
+// --- Levels: one alarm per excursion.
+
+TEST_F(PollingAlarms, BatteryIsTakenByItsThreshold) {
+    set_conf("BATTERY_ARMED", "1");
+    set_conf("BATTERY_LOW", "20");
+    EXPECT_LOG(held("battery"), rules("Battery", "20"));  // at the threshold is not low
+    EXPECT_LOG("(poll) low battery event detected\n" + sent(13), rules("Battery", "19"));
+    EXPECT_LOG(held("battery"), rules("Battery", "3"));
+    EXPECT_EQ(rules("Battery", "20"), "battery alarm end , recover flag\n");  // equality clears a set latch
+    EXPECT_LOG(held("battery"), rules("Battery", "100"));
+    EXPECT_LOG("(poll) low battery event detected\n" + sent(13), rules("Battery", "none"));  // reads as 0
+    EXPECT_EQ(alarms(), (std::vector<int>{13, 13}));
+}
+
+TEST_F(PollingAlarms, BatteryWithoutAThresholdIsNeverLow) {
+    set_conf("BATTERY_ARMED", "1");
+    set_conf("BATTERY_LOW", "");
+    EXPECT_LOG(held("battery"), rules("Battery", "0"));
+}
+
+TEST_F(PollingAlarms, CardSpaceIsDfsNotTheCameras) {
+    set_conf("SDCARD_ARMED", "1");
+    set_conf("SDCARD_LOW", "10");
+    const std::string free_is = " get_SDspace_percent percent=";
+    free_percent(10);
+    EXPECT_LOG(free_is + "10\n" + held("SDspace"), rules("Space", "0"));
+    free_percent(9);
+    EXPECT_EQ(rules("Space", "99999"), free_is + "9\n(poll) low SDcard space event detected\n" + sent(11));
+    EXPECT_LOG(free_is + "9\n" + held("SDspace"), rules("Space", "99999"));
+    free_percent(10);
+    EXPECT_EQ(rules("Space", "0"), free_is + "10\nSDspace alarm end , recover flag\n");
+    EXPECT_LOG(free_is + "10\n" + held("SDspace"), rules("Space", "0"));
+    EXPECT_EQ(alarms(), std::vector<int>{11});
+}
+
+TEST_F(PollingAlarms, CardPresenceNeedsNoArming) {
+    EXPECT_LOG(held("SD"), rules("SD", "1"));
+    EXPECT_EQ(rules("SD", "0"), "NO_SD_CARD Alarm event detected\n" + sent(15));
+    EXPECT_LOG(held("SD"), rules("SD", "0"));
+    EXPECT_LOG(held("SD"), rules("SD", "2"));  // neither sends nor clears
+    EXPECT_LOG(held("SD"), rules("SD", ""));
+    EXPECT_LOG(held("SD"), rules("SD", "0 but more"));
+    EXPECT_EQ(rules("SD", "1"), "SD alarm end , recover flag\n");
+    EXPECT_LOG(held("SD"), rules("SD", "unknown"));
+    EXPECT_EQ(rules("SD", "01"), "NO_SD_CARD Alarm event detected\n" + sent(15));
+    EXPECT_EQ(alarms(), (std::vector<int>{15, 15}));
+}
+
+struct ArmedRow {
+    const char *text;
+    bool armed;
+};
+
+class PollingArmed : public PollingTest, public testing::WithParamInterface<ArmedRow> {};
+
+TEST_P(PollingArmed, IsExactlyOne) {
+    const auto [text, armed] = GetParam();
+    set_conf("BATTERY_ARMED", text);
+    set_conf("SDCARD_ARMED", text);
+    set_conf("BATTERY_LOW", "90");
+    set_conf("SDCARD_LOW", "95");
+    poll({status()});
+    EXPECT_EQ(alarms(), armed ? (std::vector<int>{13, 11}) : std::vector<int>{});
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, PollingArmed,
+                         testing::Values(ArmedRow{"1", true}, ArmedRow{"0", false}, ArmedRow{"", false},
+                                         ArmedRow{"2", false}, ArmedRow{"ON", false}, ArmedRow{"11", false}));
+
+TEST_F(PollingAlarms, LevelsThatAreNotArmedOnlyLogALeadingOne) {
+    EXPECT_EQ(rules("Battery", "100"), kDetected);
+    EXPECT_EQ(rules("Battery", "90"), "");
+    EXPECT_EQ(rules("Space", "1024"), kDetected);
+    EXPECT_EQ(rules("Space", "2048"), "");
+    EXPECT_EQ(alarms(), std::vector<int>{});
+}
+
+TEST_F(PollingAlarms, LatchesOutliveANewEntry) {
+    poll({status({{"SD", "0"}})});
+    poll({status({{"SD", "0"}}), status({{"SD", "0"}})});
+    EXPECT_EQ(alarms(), std::vector<int>{15});
+}
+
+TEST_F(PollingAlarms, OnlyADeliveredAlarmSetsItsLatch) {
+    set_conf("BATTERY_ARMED", "1");
+    set_conf("SDCARD_ARMED", "1");
+    set_conf("BATTERY_LOW", "90");
+    set_conf("SDCARD_LOW", "95");
+    const std::string low = status({{"SD", "0"}});
+    mipc_api = nullptr;
+    const std::string log = poll({low});
+    EXPECT_EQ(rules_of("Battery", log), "(poll) low battery event detected\n(poll) mipc_api == NULL\n");
+    EXPECT_EQ(rules_of("Space", log),
+              " get_SDspace_percent percent=90\n(poll) low SDcard space event detected\n"
+              "(poll) mipc_api == NULL\n");
+    EXPECT_EQ(rules_of("SD", log), "NO_SD_CARD Alarm event detected\n(poll) mipc_api == NULL\n");
+    mipc_api = &fake_vendor::table();
+    poll({low, low});
+    EXPECT_EQ(alarms(), (std::vector<int>{13, 11, 15}));
+}
+
+TEST_F(PollingAlarms, WhatTheSdkReturnsMeansNothing) {
+    fake_vendor::alarm_result(-5);
+    poll({status({{"SD", "0"}}), status({{"SD", "0"}})});
+    EXPECT_EQ(alarms(), std::vector<int>{15});
+}
+
+// --- Events: an alarm in every cycle.
+
+struct EventRow {
+    const char *name;
+    int code;
+};
+
+class PollingEvent : public PollingTest, public testing::WithParamInterface<EventRow> {};
+
+TEST_P(PollingEvent, IsSentEveryCycle) {
+    const auto [name, code] = GetParam();
+    const std::string on = status({{name, "1"}});
+    const std::string log = poll({on, on, status()});
+    EXPECT_EQ(rules_of(name, log), kDetected + sent(code));
+    EXPECT_EQ(alarms(), (std::vector<int>{code, code}));
+    for (const char *value : {"", "0", "2", "01"}) EXPECT_EQ(rules(name, value), "") << value;
+    EXPECT_EQ(rules(name, "1 since noon"), kDetected + sent(code));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, PollingEvent,
+                         testing::Values(EventRow{"MotionEvent", 1}, EventRow{"AudioEvent", 3}));
+
+TEST_F(PollingAlarms, SeveralEventsComeInTheOrderOfTheTable) {
+    set_conf("BATTERY_ARMED", "1");
+    set_conf("BATTERY_LOW", "90");
+    poll({status({{"MotionEvent", "1"}, {"AudioEvent", "1"}, {"SD", "0"}})});
+    EXPECT_EQ(alarms(), (std::vector<int>{1, 3, 13, 15}));
+}
+
+// --- The temperature check.
+
+constexpr char kTemperatureKeys[] = "Temperature&TemperatureMax&TemperatureMin";
+
+std::string temperature_reply(const std::string &now, const std::string &max, const std::string &min) {
+    return "<TemperatureMax>" + max + "</TemperatureMax><TemperatureMin>" + min +
+           "</TemperatureMin><Temperature>" + now + "</Temperature>";
+}
+
+const std::string kCheck = std::string(kDetected) + "*** keys_str = \"" + kTemperatureKeys +
+                           "\"***\n[QUERY CameraStatus?" + kTemperatureKeys + "]\n";
+
+struct TemperatureRow {
+    const char *now, *max, *min;
+    int numbers[3];
+    const char *text;
+    int code;  // 0 for none
+};
+
+class PollingTemperature : public PollingTest, public testing::WithParamInterface<TemperatureRow> {};
+
+TEST_P(PollingTemperature, IsComparedWithItsBounds) {
+    const TemperatureRow &row = GetParam();
+    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys,
+                 temperature_reply(row.now, row.max, row.min));
+    const std::string numbers = "Temperature=" + std::to_string(row.numbers[0]) +
+                                " TemperatureMax=" + std::to_string(row.numbers[1]) +
+                                " TemperatureMin=" + std::to_string(row.numbers[2]) + " \n";
+    EXPECT_EQ(rules("TemperatureEvent", "1"),
+              kCheck + numbers + (row.code != 0 ? row.text + std::string("\n") + sent(row.code) : ""));
+    EXPECT_EQ(alarms(), row.code != 0 ? std::vector<int>{row.code} : std::vector<int>{});
+    EXPECT_EQ(camera.seen().at(1),
+              std::string("GET /CGI/CameraStatus?") + kTemperatureKeys + " Session=12345");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, PollingTemperature,
+    testing::Values(TemperatureRow{"31", "30", "10", {31, 30, 10}, "TemperatureMax alarm", 10},
+                    TemperatureRow{"30", "30", "10", {30, 30, 10}, "", 0},
+                    TemperatureRow{"10", "30", "10", {10, 30, 10}, "", 0},
+                    TemperatureRow{"9", "30", "10", {9, 30, 10}, "TemperatureMin alarm", 14},
+                    TemperatureRow{"-5.9", "30C", "-5", {-5, 30, -5}, "", 0},
+                    TemperatureRow{"-6", "", "-5", {-6, 0, -5}, "TemperatureMin alarm", 14}));
+
+TEST_F(PollingAlarms, TemperatureIsNotLatched) {
+    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, temperature_reply("31", "30", "10"));
+    poll({status({{"TemperatureEvent", "1"}}), status({{"TemperatureEvent", "1"}})});
+    EXPECT_EQ(alarms(), (std::vector<int>{10, 10}));
+}
+
+TEST_F(PollingAlarms, TemperatureWithoutAReplyIsNotChecked) {
+    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, {CameraReply{.status = 500}});
+    EXPECT_EQ(rules("TemperatureEvent", "1"),
+              kCheck +
+                  "[failed]\ngetCameraStatuses failed. response of perform_curl() is null.\n"
+                  "getMultipleCameraStatuses failed: return value is null.\n");
+}
+
+TEST_F(PollingAlarms, TemperatureErrorsAreIgnored) {
+    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, "<ErrorCode>-9</ErrorCode>");
+    EXPECT_EQ(rules("TemperatureEvent", "1"),
+              kCheck + "getCameraStatuses failed due to polling failing.Errorcode: -9 \n");
+    EXPECT_EQ(alarms(), std::vector<int>{});
+}
+
+TEST_F(PollingAlarms, TemperatureWithAMissingBoundIsNotChecked) {
+    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys,
+                 "<Temperature>31</Temperature><TemperatureMin>1</TemperatureMin>");
+    EXPECT_LOG(kCheck + "value  1 = NULL\nvalues[1] = NULL, aborting platform/Z55/agent/polling : <N>\n",
+               rules("TemperatureEvent", "1"));
+    EXPECT_EQ(alarms(), std::vector<int>{});
+}
+
+// --- Handing over.
+
+class HandingOver : public AgentTest {};
+
+TEST_F(HandingOver, GivesTheRecordAndTheTable) {
+    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData(7, "noise", 42), 0); }),
+              "(poll) SendAlarmData!! index:7, name:noise, status: 42 \n(poll) end SendAlarmData\n");
+    ASSERT_EQ(fake_vendor::alarms().size(), 1U);
+    const alarm_record record = fake_vendor::alarms()[0];
+    EXPECT_EQ(record.index, 7);
+    EXPECT_EQ(std::string(record.name, 32), "noise" + std::string(27, '\0'));
+    EXPECT_EQ(record.status, 42);
+    EXPECT_TRUE(fake_vendor::alarms_name_the_table());
+}
+
+TEST_F(HandingOver, CutsTheNameAt31Characters) {
+    const std::string name(10'000, 'n');
+    EXPECT_EQ(output_of([&] { SendAlarmData(1, name.c_str(), 2); }),
+              "(poll) SendAlarmData!! index:1, name:" + name.substr(0, 31) +
+                  ", status: 2 \n(poll) end SendAlarmData\n");
+    const alarm_record record = fake_vendor::alarms().at(0);
+    EXPECT_EQ(std::string(record.name, 32), std::string(31, 'n') + '\0');
+    EXPECT_EQ(record.status, 2);
+}
+
+TEST_F(HandingOver, WithoutATableIsMinusOne) {
+    mipc_api = nullptr;
+    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData(1, "alarm", 1), -1); }), "(poll) mipc_api == NULL\n");
+}
+
+TEST_F(HandingOver, WithoutAnEntryIsMinusTwo) {
+    fake_vendor::table().SendAlarmData = nullptr;
+    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData(1, "alarm", 1), -2); }),
+              "(poll) mipc_api->SendAlarmData == NULL\n");
+}
+
+// --- Free space of the card.
+
+struct DfRow {
+    const char *output;
+    int free;
+};
+
+class CardSpace : public AgentTest, public testing::WithParamInterface<DfRow> {};
+
+TEST_P(CardSpace, IsWhatDfLeavesOfAHundred) {
+    const auto [output, free] = GetParam();
+    fake_os::on_shell([text = std::string(output)](const std::string &) {
+        write_file("/tmp/space_percent", text);
+        return fake_os::ShellResult{};
+    });
+    int percent = -1;
+    EXPECT_EQ(output_of([&] { percent = get_SDspace_percent(); }),
+              " get_SDspace_percent percent=" + std::to_string(free) + "\n");
+    EXPECT_EQ(percent, free);
+    EXPECT_EQ(
+        fake_os::shell_commands(),
+        Texts{"df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, CardSpace,
+                         testing::Values(DfRow{"37%\n", 63}, DfRow{"100%\n", 0}, DfRow{"0%\n", 100},
+                                         DfRow{"", 100}, DfRow{"\n", 100}, DfRow{"-\n", 100},
+                                         DfRow{"5%\n6%\n", 95}, DfRow{"0000000099", 91}));
+
+TEST_F(HandingOver, SpaceWithoutDfsFileIsAHundred) {
+    std::remove("/tmp/space_percent");
+    output_of([] { EXPECT_EQ(get_SDspace_percent(), 100); });
+}
+
+}  // namespace

@@ -1,0 +1,110 @@
+// What the tests of the status watch share: one run of myPoll over scripted replies, ended by a camera error,
+// with its log; latches that are clear at the start.
+#ifndef UNIT_AGENT_POLLING_TEST_H
+#define UNIT_AGENT_POLLING_TEST_H
+
+#include "agent/polling.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "agent_test.h"
+#include "exports.h"
+#include "marked_log.h"
+
+inline constexpr char kAllKeys[] = "Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SD";
+
+// A status reply with these values; those of the six events that are not given ask for no alarm.
+inline std::string status(const std::vector<std::pair<std::string, std::string>> &values = {}) {
+    std::vector<std::pair<std::string, std::string>> all = {{"MotionEvent", "0"},      {"AudioEvent", "0"},
+                                                            {"TemperatureEvent", "0"}, {"Battery", "80"},
+                                                            {"Space", "2048"},         {"SD", "2"}};
+    std::string text = "<CameraStatus>";
+    for (auto &[name, value] : all) {
+        for (const auto &[given, other] : values) {
+            if (given == name) value = other;
+        }
+        text += "<" + name + ">" + value + "</" + name + ">";
+    }
+    return text + "</CameraStatus>";
+}
+
+// What `log` holds of the rules for `name`: from the line after the previous value's to its own value's line.
+inline std::string rules_of(const std::string &name, const std::string &log) {
+    const std::string own = "Value of " + name + ":";
+    const size_t end = log.find(own);
+    if (end == std::string::npos) return "no value of " + name + " in " + log;
+    size_t start = std::max(log.rfind("Value of ", end - 1) + 1, log.rfind("*** (nimb_poll) ", end) + 1);
+    start = log.find('\n', start) + 1;
+    return log.substr(start, end - start);
+}
+
+class PollingTest : public CameraTest {
+  protected:
+    void SetUp() override {
+        CameraTest::SetUp();
+        set_conf("POLL_STATUS_PERIOD_SEC", "10");
+        recover_latches();
+        fake_os::reset();
+        fake_vendor::reset();
+        camera.forget();
+        free_percent(90);
+        fake_os::on_pause([](const std::string &pause) { std::printf("[%s]\n", pause.c_str()); });
+    }
+
+    // Polls once over each of `bodies`, then the camera answers with an error. Returns the log.
+    std::string poll(const std::vector<std::string> &bodies) {
+        std::vector<CameraReply> replies;
+        for (const std::string &body : bodies) replies.push_back({.body = body});
+        return poll_replies(std::move(replies));
+    }
+    std::string poll_replies(std::vector<CameraReply> replies) {
+        replies.push_back({.body = "<ErrorCode>-2</ErrorCode>"});
+        camera.reply("/CGI/CameraStatus", std::move(replies));
+        std::string log;
+        errors_ = errors_of([&] { log = marked_log(output_of([] { EXPECT_EQ(myPoll("12345"), -2); })); });
+        return log;
+    }
+    // The same with one value only of interest: what its rules logged in the first cycle.
+    std::string rules(const std::string &name, const std::string &value) {
+        return rules_of(name, poll({status({{name, value}})}));
+    }
+
+    // df tells of so much free space.
+    static void free_percent(int percent) {
+        fake_os::on_shell([=](const std::string &) {
+            write_file("/tmp/space_percent", std::to_string(100 - percent) + "%\n");
+            return fake_os::ShellResult{};
+        });
+    }
+
+    static std::vector<int> alarms() {
+        std::vector<int> statuses;
+        for (const alarm_record &record : fake_vendor::alarms()) {
+            EXPECT_EQ(record.index, 1);
+            EXPECT_STREQ(record.name, "alarm");
+            statuses.push_back(record.status);
+        }
+        return statuses;
+    }
+
+    std::string errors_;
+
+  private:
+    // Latches are the process's own and may be set where several tests share one.
+    void recover_latches() {
+        set_conf("BATTERY_ARMED", "1");
+        set_conf("SDCARD_ARMED", "1");
+        set_conf("BATTERY_LOW", "0");
+        set_conf("SDCARD_LOW", "0");
+        free_percent(90);
+        poll({status({{"SD", "1"}})});
+        set_conf("BATTERY_ARMED", "0");
+        set_conf("SDCARD_ARMED", "0");
+    }
+};
+
+#endif
