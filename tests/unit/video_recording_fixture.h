@@ -21,10 +21,7 @@ inline constexpr char kLog[] = "/tmp/recording.log";
 
 // What reading the camera's "Recording" prints.
 inline std::string status_log(const std::string &value) {
-    return "!!!***platform/Z55/ak_model <N> ***!!!\n status_name=Recording\n , status_length =9\n"
-           "[GET CameraStatus?Recording]\n"
-           "!!!***platform/Z55/ak_model <N> ***!!!\n xml_value " +
-           value + " find\n!!!***platform/Z55/ak_model <N> ***!!! status_name=Recording\n";
+    return log_of_status("Recording", "Recording", value);
 }
 
 inline CameraReply recording(const char *value) {

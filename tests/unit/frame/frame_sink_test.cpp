@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "exports.h"
+#include "intercept.h"
 #include "shared.h"
 
 namespace {
@@ -269,6 +270,30 @@ TEST_F(FrameSink, NothingLeaksWithoutATableOrASlot) {
         }
     }
     EXPECT_LT(mallinfo2().uordblks, before + data.size());
+}
+
+TEST_F(FrameSink, FrameIsDroppedWhenMemoryIsOut) {
+    for (const int kind : {kVideo, kAudio}) {
+        intercept::refuse_next("malloc");
+        deliver(kind, {1, 2, 3});
+        deliver(kind, {4});
+    }
+    ASSERT_EQ(videos.size(), 1u);
+    ASSERT_EQ(audios.size(), 1u);
+    EXPECT_EQ(data_of(videos[0]), Bytes{4});
+}
+
+// One allocation for the data, nothing else on the heap.
+TEST_F(FrameSink, OneAllocationPerFrame) {
+    for (const int kind : {kVideo, kAudio}) {
+        intercept::refuse_next("malloc", 1);
+        deliver(kind, {1, 2, 3});
+        Bytes data = {4};
+        captured_frame frame = make_frame(kind, data);
+        new_getframe_callback(&frame);
+    }
+    EXPECT_EQ(videos.size(), 1u);
+    EXPECT_EQ(audios.size(), 1u);
 }
 
 TEST_F(FrameSink, IsSilent) {

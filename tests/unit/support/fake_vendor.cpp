@@ -178,7 +178,8 @@ pthread_attr_t thread_attr = prepared_attributes();
 mipc_api_table *vq_ipca_init(const char *uuid, const char *interface_name,
                              const device_callbacks *callbacks) {
     set_locked(&State::callbacks, callbacks);
-    called("vq_ipca_init", std::string("(") + uuid + ", " + interface_name + ")");
+    called("vq_ipca_init",
+           std::string("(") + (uuid != nullptr ? uuid : "(null)") + ", " + interface_name + ")");
     return &state().table;
 }
 

@@ -6,14 +6,18 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <map>
 #include <mutex>
-#include <set>
+#include <optional>
 
 namespace {
 
 struct State {
     std::mutex lock;
-    std::set<std::string> refused;
+    std::map<std::string, int> refused;  // by function: the calls that go well before
+    std::optional<long> processor_ticks;
     int semaphore_waits = 0;
     std::vector<long> connect_timeouts;
 };
@@ -25,16 +29,24 @@ State &state() {
 
 bool due(const char *function) {
     const std::lock_guard<std::mutex> guard(state().lock);
-    return state().refused.erase(function) != 0;
+    const auto found = state().refused.find(function);
+    if (found == state().refused.end() || found->second-- > 0) return false;
+    state().refused.erase(found);
+    return true;
 }
 
 }  // namespace
 
 namespace intercept {
 
-void refuse_next(const std::string &function) {
+void refuse_next(const std::string &function, int after) {
     const std::lock_guard<std::mutex> guard(state().lock);
-    state().refused.insert(function);
+    state().refused[function] = after;
+}
+
+void set_processor_ticks(long ticks) {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    state().processor_ticks = ticks;
 }
 
 int semaphore_waits() {
@@ -50,6 +62,7 @@ std::vector<long> connect_timeouts() {
 void reset() {
     const std::lock_guard<std::mutex> guard(state().lock);
     state().refused.clear();
+    state().processor_ticks.reset();
     state().semaphore_waits = 0;
     state().connect_timeouts.clear();
 }
@@ -65,6 +78,11 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
 int __real_sem_init(sem_t *semaphore, int shared, unsigned value);
 int __real_sem_wait(sem_t *semaphore);
 CURL *__real_curl_easy_init(void);
+void *__real_malloc(size_t size);
+void *__real_calloc(size_t count, size_t size);
+void *__real_realloc(void *block, size_t size);
+size_t __real_fread(void *out, size_t size, size_t count, FILE *file);
+clock_t __real_clock(void);
 CURLcode __real_curl_easy_setopt(CURL *handle, CURLoption option, ...);
 
 int __wrap_pthread_attr_init(pthread_attr_t *attributes) {
@@ -95,6 +113,27 @@ int __wrap_sem_wait(sem_t *semaphore) {
     if (!due("sem_wait")) return __real_sem_wait(semaphore);
     errno = EINTR;
     return -1;
+}
+
+void *__wrap_malloc(size_t size) {
+    return due("malloc") ? nullptr : __real_malloc(size);
+}
+
+void *__wrap_calloc(size_t count, size_t size) {
+    return due("calloc") ? nullptr : __real_calloc(count, size);
+}
+
+void *__wrap_realloc(void *block, size_t size) {
+    return due("realloc") ? nullptr : __real_realloc(block, size);
+}
+
+size_t __wrap_fread(void *out, size_t size, size_t count, FILE *file) {
+    return due("fread") ? 0 : __real_fread(out, size, count, file);
+}
+
+clock_t __wrap_clock(void) {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    return state().processor_ticks ? *state().processor_ticks : __real_clock();
 }
 
 CURL *__wrap_curl_easy_init(void) {

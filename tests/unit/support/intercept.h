@@ -9,8 +9,12 @@
 namespace intercept {
 
 // The next call of `function` fails: pthread_attr_init, pthread_attr_setdetachstate, pthread_create (each
-// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR) or curl_easy_init (null).
-void refuse_next(const std::string &function);
+// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR), curl_easy_init, malloc, calloc,
+// realloc (null) or fread (0). `after` calls go well before it.
+void refuse_next(const std::string &function, int after = 0);
+
+// What clock() returns from now on.
+void set_processor_ticks(long ticks);
 
 // How often sem_wait was entered: an enqueued job's thread does so once the job is in its queue.
 int semaphore_waits();

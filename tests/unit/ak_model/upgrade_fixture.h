@@ -1,0 +1,55 @@
+// A camera with new firmware, and what an upgrade leaves behind.
+#ifndef UNIT_UPGRADE_FIXTURE_H
+#define UNIT_UPGRADE_FIXTURE_H
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "agent_test.h"
+#include "camera_script.h"
+#include "exports.h"
+#include "marked_log.h"
+#include "shared.h"
+
+inline constexpr char kMarker[] = "/tmp/ota.marker";
+inline constexpr char kFirmwareVersion[] = "/tmp/FWVER.txt";
+inline constexpr char kReserve[] = "/tmp/fuse_d/.ota.tmp";
+
+inline CameraReply element(const std::string &tag, const std::string &value) {
+    return {.body = "<" + tag + ">" + value + "</" + tag + ">"};
+}
+
+inline std::vector<int> alarm_statuses() {
+    std::vector<int> statuses;
+    for (const alarm_record &record : fake_vendor::alarms()) {
+        EXPECT_EQ(record.index, 1);
+        EXPECT_STREQ(record.name, "alarm");
+        statuses.push_back(record.status);
+    }
+    return statuses;
+}
+
+// What handing an alarm record over prints.
+inline std::string log_of_alarm(int status) {
+    return "(OTA) SendAlarmData!! index:1, name:alarm, status: " + std::to_string(status) +
+           " \n(OTA) end SendAlarmData\n";
+}
+
+class UpgradeTest : public CameraTest {
+  protected:
+    void SetUp() override {
+        CameraTest::SetUp();
+        set_conf("OTA_TMP_FILE", kMarker);
+        std::strcpy(hostIP, FakeCamera::host);
+        mkdir("/tmp/fuse_d", 0755);
+        for (const char *path : {kMarker, kFirmwareVersion, kReserve}) unlink(path);
+        rmdir(kMarker);
+        rmdir(kReserve);
+    }
+};
+
+#endif
