@@ -100,6 +100,7 @@ bool ended_by_reboot(const agent &ended, int status) {
 
 [[noreturn]] void become_agent(const supervisor &own, int output) {
     setpgid(0, 0);
+    write_number(kPidFile, getpid());
     // As from init, whatever we inherited: nothing is ignored, nothing blocked.
     for (int number = 1; number < SIGRTMIN; ++number) signal(number, SIG_DFL);
     sigset_t none;
@@ -126,7 +127,6 @@ agent start_agent(const supervisor &own) {
     close(ends[1]);
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     started.output = ends[0];
-    write_number(kPidFile, started.pid);
     return started;
 }
 
