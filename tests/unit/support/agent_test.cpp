@@ -123,6 +123,13 @@ std::string errors_of(const std::function<void()> &body) {
     return testing::internal::GetCapturedStderr();
 }
 
+std::string without_statistics(std::string log) {
+    for (size_t start; (start = log.find("curlmgr_enqueue_job OK.")) != std::string::npos;) {
+        log.erase(start, log.find("\n ", start) + 2 - start);
+    }
+    return log;
+}
+
 std::string with_open_numbers(std::string_view expected, std::string_view actual) {
     constexpr std::string_view kOpen = "<N>";
     constexpr std::string_view kDigits = "0123456789";

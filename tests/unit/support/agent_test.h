@@ -42,6 +42,9 @@ std::string output_of(const std::function<void()> &body);
 // What it writes to standard error.
 std::string errors_of(const std::function<void()> &body);
 
+// A log without the queue's statistics lines, whose counters tell of earlier tests in the process.
+std::string without_statistics(std::string log);
+
 // `actual` with the numbers that `expected` leaves open as "<N>" (any positive decimal number) replaced by
 // "<N>": equal to `expected` when the two match.
 std::string with_open_numbers(std::string_view expected, std::string_view actual);

@@ -1,0 +1,642 @@
+#include "z55cgi.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include "agent/status_query.h"
+#include "agent_test.h"
+#include "intercept.h"
+
+namespace {
+
+constexpr char kBase[] = "http://127.0.0.1:8080";
+
+// --- Every member's request and log, good and bad.
+
+// What a caller sees: the result and what came with it.
+struct Outcome {
+    std::string result;  // "0", "-1", "nothing", or the body of a GET
+    std::string reply = {};
+};
+
+std::string text_of(const std::optional<std::string> &body) {
+    return body.value_or("nothing");
+}
+
+Outcome call_curl_GET() {
+    return {text_of(curl_GET("http://127.0.0.1:8080/CGI/X?a"))};
+}
+
+Outcome call_curl_POST() {
+    const int result = curl_POST("http://127.0.0.1:8080/CGI/X", post_body("<A>1</A>"));
+    return {std::to_string(result), response != nullptr ? response : "null"};
+}
+
+Outcome call_perform_curl() {
+    return {text_of(perform_curl("http://127.0.0.1:8080/CGI/X", "777", "a&b"))};
+}
+
+Outcome call_mobileAudio() {
+    std::string reply;
+    const std::string audio("RIFF\0\1\xff\0", 8);
+    const int result = mobileAudio("Session=777", audio.data(), audio.size(), reply);
+    return {std::to_string(result), reply};
+}
+
+Outcome call_getSingleCameraStatus() {
+    std::string reply;
+    const int result = getSingleCameraStatus("Session=777", "Temp", reply);
+    return {std::to_string(result), reply};
+}
+
+Outcome call_easyRemoteControl() {
+    std::string reply;
+    const int result = easyRemoteControl("Session=777", "ZOOM", reply);
+    return {std::to_string(result), reply};
+}
+
+Outcome call_z55_get_photo() {
+    photo_buffer photo{};
+    const int result = z55_get_photo(&photo, "/DCIM/1.JPG");
+    const Outcome outcome{std::to_string(result), std::string(photo.data, photo.count)};
+    std::free(photo.data);
+    return outcome;
+}
+
+constexpr char kReply[] = "<A>1</A>";
+
+struct Member {
+    const char *name;
+    Outcome (*call)();
+    std::string request;
+    bool verbose;        // libcurl tells its course on standard error
+    bool status_counts;  // a status other than 200 is a failure
+    const char *job;     // the queue's lines up to the transfer
+    std::string before;  // the log before the job
+    const char *piece;   // the log of the reply's one piece
+    std::string after;   // the log after the job, whatever it gave
+    std::string good, transfer_error, status_error;
+    Outcome succeeded, failed;
+    std::string no_reply = {};     // what comes with the result when nothing came
+    const char *error_texts = {};  // on standard error after a transfer error
+};
+
+const char kDefaultJob[] = "curlmgr_perform_curl called\ndefault size: 1\ncurlmgr: performing curl, name = ";
+const char kHighJob[] = "curlmgr_perform_curl called\nhigh size: 1\ncurlmgr: performing curl, name = ";
+const char kPollPiece[] = "*** (poll) write_callback_func: <A>1</A> ***\n";
+
+const std::vector<Member> kMembers = {
+    {.name = "curl_GET",
+     .call = call_curl_GET,
+     .request = "GET /CGI/X?a Session=12345",
+     .verbose = false,
+     .status_counts = true,
+     .job = kDefaultJob,
+     .before = "curl_GET url = http://127.0.0.1:8080/CGI/X?a , cookie = Session=12345\n"
+               ",---  platform/Z55/ak_model,1345 -----\n",
+     .piece = kPollPiece,
+     .after = "",
+     .good = "",
+     .transfer_error = "res !=CURLE_OK: platform/Z55/ak_model,line 1364\n"
+                       "After res !=CURLE_OK: platform/Z55/ak_model,line 1366\n",
+     .status_error = "  (platform/Z55/ak_model: 1370)\n",
+     .succeeded = {kReply},
+     .failed = {"nothing"}},
+    {.name = "curl_POST",
+     .call = call_curl_POST,
+     .request =
+         "POST /CGI/X Session=12345\n"
+         "HTTP/1.1\nContent-Length: 8\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n<A>1</A>",
+     .verbose = false,
+     .status_counts = false,
+     .job = kDefaultJob,
+     .before = "curl_POST  url = http://127.0.0.1:8080/CGI/X , cookie = Session=12345,---  "
+               "platform/Z55/ak_model,1304 -----\n",
+     .piece = kPollPiece,
+     .after = "",
+     .good = "curl_POST ok , res = 0\n",
+     .transfer_error = "res !=CURLE_OK: platform/Z55/ak_model,line 1321\n"
+                       "After res !=CURLE_OK: platform/Z55/ak_model,line 1323\n"
+                       "curl_POST failure res = 7\n",
+     .status_error = "",
+     .succeeded = {"0", kReply},
+     .failed = {"7", "null"},
+     .no_reply = "null"},
+    {.name = "polling",
+     .call = call_perform_curl,
+     .request = "GET /CGI/X?a&b Session=777",
+     .verbose = true,
+     .status_counts = true,
+     .job = kHighJob,
+     .before = "(poll) perform_curl url = http://127.0.0.1:8080/CGI/X?a&b\n"
+               "*** (poll) curl_perform starts ***\n",
+     .piece = kPollPiece,
+     .after = "*** (poll) curl_perform ends ***\n",
+     .good = "",
+     .transfer_error = "After res !=CURLE_OK: platform/Z55/agent/polling,line 126\n",
+     .status_error = "  (platform/Z55/agent/polling: 132)\n",
+     .succeeded = {kReply},
+     .failed = {"nothing"},
+     .error_texts = "curl_easy_perform() failed: Couldn't connect to server\n"},
+    {.name = "mobileAudio",
+     .call = call_mobileAudio,
+     .request = std::string("POST /CGI/MobileAudio Session=777\nRIFF\0\1\xff\0", 42),
+     .verbose = false,
+     .status_counts = true,
+     .job = kDefaultJob,
+     .before = "\n***(easy remote control) curl_perform starts ***\n",
+     .piece = "",
+     .after = "\n***(easy remote control) curl_perform ends ***\n",
+     .good = "<A>1</A>\n",
+     .transfer_error = "res !=CURLE_OK: platform/Z55/z55cgi,line 300\n"
+                       "After res !=CURLE_OK: platform/Z55/z55cgi,line 301\n",
+     .status_error = "  (platform/Z55/z55cgi: 305)\n",
+     .succeeded = {"0", kReply},
+     .failed = {"-1", kReply}},
+    {.name = "getSingleCameraStatus",
+     .call = call_getSingleCameraStatus,
+     .request = "GET /CGI/CameraStatus?Temp Session=777",
+     .verbose = false,
+     .status_counts = true,
+     .job = kDefaultJob,
+     .before = "\n***(get camera status) curl_perform starts ***\n",
+     .piece = "",
+     .after = "\n***(get camera status) curl_perform ends ***\n"
+              "\n***(After clean) curl_perform ends ***\n",
+     .good = "CURL: PHOTO_TO_MOBILE: 0\n",
+     .transfer_error = "res !=CURLE_OK: platform/Z55/z55cgi,line 227\n"
+                       "After res !=CURLE_OK: platform/Z55/z55cgi,line 229\n",
+     .status_error = "  (platform/Z55/z55cgi: 234)\n",
+     .succeeded = {"0", kReply},
+     .failed = {"-1", kReply}},
+    {.name = "easyRemoteControl",
+     .call = call_easyRemoteControl,
+     .request = "POST /CGI/RemoteControl Session=777\n"
+                "\r\n\r\n<RemoteControl><Action>ZOOM</Action></RemoteControl>",
+     .verbose = false,
+     .status_counts = true,
+     .job = kDefaultJob,
+     .before = "\n***(easy remote control) curl_perform starts ***\n",
+     .piece = "",
+     .after = "",
+     .good = "easy remote: platform/Z55/z55cgi,line 86 \n<A>1</A>\n",
+     .transfer_error = "res !=CURLE_OK, res = 7. (platform/Z55/z55cgi,line 75\n)"
+                       "After res !=CURLE_OK: platform/Z55/z55cgi,line 77\n",
+     .status_error = "  (platform/Z55/z55cgi: 82)\n",
+     .succeeded = {"0", kReply},
+     .failed = {"-1", kReply}},
+    {.name = "z55_get_photo",
+     .call = call_z55_get_photo,
+     .request = "GET /DCIM/1.JPG -",
+     .verbose = false,
+     .status_counts = true,
+     .job = kDefaultJob,
+     .before = "\n***(photo to mobile) curl_perform starts ***\n",
+     .piece = "realloc memory, size: 8\n",
+     .after = "\n***(photo to mobile) curl_perform ends ***\n",
+     .good = "CURL: PHOTO_TO_MOBILE: 0\n",
+     .transfer_error = "res !=CURLE_OK: platform/Z55/z55cgi,line 167\n"
+                       "After res !=CURLE_OK: platform/Z55/z55cgi,line 169\n",
+     .status_error = "  (platform/Z55/z55cgi: 174)\n",
+     .succeeded = {"0", kReply},
+     .failed = {"-1", kReply}},
+};
+
+class CgiMember : public CameraTest, public testing::WithParamInterface<Member> {
+  protected:
+    // Makes the call and checks all that it leaves behind.
+    void expect(const std::string &log, const Outcome &wanted) {
+        Outcome outcome;
+        std::string out;
+        errors = errors_of([&] { out = output_of([&] { outcome = GetParam().call(); }); });
+        EXPECT_EQ(log, without_statistics(out));
+        EXPECT_EQ(wanted.result, outcome.result);
+        EXPECT_EQ(wanted.reply, outcome.reply);
+    }
+    std::string up_to_the_transfer() const {
+        const Member &member = GetParam();
+        return member.before + member.job + member.name + "... \n";
+    }
+    // The log line of the camera's HTTP status.
+    std::string status_line(int status) const {
+        return GetParam().status_counts ? "res: " + std::to_string(status) + "\n" : "";
+    }
+    std::string errors;
+};
+
+TEST_P(CgiMember, Succeeds) {
+    const Member &member = GetParam();
+    camera.on_request([](const CameraRequest &) { return CameraReply{.body = kReply}; });
+    expect(up_to_the_transfer() + status_line(200) + member.piece + member.after + member.good,
+           member.succeeded);
+    EXPECT_EQ((Texts{member.request}), camera.seen());
+    EXPECT_EQ(member.verbose, !errors.empty());
+    EXPECT_EQ(0, res);
+}
+
+TEST_P(CgiMember, FollowsARedirectAndTheLastStatusWins) {
+    const Member &member = GetParam();
+    camera.on_request([](const CameraRequest &request) {
+        if (request.target == "/elsewhere") return CameraReply{.body = kReply};
+        return CameraReply{.status = 302, .headers = {"Location: /elsewhere"}};
+    });
+    expect(up_to_the_transfer() + status_line(302) + status_line(200) + member.piece + member.after +
+               member.good,
+           member.succeeded);
+    EXPECT_EQ(2u, camera.requests().size());
+}
+
+TEST_P(CgiMember, TakesAStatusOtherThan200ForAFailure) {
+    const Member &member = GetParam();
+    camera.on_request([](const CameraRequest &) { return CameraReply{.body = kReply, .status = 500}; });
+    if (!member.status_counts) {
+        return expect(up_to_the_transfer() + member.piece + member.after + member.good, member.succeeded);
+    }
+    expect(up_to_the_transfer() + "res: 500\n" + member.piece + member.after +
+               "status != 200, status code = 500" + member.status_error,
+           member.failed);
+}
+
+TEST_P(CgiMember, TakesAnHttp10AnswerForAFailure) {
+    const Member &member = GetParam();
+    camera.on_request(
+        [](const CameraRequest &) { return CameraReply{.body = kReply, .version = "HTTP/1.0"}; });
+    if (!member.status_counts) {
+        return expect(up_to_the_transfer() + member.piece + member.after + member.good, member.succeeded);
+    }
+    expect(up_to_the_transfer() + member.piece + member.after + "status != 200, status code = 0" +
+               member.status_error,
+           member.failed);
+}
+
+TEST_P(CgiMember, ReportsATransferError) {
+    const Member &member = GetParam();
+    camera.go_away();
+    expect(up_to_the_transfer() + member.after + member.transfer_error,
+           {member.failed.result, member.no_reply});
+    EXPECT_EQ(member.error_texts != nullptr, !errors.empty());
+    if (member.error_texts != nullptr) {
+        EXPECT_NE(std::string::npos, errors.find(member.error_texts));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, CgiMember, testing::ValuesIn(kMembers), by_name);
+
+// --- What the members do not share.
+
+class Cgi : public CameraTest {
+  protected:
+    void SetUp() override {
+        CameraTest::SetUp();
+        camera.on_request(
+            [this](const CameraRequest &) { return CameraReply{.body = body, .chunks = chunks}; });
+    }
+    static std::string log_of(const std::function<void()> &call) {
+        std::string log;
+        errors_of([&] { log = output_of(call); });
+        return without_statistics(log);
+    }
+    std::string body = "<A>1</A>";
+    Texts chunks;
+};
+
+TEST_F(Cgi, TheGenericPostIsARequestOfLibcurlsOwnWithThePseudoHeaderInItsBody) {
+    log_of([] { call_curl_POST(); });
+    EXPECT_EQ(
+        "POST /CGI/X HTTP/1.1\r\n"
+        "Host: 127.0.0.1:8080\r\n"
+        "Accept: */*\r\n"
+        "Cookie: Session=12345\r\n"
+        "Content-Length: 87\r\n"
+        "Content-Type: application/x-www-form-urlencoded\r\n\r\n",
+        camera.requests().at(0).head);
+}
+
+TEST_F(Cgi, TheGenericRequestsLeaveCopiesOfWhatTheySent) {
+    log_of([] { curl_POST("http://127.0.0.1:8080/CGI/X", post_body("<A>1</A>")); });
+    EXPECT_STREQ("Session=12345", cookie);
+    EXPECT_EQ(post_body("<A>1</A>"), post_fields);
+    EXPECT_STREQ("<A>1</A>", response);
+    EXPECT_EQ(0, res);
+
+    set_session_key("6");
+    body = "second";
+    log_of([] { curl_GET("http://127.0.0.1:8080/CGI/X"); });
+    EXPECT_STREQ("Session=6", cookie);
+    EXPECT_STREQ("<A>1</A>", response) << "a GET leaves the last POST's reply";
+
+    log_of([] { curl_POST("http://127.0.0.1:8080/CGI/X", "b"); });
+    EXPECT_STREQ("second", response);
+    EXPECT_STREQ("b", post_fields);
+
+    camera.go_away();
+    log_of([] { curl_GET("http://127.0.0.1:8080/CGI/X"); });
+    EXPECT_EQ(7, res);
+    res = 0;
+    log_of([] { EXPECT_EQ(7, curl_POST("http://127.0.0.1:8080/CGI/X", "c")); });
+    EXPECT_EQ(7, res);
+    EXPECT_EQ(nullptr, response);
+}
+
+TEST_F(Cgi, WithoutASessionKeyTheCookieIsEmpty) {
+    set_session_key("");
+    const std::string log = log_of([] {
+        curl_GET("http://127.0.0.1:8080/CGI/X");
+        curl_POST("http://127.0.0.1:8080/CGI/X", "b");
+        perform_curl("http://127.0.0.1:8080/CGI/X", "", "a");
+    });
+    EXPECT_EQ((Texts{"GET /CGI/X Session=", "POST /CGI/X Session=\nb", "GET /CGI/X?a Session="}),
+              camera.seen());
+    EXPECT_EQ(0u, log.find("curl_GET url = http://127.0.0.1:8080/CGI/X , cookie = Session=\n"));
+}
+
+TEST_F(Cgi, AnOverlongKeyOfTheHookIsCutToTheCookie) {
+    get_session_key = [] { return strdup(std::string(100, '1').c_str()); };
+    log_of([] { curl_GET("http://127.0.0.1:8080/CGI/X"); });
+    EXPECT_EQ((Texts{"GET /CGI/X Session=" + std::string(41, '1')}), camera.seen());
+    EXPECT_EQ("Session=" + std::string(41, '1'), cookie);
+}
+
+TEST_F(Cgi, OnlyTheLastPieceOfABodyIsKept) {
+    chunks = {"<A>", "1", "</A>"};
+    const std::string log = log_of([] {
+        EXPECT_EQ("</A>", curl_GET("http://127.0.0.1:8080/CGI/X"));
+        EXPECT_EQ("</A>", perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
+        std::string reply;
+        easyRemoteControl("Session=7", "ZOOM", reply);
+        EXPECT_EQ("</A>", reply);
+        curl_POST("http://127.0.0.1:8080/CGI/X", "b");
+        EXPECT_STREQ("</A>", response);
+    });
+    EXPECT_NE(std::string::npos, log.find("*** (poll) write_callback_func: <A> ***\n"
+                                          "*** (poll) write_callback_func: 1 ***\n"
+                                          "*** (poll) write_callback_func: </A> ***\n"));
+}
+
+TEST_F(Cgi, AReplyWithoutBodyIsNothing) {
+    body = "";
+    log_of([] {
+        EXPECT_EQ(std::nullopt, curl_GET("http://127.0.0.1:8080/CGI/X"));
+        EXPECT_EQ(std::nullopt, perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
+    });
+}
+
+TEST_F(Cgi, ResultsAreCutTo128Bytes) {
+    body = std::string(150, 'a') + std::string(150, 'b');
+    std::string reply;
+    const std::string log = log_of([&] { easyRemoteControl("Session=7", "ZOOM", reply); });
+    EXPECT_EQ(std::string(128, 'a'), reply);
+    EXPECT_NE(std::string::npos, log.find("line 86 \n" + std::string(128, 'a') + "\n"));
+    log_of([&] { getSingleCameraStatus("Session=7", "Temp", reply); });
+    EXPECT_EQ(std::string(128, 'a'), reply);
+    log_of([&] { mobileAudio("Session=7", "x", 1, reply); });
+    EXPECT_EQ(std::string(128, 'a'), reply);
+}
+
+TEST_F(Cgi, OverlongAddressesAndActionsAreCut) {
+    const std::string text(10'000, 'x');
+    std::string reply;
+    photo_buffer photo{};
+    log_of([&] {
+        perform_curl(std::string(kBase) + "/CGI/X", "7", text);
+        getSingleCameraStatus("Session=7", text.c_str(), reply);
+        easyRemoteControl("Session=7", text.c_str(), reply);
+        z55_get_photo(&photo, ("/" + text).c_str());
+    });
+    std::free(photo.data);
+    const auto url_of_199 = [](const std::string &start) {
+        return start + std::string(199 - std::strlen(kBase) - start.size(), 'x');
+    };
+    EXPECT_EQ(
+        (Texts{"GET " + url_of_199("/CGI/X?") + " Session=7",
+               "GET " + url_of_199("/CGI/CameraStatus?") + " Session=7",
+               "POST /CGI/RemoteControl Session=7\n\r\n\r\n<RemoteControl><Action>" + std::string(122, 'x'),
+               "GET " + url_of_199("/") + " -"}),
+        camera.seen());
+}
+
+TEST_F(Cgi, WithoutAHostNothingIsAsked) {
+    remove_conf();
+    std::string reply = "old";
+    photo_buffer photo{};
+    const char *text = "read hostIP in login() failed.\n";
+    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, mobileAudio("c", "x", 1, reply)); }));
+    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, getSingleCameraStatus("c", "Temp", reply)); }));
+    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); }));
+    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, z55_get_photo(&photo, "/x")); }));
+    EXPECT_EQ(0u, photo.count);
+    EXPECT_STREQ("", photo.data);
+    std::free(photo.data);
+    EXPECT_TRUE(camera.requests().empty());
+}
+
+TEST_F(Cgi, TheHostIsReadAtEachCall) {
+    std::string reply;
+    log_of([&] { EXPECT_EQ(0, easyRemoteControl("c", "ZOOM", reply)); });
+    set_conf("hostIP", "127.0.0.1:8081");
+    log_of([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); });
+    set_conf("hostIP", FakeCamera::host);
+    log_of([&] { EXPECT_EQ(0, easyRemoteControl("c", "ZOOM", reply)); });
+}
+
+TEST_F(Cgi, MobileAudioWithoutAHandleSendsNothingAndSucceeds) {
+    intercept::refuse_next("curl_easy_init");
+    std::string reply = "old";
+    const std::string log = log_of([&] { EXPECT_EQ(0, mobileAudio("c", "x", 1, reply)); });
+    EXPECT_EQ(
+        "\n***(easy remote control) curl_perform starts ***\n"
+        "\n***(easy remote control) curl_perform ends ***\n"
+        "\n",
+        log);
+    EXPECT_EQ("", reply);
+    EXPECT_TRUE(camera.requests().empty());
+}
+
+TEST_F(Cgi, TheOthersFailWithoutAHandle) {
+    std::string reply;
+    photo_buffer photo{};
+    const auto without_handle = [](const std::function<void()> &call) {
+        log_of([&] {
+            intercept::refuse_next("curl_easy_init");
+            call();
+        });
+    };
+    without_handle([] { EXPECT_EQ(std::nullopt, curl_GET("http://127.0.0.1:8080/CGI/X")); });
+    EXPECT_EQ(2, res);
+    without_handle([] { EXPECT_EQ(2, curl_POST("http://127.0.0.1:8080/CGI/X", "b")); });
+    without_handle([] { EXPECT_EQ(std::nullopt, perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")); });
+    without_handle([&] { EXPECT_EQ(-1, getSingleCameraStatus("c", "Temp", reply)); });
+    without_handle([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); });
+    without_handle([&] { EXPECT_EQ(-1, z55_get_photo(&photo, "/x")); });
+    std::free(photo.data);
+    EXPECT_TRUE(camera.requests().empty());
+}
+
+TEST_F(Cgi, APhotoOfSeveralPiecesIsWhole) {
+    std::string picture;
+    for (int i = 0; i < 5; i++) chunks.push_back(std::string(3000 + i, static_cast<char>(i)));
+    for (const std::string &chunk : chunks) picture += chunk;
+    photo_buffer photo{};
+    const std::string log = log_of([&] { EXPECT_EQ(0, z55_get_photo(&photo, "/x")); });
+    ASSERT_EQ(picture.size(), photo.count);
+    EXPECT_EQ(picture, std::string(photo.data, photo.count));
+    EXPECT_EQ('\0', photo.data[photo.count]);
+    EXPECT_NE(std::string::npos, log.find("realloc memory, size: 3000\nrealloc memory, size: 3001\n"));
+    std::free(photo.data);
+}
+
+TEST_F(Cgi, WhatIsRememberedIsCutToItsBuffer) {
+    remember_cookie(std::string(10'000, 'c'));
+    remember_post_fields(std::string(10'000, 'p'));
+    EXPECT_EQ(std::string(49, 'c'), cookie);
+    EXPECT_EQ(std::string(349, 'p'), post_fields);
+}
+
+TEST_F(Cgi, UnderSixteenThreadsTheBytesThatACallerFormattedAreTheBytesSent) {
+    camera.on_request([](const CameraRequest &request) { return CameraReply{.body = request.body}; });
+    constexpr int kThreads = 16, kEach = 5;
+    log_of([] {
+        std::vector<std::thread> callers;
+        for (int i = 0; i < kThreads; i++) {
+            callers.emplace_back([i] {
+                for (int j = 0; j < kEach; j++) {
+                    const std::string text = std::string(10 * i, 'x') + std::to_string(i * 1000 + j);
+                    EXPECT_EQ(0, curl_POST("http://127.0.0.1:8080/" + text, post_body(text)));
+                }
+            });
+        }
+        for (std::thread &caller : callers) caller.join();
+    });
+    ASSERT_EQ(kThreads * kEach, static_cast<int>(camera.requests().size()));
+    for (const CameraRequest &request : camera.requests()) {
+        EXPECT_EQ(post_body(request.target.substr(1)), request.body);
+        EXPECT_EQ("Session=12345", request.cookie);
+    }
+    EXPECT_EQ(1, camera.most_at_once());
+}
+
+// --- The document's body.
+
+TEST(PostBody, HasThePseudoHeaderAnEmptyLineAndTheDocument) {
+    EXPECT_EQ(
+        "HTTP/1.1\nContent-Length: 56\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n"
+        "<RemoteControl><Action>FORMATSD</Action></RemoteControl>",
+        post_body("<RemoteControl><Action>FORMATSD</Action></RemoteControl>"));
+    EXPECT_EQ("HTTP/1.1\nContent-Length: 7\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\nabc",
+              post_body("abc", 7));
+    EXPECT_EQ("HTTP/1.1\nContent-Length: 0\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n",
+              post_body(""));
+}
+
+TEST(PostBody, IsCutTo349Characters) {
+    const std::string body = post_body(std::string(10'000, 'x'));
+    EXPECT_EQ(349u, body.size());
+    EXPECT_EQ(0u, body.find("HTTP/1.1\nContent-Length: 10000\n"));
+}
+
+// --- The sinks.
+
+TEST(ResultSink, KeepsTheFirst128BytesUnterminated) {
+    char buffer[130];
+    std::memset(buffer, '#', sizeof buffer);
+    std::string piece(300, 'x');
+    EXPECT_EQ(300u, result_write_callback(piece.data(), 3, 100, buffer));
+    EXPECT_EQ(std::string(128, 'x') + "##", std::string(buffer, 130));
+}
+
+TEST(ResultSink, EveryPieceOverwritesTheOneBefore) {
+    char buffer[130];
+    std::memset(buffer, '#', sizeof buffer);
+    std::string first = "a longer piece", second = "short";
+    EXPECT_EQ(14u, result_write_callback(first.data(), 1, 14, buffer));
+    EXPECT_EQ("a longer piece" + std::string(114, '\0') + "##", std::string(buffer, 130));
+    EXPECT_EQ(5u, result_write_callback(second.data(), 1, 5, buffer));
+    EXPECT_EQ("short" + std::string(123, '\0') + "##", std::string(buffer, 130));
+}
+
+TEST(ResultSink, CopiesUpToANul) {
+    char buffer[130] = {};
+    std::string piece("ab\0cd", 5);
+    EXPECT_EQ(5u, result_write_callback(piece.data(), 1, 5, buffer));
+    EXPECT_EQ("ab" + std::string(126, '\0'), std::string(buffer, 128));
+}
+
+TEST(PollSink, KeepsACopyOfTheLastPiece) {
+    std::optional<std::string> body;
+    std::string piece = "abcdef";
+    EXPECT_EQ("*** (poll) write_callback_func: abcd ***\n",
+              output_of([&] { EXPECT_EQ(4u, poll_write_callback(piece.data(), 2, 2, &body)); }));
+    EXPECT_EQ("abcd", body);
+    output_of([&] { EXPECT_EQ(1u, poll_write_callback(piece.data() + 5, 1, 1, &body)); });
+    EXPECT_EQ("f", body);
+}
+
+TEST(PhotoSink, GrowsAndStaysTerminated) {
+    photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
+    std::string piece("\xff\xd8\0x", 4);
+    EXPECT_EQ("realloc memory, size: 4\nrealloc memory, size: 2\n", output_of([&] {
+                  EXPECT_EQ(4u, photo_write_callback(piece.data(), 2, 2, &photo));
+                  EXPECT_EQ(2u, photo_write_callback(piece.data(), 1, 2, &photo));
+              }));
+    EXPECT_EQ(6u, photo.count);
+    EXPECT_EQ(std::string("\xff\xd8\0x\xff\xd8", 6) + '\0', std::string(photo.data, 7));
+    std::free(photo.data);
+}
+
+TEST(PhotoSink, AbortsTheTransferWithoutMemory) {
+    constexpr size_t kLimit = 32 * 1024 * 1024;
+    photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
+    std::string piece(kLimit - 1, 'x');
+    output_of([&] { EXPECT_EQ(kLimit - 1, photo_write_callback(piece.data(), 1, kLimit - 1, &photo)); });
+    EXPECT_EQ(kLimit - 1, photo.count);
+    EXPECT_EQ("realloc memory, size: 1\nnot enough memory (realloc returned NULL)\n",
+              output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, 1, &photo)); }));
+    EXPECT_EQ(nullptr, photo.data);
+    EXPECT_EQ(0u, photo.count);
+    output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, kLimit, &photo)); });
+}
+
+struct StatusRow {
+    const char *name, *line;
+    int status;       // -5: left alone
+    const char *log;  // "" when left alone
+};
+
+class StatusSniffer : public testing::TestWithParam<StatusRow> {};
+
+TEST_P(StatusSniffer, Stores) {
+    const StatusRow &row = GetParam();
+    std::string line = row.line;
+    int status = -5;
+    EXPECT_EQ(row.log, output_of([&] {
+                  EXPECT_EQ(line.size(), http_status_code_checker(line.data(), 1, line.size(), &status));
+              }));
+    EXPECT_EQ(row.status, status);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Line, StatusSniffer,
+    testing::Values(StatusRow{"Good", "HTTP/1.1 200 OK\r\n", 200, "res: 200\n"},
+                    StatusRow{"NotFound", "HTTP/1.1 404 Not Found\r\n", 404, "res: 404\n"},
+                    StatusRow{"ThreeCharactersOnly", "HTTP/1.1 2001", 200, "res: 200\n"},
+                    StatusRow{"AnywhereInTheLine", "Via: HTTP/1.1 301", 301, "res: 301\n"},
+                    StatusRow{"NineCharactersOn", "HTTP/1.1  20", 20, "res: 20\n"},
+                    StatusRow{"NoNumber", "HTTP/1.1 OK", 0, "res: 0\n"},
+                    StatusRow{"CutShort", "HTTP/1.1", 0, "res: 0\n"},
+                    StatusRow{"OldVersion", "HTTP/1.0 200 OK\r\n", -5, ""},
+                    StatusRow{"OtherHeader", "Content-Length: 3\r\n", -5, ""},
+                    StatusRow{"Empty", "", -5, ""}),
+    by_name);
+
+TEST(StatusSnifferLimits, ReadsNoFurtherThanItsLine) {
+    std::string line = "HTTP/1.1 404";
+    int status = -5;
+    output_of([&] { EXPECT_EQ(10u, http_status_code_checker(line.data(), 2, 5, &status)); });
+    EXPECT_EQ(4, status);
+    EXPECT_EQ("", output_of([&] { EXPECT_EQ(12u, http_status_code_checker(line.data(), 1, 12, nullptr)); }));
+}
+
+}  // namespace
