@@ -1,0 +1,239 @@
+// Which frames share a clip, and what happens when something runs out.
+#include <climits>
+#include <filesystem>
+#include <ostream>
+#include <thread>
+
+#include "talkback_fixture.h"
+
+namespace {
+
+class TalkbackFrames : public Talkback {};
+
+// --- Which frames share a clip
+
+struct FramesRow {
+    const char *name;
+    std::vector<uint32_t> sequences;  // one frame each, of 10 bytes
+    Lengths payloads;                 // of the clips, sorted
+};
+
+void PrintTo(const FramesRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class FrameSequence : public Talkback, public testing::WithParamInterface<FramesRow> {};
+
+TEST_P(FrameSequence, MakesClips) {
+    for (const uint32_t sequence : GetParam().sequences) {
+        output_of([&] { EXPECT_EQ(deliver(sequence, Bytes(10, 0)), 0); });
+    }
+    EXPECT_EQ(payloads(), GetParam().payloads);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, FrameSequence,
+                         testing::Values(FramesRow{"Growing", {1, 2, 3}, {30}},
+                                         FramesRow{"Equal", {5, 5, 5}, {30}},
+                                         FramesRow{"ZeroAlwaysStarts", {0, 0, 0}, {10, 10, 10}},
+                                         FramesRow{"ZeroStartsInTheMiddle", {1, 2, 0, 1}, {20, 20}},
+                                         FramesRow{"SmallerStarts", {10, 11, 9, 10}, {20, 20}},
+                                         FramesRow{"SmallerByOneStarts", {2, 1}, {10, 10}},
+                                         FramesRow{"Unsigned", {1, 0x80000000u, 0xFFFFFFFFu}, {30}}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(TalkbackFrames, ClipOf640ByteFramesClosesWhenItIsFull) {
+    output_of([this] {
+        for (uint32_t i = 1; i <= 114; i++) EXPECT_EQ(deliver(i, Bytes(640, 0)), 0);
+    });
+    EXPECT_EQ(payloads(), (Lengths{640, 113 * 640}));
+}
+
+TEST_F(TalkbackFrames, ClipTakesFramesBelow72000Bytes) {
+    output_of([this] {
+        deliver(1, Bytes(71999 - 44, 0));
+        deliver(2, Bytes(1, 0));
+        deliver(3, Bytes(5, 0));
+    });
+    EXPECT_EQ(payloads(), (Lengths{5, 72000 - 44}));
+}
+
+struct TicksRow {
+    const char *name;
+    long start, later;
+    Lengths payloads;
+};
+
+void PrintTo(const TicksRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class ClipTicks : public Talkback, public testing::WithParamInterface<TicksRow> {};
+
+TEST_P(ClipTicks, LimitAClip) {
+    output_of([this] {
+        intercept::set_processor_ticks(GetParam().start);
+        deliver(1, Bytes(10, 0));
+        intercept::set_processor_ticks(GetParam().later);
+        deliver(2, Bytes(10, 0));
+    });
+    EXPECT_EQ(payloads(), GetParam().payloads);
+}
+
+INSTANTIATE_TEST_SUITE_P(Differences, ClipTicks,
+                         testing::Values(TicksRow{"JustBelow", 1000, 3000999, {20}},
+                                         TicksRow{"ThreeMillion", 1000, 3001000, {10, 10}},
+                                         TicksRow{"WrappedAround", LONG_MAX - 10, LONG_MIN + 10, {20}}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+// The three million count from the clip's start, not from its last frame.
+TEST_F(TalkbackFrames, ClipTicksCountFromItsStart) {
+    output_of([this] {
+        deliver(1, Bytes(10, 0));
+        intercept::set_processor_ticks(2000000);
+        deliver(2, Bytes(10, 0));
+        intercept::set_processor_ticks(3000000);
+        deliver(3, Bytes(10, 0));
+    });
+    EXPECT_EQ(payloads(), (Lengths{10, 20}));
+}
+
+TEST_F(TalkbackFrames, ClipThatIsBeingFinishedTakesNoMoreFrames) {
+    output_of([this] {
+        deliver(1, Bytes(10, 0));
+        play_all();
+        deliver(2, Bytes(10, 0));
+    });
+    EXPECT_EQ(payloads(), (Lengths{10, 10}));
+}
+
+TEST_F(TalkbackFrames, EndOfAnOldClipLeavesTheNewOneOpen) {
+    output_of([this] {
+        deliver(5, Bytes(10, 0));
+        deliver(1, Bytes(10, 0));
+        play_next();
+        deliver(2, Bytes(10, 0));
+    });
+    EXPECT_EQ(payloads(), (Lengths{10, 20}));
+}
+
+// --- What a frame may be
+
+TEST_F(TalkbackFrames, NullFrame) {
+    EXPECT_EQ(device_play_audio(nullptr), -1);
+}
+
+TEST_F(TalkbackFrames, FrameWithoutDataAddsNothing) {
+    output_of([this] {
+        talkback_frame frame{0, 1, 0, 0, 0, 100, nullptr};
+        EXPECT_EQ(device_play_audio(&frame), 0);
+        clips.push_back(load_shared(audioback_thread));
+        clips_started++;
+        deliver(2, Bytes(4, 0));
+    });
+    EXPECT_EQ(payloads(), Lengths{4});
+}
+
+TEST_F(TalkbackFrames, FrameIsCutAtTheBuffersEnd) {
+    output_of([this] {
+        deliver(1, Bytes(71000, 0));
+        EXPECT_EQ(deliver(2, Bytes(200000, 0)), 0);
+    });
+    EXPECT_EQ(payloads(), Lengths{102400 - 44});
+}
+
+TEST_F(TalkbackFrames, FirstFrameMayFillTheWholeBuffer) {
+    output_of([this] { EXPECT_EQ(deliver(1, Bytes(102400 - 44, 0)), 0); });
+    EXPECT_EQ(payloads(), Lengths{102400 - 44});
+}
+
+// --- What runs out
+
+struct ShortageRow {
+    const char *name;
+    const char *function;
+    int after;
+};
+
+void PrintTo(const ShortageRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class Shortage : public Talkback, public testing::WithParamInterface<ShortageRow> {};
+
+TEST_P(Shortage, RefusesAFrameAndForgetsTheClip) {
+    output_of([this] {
+        deliver(1, Bytes(10, 0));
+        intercept::refuse_next(GetParam().function, GetParam().after);
+        EXPECT_EQ(deliver(0, Bytes(10, 0)), -1);
+        EXPECT_EQ(deliver(2, Bytes(10, 0)), 0);  // not into the first clip
+    });
+    EXPECT_EQ(payloads(), (Lengths{10, 10}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Shortage,
+                         testing::Values(ShortageRow{"Holder", "calloc", 0},
+                                         ShortageRow{"Buffer", "calloc", 1},
+                                         ShortageRow{"Thread", "pthread_create", 0}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(TalkbackFrames, At32ClipsAliveAFrameIsRefused) {
+    output_of([this] {
+        for (int i = 0; i < 32; i++) EXPECT_EQ(deliver(0, Bytes(10, 0)), 0);
+        EXPECT_EQ(deliver(0, Bytes(10, 0)), -1);
+        EXPECT_EQ(deliver(1, Bytes(10, 0)), -1);
+        play_all();
+        EXPECT_EQ(deliver(0, Bytes(10, 0)), 0);
+    });
+    EXPECT_EQ(payloads(), Lengths(33, 10));
+}
+
+int thread_count() {
+    int count = 0;
+    for ([[maybe_unused]] const auto &thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        count++;
+    }
+    return count;
+}
+
+TEST_F(TalkbackFrames, HundredTalksLeaveNoThread) {
+    pthread_attr_setdetachstate(&audioback_attr, PTHREAD_CREATE_DETACHED);
+    fake_os::on_pause({});
+    const int before = thread_count();
+    output_of([this] {
+        for (size_t talk = 1; talk <= 100; talk++) {
+            Bytes data(640, 0);
+            talkback_frame frame{0, 0, 0, 0, 0, 640, data.data()};
+            EXPECT_EQ(device_play_audio(&frame), 0);
+            EXPECT_TRUE(eventually([&] { return posted().size() == talk; }));
+        }
+    });
+    EXPECT_TRUE(eventually([before] { return thread_count() <= before; }));
+}
+
+TEST_F(TalkbackFrames, FramesFromManyThreads) {
+    constexpr int kThreads = 8, kFrames = 100;
+    pthread_attr_setdetachstate(&audioback_attr, PTHREAD_CREATE_DETACHED);
+    fake_os::on_pause({});
+    size_t total = 0;
+    output_of([&] {
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; i++) {
+            threads.emplace_back([] {
+                Bytes data(100, 1);
+                for (int n = 0; n < kFrames; n++) {
+                    talkback_frame frame{0, 1, 0, 0, 0, 100, data.data()};
+                    while (device_play_audio(&frame) != 0) std::this_thread::yield();
+                }
+            });
+        }
+        for (std::thread &thread : threads) thread.join();
+        EXPECT_TRUE(eventually([&] {
+            total = 0;
+            for (const std::string &body : posted()) total += body.size() - 44;
+            return total == 100u * kThreads * kFrames;
+        }));
+    });
+    EXPECT_EQ(total, 100u * kThreads * kFrames);
+}
+
+}  // namespace
