@@ -7,6 +7,7 @@
 #include <regex>
 
 #include "handler_test.h"
+#include "intercept.h"
 
 namespace {
 
@@ -85,6 +86,14 @@ TEST_F(ClockDirect, ATransferErrorIsAFailure) {
     const Outcome outcome = synchronise(true);
     EXPECT_EQ(outcome.result, -1);
     EXPECT_LOG(std::string(kStartLog) + "res !=CURLE_OK, res = 7: platform/Z55/ak_model,line <N>\n",
+               outcome.log);
+}
+
+TEST_F(ClockDirect, WithoutMemoryForATransferIsAFailure) {
+    intercept::refuse_next("curl_easy_init");
+    const Outcome outcome = synchronise(true);
+    EXPECT_EQ(outcome.result, -1);
+    EXPECT_LOG(std::string(kStartLog) + "res !=CURLE_OK, res = 2: platform/Z55/ak_model,line <N>\n",
                outcome.log);
 }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "handler_test.h"
+#include "intercept.h"
 
 namespace {
 
@@ -212,6 +213,16 @@ TEST_F(ParamRead, UnusableInputIsAnErrorAndNoCrash) {
     for (const char *name : {"md_armed", "pd_armed", "high_definition", "nothing"}) {
         EXPECT_EQ(outcome_of([&] { return get_device_param(name, nullptr); }).result, 5) << name;
     }
+}
+
+TEST_F(ParamRead, WithoutMemoryForTheBufferIsAFailure) {
+    char *value = nullptr;
+    const Outcome outcome = outcome_of([&] {
+        intercept::refuse_next("calloc");
+        return get_device_param("high_definition", &value);
+    });
+    EXPECT_EQ(outcome.result, 5);
+    EXPECT_EQ(value, nullptr);
 }
 
 TEST_F(ParamRead, SixteenThreadsGetTheirOwnAnswers) {

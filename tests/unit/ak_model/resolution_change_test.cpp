@@ -8,6 +8,7 @@
 
 #include "agent/loginout.h"
 #include "handler_test.h"
+#include "intercept.h"
 
 namespace {
 
@@ -274,6 +275,16 @@ TEST_F(ResolutionChange, TheLastSelectionWins) {
     }
     EXPECT_EQ(streams, (Texts{control_request(stream_document("RTP_H264_HD")),
                               control_request(stream_document("RTP_H264_HD"))}));
+}
+
+TEST_F(ResolutionChange, ThatGetsNoThreadChangesOnlyTheSelection) {
+    intercept::refuse_next("pthread_create");
+    const pthread_t before = resolutionChange_t;
+    const Outcome outcome = outcome_of([] { return ptz_direction_control(45, 2); });
+    EXPECT_EQ(outcome.result, 0);
+    EXPECT_EQ(gResolutionType, 2);
+    EXPECT_NE(pthread_equal(before, resolutionChange_t), 0);
+    EXPECT_EQ(camera.seen(), Texts{});
 }
 
 TEST_F(ResolutionChange, RunsOnAThreadWithThePreparedAttributes) {

@@ -20,6 +20,7 @@ struct State {
     std::optional<long> processor_ticks;
     int semaphore_waits = 0;
     std::vector<long> connect_timeouts;
+    std::map<int, long> transfer_numbers;
 };
 
 State &state() {
@@ -59,12 +60,19 @@ std::vector<long> connect_timeouts() {
     return state().connect_timeouts;
 }
 
+long transfer_number(int option) {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    const auto found = state().transfer_numbers.find(option);
+    return found == state().transfer_numbers.end() ? -1 : found->second;
+}
+
 void reset() {
     const std::lock_guard<std::mutex> guard(state().lock);
     state().refused.clear();
     state().processor_ticks.reset();
     state().semaphore_waits = 0;
     state().connect_timeouts.clear();
+    state().transfer_numbers.clear();
 }
 
 }  // namespace intercept
@@ -145,9 +153,11 @@ CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
     va_start(arguments, option);
     void *value = va_arg(arguments, void *);  // a pointer or a long: the agent sets no other kind
     va_end(arguments);
-    if (option == CURLOPT_CONNECTTIMEOUT) {
+    if (option < CURLOPTTYPE_OBJECTPOINT) {
+        const long number = reinterpret_cast<long>(value);
         const std::lock_guard<std::mutex> guard(state().lock);
-        state().connect_timeouts.push_back(reinterpret_cast<long>(value));
+        state().transfer_numbers[option] = number;
+        if (option == CURLOPT_CONNECTTIMEOUT) state().connect_timeouts.push_back(number);
     }
     return __real_curl_easy_setopt(handle, option, value);
 }

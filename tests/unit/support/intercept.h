@@ -22,6 +22,9 @@ int semaphore_waits();
 // The seconds of every connect time-out set on a transfer, in order.
 std::vector<long> connect_timeouts();
 
+// The number that a transfer was given last for this libcurl option; -1 when none was.
+long transfer_number(int option);
+
 void reset();
 
 }  // namespace intercept

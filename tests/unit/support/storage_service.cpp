@@ -1,24 +1,21 @@
 #include "storage_service.h"
 
+#include <curl/curl.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdarg>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
-#include <mutex>
 
 #include "agent_test.h"
 
 extern "C" {
 CURLcode __real_curl_easy_perform(CURL *handle);
 CURLcode __wrap_curl_easy_perform(CURL *handle);
-CURLcode __real_curl_easy_setopt(CURL *handle, CURLoption option, ...);
-CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...);
 }
 
 namespace {
@@ -26,16 +23,7 @@ namespace {
 constexpr char kKey[] = "/tmp/storage.key", kCertificate[] = "/tmp/storage.pem";
 constexpr char kListening[] = " 0100007F:20FB 00000000:0000 0A ";  // of /proc/net/tcp: port 8443
 
-struct Wrapped {
-    std::mutex lock;
-    bool trusted = false;
-    std::map<CURLoption, long> numbers;
-};
-
-Wrapped &wrapped() {
-    static Wrapped &instance = *new Wrapped;
-    return instance;
-}
+std::atomic<bool> trusted{false};
 
 void must(bool done, const char *what) {
     if (done) return;
@@ -118,40 +106,11 @@ void StorageService::serve(const Texts &replies) {
     }
 }
 
-void trust_storage_service(bool trusted) {
-    const std::lock_guard<std::mutex> lock(wrapped().lock);
-    wrapped().trusted = trusted;
-}
-
-long transfer_option(CURLoption option) {
-    const std::lock_guard<std::mutex> lock(wrapped().lock);
-    const auto found = wrapped().numbers.find(option);
-    return found == wrapped().numbers.end() ? -1 : found->second;
+void trust_storage_service(bool trust) {
+    trusted = trust;
 }
 
 CURLcode __wrap_curl_easy_perform(CURL *handle) {
-    bool trusted = false;
-    {
-        const std::lock_guard<std::mutex> lock(wrapped().lock);
-        trusted = wrapped().trusted;
-    }
-    if (trusted) __real_curl_easy_setopt(handle, CURLOPT_CAINFO, kCertificate);
+    if (trusted) curl_easy_setopt(handle, CURLOPT_CAINFO, kCertificate);
     return __real_curl_easy_perform(handle);
-}
-
-CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
-    va_list arguments;
-    va_start(arguments, option);
-    CURLcode result = CURLE_OK;
-    if (option < CURLOPTTYPE_OBJECTPOINT) {
-        const long number = va_arg(arguments, long);
-        const std::lock_guard<std::mutex> lock(wrapped().lock);
-        if (option == CURLOPT_FOLLOWLOCATION) wrapped().numbers.clear();  // a new transfer's first number
-        wrapped().numbers[option] = number;
-        result = __real_curl_easy_setopt(handle, option, number);
-    } else {
-        result = __real_curl_easy_setopt(handle, option, va_arg(arguments, void *));
-    }
-    va_end(arguments);
-    return result;
 }

@@ -1,10 +1,10 @@
 // A cloud-storage service over HTTPS on 127.0.0.1:8443, by openssl's own test server: keeps every request to
-// the byte and gives one scripted reply to each, in order. The agent's transfers trust its certificate, and
-// what they ask of libcurl by number (time-outs) is kept: linked with --wrap of the two libcurl calls.
+// the byte and gives one scripted reply to each, in order. The agent's transfers trust its certificate
+// (linked with --wrap of curl_easy_perform).
 #ifndef UNIT_SUPPORT_STORAGE_SERVICE_H
 #define UNIT_SUPPORT_STORAGE_SERVICE_H
 
-#include <curl/curl.h>
+#include <sys/types.h>
 
 #include <string>
 #include <thread>
@@ -34,9 +34,6 @@ class StorageService {
 };
 
 // Whether transfers trust the fake's certificate (they do from its start on).
-void trust_storage_service(bool trusted);
-
-// The number that the last transfer was given for `option`; -1 when none.
-long transfer_option(CURLoption option);
+void trust_storage_service(bool trust);
 
 #endif
