@@ -28,7 +28,7 @@ struct connection_link {
 };
 
 struct network {
-    std::mutex lock;  // never held across anything that blocks
+    std::mutex lock;  // held across nothing that blocks, but for 20 ms when a new maximum shows
     std::condition_variable changed;
     bool vanished = false;
     int max_concurrent = 0;

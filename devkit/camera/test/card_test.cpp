@@ -120,7 +120,7 @@ TEST_F(card_test, formatting_empties_the_card) {
 }
 
 TEST_F(card_test, an_upgrade_walks_to_the_new_firmware) {
-    control("PATCH", "/config", {{"upgrade", {{"steps", 3}, {"step_ms", 2000}}}});
+    control("PATCH", "/config", {{"upgrade", {{"steps", 3}, {"step_ms", 4000}}}});
     EXPECT_EQ(remote("<Action>UPGRADE_FW</Action>"),
               "<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>");
     EXPECT_EQ(remote("<Action>UPGRADE_FW</Action>"),

@@ -52,6 +52,9 @@ TEST_F(camera_test, an_event_is_seen_by_so_many_queries_of_its_key) {
     for (const std::string value : {"1", "1", "0", "0"})
         EXPECT_EQ(cgi("/CGI/CameraStatus?MotionEvent"),
                   "<CameraStatus><MotionEvent>" + value + "</MotionEvent></CameraStatus>");
+    control("POST", "/event", {{"name", "Battery"}, {"value", "7"}, {"polls", 9}});
+    control("PATCH", "/status", {{"Battery", "8"}});
+    EXPECT_EQ(state()["events"], json::object()) << "a status that is set ends its event";
     control("POST", "/event", {{"polls", 1}}, 400);
 }
 
@@ -60,9 +63,11 @@ TEST_F(camera_test, a_setting_group_is_written_whole) {
                   "HTTP/1.1\nContent-Length: 9\n\r\n\r\n<CameraSetup><MOTION_DETECTION><ENABLE>ON</ENABLE>"
                   "<SENSITIVITY>9</SENSITIVITY></MOTION_DETECTION></CameraSetup>"),
               "<CameraSetup></CameraSetup>");
-    EXPECT_EQ(cgi("/CGI/CameraSetup",
-                  "<CameraSetup><AUDIO_DETECTION><ENABLE>ON</ENABLE></AUDIO_DETECTION></CameraSetup>"),
-              "<CameraSetup><ErrorCode>-4</ErrorCode></CameraSetup>");
+    for (const std::string group :
+         {"<ENABLE>ON</ENABLE>", "<ENABLE>ON</ENABLE><SENSITIVITY>1</SENSITIVITY><MAX>1</MAX>", ""})
+        EXPECT_EQ(cgi("/CGI/CameraSetup",
+                      "<CameraSetup><AUDIO_DETECTION>" + group + "</AUDIO_DETECTION></CameraSetup>"),
+                  "<CameraSetup><ErrorCode>-4</ErrorCode></CameraSetup>");
     EXPECT_EQ(
         cgi("/CGI/CameraSetting?MOTION_DETECTION&AUDIO_DETECTION"),
         "<CameraSetting><MOTION_DETECTION><ENABLE>ON</ENABLE><SENSITIVITY>9</SENSITIVITY></MOTION_DETECTION>"
