@@ -32,7 +32,7 @@ TEST_F(Talkback, ClipToTheByte) {
     std::string expected(reinterpret_cast<const char *>(kHeader), 44);
     expected[4] = 52;                                                                  // 44 + 8
     expected[40] = 16;                                                                 // 52 - 36
-    const unsigned char samples[] = {0x03, 0x00, 0xC8, 0xAF, 0xFC, 0xFF, 0x00, 0x40};  // 3, -20536, -4, 16384
+    const unsigned char samples[] = {0x03, 0x00, 0xC8, 0xAF, 0xFC, 0xFF, 0x02, 0x40};  // 3, -20536, -4, 16386
     expected.append(reinterpret_cast<const char *>(samples), sizeof samples);
     ASSERT_EQ(posted().size(), 1u);
     const std::string body = posted()[0];
