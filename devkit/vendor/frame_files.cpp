@@ -34,18 +34,19 @@ frame_files::~frame_files() {
     if (writer_.joinable()) finish();
 }
 
-bool frame_files::take(const frame_data &frame) {
+void frame_files::take(const frame_data &frame) {
+    if ((frame.video ? h264_ : aac_) == nullptr) {  // that kind is not saved
+        free(frame.bytes);
+        return;
+    }
     const std::lock_guard guard(lock_);
-    if (!blocks_.insert(frame.bytes).second) return false;
     waiting_.push_back(frame);
     if (waiting_.size() > most_waiting) {
-        blocks_.erase(waiting_.front().bytes);
         free(waiting_.front().bytes);
         waiting_.pop_front();
         dropped_++;
     }
     more_.notify_one();
-    return true;
 }
 
 void frame_files::write_all() {
@@ -57,16 +58,15 @@ void frame_files::write_all() {
         waiting_.pop_front();
         guard.unlock();
         write_one(frame);
-        guard.lock();
-        blocks_.erase(frame.bytes);
         free(frame.bytes);
+        guard.lock();
     }
 }
 
 void frame_files::write_one(const frame_data &frame) {
     begun_ = begun_ || (frame.video && frame.key_frame);
     FILE *file = frame.video ? h264_ : aac_;
-    if (!begun_ || file == nullptr) return;
+    if (!begun_) return;
     if (fwrite(frame.bytes, 1, frame.length, file) != frame.length) return;
     (frame.video ? video_ : audio_)++;
     (frame.video ? video_bytes_ : audio_bytes_) += frame.length;

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <deque>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 
@@ -28,8 +27,8 @@ class frame_files {
     frame_files(const frame_files &) = delete;
     frame_files &operator=(const frame_files &) = delete;
 
-    // Takes the data over; false when the same block waits to be written already (it is then left alone).
-    bool take(const frame_data &frame);
+    // Takes the data over.
+    void take(const frame_data &frame);
     // Waits for the writer, closes the files and tells what they hold.
     json finish();
 
@@ -40,11 +39,10 @@ class frame_files {
     FILE *h264_ = nullptr, *aac_ = nullptr;
     std::mutex lock_;
     std::condition_variable more_;
-    std::deque<frame_data> waiting_;    // under lock_
-    std::set<const uint8_t *> blocks_;  // under lock_: all that is not freed yet
-    bool ending_ = false;               // under lock_
-    bool begun_ = false;                // writer only: a key frame was there
-    uint64_t dropped_ = 0;              // under lock_
+    std::deque<frame_data> waiting_;  // under lock_
+    bool ending_ = false;             // under lock_
+    bool begun_ = false;              // writer only: a key frame was there
+    uint64_t dropped_ = 0;            // under lock_
     uint64_t video_ = 0, key_frames_ = 0, audio_ = 0, video_bytes_ = 0, audio_bytes_ = 0;
     std::thread writer_;
 };

@@ -54,10 +54,10 @@ void fill(kept_frame<Record> &kept, const Record &record, bool whole) {
 // Called with `lock` held: the data goes to the recording, or is freed.
 void take_data(bool video, bool key_frame, uint8_t *data, uint32_t length, bool whole) {
     if (!whole) totals.ownership_errors++;
-    if (!whole || !files) {
+    if (whole && files != nullptr) {
+        files->take({video, key_frame, data, length});
+    } else {
         free(data);
-    } else if (!files->take({video, key_frame, data, length})) {
-        totals.ownership_errors++;
     }
 }
 

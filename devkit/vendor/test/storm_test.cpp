@@ -35,7 +35,8 @@ TEST(Storm, CallsFramesAlarmsAndRecordingsAtOnce) {
     EXPECT_EQ(agent.get("/frames").at("video"), 600);
     EXPECT_EQ(agent.get("/frames").at("ownership_errors"), 0);
     const json saved = agent.post("/frames/stop", json::object());
-    EXPECT_EQ(saved.at("video").get<int>() + saved.at("dropped").get<int>(), 600);
+    EXPECT_EQ(saved.at("video"), 600);
+    EXPECT_EQ(saved.at("dropped"), 0) << "sound that is not saved takes nobody's place";
 }
 
 struct library_row {
