@@ -203,6 +203,12 @@ TEST_F(Jobs, OneFailedAndThreeGoodTransfers) {
         log);
 }
 
+TEST_F(Jobs, OneFailedTransferIsAFailRateOf100) {
+    if (begun > 1) GTEST_SKIP() << "the counters do not begin at 0";
+    const std::string log = output_of([] { perform("/bad", kHighPriority); });
+    EXPECT_NE(std::string::npos, log.find("OK. res = 52, good=0 NG=1 fail_rate = 100\n ")) << log;
+}
+
 TEST_F(Jobs, HighPriorityGoesBeforeTheNextDefaultJob) {
     const std::string log = output_of([this] {
         close_gate();
