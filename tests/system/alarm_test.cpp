@@ -21,6 +21,10 @@ struct History {
     std::vector<Step> steps;
 };
 
+void PrintTo(const History &row, std::ostream *out) {
+    *out << row.name;
+}
+
 std::string alarm_text(int status) {
     return "(poll) SendAlarmData!! index:1, name:alarm, status: " + std::to_string(status) +
            " \n(poll) end SendAlarmData\n";

@@ -1,0 +1,55 @@
+// Ten thousand poll cycles: memory, threads and descriptors stay what they are.
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+#include "desk.h"
+
+namespace {
+
+long cycles(const Desk &desk) {
+    return desk.camera_state()["counters"].value("CameraStatus", 0L);
+}
+
+// The slope of a straight line through the samples, by least squares.
+double slope(const std::vector<std::pair<double, double>> &samples) {
+    double x = 0, y = 0, xx = 0, xy = 0;
+    for (const auto &[at, value] : samples) {
+        x += at;
+        y += value;
+        xx += at * at;
+        xy += at * value;
+    }
+    const double n = static_cast<double>(samples.size());
+    return (n * xy - x * y) / (n * xx - x * x);
+}
+
+}  // namespace
+
+TEST(Endurance, TenThousandCyclesLeaveTheAgentAsItWas) {
+    DeskOptions options;
+    options.speed = 3000;
+    options.conf = {{"POLL_STATUS_PERIOD_SEC", "1"},
+                    {"BATTERY_PERIOD", "20"},
+                    {"SDCARD_PERIOD", "200"},
+                    {"NIMB_PERIOD", "20"}};
+    Desk desk(options);
+    desk.set_status("MotionEvent", "1");
+    const long warm = 2000, total = 10'000 + warm;
+    wait_until("the agent is warm", [&] { return cycles(desk) >= warm; });
+    const AgentSize before = agent_size(desk);
+    std::vector<std::pair<double, double>> samples;
+    for (long next = warm; next <= total; next += 250) {
+        wait_until("the next 250 cycles", [&] { return cycles(desk) >= next; });
+        samples.emplace_back(static_cast<double>(next) / 1000, resident_kib(desk.agent_pid()));
+    }
+    const double growth = slope(samples);
+    std::cout << "resident memory: " << samples.front().second << " KiB at first, " << samples.back().second
+              << " KiB at last, slope " << growth << " KiB in 1000 cycles\n";
+    RecordProperty("slope_kib_per_1000_cycles", std::to_string(growth));
+    if (!sanitized_agent()) {
+        EXPECT_LT(growth, 12) << "the smallest block lost in each cycle makes 31";
+    }
+    expect_same_size(desk, before, 128);
+    EXPECT_GE(desk.sdk("GET", "/alarms?since=1000000000")["total"], 10'000);
+}

@@ -1,0 +1,155 @@
+// Clocks that step and a tick that interrupts: neither may show.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include "desk.h"
+
+namespace {
+
+constexpr double kYear = 365.25 * 86400;
+
+long voluntary_switches(pid_t thread) {
+    std::ifstream status("/proc/" + std::to_string(thread) + "/task/" + std::to_string(thread) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("voluntary_ctxt_switches:")) return std::stol(line.substr(24));
+    return -1;
+}
+
+// The ignored signals of a tool's call, but for the two that the C library keeps to itself.
+unsigned long ignored_signals(const json &call) {
+    return std::stoul(call["SigIgn"].get<std::string>(), nullptr, 16) & ~0x180000000UL;
+}
+
+}  // namespace
+
+// The wall clock moves under the poll by years: every period stays what it was.
+TEST(Time, StepsOfTheWallClockChangeNoPeriod) {
+    DeskOptions options;
+    options.speed = 40;
+    options.conf = {{"POLL_STATUS_PERIOD_SEC", "10"}, {"BATTERY_PERIOD", "60"}, {"SDCARD_PERIOD", "100000"}};
+    Desk desk(options);
+    const double steps[] = {3 * kYear, -7 * kYear, -86400, 3600, 10 * kYear};
+    for (const double step : steps) {
+        const size_t polls = desk.requests("CameraStatus").size();
+        desk.step_wall_clock(std::floor(step));
+        wait_until("the polls go on", [&] { return desk.requests("CameraStatus").size() >= polls + 3; });
+    }
+    const auto polls = desk.requests("CameraStatus");
+    for (size_t i = 1; i < polls.size(); i++) {
+        const double pause =
+            (polls[i]["time_ms"].get<double>() - polls[i - 1]["time_ms"].get<double>()) * desk.speed();
+        EXPECT_GT(pause, 8500) << "cycle " << i;
+        const bool battery = polls[i]["target"].get<std::string>().find("&Battery") != std::string::npos;
+        EXPECT_EQ(battery, i % 6 == 0) << "cycle " << i;
+    }
+}
+
+// A login that waits for its next try while the clock jumps back a decade.
+TEST(Time, AStepBackDoesNotHoldUpTheNextLogin) {
+    DeskOptions options;
+    options.conf = {{"PASSWORD", "wrong"}};
+    options.wait = DeskOptions::started;
+    Desk desk(options);
+    desk.wait_for_log("login failed, waiting for next try");
+    for (int i = 0; i < 3; i++) {
+        const size_t from = desk.log().size();
+        desk.step_wall_clock(-3 * kYear);
+        desk.wait_for_log("login failed, waiting for next try", from);
+    }
+    desk.write_conf({{"PASSWORD", "secret"}});
+    desk.wait_until_polling();
+}
+
+TEST(Time, TheFirstSynchronisationMayMoveTheClockByYears) {
+    for (const char *step : {"94608000", "-630720000"}) {
+        DeskOptions options;
+        options.wait = DeskOptions::not_started;
+        Desk desk(options);
+        desk.set_tool("ntpdate", "step", step);
+        desk.start_agent();
+        desk.wait_until_polling();
+        desk.wait_for_cycles(2);
+        EXPECT_EQ(desk.tool_calls("ntpdate").at(0)["args"], json::array({"pool.ntp.org"}));
+        std::filesystem::remove("/tmp/agent.log");
+    }
+}
+
+TEST(Time, TheTickWakesTheMainThreadAndItsPauseGoesOn) {
+    DeskOptions options;
+    options.conf = {{"POLL_STATUS_PERIOD_SEC", "5000"}};
+    Desk desk(options);
+    const pid_t agent = desk.agent_pid();
+    const long before = voluntary_switches(agent);
+    const size_t from = desk.log().size();
+    wait_until("thirty ticks", [&] { return voluntary_switches(agent) >= before + 30; });
+    EXPECT_EQ(desk.log().substr(from).find("finish sleeping"), std::string::npos);
+}
+
+TEST(Time, TheTickIsTheMainThreadsAlone) {
+    Desk desk;
+    const std::string tasks = "/proc/" + std::to_string(desk.agent_pid()) + "/task";
+    for (const auto &task : std::filesystem::directory_iterator(tasks)) {
+        const std::string status = file_text(task.path() / "status");
+        const size_t at = status.find("SigBlk:\t");
+        ASSERT_NE(at, std::string::npos);
+        const unsigned long blocked = std::stoul(status.substr(at + 8, 16), nullptr, 16);
+        const bool main_thread = task.path().filename() == std::to_string(desk.agent_pid());
+        EXPECT_EQ((blocked >> (SIGALRM - 1) & 1) == 0, main_thread) << task.path();
+    }
+}
+
+// A tick every millisecond of the machine's clock while everything that can be interrupted runs.
+TEST(Time, TheTickInterruptsNothing) {
+    DeskOptions options;
+    options.speed = 1000;
+    options.conf = {{"POLL_STATUS_PERIOD_SEC", "1"}};
+    Desk desk(options);
+    desk.set_tool("ping", "delay", "0.1");
+    desk.fault({{"endpoint", "CameraSetting"}, {"kind", "drip"}, {"bytes", 8}, {"ms", 5}});
+    for (int i = 0; i < 5; i++) {
+        EXPECT_EQ(desk.call("get_device_status", {"Battery"}), (json{{"result", 2}, {"value", "90"}}));
+        EXPECT_EQ(desk.call("set_device_param", {"pd_setting", std::to_string(20 + i)})["result"], 0);
+        EXPECT_EQ(desk.call("notify_Z55_connection_status", {1}), json::object());
+    }
+    EXPECT_EQ(desk.sdk("GET", "/cloud_status")["values"], json(std::vector<int>(5, 3)));
+    EXPECT_EQ(desk.count_in_log("res !=CURLE_OK"), 0);
+    EXPECT_EQ(desk.conf_value("BATTERY_LOW"), "24");
+}
+
+// An alarm that is pending survives into the program that replaces the agent, and so would a blocked signal.
+TEST(Time, TheRebootToolInheritsNeitherTickNorMask) {
+    Desk desk;
+    desk.set_tool("qmx_reboot", "delay", "0.3");  // many ticks
+    const pid_t agent = desk.agent_pid();
+    try {
+        desk.call("rebootOperation", json::array());
+    } catch (const std::runtime_error &) {
+        // The process that would have answered is gone.
+    }
+    wait_until("the device is rebooted", [&] { return desk.reboots() == 1; });
+    const json call = desk.tool_calls("qmx_reboot").at(0);
+    EXPECT_EQ(call["args"], json::array({"reboot"}));
+    EXPECT_EQ(call["pid"], agent) << "the tool takes the agent's place";
+    EXPECT_EQ(call["SigBlk"], "0000000000000000");
+    EXPECT_EQ(ignored_signals(call), 0u);
+    wait_until("the agent is started again", [&] { return desk.agent_pid() != agent; });
+    desk.wait_until_polling();
+}
+
+TEST(Time, EveryToolGetsAnEmptyMask) {
+    Desk desk;
+    desk.call("notify_Z55_connection_status", {1});
+    for (const char *tool : {"ntpdate", "ifconfig", "netstat", "ping"}) {
+        const auto calls = desk.tool_calls(tool);
+        ASSERT_FALSE(calls.empty()) << tool;
+        for (const json &call : calls) {
+            EXPECT_EQ(call["SigBlk"], "0000000000000000") << call;
+            EXPECT_EQ(ignored_signals(call), 0u) << call;
+        }
+    }
+}
