@@ -256,6 +256,16 @@ TEST_F(VideoRecording, StartTimeOfTheRunningRecording) {
     output_of([&] { EXPECT_EQ(get_record_start_time(text, 15), 0); });
 }
 
+TEST_F(VideoRecording, StartTimeBeyondA4ByteTime) {
+    fake_os::set_wall(4102444800);
+    start_quietly();
+    char text[15];
+    output_of([&] { EXPECT_EQ(get_record_start_time(text, 15), 0); });
+    EXPECT_STREQ(text, "21000101080000");
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    EXPECT_EQ(read_file(kLog), "21000101080000_12_A.MP4\n");
+}
+
 TEST_F(VideoRecording, StartTimeOfNoRecording) {
     char text[15];
     EXPECT_EQ(output_of([&] { EXPECT_EQ(get_record_start_time(text, 15), -1); }),
