@@ -217,13 +217,24 @@ TEST_F(PollingAlarms, TemperatureErrorsAreIgnored) {
     EXPECT_EQ(alarms(), std::vector<int>{});
 }
 
-TEST_F(PollingAlarms, TemperatureWithAMissingBoundIsNotChecked) {
-    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys,
-                 "<Temperature>31</Temperature><TemperatureMin>1</TemperatureMin>");
-    EXPECT_LOG(kCheck + "value  1 = NULL\nvalues[1] = NULL, aborting platform/Z55/agent/polling : <N>\n",
+class PollingMissing : public PollingTest, public testing::WithParamInterface<int> {};
+
+TEST_P(PollingMissing, TemperatureIsNotChecked) {
+    constexpr const char *kValues[] = {"<Temperature>31</Temperature>", "<TemperatureMax>30</TemperatureMax>",
+                                       "<TemperatureMin>1</TemperatureMin>"};
+    std::string reply = "<Status>";
+    for (int i = 0; i < 3; i++) {
+        if (i != GetParam()) reply += kValues[i];
+    }
+    camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, reply);
+    const std::string index = std::to_string(GetParam());
+    EXPECT_LOG(kCheck + "value  " + index + " = NULL\nvalues[" + index +
+                   "] = NULL, aborting platform/Z55/agent/polling : <N>\n",
                rules("TemperatureEvent", "1"));
     EXPECT_EQ(alarms(), std::vector<int>{});
 }
+
+INSTANTIATE_TEST_SUITE_P(Indexes, PollingMissing, testing::Values(0, 1, 2));
 
 // --- Handing over.
 

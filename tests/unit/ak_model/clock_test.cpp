@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <regex>
 
 #include "handler_test.h"
 #include "intercept.h"
@@ -130,13 +129,15 @@ class Clock : public HandlerTest {};
 TEST_F(Clock, ThroughTheQueueIsAJobOfHighPriority) {
     std::string log;
     errors_of([&] { log = output_of([] { EXPECT_EQ(perform_NTP("987", false), 0); }); });
+    const size_t counters = log.find("good=");  // the process's own
+    log.replace(counters, log.find('\n', counters) - counters, "counters");
     EXPECT_LOG(std::string(kStartLog) +
                    "curlmgr_perform_curl called\nhigh size: 1\n"
                    "curlmgr: performing curl, name = perform_NTP... \nres: 200\n"
                    "*** (poll) write_callback_func: <Done></Done> ***\n"
                    "curlmgr_enqueue_job OK. res = 0, counters\n "
                    "(NTP) curl finished succeeded\n",
-               std::regex_replace(log, std::regex("good=.*"), "counters"));
+               log);
     EXPECT_EQ(camera.seen(), Texts{time_request(kDocument)});
     expect_remembered();
 }

@@ -9,10 +9,8 @@
 // `log` with each request of the primitives reduced to "[GET path]", "[POST path]" (curl_GET, curl_POST),
 // "[QUERY path]" (perform_curl) or "[ACTION]" (easyRemoteControl) on a line of its own; `path` is what
 // follows
-// "/CGI/". A request that failed is followed by "[failed]". Bodies must hold no line end.
+// "/CGI/" of the fake camera's URL. A request that failed is followed by "[failed]". Bodies must hold no line
+// end.
 std::string marked_log(const std::string &log);
-
-// `log` (of standard error) without the lines that libcurl prints under CURLOPT_VERBOSE.
-std::string without_curl_trace(const std::string &log);
 
 #endif
