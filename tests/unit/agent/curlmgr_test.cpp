@@ -132,11 +132,13 @@ class Jobs : public CameraTest {
         }
         return result;
     }
-    // A job of its own thread, queued when this returns.
-    void start(const std::string &path, int priority) {
+    // Jobs of their own threads, queued when this returns.
+    void start(const std::string &path, int priority, int count = 1) {
         const int before = intercept::semaphore_waits();
-        threads.emplace_back([=, this] { succeeded += perform(path, priority) == 0 ? 1 : 0; });
-        ASSERT_TRUE(eventually([=] { return intercept::semaphore_waits() > before; }));
+        for (int i = 0; i < count; i++) {
+            threads.emplace_back([=, this] { succeeded += perform(path, priority) == 0 ? 1 : 0; });
+        }
+        ASSERT_TRUE(eventually([=] { return intercept::semaphore_waits() >= before + count; }));
     }
     // Keeps the worker busy at the camera until open_gate.
     void close_gate() {
@@ -235,7 +237,7 @@ TEST_P(FullQueue, RefusesThe81stJobWhileTheOtherAcceptsJobs) {
     std::string log;
     output_of([&] {
         close_gate();
-        for (int i = 0; i < 80; i++) start("/x", priority);
+        start("/x", priority, 80);
     });
     log = output_of([&] { EXPECT_EQ(-1, perform("/refused", priority)); });
     output_of([&] {

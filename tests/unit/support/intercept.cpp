@@ -3,8 +3,10 @@
 #include <curl/curl.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -21,6 +23,7 @@ struct State {
     int semaphore_waits = 0;
     std::vector<long> connect_timeouts;
     std::map<int, long> transfer_numbers;
+    std::vector<std::string> synced;
 };
 
 State &state() {
@@ -66,12 +69,18 @@ long transfer_number(int option) {
     return found == state().transfer_numbers.end() ? -1 : found->second;
 }
 
+std::vector<std::string> synced() {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    return state().synced;
+}
+
 void reset() {
     const std::lock_guard<std::mutex> guard(state().lock);
     state().refused.clear();
     state().processor_ticks.reset();
     state().semaphore_waits = 0;
     state().connect_timeouts.clear();
+    state().synced.clear();
     state().transfer_numbers.clear();
 }
 
@@ -85,6 +94,7 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
                           void *argument);
 int __real_sem_init(sem_t *semaphore, int shared, unsigned value);
 int __real_sem_wait(sem_t *semaphore);
+int __real_fsync(int file);
 CURL *__real_curl_easy_init(void);
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
@@ -142,6 +152,17 @@ size_t __wrap_fread(void *out, size_t size, size_t count, FILE *file) {
 clock_t __wrap_clock(void) {
     const std::lock_guard<std::mutex> guard(state().lock);
     return state().processor_ticks ? *state().processor_ticks : __real_clock();
+}
+
+int __wrap_fsync(int file) {
+    char path[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(file);
+    const ssize_t length = readlink(link.c_str(), path, sizeof path);
+    {
+        const std::lock_guard<std::mutex> guard(state().lock);
+        state().synced.emplace_back(path, length > 0 ? static_cast<size_t>(length) : 0);
+    }
+    return __real_fsync(file);
 }
 
 CURL *__wrap_curl_easy_init(void) {

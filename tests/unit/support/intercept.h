@@ -25,6 +25,9 @@ std::vector<long> connect_timeouts();
 // The number that a transfer was given last for this libcurl option; -1 when none was.
 long transfer_number(int option);
 
+// The path of every file and folder that fsync wrote back, in order.
+std::vector<std::string> synced();
+
 void reset();
 
 }  // namespace intercept

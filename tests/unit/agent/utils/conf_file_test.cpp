@@ -11,6 +11,7 @@
 
 #include "agent_test.h"
 #include "exports.h"
+#include "intercept.h"
 
 namespace {
 
@@ -59,6 +60,13 @@ TEST_F(ConfFile, EveryWhiteSpaceAroundALineIsTrimmed) {
     EXPECT_EQ("mid dle", line);
     std::string blank = " \t ";
     EXPECT_EQ("", trim_line(blank));
+}
+
+TEST_F(ConfFile, AReaderWritesNoMoreThanTheValueAndItsEnd) {
+    write_file(kFile, "A=123\n");
+    char out[] = "########";
+    EXPECT_EQ(0, read_conf_value("A", out, kFile));
+    EXPECT_EQ(std::string("123\0####", 8), std::string(out, 8));
 }
 
 TEST_F(ConfFile, BlanksAroundTheEqualsSignBelongToKeyAndValue) {
@@ -179,6 +187,15 @@ TEST_F(ConfFile, AMissingFileIsCreatedEmpty) {
     EXPECT_EQ(1u, files_in_folder());
 }
 
+TEST_F(ConfFile, ACreatedFileIsAsOpenAsTheMaskAllows) {
+    const mode_t mask = umask(0);
+    EXPECT_EQ(0, write_conf_value("A", "1", kFile));
+    umask(mask);
+    struct stat now {};
+    stat(kFile, &now);
+    EXPECT_EQ(0666u, now.st_mode & 07777);
+}
+
 TEST_F(ConfFile, TheDefaultPathIsRewritten) {
     write_conf({{"A", "1"}});
     EXPECT_EQ(0, write_conf_value("A", "2"));
@@ -247,6 +264,22 @@ TEST_F(ConfFile, ASymbolicLinkIsKeptAndItsTargetRewritten) {
     EXPECT_EQ(0, write_conf_value("A", "2", kFile));
     EXPECT_EQ("A=2\n", read_file("/tmp/working/flash/real.conf"));
     EXPECT_TRUE(std::filesystem::is_symlink(kFile));
+}
+
+TEST_F(ConfFile, ALinkWithoutTargetGetsOne) {
+    ASSERT_EQ(0, symlink("real.conf", kFile));
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    EXPECT_TRUE(file_exists("/tmp/working/real.conf"));
+    EXPECT_TRUE(std::filesystem::is_symlink(kFile));
+}
+
+TEST_F(ConfFile, TheNewFileIsOnTheDiskBeforeItsNameAndTheNameBeforeTheReturn) {
+    write_file(kFile, "A=1\n");
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    const Texts synced = intercept::synced();
+    ASSERT_EQ(2u, synced.size());
+    EXPECT_EQ(0u, synced[0].find(std::string(kFile) + ".")) << synced[0];
+    EXPECT_EQ("/tmp/working", synced[1]);
 }
 
 // The name leaves no room for the temporary file's.

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -328,6 +329,32 @@ TEST_F(RebootTool, TakesTheProcessOverWithItsPathAndRebootAsArguments) {
     EXPECT_EQ("/usr/bin/qmx_reboot|reboot|\nSigBlk:\t0000000000000000\n", read_file("/tmp/os_test"));
 }
 
+TEST_F(RebootTool, DoesNotInheritAnIgnoredSignal) {
+    install_shell("cat /proc/$$/status > /tmp/os_test\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGPIPE, SIG_IGN);
+        exec_reboot_tool();
+        _exit(99);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(0u, signals_of(read_file("/tmp/os_test"), "SigIgn"));
+}
+
+TEST_F(RebootTool, LosesNoLogLine) {
+    install_shell("exit 0\n");
+    std::fflush(stdout);
+    const pid_t child = fork();
+    if (child == 0) {
+        if (std::freopen("/tmp/os_test", "w", stdout) == nullptr) _exit(98);
+        std::fputs("a line without end", stdout);
+        exec_reboot_tool();
+        _exit(99);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ("a line without end", read_file("/tmp/os_test"));
+}
+
 TEST_F(RebootTool, DoesNotInheritAPendingAlarm) {
     install_shell("sleep 0.1; echo alive > /tmp/os_test\n");
     const pid_t child = fork();
@@ -352,6 +379,7 @@ TEST_F(RebootTool, ThatIsMissingLeavesAlarmAndMaskAsTheyWere) {
     sigemptyset(&mask);
     sigaddset(&mask, SIGUSR1);
     sigprocmask(SIG_SETMASK, &mask, nullptr);
+    signal(SIGPIPE, SIG_IGN);
     alarm(1000);
     EXPECT_EQ(-1, exec_reboot_tool());
     EXPECT_EQ(ENOENT, errno);
@@ -359,6 +387,8 @@ TEST_F(RebootTool, ThatIsMissingLeavesAlarmAndMaskAsTheyWere) {
     sigprocmask(SIG_SETMASK, nullptr, &after);
     EXPECT_EQ(1, sigismember(&after, SIGUSR1));
     EXPECT_EQ(0, sigismember(&after, SIGUSR2));
+
+    EXPECT_EQ(SIG_IGN, signal(SIGPIPE, SIG_DFL));
 
     EXPECT_EQ(-1, exec_reboot_tool());
     EXPECT_EQ(0u, alarm(0)) << "none is armed that was not";

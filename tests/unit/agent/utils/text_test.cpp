@@ -14,6 +14,10 @@ TEST(FormatText, IsCutToTheBuffer) {
     EXPECT_EQ(std::string(99, 'x'), format_text(100, "%s", std::string(10'000, 'x').c_str()));
 }
 
+TEST(FormatText, OfWhatCannotBeFormattedIsEmpty) {
+    EXPECT_EQ("", format_text(10, "a%ls", L"\x20ac"));
+}
+
 TEST(CopyText, IsCutAndTerminated) {
     char out[5] = {'#', '#', '#', '#', '#'};
     copy_text(out, "abc");
