@@ -16,7 +16,7 @@ compare() {
 compare "exported names" \
     "$(sed -n 's/^ *\([A-Za-z_0-9]*\);$/\1/p' "$list" | LC_ALL=C sort)" \
     "$(readelf --dyn-syms --wide "$agent" |
-        awk '$1 ~ /^[0-9]+:$/ && $7 != "UND" { sub(/@.*/, "", $8); print $8 }' | LC_ALL=C sort)"
+        awk '$1 ~ /^[0-9]+:$/ && $5 != "LOCAL" && $7 != "UND" { sub(/@.*/, "", $8); print $8 }' | LC_ALL=C sort)"
 
 # The loader, the compiler's own library and a sanitizer's are no choice of ours.
 compare "needed libraries" \

@@ -242,11 +242,12 @@ class OddSignals {
     sigset_t mask_{};
 };
 
-// The signals of a line of /proc/PID/status, less the two that the C library keeps for itself.
+// The signals of a line of /proc/PID/status, less the real-time ones, of which libraries keep some for
+// themselves.
 std::uint64_t signals_of(const std::string &status, const std::string &name) {
     const size_t found = status.find(name + ":");
     if (found == std::string::npos) return ~std::uint64_t{0};
-    return std::strtoull(status.c_str() + found + name.size() + 1, nullptr, 16) & ~std::uint64_t{0x180000000};
+    return std::strtoull(status.c_str() + found + name.size() + 1, nullptr, 16) & 0x7fffffff;
 }
 
 TEST_F(Os, TheProgramsThatAreStartedHaveAnEmptyMaskAndDefaultHandlers) {
