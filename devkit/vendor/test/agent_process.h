@@ -14,7 +14,7 @@
 using desk::json;
 using desk::json_reply;
 
-// Asks again and again until `condition` holds; false after 20 seconds.
+// Asks again and again until `condition` holds; false after a minute.
 bool eventually(const std::function<bool()> &condition);
 
 // All that a shell command prints, errors included.
