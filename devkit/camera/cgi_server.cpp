@@ -1,7 +1,6 @@
 #include "cgi_server.h"
 
 #include <arpa/inet.h>
-#include <linux/filter.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -15,16 +14,11 @@ namespace {
 constexpr int backlog = 128;
 constexpr int accept_poll_ms = 20;  // how soon the accept loop sees that the listener was exchanged
 
-// A filter that lets no byte of any packet through: the kernel drops SYNs, data, FINs and probes before TCP
-// sees them.
-void drop_packets(int fd, bool drop) {
-    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
-    const sock_fprog program{1, &nothing};
-    const int unused = 0;  // detaching wants an integer, whatever it is
-    if (drop)
-        setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
-    else
-        setsockopt(fd, SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof unused);
+// The kernel drops packets with a smaller time to live than this, SYNs, data, FINs and probes alike, without
+// an answer, and nobody sends with the largest. It needs no privilege, as a packet filter may.
+bool drop_packets(int fd, bool drop) {
+    const int least = drop ? 255 : 0;
+    return setsockopt(fd, IPPROTO_IP, IP_MINTTL, &least, sizeof least) == 0;
 }
 
 }  // namespace
@@ -146,44 +140,46 @@ bool cgi_server::serve_request(connection_link &link, const http_request &reques
     return open;
 }
 
-// Makes the port what `vanished` and `refusing_` say; the lock is held. A vanished host listens behind its
-// filter, as a port without a listener would answer. False when the port was lost.
+// Makes the port what `vanished` and `refusing_` say; the lock is held. A vanished host listens, deaf, even
+// where it refused: a port without a listener would answer. False (errno tells) when the kernel refuses.
 bool cgi_server::settle_port() {
     const bool listening = net_.vanished || !refusing_;
     bool settled = true;
     if (listening_ && !listening) {
-        shutdown(listener_,
-                 SHUT_RDWR);  // ends the listening at once, even while another thread polls the socket
+        // Ends the listening at once, even while another thread polls the socket.
+        shutdown(listener_, SHUT_RDWR);
         close(listener_);
         settled = open_socket();
     }
-    drop_packets(listener_, net_.vanished);
-    if (!listening_ && listening) settled = listen(listener_, backlog) == 0;
+    settled = drop_packets(listener_, net_.vanished) && settled;
+    if (!listening_ && listening) settled = listen(listener_, backlog) == 0 && settled;
     listening_ = listening;
     return settled;
 }
 
-void cgi_server::vanish() {
+bool cgi_server::vanish() {
     std::lock_guard guard(net_.lock);
     net_.vanished = true;
-    settle_port();
+    const bool settled = settle_port();
     accept_waiting();
     for (const auto &link : net_.links) {
         if (link->fd >= 0) drop_packets(link->fd, true);
         link->in_progress = false;  // its peer may give up from now on, and nobody here would notice
     }
+    return settled;
 }
 
-void cgi_server::appear() {
+bool cgi_server::appear() {
     std::lock_guard guard(net_.lock);
     net_.vanished = false;
-    settle_port();
+    const bool settled = settle_port();
     for (const auto &link : net_.links) {
         if (link->fd < 0) continue;
         drop_packets(link->fd, false);
         if (link->dropped) shutdown(link->fd, SHUT_RDWR);
     }
     net_.changed.notify_all();
+    return settled;
 }
 
 bool cgi_server::refuse() {

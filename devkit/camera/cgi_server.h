@@ -25,10 +25,11 @@ class cgi_server {
         return port_;
     }
 
-    // Every packet to and from the host is lost, silently; then no more.
-    void vanish();
-    void appear();
-    // Nobody listens on the port any more, though it stays ours; then again. False when the port was lost.
+    // The network's switches; false (errno tells) when the kernel refuses, as where another program took the
+    // port. Every packet to and from the host is lost, silently; then no more.
+    bool vanish();
+    bool appear();
+    // Nobody listens on the port any more, though it stays ours; then again.
     bool refuse();
     bool accept();
     // Ends all connections, those of a vanished host on its return.

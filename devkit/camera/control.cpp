@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 #include <thread>
 
@@ -98,13 +100,10 @@ void send_photo(camera &cam, response &answer) {
         say_bytes(answer, cam.last_photo, "image/jpeg");
 }
 
-void keep_port(bool kept) {
-    if (!kept) throw std::runtime_error("the CGI port was taken by another program");
+void expect_switched(bool switched) {
+    if (!switched)
+        throw std::runtime_error(std::string("the network cannot be switched: ") + std::strerror(errno));
 }
-
-}  // namespace
-
-namespace {
 
 void add_state_routes(httplib::Server &server, camera &cam, journal &log, cgi_server &cgi) {
     server.Get("/health", [&](const request &, response &answer) {
@@ -176,10 +175,10 @@ void add_switches(httplib::Server &server, camera &cam, cgi_server &cgi) {
         cam.sessions.clear();
     });
     add("/restart", [&] { restart_camera(cam); });
-    add("/vanish", [&] { cgi.vanish(); });
-    add("/appear", [&] { cgi.appear(); });
-    add("/refuse", [&] { keep_port(cgi.refuse()); });
-    add("/accept", [&] { keep_port(cgi.accept()); });
+    add("/vanish", [&] { expect_switched(cgi.vanish()); });
+    add("/appear", [&] { expect_switched(cgi.appear()); });
+    add("/refuse", [&] { expect_switched(cgi.refuse()); });
+    add("/accept", [&] { expect_switched(cgi.accept()); });
 }
 
 void report_exception(const request &, response &answer, const std::exception_ptr &thrown) {
