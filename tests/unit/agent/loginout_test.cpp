@@ -517,6 +517,13 @@ TEST_F(CookieFile, IsNotWrittenWithoutAPath) {
     EXPECT_EQ(before, files());
 }
 
+TEST_F(CookieFile, ItsPathMayBeOneCharacter) {
+    unlink("c");
+    write_conf({{"COOKIE", "c"}});
+    save_cookie_file("42");
+    EXPECT_EQ(" Set-Cookie: Session=42\n", read_file("c"));
+}
+
 TEST_F(CookieFile, ItsPathIsCutTo31Characters) {
     const std::string path = "/tmp/" + std::string(26, 'c');
     write_conf({{"COOKIE", path + "more"}});
