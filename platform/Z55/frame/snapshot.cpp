@@ -1,6 +1,7 @@
 // get_camera_snapshot: a still picture for the cloud, taken by the camera now or read from its newest
 // thumbnail. Any SDK thread; blocks for a session key, the requests and the camera's writing of the photo.
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -89,8 +90,16 @@ std::string newest_thumbnail() {
     return newest;
 }
 
+// Opens a regular file for reading; null for anything else.
+File open_file(const std::string &path) {
+    File file(std::fopen(path.c_str(), "re"), std::fclose);
+    struct stat kind {};
+    if (file && (fstat(fileno(file.get()), &kind) != 0 || !S_ISREG(kind.st_mode))) file.reset();
+    return file;
+}
+
 int read_file(snapshot_record &record, const std::string &path) {
-    const File file(std::fopen(path.c_str(), "re"), std::fclose);
+    const File file = open_file(path);
     if (!file) {
         std::puts("open file failed");
         return kLocalFailure;

@@ -35,8 +35,8 @@ TEST(Clock, ALateFirstSuccessRebootsTheDeviceOnce) {
     Desk desk(options);
     desk.set_tool("ntpdate", "exit", "1");
     desk.start_agent();
-    desk.wait_for_log("fail to NTP calibration, system() return: 256\n *** (main) myPoll");
-    desk.wait_until_polling();
+    desk.wait_for_logs(
+        {"fail to NTP calibration, system() return: 256\n *** (main) myPoll", "vq_ipca_init return\n"});
     EXPECT_EQ(desk.sdk("GET", "/variable?name=NTP_FAIL")["value"], -1);
     EXPECT_EQ(told(desk), nullptr) << "the camera is left alone";
     const size_t failed = desk.log().size();
@@ -44,9 +44,9 @@ TEST(Clock, ALateFirstSuccessRebootsTheDeviceOnce) {
     EXPECT_EQ(desk.tool_calls("qmx_reboot").size(), 0u);
     desk.set_tool("ntpdate", "exit", "0");
     desk.wait_for_logs({"(NTP) curl finished succeeded\n", " ***** reboot operation*****\n",
-                        "Try log VeloAgent init time...........\n", "*** initial perform_NTP() OK! ***\n"},
+                        "Try log VeloAgent init time...........\n", "*** initial perform_NTP() OK! ***\n",
+                        "vq_ipca_init return\n"},
                        failed);
-    desk.wait_until_polling();
     EXPECT_EQ(desk.reboots(), 1);
     EXPECT_EQ(desk.tool_calls("qmx_reboot").at(0)["args"], json{"reboot"});
     const size_t restarted = desk.log().size();

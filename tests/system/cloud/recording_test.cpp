@@ -194,7 +194,9 @@ TEST(Recording, StartsAndStopsFromManyThreadsKeepStateAndCameraInStep) {
     desk.sdk("POST", "/call",
              {{"name", "stop_recording_video"}, {"args", json::array()}, {"threads", 8}, {"repeat", 3}});
     wait_until("all calls are answered", [&] { return desk.sdk("GET", "/calls")["running"] == 0; });
-    if (variable(desk, "video_recording") == 1) EXPECT_EQ(stop(desk), 0);
+    if (variable(desk, "video_recording") == 1) {
+        EXPECT_EQ(stop(desk), 0);
+    }
     EXPECT_EQ(desk.camera_state()["recording"]["active"], false);
     EXPECT_FALSE(std::filesystem::exists(kFlag));
 }
@@ -219,7 +221,7 @@ TEST(Recording, AFlagLeftFromBeforeIsReportedAndLeft) {
     desk.start_agent();
     desk.wait_for_log(
         "checkVideoRecording\nrecording temp file(/tmp/working/recording) existed, stop recording\n");
-    desk.wait_until_polling();
+    desk.wait_for_log("vq_ipca_init return\n");
     EXPECT_TRUE(std::filesystem::exists(kFlag));
 }
 

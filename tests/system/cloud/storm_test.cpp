@@ -115,7 +115,7 @@ TEST(Storm, AllHandlersAtOnceOnAMisbehavingCameraLeaveTheAgentWell) {
     desk.set_status("Battery", "66");
     EXPECT_EQ(desk.call("get_device_status", {"Battery"}), (json{{"result", 2}, {"value", "66"}}));
     EXPECT_EQ(desk.call("get_device_param", {"md_armed"}), (json{{"result", 1}, {"value", "1"}}));
-    EXPECT_EQ(desk.camera_state()["max_concurrent"], 2) << "the main thread's login goes past the queue";
+    EXPECT_LE(desk.camera_state()["max_concurrent"], 2) << "only the main thread's login goes past the queue";
 }
 
 // Sixteen threads post different documents: each arrives whole, as often as it was posted.
