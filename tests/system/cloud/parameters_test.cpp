@@ -40,7 +40,7 @@ struct Write {
 
 // The rows build on each other: the camera starts with motion OFF/4, sound OFF/6, temperature OFF/30/10.
 const Write kWrites[] = {
-    {"md_armed", "1", 0, {kMotion, motion("ON", "4")}, "1", "before POST , cmdLength =117\n"},
+    {"md_armed", "1", 0, {kMotion, motion("ON", "4")}, "1", "before POST , cmdLength =111\n"},
     {"md_armed", "0", 0, {kMotion, motion("OFF", "4")}, "0", ""},
     {"md_armed", "2", 0, {kEmpty}, "0", "param error\nbefore POST , cmdLength =0\ncommandInstr = \n"},
     {"md_armed", "on", 0, {kMotion, motion("OFF", "4")}, "0", ""},
