@@ -96,6 +96,7 @@ TEST(AlarmRules, FreePercentIsRoundedDown) {
     EXPECT_EQ(free_percent(UINT64_MAX, UINT64_MAX / 2), 50U);
     // The last product of 100 that 64 bits hold.
     EXPECT_EQ(free_percent(UINT64_MAX / 100, 0), 100U);
+    EXPECT_EQ(free_percent(UINT64_MAX / 100, 1), 99U);
     EXPECT_EQ(free_percent(UINT64_MAX / 100 * 2, UINT64_MAX / 100), 50U);
 }
 

@@ -86,6 +86,8 @@ INSTANTIATE_TEST_SUITE_P(
                  "0.0.0.0         192.168.0.2     0.0.0.0         UG 0 0 0 wlan0\n",
                  "192.168.0.1"},                              // the first one
         RouteRow{"0.0.0.0 gw192.168.0.1x\n", "192.168.0.1"},  // from the first digit to the last
+        RouteRow{"0.0.0.0 0.9.8.90\n", "0.9.8.90"}, RouteRow{"0.0.0.0 9.0.0.9\n", "9.0.0.9"},
+        RouteRow{"0.0.0.0 1.2.3.x 5\n", "1.2.3."},  // no digits after the third dot
         RouteRow{"0.0.0.0 1.2.3.4567.8\n", "1.2.3.4567"}, RouteRow{"0.0.0.0 1.2.3.4", "1.2.3.4"},
         RouteRow{"0.0.0.0 1.2.3\n", nullptr}, RouteRow{"0.0.0.0 1.2\n", nullptr},
         RouteRow{"0.0.0.0\n", nullptr}, RouteRow{"", nullptr}));
@@ -305,6 +307,15 @@ TEST_F(NetworkUuid, IsAskedForWithTheKeyOfTheMoment) {
     uuid_log(uuid);
     EXPECT_EQ(camera.seen(),
               (Texts{"GET /CGI/CameraInfo? Session=12345", "GET /CGI/CameraInfo? Session=678"}));
+}
+
+TEST_F(NetworkUuid, AddressAndKeyAreCutToTheirBuffers) {
+    camera.reply("/CGI/CameraInfo", "<UUID>7</UUID>");
+    set_conf("hostIP", "127.0.0.1:08080x");
+    set_conf("SESSION_KEY", std::string(40, '5'));
+    std::optional<std::string> uuid;
+    uuid_log(uuid);
+    EXPECT_EQ(camera.seen(), Texts{"GET /CGI/CameraInfo? Session=" + std::string(29, '5')});
 }
 
 TEST_F(NetworkUuid, WithoutConfigurationIsNone) {
