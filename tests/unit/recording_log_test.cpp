@@ -102,9 +102,11 @@ TEST_F(RecordingLog, LineOfAFinishedRecording) {
 
 TEST_F(RecordingLog, MediaFolderThatIsSetStays) {
     newest_video("A");
-    std::strcpy(g_dir, "/mine/");
-    output_of([] { write_recording_log(1, 2); });
-    EXPECT_STREQ(g_dir, "/mine/");
+    for (const char *folder : {"/mine/", "/"}) {
+        std::strcpy(g_dir, folder);
+        output_of([] { write_recording_log(1, 2); });
+        EXPECT_STREQ(g_dir, folder);
+    }
 }
 
 TEST_F(RecordingLog, LineWithoutAName) {
@@ -184,6 +186,13 @@ TEST_F(RecordingLog, NewestVideoIsAskedWithTheSessionKey) {
               "[QUERY VideoList?start=1&end=1]\n(get_latest_mp4) latest mp4 is: B0002.MP4\n");
     EXPECT_STREQ(name, "B0002.MP4");
     EXPECT_EQ(camera.seen(), Texts{"GET /CGI/VideoList?start=1&end=1 Session=12345"});
+}
+
+TEST_F(RecordingLog, HostIsCutAt15Characters) {
+    newest_video("A");
+    set_conf("hostIP", "127.0.0.1:080809");
+    char name[28] = "";
+    output_of([&] { EXPECT_EQ(ask_newest(name), 0); });
 }
 
 struct FailureRow {

@@ -1,5 +1,6 @@
 // What the camera does on its SD card: recordings, photos, formatting; and the upgrade.
 
+#include <algorithm>
 #include <fstream>
 
 #include "camera_fixture.h"
@@ -135,7 +136,14 @@ TEST_F(card_test, an_upgrade_walks_to_the_new_firmware) {
     }));
     const std::vector<std::string> walk{"Downloading 0",   "Downloading 33", "Downloading 66",
                                         "Downloading 100", "Upgrading 100",  "Idle 0"};
-    EXPECT_EQ(seen, walk);
+    // A machine under load may sleep through a step; nothing may show out of order, and the end always does.
+    auto next = walk.begin();
+    for (const auto &text : seen) {
+        next = std::find(next, walk.end(), text);
+        ASSERT_NE(next, walk.end()) << text;
+    }
+    EXPECT_EQ(next + 1, walk.end());
+    EXPECT_GE(seen.size(), 4u);
     EXPECT_EQ(state()["config"]["fwver"], "1.0.4");
     EXPECT_EQ(login(), "2000002");
     EXPECT_TRUE(eventually([&] { return file_text(folder / "reboots") == "reboot\n"; }));

@@ -74,12 +74,15 @@ TEST_F(network_test, an_open_connection_falls_silent_and_comes_back) {
 }
 
 TEST_F(network_test, a_reply_under_way_stops_when_the_host_vanishes) {
-    control("POST", "/faults", {{"kind", "delay"}, {"ms", 50}});
+    control("POST", "/faults", {{"kind", "hang"}});
     raw_connection connection(cgi_port);
     connection.send(request_text(battery, "", session));
     EXPECT_TRUE(eventually([&] { return state()["in_progress"] == 1; }));
     control("POST", "/vanish");
     EXPECT_EQ(state()["in_progress"], 0);
+    control("DELETE", "/faults");
+    EXPECT_TRUE(eventually([&] { return control("GET", "/requests?limit=1")[0]["status"] == 200; }))
+        << "the reply is ready to leave";
     EXPECT_FALSE(ready(connection.fd, POLLIN, 200));
     control("POST", "/restart");
     EXPECT_FALSE(ready(connection.fd, POLLIN, 100)) << "a vanished host ends no connection either";

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
-#include <sstream>
+#include <string>
 
 #include "../exports.h"
 #include "../sdk/usock.h"
@@ -36,6 +36,12 @@ constexpr CloudStatus kCloudLocalOk{3, "***** CLOUD_LOCAL_OK !!!!!! *****"};
 void report(const CloudStatus &status) {
     if (status.text != nullptr) std::puts(status.text);
     send_cloud_status(status.code);
+}
+
+// The last line of what a command printed, without its end.
+std::string last_line(std::string text) {
+    if (text.ends_with('\n')) text.pop_back();
+    return text.substr(text.rfind('\n') + 1);
 }
 
 // The gateway column of a routing table's line, when that line is the default route.
@@ -90,9 +96,7 @@ std::optional<std::string> get_uuid() {
 }
 
 std::string get_MAC_uppercase() {
-    std::istringstream lines(read_shell("line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :"));
-    std::string mac;
-    for (std::string line; std::getline(lines, line);) mac = line;
+    std::string mac = last_line(read_shell("line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :"));
     mac.resize(std::min(mac.size(), kMacLength));
     for (char &digit : mac) digit = static_cast<char>(std::toupper(static_cast<unsigned char>(digit)));
     std::printf("get_MAC_uppercase = \"%s\"\n", mac.c_str());
@@ -117,9 +121,7 @@ std::optional<std::string> get_default_gateway() {
 }
 
 int wlan0_exists() {
-    std::istringstream lines(read_shell("ifconfig|grep wlan0"));
-    bool listed = false;
-    for (std::string line; std::getline(lines, line);) listed = line.find("wlan0") != std::string::npos;
+    const bool listed = last_line(read_shell("ifconfig|grep wlan0")).find("wlan0") != std::string::npos;
     std::puts(listed ? "Device \"wlan0\" exists." : "Device \"wlan0\" does NOT exist.");
     return listed ? 1 : 0;
 }

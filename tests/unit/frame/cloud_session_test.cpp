@@ -300,6 +300,20 @@ TEST_F(CloudSession, UpgradeThatStartsDuringAQuietPeriodPreventsTheReboot) {
     EXPECT_EQ(fake_os::reboots(), 0);
 }
 
+// --- What the SDK may read before anything has run: taken before the first test.
+
+const int kFramesAtLoad = get_frame_callback_flag;
+const int kUpgradeAtLoad = ota_enable;
+const int kRecordingAtLoad = video_recording;
+const mipc_api_table *const kTableAtLoad = mipc_api;
+
+TEST(AtLoad, NothingRuns) {
+    EXPECT_EQ(kFramesAtLoad, 0);
+    EXPECT_EQ(kUpgradeAtLoad, 0);
+    EXPECT_EQ(kRecordingAtLoad, 0);
+    EXPECT_EQ(kTableAtLoad, nullptr);
+}
+
 // --- Entry points of the SDK and the capture library
 
 TEST_F(AgentTest, VideoIsRequestedFromTheCapture) {
