@@ -22,7 +22,8 @@ long voluntary_switches(pid_t thread) {
 
 // The ignored signals of a tool's call, but for the two that the C library keeps to itself.
 unsigned long ignored_signals(const json &call) {
-    return std::stoul(call["SigIgn"].get<std::string>(), nullptr, 16) & 0x7fffffff;  // libraries keep real-time ones
+    return std::stoul(call["SigIgn"].get<std::string>(), nullptr, 16) &
+           0x7fffffff;  // libraries keep real-time ones
 }
 
 }  // namespace
