@@ -8,6 +8,7 @@
 #include "../agent/loginout.h"
 #include "../agent/network.h"
 #include "../agent/utils/os.h"
+#include "../agent/utils/tick.h"
 #include "../ak_model/firmware_upgrade.h"
 #include "../exports.h"
 #include "../sdk/usock.h"
@@ -66,7 +67,7 @@ void start_alarm_tick() {
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(SIGALRM, &action, nullptr);
-    alarm(1);
+    arm_tick();
 }
 
 bool video_wanted() {
@@ -113,7 +114,7 @@ void *run_cloud_session(void *key_function) {
 }
 
 void alarm_func(int) {
-    alarm(1);
+    arm_tick();
 }
 
 int c_request_video(int, int) {

@@ -1,6 +1,7 @@
 // Talk-back: what the cloud says comes out at the camera as clips, to the byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -92,17 +93,21 @@ TEST(Talkback, SamplesOfAnyLoudnessArriveToTheByte) {
     options.speed = 1;  // a clip takes frames for three seconds, however busy the machine is
     Desk desk(options);
     const Bytes pcm = sweep(100'000);
-    const auto expected = expected_clips(pcm, 640);
+    auto expected = expected_clips(pcm, 640);
     ASSERT_EQ(expected.size(), 2u);
     EXPECT_EQ(expected[0].size(), 72'364u);
     const long since = desk.last_request();
     talk(desk, pcm, 2, since);
-    EXPECT_EQ(played_clips(desk, since), expected);
-    // The second clip is posted when the first has played.
+    auto played = played_clips(desk, since);
+    const size_t first = played.at(0).size();
+    // Both clips were filled at once: either may come first, the other when it has played.
+    std::sort(expected.begin(), expected.end());
+    std::sort(played.begin(), played.end());
+    EXPECT_TRUE(played == expected);
     const auto posts = desk.requests("MobileAudio", since);
     const double pause =
         (posts[1]["time_ms"].get<double>() - posts[0]["time_ms"].get<double>()) * desk.speed();
-    EXPECT_GE(pause, 3013) << "milliseconds of 72,320 bytes";
+    EXPECT_GE(pause, static_cast<double>((first - kHeader) / 24));
     EXPECT_EQ(desk.camera_state()["speaker"], true);
     EXPECT_EQ(commands(desk, since)[0],
               "POST /CGI/RemoteControl \r\n\r\n<RemoteControl><Action>AUDIO_ON</Action></RemoteControl>");

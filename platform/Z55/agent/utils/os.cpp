@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "tick.h"
+
 namespace {
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
@@ -123,8 +125,13 @@ std::string read_shell(const char *command) {
 
 int exec_reboot_tool() {
     std::fflush(stdout);
-    // A pending alarm, a blocked and an ignored signal would all survive into the tool.
-    const unsigned remaining = alarm(0);
+    // A running alarm, one that has fired, a blocked and an ignored signal would all survive into the tool.
+    const unsigned remaining = stop_tick();
+    struct sigaction ignored = {};
+    struct sigaction tick = {};
+    ignored.sa_handler = SIG_IGN;
+    sigaction(SIGALRM, &ignored, &tick);  // discards one that has fired
+    signal(SIGALRM, SIG_DFL);
     const auto pipe_handler = signal(SIGPIPE, SIG_DFL);
     sigset_t none, before;
     sigemptyset(&none);
@@ -133,7 +140,9 @@ int exec_reboot_tool() {
     const int error = errno;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     signal(SIGPIPE, pipe_handler);
-    if (remaining != 0) alarm(remaining);
+    sigaction(SIGALRM, &tick, nullptr);
+    const bool ticks = tick.sa_handler != SIG_DFL && tick.sa_handler != SIG_IGN;
+    resume_tick(remaining == 0 && ticks ? 1 : remaining);
     errno = error;
     return result;
 }

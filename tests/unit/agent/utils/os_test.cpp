@@ -375,6 +375,43 @@ TEST_F(RebootTool, DoesNotInheritAPendingAlarm) {
     EXPECT_EQ("alive\n", read_file("/tmp/os_test"));
 }
 
+TEST_F(RebootTool, DoesNotInheritAnAlarmThatHasFired) {
+    install_shell("sleep 0.1; echo alive > /tmp/os_test\n");
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGALRM, [](int) {
+            const itimerval soon{{0, 0}, {0, 20'000}};
+            setitimer(ITIMER_REAL, &soon, nullptr);
+        });
+        sigset_t alarm_signal;
+        sigemptyset(&alarm_signal);
+        sigaddset(&alarm_signal, SIGALRM);
+        sigprocmask(SIG_BLOCK, &alarm_signal, nullptr);
+        raise(SIGALRM);
+        exec_reboot_tool();
+        _exit(99);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("alive\n", read_file("/tmp/os_test"));
+}
+
+TEST_F(RebootTool, ThatIsMissingKeepsTheTickGoing) {
+    const auto handler = [](int) { alarm(1); };
+    signal(SIGALRM, handler);
+    sigset_t alarm_signal;
+    sigemptyset(&alarm_signal);
+    sigaddset(&alarm_signal, SIGALRM);
+    sigprocmask(SIG_BLOCK, &alarm_signal, nullptr);
+    raise(SIGALRM);  // its handler would have armed the next one
+    EXPECT_EQ(-1, exec_reboot_tool());
+    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ(1u, alarm(0));
+    EXPECT_EQ(+handler, signal(SIGALRM, SIG_DFL));
+    sigprocmask(SIG_UNBLOCK, &alarm_signal, nullptr);
+}
+
 TEST_F(RebootTool, ThatIsMissingLeavesAlarmAndMaskAsTheyWere) {
     sigset_t mask, after;
     sigemptyset(&mask);
