@@ -61,16 +61,25 @@ bool push_and_wake(curl_queue *queue, curl_job *job) {
     return true;
 }
 
+std::uint32_t waiting_in(const curl_queue &queue) {
+    const std::lock_guard<std::mutex> lock(queue_lock);
+    return queue.count;
+}
+
+curl_job *pop_from(curl_queue &queue) {
+    const std::lock_guard<std::mutex> lock(queue_lock);
+    return curl_queue_pop(&queue);
+}
+
 // The next job by strict priority, null when both queues are empty.
 curl_job *next_job() {
-    const std::lock_guard<std::mutex> lock(queue_lock);
-    if (high_queue.count != 0) {
-        std::printf("high size: %d\n", static_cast<int>(high_queue.count));
-        return curl_queue_pop(&high_queue);
+    if (const std::uint32_t size = waiting_in(high_queue)) {
+        std::printf("high size: %d\n", static_cast<int>(size));
+        return pop_from(high_queue);
     }
-    if (default_queue.count != 0) {
-        std::printf("default size: %d\n", static_cast<int>(default_queue.count));
-        return curl_queue_pop(&default_queue);
+    if (const std::uint32_t size = waiting_in(default_queue)) {
+        std::printf("default size: %d\n", static_cast<int>(size));
+        return pop_from(default_queue);
     }
     return nullptr;
 }

@@ -80,6 +80,14 @@ bool goes_on(const talkback_frame &frame, unsigned long now) {
            now - clip_start < kClipTicks && current_clip->length < kFullLength;
 }
 
+// The thread of a clip that counts among the living ones.
+void *run_clip(void *clip) {
+    waitAndPlay(clip);
+    const std::lock_guard<std::mutex> lock(talk_lock);
+    clips_alive--;
+    return nullptr;
+}
+
 // Makes a new clip the current one and starts its thread. The clip before it belongs to its own thread
 // already.
 bool start_clip(unsigned long now) {
@@ -88,7 +96,7 @@ bool start_clip(unsigned long now) {
     talk_clip *clip = new_clip();
     if (clip == nullptr) return false;
     pthread_t thread{};
-    if (pthread_create(&thread, &audioback_attr, waitAndPlay, clip) != 0) {
+    if (pthread_create(&thread, &audioback_attr, run_clip, clip) != 0) {
         free_clip(clip);
         return false;
     }
@@ -143,12 +151,6 @@ void play(const talk_clip &clip, const std::string &cookie_text) {
     sem_post(play_semaphore());
 }
 
-void release_clip(talk_clip *clip) {
-    free_clip(clip);
-    const std::lock_guard<std::mutex> lock(talk_lock);
-    clips_alive--;
-}
-
 }  // namespace
 
 int device_play_audio(talkback_frame *frame) {
@@ -169,6 +171,6 @@ void *waitAndPlay(void *argument) {
     close_clip(clip);
     finish_clip(*clip);
     play(*clip, cookie_text);
-    release_clip(clip);
+    free_clip(clip);
     return nullptr;
 }

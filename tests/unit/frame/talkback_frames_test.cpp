@@ -1,9 +1,11 @@
 // Which frames share a clip, and what happens when something runs out.
 #include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <ostream>
 #include <thread>
 
+#include "frame/talkback.h"
 #include "talkback_fixture.h"
 
 namespace {
@@ -185,6 +187,20 @@ TEST_F(TalkbackFrames, At32ClipsAliveAFrameIsRefused) {
         EXPECT_EQ(deliver(0, Bytes(10, 0)), 0);
     });
     EXPECT_EQ(payloads(), Lengths(33, 10));
+}
+
+TEST_F(TalkbackFrames, ClipOfTheSdksOwnIsNotCountedAmongThe32) {
+    talk_clip *own = static_cast<talk_clip *>(std::calloc(1, sizeof(talk_clip)));
+    own->data = static_cast<uint8_t *>(std::calloc(1, sizeof wav_header));
+    own->length = sizeof wav_header;
+    gate.let_on(1);
+    output_of([=, this] {
+        waitAndPlay(own);
+        clips_started = gate.arrived();
+        for (int i = 0; i < 32; i++) EXPECT_EQ(deliver(0, Bytes(10, 0)), 0);
+        EXPECT_EQ(deliver(0, Bytes(10, 0)), -1);
+    });
+    EXPECT_EQ(payloads().size(), 33u);
 }
 
 int thread_count() {
