@@ -96,7 +96,8 @@ TEST(Frames, AnHourAtThirtyASecondLeavesMemoryFlatAndTheCountersRight) {
     feed(hour);
     const json frames = desk.sdk("GET", "/frames");
     EXPECT_EQ(frames["video"], hour + 2000);
-    EXPECT_EQ(frames["key_frames"], (hour + 2000) / 30 + ((hour + 2000) % 30 != 0) - 0);
+    // Each feed begins with a key frame, and each thirtieth frame after it is one.
+    EXPECT_EQ(frames["key_frames"], (2000 + 29) / 30 + (hour + 29) / 30);
     EXPECT_EQ(frames["ownership_errors"], 0);
     EXPECT_EQ(frames["records"]["video"].back()["counter"], 4 * (hour + 2000));
     EXPECT_EQ(frames["records"]["audio"].back()["counter"], 3 * frames["audio"].get<int>());

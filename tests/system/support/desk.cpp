@@ -54,6 +54,18 @@ double speed_limit() {
     return std::stod(from_environment("VELO_SPEED_LIMIT", sanitized_agent() ? "20" : "10000"));
 }
 
+// The end of the lines of `text`, one behind the other in `log` at or after `from`; npos when one is missing.
+size_t end_of_lines(const std::string &log, const std::string &text, size_t from) {
+    for (size_t start = 0; start < text.size() && from != std::string::npos;) {
+        const size_t words = std::min(text.find_first_not_of('\n', start), text.size() - 1);
+        const size_t size = std::min(text.find('\n', words), text.size() - 1) + 1 - start;
+        const size_t found = log.find(text.substr(start, size), from);
+        from = found == std::string::npos ? found : found + size;
+        start += size;
+    }
+    return from;
+}
+
 std::string tail(const std::string &text) {
     return text.size() > kTailBytes ? text.substr(text.size() - kTailBytes) : text;
 }
@@ -229,14 +241,14 @@ std::string Desk::errors() const {
 }
 
 size_t Desk::wait_for_log(const std::string &text, size_t from) {
-    size_t found = std::string::npos;
+    size_t end = std::string::npos;
     wait_until("the log says \"" + text + "\"", [&] {
-        found = log().find(text, from);
-        if (found == std::string::npos && !end_expected_ && !runs(supervisor_))
+        end = end_of_lines(log(), text, from);
+        if (end == std::string::npos && !end_expected_ && !runs(supervisor_))
             throw std::runtime_error("the agent has ended");
-        return found != std::string::npos;
+        return end != std::string::npos;
     });
-    return found + text.size();
+    return end;
 }
 
 size_t Desk::wait_for_logs(const std::vector<std::string> &texts, size_t from) {

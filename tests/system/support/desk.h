@@ -74,7 +74,8 @@ class Desk {
     // The agent's standard output so far, over all its starts, and its standard error.
     const std::string &log();
     std::string errors() const;
-    // Waits until `text` stands in the log at or after `from`; returns the position behind it.
+    // Waits until `text` stands in the log at or after `from`; returns the position behind it. Lines of other
+    // threads may stand between its lines.
     size_t wait_for_log(const std::string &text, size_t from = 0);
     // The same for several texts, one behind the other.
     size_t wait_for_logs(const std::vector<std::string> &texts, size_t from = 0);
