@@ -189,12 +189,12 @@ TEST(Quota, IsAskedAtItsOwnPeriod) {
     QuotaServer server;
     trust_certificate();
     DeskOptions options = watching(server);
-    options.conf["POLL_STATUS_PERIOD_SEC"] = "10";
-    options.conf["NIMB_PERIOD"] = "60";
+    options.conf["POLL_STATUS_PERIOD_SEC"] = "3";
+    options.conf["NIMB_PERIOD"] = "18";
     Desk desk(options);
     wait_until("thirteen cycles", [&] { return poll_cycles(desk).size() >= 13; });
     const auto cycles = poll_cycles(desk);
-    expect_asked_at_period(cycles, "Nimb", 60);
+    expect_asked_at_period(cycles, "Nimb", 18);
     EXPECT_GE(server.targets().size(), 2u);
     desk.wait_for_log("*** (nimb_poll) not long enough, curr tv_sec:");
 }

@@ -74,6 +74,7 @@ TEST(Time, TheFirstSynchronisationMayMoveTheClockByYears) {
     }
 }
 
+// Not in the tsan preset: its runtime keeps a signal back until the pause is over.
 TEST(Time, TheTickWakesTheMainThreadAndItsPauseGoesOn) {
     DeskOptions options;
     options.conf = {{"POLL_STATUS_PERIOD_SEC", "5000"}};
@@ -88,14 +89,17 @@ TEST(Time, TheTickWakesTheMainThreadAndItsPauseGoesOn) {
 TEST(Time, TheTickIsTheMainThreadsAlone) {
     Desk desk;
     const std::string tasks = "/proc/" + std::to_string(desk.agent_pid()) + "/task";
+    int threads = 0;
     for (const auto &task : std::filesystem::directory_iterator(tasks)) {
         const std::string status = file_text(task.path() / "status");
         const size_t at = status.find("SigBlk:\t");
-        ASSERT_NE(at, std::string::npos);
+        if (at == std::string::npos) continue;  // the stand-in's threads come and go
+        threads++;
         const unsigned long blocked = std::stoul(status.substr(at + 8, 16), nullptr, 16);
         const bool main_thread = task.path().filename() == std::to_string(desk.agent_pid());
         EXPECT_EQ((blocked >> (SIGALRM - 1) & 1) == 0, main_thread) << task.path();
     }
+    EXPECT_GE(threads, 4) << "main, cloud, queue, clock";
 }
 
 // A tick every millisecond of the machine's clock while everything that can be interrupted runs.

@@ -115,20 +115,19 @@ void Desk::start_camera() {
     if (!options_.camera_config.is_null()) camera("PATCH", "/config", options_.camera_config);
 }
 
-// The shell gives standard error a file of its own (libcurl's chatter must not stand between the lines of the
-// log) and then becomes the agent, whose pid is thereby the supervised one.
+// The shell gives standard output and standard error a file each (what was printed is there at once, and
+// libcurl's chatter does not stand between the lines of the log) and then becomes the agent, whose pid is
+// thereby the supervised one.
 std::vector<std::string> Desk::agent_command() const {
     const std::string agent = from_environment("VELO_AGENT", DESK_AGENT);
     const std::string bend = from_environment("VELO_BEND", DESK_BEND);
     const std::string libraries = from_environment("LD_LIBRARY_PATH", "");
     const std::vector<std::string> launcher = words(from_environment("VELO_AGENT_LAUNCHER", ""));
     std::vector<std::string> command = {device_program("supervise"),
-                                        "--agent-log",
-                                        kAgentLog,
                                         "--",
                                         "/bin/sh",
                                         "-c",
-                                        std::string("exec \"$@\" 2>>") + kAgentErrors,
+                                        std::string("exec \"$@\" >>") + kAgentLog + " 2>>" + kAgentErrors,
                                         "sh"};
     if (launcher.empty()) {
         command.insert(command.end(), {"/usr/bin/env", "LD_PRELOAD=" + bend});
