@@ -84,7 +84,12 @@ Desk::Desk(DeskOptions options) : options_(std::move(options)) {
     if (options_.reserve) std::ofstream("/tmp/fuse_d/.ota.tmp") << "reserved";
     set_tool("ntpdate", "stdout", "");  // the agent's log is then the agent's own alone
     if (options_.wait != DeskOptions::not_started) start_agent();
-    if (options_.wait == DeskOptions::polling) wait_until_polling();
+    try {
+        if (options_.wait == DeskOptions::polling) wait_until_polling();
+    } catch (const std::exception &) {
+        print_tail();
+        throw;
+    }
 }
 
 Desk::~Desk() {
