@@ -1,6 +1,7 @@
 #include "desk.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -313,6 +314,16 @@ void Desk::write_conf(const std::map<std::string, std::optional<std::string>> &c
     for (const auto &[key, value] : changes) conf_[key] = value;
     std::ofstream(std::string(kConfiguration) + ".new") << conf_text(conf_);
     fs::rename(std::string(kConfiguration) + ".new", kConfiguration);
+}
+
+void Desk::wait_for_rewrite() const {
+    const auto file_number = [] {
+        struct stat file {};
+        stat(kConfiguration, &file);
+        return file.st_ino;
+    };
+    const ino_t before = file_number();
+    wait_until("the configuration is replaced", [&] { return file_number() != before; });
 }
 
 // The leak checker is an exported function of the sanitized agent's own runtime.
