@@ -262,7 +262,12 @@ size_t Desk::wait_for_logs(const std::vector<std::string> &texts, size_t from) {
 }
 
 int Desk::count_in_log(const std::string &text, size_t from) {
-    return count_of(text, log().substr(from));
+    int count = 0;
+    const std::string &whole = log();
+    for (size_t at = end_of_lines(whole, text, from); at != std::string::npos;
+         at = end_of_lines(whole, text, at))
+        count++;
+    return count;
 }
 
 void Desk::wait_for_cycles(int cycles) {

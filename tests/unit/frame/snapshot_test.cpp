@@ -349,6 +349,12 @@ TEST_F(Snapshot, ThumbnailThatCannotBeOpened) {
     EXPECT_EQ(record.data, nullptr);
 }
 
+TEST_F(Snapshot, FolderIsNoThumbnail) {
+    ASSERT_EQ(mkdir((kFolder + std::string("A.THM")).c_str(), 0755), 0);
+    EXPECT_EQ(log_of(kNewestThumbnail, -99), "JPG_File_is:A.THM\nopen file failed\n");
+    EXPECT_EQ(record.data, nullptr);
+}
+
 TEST_F(Snapshot, ThumbnailThatMemoryIsTooSmallFor) {
     add_file("A.THM", "x");
     record.data = static_cast<uint8_t *>(std::malloc(1));
