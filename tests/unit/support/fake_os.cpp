@@ -192,7 +192,7 @@ std::int64_t steady_seconds() {
     return locked(&State::steady) / kSecond;
 }
 
-void sleep_milliseconds(long milliseconds) {
+void sleep_milliseconds(std::int64_t milliseconds) {
     record_pause(milliseconds * std::int64_t{1'000'000}, std::to_string(milliseconds) + " ms");
 }
 

@@ -18,28 +18,30 @@ struct conf_pair {
     std::string value;
 };
 
-// Removes leading and trailing white space of `line` in place and returns it.
-std::string &trim_line(std::string &line);
+// `line` without leading and trailing white space.
+std::string_view trim_line(std::string_view line);
 
-// Every key=value line of `path` in file order; nothing when the file cannot be opened.
+// Every key=value line of `path` in file order; nothing when the file cannot be read.
 std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path);
 
-// The value of the first line with `key`, "" when there is none; nothing when the file cannot be opened.
+// The value of the first line with `key`, "" when there is none; nothing when the file cannot be read. What
+// stands behind that line is not read.
 std::optional<std::string> conf_value(std::string_view key, const char *path = kConfPath);
 
-// The same into a buffer, cut to fit and emptied first. Returns false when the file cannot be opened.
+// The same into a buffer, cut to fit and emptied first. Returns false when the file cannot be read.
 template <size_t N>
 bool conf_value_into(char (&out)[N], std::string_view key) {
     const auto value = conf_value(key);
-    copy_text(out, value.value_or(""));
+    copy_text(out, value ? std::string_view(*value) : std::string_view());
     return value.has_value();
 }
 
-// The value as a decimal number; 0 when it is missing or no number; nothing when the file cannot be opened.
+// The value as a decimal number; 0 when it is missing or no number; nothing when the file cannot be read.
 std::optional<int> conf_number(std::string_view key);
 
 // Replaces the value of the first line with `key`, cut at its first line end; a key that the file lacks is
-// not added. Comments and blank lines go. Returns 0, or 1 when the file cannot be written and stays as it is.
+// not added. Comments and blank lines go. A value that the file holds already is not written again. Returns
+// 0, or 1 after a log line with the key and the error when the file cannot be written and stays as it is.
 // Blocks for the disk.
 int write_conf_value(std::string_view key, std::string_view value, const char *path = kConfPath);
 

@@ -95,8 +95,8 @@ std::int64_t steady_seconds() {
     return (steady + kNanosecondsPerSecond / 2) / kNanosecondsPerSecond;
 }
 
-void sleep_milliseconds(long milliseconds) {
-    sleep_nanoseconds(static_cast<std::int64_t>(milliseconds) * 1'000'000);
+void sleep_milliseconds(std::int64_t milliseconds) {
+    sleep_nanoseconds(milliseconds * 1'000'000);
 }
 
 void pause_seconds(long seconds) {

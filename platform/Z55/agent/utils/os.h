@@ -15,7 +15,7 @@ time_t wall_seconds();
 std::int64_t steady_seconds();
 
 // Sleeps that long on the monotonic clock; a signal does not cut it short.
-void sleep_milliseconds(long milliseconds);
+void sleep_milliseconds(std::int64_t milliseconds);
 
 // Sleeps until the wall clock, not stepped meanwhile, would read `seconds` whole seconds more than it reads
 // now: that many seconds less the part of the current second already gone.

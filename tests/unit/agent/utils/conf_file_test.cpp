@@ -55,11 +55,9 @@ TEST_F(ConfFile, EveryWhiteSpaceAroundALineIsTrimmed) {
         const std::string text = std::string(2, blank) + "A=1" + std::string(2, blank) + "\n";
         EXPECT_EQ("1", value_in(text, "A")) << "code " << int{blank};
     }
-    std::string line = " \t\n\r\v\fmid dle \t\n\r\v\f";
-    EXPECT_EQ("mid dle", trim_line(line));
-    EXPECT_EQ("mid dle", line);
-    std::string blank = " \t ";
-    EXPECT_EQ("", trim_line(blank));
+    EXPECT_EQ("mid dle", trim_line(" \t\n\r\v\fmid dle \t\n\r\v\f"));
+    EXPECT_EQ("", trim_line(" \t "));
+    EXPECT_EQ("", trim_line(""));
 }
 
 TEST_F(ConfFile, AReaderWritesNoMoreThanTheValueAndItsEnd) {
@@ -293,6 +291,55 @@ TEST_F(ConfFile, AFolderThatTakesNoTemporaryFileIsWrittenInPlace) {
     EXPECT_EQ("A=1\nB=2\n", read_file(path));
     stat(path.c_str(), &after);
     EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+// --- What is not written, and what is told of a failure.
+
+TEST_F(ConfFile, AValueThatTheFileHoldsIsNotWrittenAgain) {
+    for (const std::string text : {"A=1\nB=2\n", "#c\n\n A=1\n"}) {
+        write_file(kFile, text);
+        struct stat before {
+        }, after{};
+        stat(kFile, &before);
+        EXPECT_EQ(0, write_conf_value("A", "1", kFile));
+        EXPECT_EQ(0, write_conf_value("A", "1\nB=3", kFile)) << "as it would be stored";
+        stat(kFile, &after);
+        EXPECT_EQ(before.st_ino, after.st_ino);
+        EXPECT_EQ(text, read_file(kFile));
+    }
+    EXPECT_EQ(Texts{}, intercept::synced());
+}
+
+TEST_F(ConfFile, AnAbsentKeyRewritesOnlyAFileWithSomethingToDrop) {
+    EXPECT_EQ("A=1\n", after_writing("#c\nA=1\n", "B", "2"));
+    EXPECT_EQ(2u, intercept::synced().size());
+    EXPECT_EQ(0, write_conf_value("B", "2", kFile));
+    EXPECT_EQ(2u, intercept::synced().size());
+}
+
+TEST_F(ConfFile, AFailedWriteLeavesOneLineWithoutTheValue) {
+    const std::string log = output_of(
+        [] { EXPECT_EQ(1, write_conf_value("PASSWORD", "geheim", "/tmp/working/none/test.conf")); });
+    EXPECT_EQ("write_conf_value failed: key = PASSWORD, No such file or directory\n", log);
+}
+
+TEST_F(ConfFile, WhatAPowerCutLeftGoesWithTheNextWriteAndNothingElseDoes) {
+    write_file(kFile, "A=1\n");
+    write_file(std::string(kFile) + ".veloagent-new", "A=half of a pass");
+    write_file(std::string(kFile) + ".backup", "A=0\n");
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    EXPECT_EQ("A=2\n", read_file(kFile));
+    EXPECT_EQ("A=0\n", read_file(std::string(kFile) + ".backup"));
+    EXPECT_EQ(2u, files_in_folder());
+}
+
+TEST_F(ConfFile, ALinkInThePlaceOfTheNewFileIsNotFollowed) {
+    write_file(kFile, "A=1\n");
+    write_file("/tmp/working/victim", "precious");
+    ASSERT_EQ(0, symlink("victim", (std::string(kFile) + ".veloagent-new").c_str()));
+    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    EXPECT_EQ("precious", read_file("/tmp/working/victim"));
+    EXPECT_EQ("A=2\n", read_file(kFile));
 }
 
 class FullDisk : public ConfFile {

@@ -1,0 +1,146 @@
+#include "files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace {
+
+// Behind the path of what it becomes: nobody else's name, so that one left by a power cut can be taken for
+// what it is.
+constexpr char kNewFileSuffix[] = ".veloagent-new";
+
+// A descriptor that closes itself and leaves errno alone.
+class Descriptor {
+  public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor() {
+        if (number_ < 0) return;
+        const int error = errno;
+        close(number_);
+        errno = error;
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    operator int() const {
+        return number_;
+    }
+    int release() {
+        const int number = number_;
+        number_ = -1;
+        return number;
+    }
+
+  private:
+    int number_;
+};
+
+bool is_regular(int file) {
+    struct stat kind {};
+    if (fstat(file, &kind) != 0) return false;
+    errno = EINVAL;
+    return S_ISREG(kind.st_mode);
+}
+
+// Opened without blocking, so that a FIFO is seen before it is waited for; on a regular file that changes
+// nothing.
+File open_stream(const char *path, int flags, const char *mode) {
+    Descriptor file(open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666));
+    if (file < 0 || !is_regular(file)) return nullptr;
+    File stream(fdopen(file, mode));
+    if (stream) file.release();
+    return stream;
+}
+
+// Some file systems have nothing to sync and say so.
+bool synced(int file) {
+    return fsync(file) == 0 || errno == EINVAL;
+}
+
+bool write_all(int file, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = write(file, text.data(), text.size());
+        if (count < 0 && errno != EINTR) return false;
+        if (count > 0) text.remove_prefix(static_cast<size_t>(count));
+    }
+    return synced(file);
+}
+
+// A name that is not in the folder's own record is lost with the power.
+void sync_folder_of(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (descriptor >= 0) fsync(descriptor);
+}
+
+bool set_owner_and_mode(int file, const struct stat &wanted) {
+    struct stat now {};
+    if (fstat(file, &now) != 0) return false;
+    const bool owned = now.st_uid == wanted.st_uid && now.st_gid == wanted.st_gid;
+    if (!owned && fchown(file, wanted.st_uid, wanted.st_gid) != 0) return false;
+    const mode_t mode = wanted.st_mode & 07777;
+    return (owned && (now.st_mode & 07777) == mode) || fchmod(file, mode) == 0;
+}
+
+enum class Replaced { done, not_possible, disk_failed };
+
+Replaced replace_by_rename(const std::string &path, std::string_view text, mode_t mode,
+                           const struct stat *like) {
+    const std::string beside = path + kNewFileSuffix;
+    unlink(beside.c_str());  // what a power cut has left
+    const Descriptor file(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    if (file < 0) return Replaced::not_possible;
+    Replaced result = Replaced::not_possible;
+    if (like == nullptr || set_owner_and_mode(file, *like)) {
+        if (!write_all(file, text)) {
+            result = Replaced::disk_failed;
+        } else if (std::rename(beside.c_str(), path.c_str()) == 0) {
+            sync_folder_of(path);
+            return Replaced::done;
+        }
+    }
+    const int error = errno;
+    unlink(beside.c_str());
+    errno = error;
+    return result;
+}
+
+// The length is set last: what a full disk refuses must not cost what is there already.
+bool overwrite(const std::string &path, std::string_view text, mode_t mode) {
+    const Descriptor file(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
+    if (file < 0 || !is_regular(file) || !write_all(file, text)) return false;
+    return ftruncate(file, static_cast<off_t>(text.size())) == 0 && synced(file);
+}
+
+}  // namespace
+
+File open_regular(const char *path) {
+    return open_stream(path, O_RDONLY, "r");
+}
+
+File open_to_append(const char *path) {
+    return open_stream(path, O_WRONLY | O_CREAT | O_APPEND, "a");
+}
+
+bool close_synced(File file) {
+    const bool written =
+        std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0 && synced(fileno(file.get()));
+    const int error = errno;
+    file.reset();
+    errno = error;
+    return written;
+}
+
+bool replace_file(const std::string &path, std::string_view text, mode_t mode, const struct stat *like) {
+    const Replaced replaced = replace_by_rename(path, text, mode, like);
+    return replaced == Replaced::done || (replaced == Replaced::not_possible && overwrite(path, text, mode));
+}
+
+bool remove_file(const std::string &path) {
+    if (unlink(path.c_str()) != 0) return false;
+    sync_folder_of(path);
+    return true;
+}
