@@ -102,9 +102,9 @@ TEST(Session, WhileTheLoginIsRefusedNoKeyIsHeld) {
     Desk desk;
     desk.camera("PATCH", "/config", {{"password", "changed"}});
     desk.camera("POST", "/session/expire");
-    desk.wait_for_log("*** (getSessionKey) login failed, waiting for next try... ***\n");
+    const size_t failed = desk.wait_for_log("*** (getSessionKey) login failed, waiting for next try... ***\n");
     EXPECT_EQ(desk.call("get_session_key", json::array())["value"], nullptr);
-    desk.wait_for_rewrite();
+    desk.wait_for_log("Getting Session Key...\n", failed);
     EXPECT_EQ(desk.conf_value("SESSION_KEY"), "");
     desk.camera("PATCH", "/config", {{"password", "secret"}});
     const size_t held = desk.wait_for_log("Session key=", desk.log().size());

@@ -171,7 +171,6 @@ TEST(Start, MissingConfigurationFileIsWaitedFor) {
         at = desk.wait_for_log("***(login) error: curl perform failed. error code = 6***\n\n", at);
     EXPECT_EQ(file_text("/tmp/working/VeloAgent.conf"), "");
     EXPECT_EQ(desk.last_request(), 0);
-    desk.wait_for_rewrite();
     desk.write_conf({});
     desk.wait_until_polling();
 }
@@ -194,7 +193,6 @@ TEST(Start, WrongPasswordIsTriedAgainUntilItIsRight) {
             (logins[i]["time_ms"].get<double>() - logins[i - 1]["time_ms"].get<double>()) * desk.speed();
         EXPECT_GT(pause, 3900) << "5 s less the part of a second that had gone";
     }
-    desk.wait_for_rewrite();
     desk.write_conf({{"PASSWORD", "secret"}});
     desk.wait_until_polling();
 }
@@ -211,7 +209,6 @@ TEST(Start, WithoutASessionKeyLineTheKeyIsNeverKept) {
             at);
     EXPECT_EQ(desk.conf_value("SESSION_KEY"), "");
     EXPECT_EQ(desk.count_in_log("Got session key"), 0);
-    desk.wait_for_rewrite();
     desk.write_conf({{"SESSION_KEY", ""}});
     desk.wait_until_polling();
 }

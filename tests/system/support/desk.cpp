@@ -321,16 +321,6 @@ void Desk::write_conf(const std::map<std::string, std::optional<std::string>> &c
     fs::rename(std::string(kConfiguration) + ".new", kConfiguration);
 }
 
-void Desk::wait_for_rewrite() const {
-    const auto file_number = [] {
-        struct stat file {};
-        stat(kConfiguration, &file);
-        return file.st_ino;
-    };
-    const ino_t before = file_number();
-    wait_until("the configuration is replaced", [&] { return file_number() != before; });
-}
-
 // The leak checker is an exported function of the sanitized agent's own runtime.
 void Desk::check_leaks() const {
     if (agent_sanitizer() != Sanitizer::address || !fs::exists(kSdkPorts)) return;

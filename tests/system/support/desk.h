@@ -94,9 +94,6 @@ class Desk {
 
     std::string conf_value(const std::string &key) const;
     void write_conf(const std::map<std::string, std::optional<std::string>> &changes);
-    // Waits until the agent has replaced its configuration. While its login fails it does so before each
-    // pause: what is written then is not overwritten.
-    void wait_for_rewrite() const;
 
     int camera_port() const {
         return cgi_port_;
