@@ -7,9 +7,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "../agent/loginout.h"
+#include "../agent/utils/files.h"
 #include "../agent/utils/os.h"
 #include "../agent/utils/reply_text.h"
 #include "../agent/utils/text.h"
@@ -24,16 +27,29 @@ constexpr char kThumbnail[] = ".THM";
 constexpr int kPictureKind = 11;
 constexpr int kLocalFailure = -99;
 constexpr long kPhotoDelayMilliseconds = 3000;
+constexpr off_t kLargestThumbnail =
+    32 * 1024 * 1024;  // bytes; what is larger is no thumbnail and not worth the memory
 
-using File = std::unique_ptr<FILE, int (*)(FILE *)>;
+// A picture in one malloc block.
+struct Picture {
+    std::unique_ptr<uint8_t, decltype(&std::free)> data{nullptr, std::free};
+    uint32_t length = 0;
+};
 
-// Fetches the photo into the record's own buffer, whatever comes of it.
-int fetch_photo(snapshot_record &record, const char *path) {
+// The SDK may look at the picture it has until the new one is whole, so that goes only now.
+void hand_over(Picture picture, snapshot_record &record) {
     std::free(record.data);
+    record.data = picture.data.release();
+    record.length = picture.length;
+}
+
+int fetch_photo(snapshot_record &record, const char *path) {
     photo_buffer photo{};
     const int result = z55_get_photo(&photo, path);
-    record.data = reinterpret_cast<uint8_t *>(photo.data);
-    record.length = photo.count;
+    Picture picture;
+    picture.data.reset(reinterpret_cast<uint8_t *>(photo.data));
+    picture.length = photo.count;
+    if (result == 0) hand_over(std::move(picture), record);
     return result;
 }
 
@@ -90,34 +106,32 @@ std::string newest_thumbnail() {
     return newest;
 }
 
-// Opens a regular file for reading; null for anything else.
-File open_file(const std::string &path) {
-    File file(std::fopen(path.c_str(), "re"), std::fclose);
-    struct stat kind {};
-    if (file && (fstat(fileno(file.get()), &kind) != 0 || !S_ISREG(kind.st_mode))) file.reset();
-    return file;
+// The size of an open thumbnail in bytes; nothing when it is larger than any.
+std::optional<uint32_t> thumbnail_size(FILE *file) {
+    struct stat now {};
+    if (fstat(fileno(file), &now) != 0 || now.st_size > kLargestThumbnail) return std::nullopt;
+    return static_cast<uint32_t>(now.st_size);
 }
 
 int read_file(snapshot_record &record, const std::string &path) {
-    const File file = open_file(path);
-    if (!file) {
+    const File file = open_regular(path.c_str());
+    const auto size = file ? thumbnail_size(file.get()) : std::nullopt;
+    if (!size) {
         std::puts("open file failed");
         return kLocalFailure;
     }
-    std::fseek(file.get(), 0, SEEK_END);
-    const long size = std::ftell(file.get());
-    std::rewind(file.get());
-    void *grown = size >= 0 ? std::realloc(record.data, static_cast<size_t>(size > 0 ? size : 1)) : nullptr;
-    if (grown == nullptr) {
+    Picture picture;
+    picture.length = *size;
+    picture.data.reset(static_cast<uint8_t *>(std::malloc(*size > 0 ? *size : 1)));
+    if (!picture.data) {
         std::puts("realloc memory failed");
         return kLocalFailure;
     }
-    record.data = static_cast<uint8_t *>(grown);
-    record.length = static_cast<uint32_t>(size);
-    if (std::fread(record.data, 1, record.length, file.get()) != record.length) {
+    if (std::fread(picture.data.get(), 1, *size, file.get()) != *size) {
         std::puts("fread file failed");
         return kLocalFailure;
     }
+    hand_over(std::move(picture), record);
     return 0;
 }
 

@@ -155,8 +155,9 @@ void play(const talk_clip &clip, const std::string &cookie_text) {
 
 int device_play_audio(talkback_frame *frame) {
     if (frame == nullptr) return -1;
-    const unsigned long now = static_cast<unsigned long>(std::clock());
     const std::lock_guard<std::mutex> lock(talk_lock);
+    const unsigned long now =
+        static_cast<unsigned long>(std::clock());  // under the lock: it must not run backwards
     if (!goes_on(*frame, now) && !start_clip(now)) return -1;
     append(*frame);
     return 0;
@@ -164,7 +165,10 @@ int device_play_audio(talkback_frame *frame) {
 
 void *waitAndPlay(void *argument) {
     talk_clip *clip = static_cast<talk_clip *>(argument);
-    if (clip == nullptr) return nullptr;
+    if (clip == nullptr || clip->data == nullptr || clip->length < kHeaderSize) {  // nothing to play
+        free_clip(clip);
+        return nullptr;
+    }
     const std::string cookie_text = session_cookie(wait_for_session_key());
     enable_speaker(cookie_text);
     sleep_milliseconds(kFillMilliseconds);

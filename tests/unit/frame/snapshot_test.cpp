@@ -61,6 +61,12 @@ class Snapshot : public CameraTest {
     static void add_file(const std::string &name, const std::string &text) {
         write_file(kFolder + name, text);
     }
+    // What an earlier call has left in the record.
+    void hold_picture(const std::string &text) {
+        record.data = static_cast<uint8_t *>(std::malloc(text.size()));
+        record.length = static_cast<uint32_t>(text.size());
+        text.copy(reinterpret_cast<char *>(record.data), text.size());
+    }
     snapshot_record record;
 };
 
@@ -259,10 +265,23 @@ TEST_F(Snapshot, PhotoThatCannotBeFetched) {
     EXPECT_NE(log.find("status != 200, status code = 404  (platform/Z55/z55cgi: 174)\n"), std::string::npos);
 }
 
-TEST_F(Snapshot, PhotoThatBreaksOffLeavesASoundRecord) {
+TEST_F(Snapshot, PhotoThatBreaksOffLeavesTheOldOne) {
     camera_answers({{"/DCIM/P0001.JPG", {{.raw = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf"}}}});
+    hold_picture("old");
     log_of(kTakePhoto, -1);
-    EXPECT_EQ(picture(), "half");
+    EXPECT_EQ(picture(), "old");
+}
+
+// The SDK may show the picture that it has while the next one comes.
+TEST_F(Snapshot, OldPictureStaysWhileThePhotoComes) {
+    hold_picture("old");
+    std::string meanwhile;
+    camera_answers({{"/DCIM/P0001.JPG", {{.body = "a picture", .before = [&](const CameraRequest &) {
+                                              meanwhile = picture();
+                                          }}}}});
+    log_of(kTakePhoto, 0);
+    EXPECT_EQ(meanwhile, "old");
+    EXPECT_EQ(picture(), "a picture");
 }
 
 // --- The newest thumbnail
@@ -349,26 +368,60 @@ TEST_F(Snapshot, ThumbnailThatCannotBeOpened) {
     EXPECT_EQ(record.data, nullptr);
 }
 
-TEST_F(Snapshot, FolderIsNoThumbnail) {
-    ASSERT_EQ(mkdir((kFolder + std::string("A.THM")).c_str(), 0755), 0);
+struct PlantedRow {
+    const char *name;
+    int (*plant)(const char *path);
+};
+
+void PrintTo(const PlantedRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+// Whoever writes the card must not get at other files, nor hold or starve the SDK's thread.
+class PlantedThumbnail : public Snapshot, public testing::WithParamInterface<PlantedRow> {};
+
+TEST_P(PlantedThumbnail, IsNotRead) {
+    write_file("/tmp/secret", "of the host");
+    ASSERT_EQ(GetParam().plant((kFolder + std::string("A.THM")).c_str()), 0);
+    hold_picture("old");
     EXPECT_EQ(log_of(kNewestThumbnail, -99), "JPG_File_is:A.THM\nopen file failed\n");
-    EXPECT_EQ(record.data, nullptr);
+    EXPECT_EQ(picture(), "old");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, PlantedThumbnail,
+    testing::Values(PlantedRow{"Folder", [](const char *path) { return mkdir(path, 0755); }},
+                    PlantedRow{"Fifo", [](const char *path) { return mkfifo(path, 0644); }},
+                    PlantedRow{"Link", [](const char *path) { return symlink("/tmp/secret", path); }},
+                    PlantedRow{"LargerThan32MiB",
+                               [](const char *path) {
+                                   write_file(path, "");
+                                   return truncate(path, 32 * 1024 * 1024 + 1);
+                               }}),
+    by_name);
+
+TEST_F(Snapshot, ThumbnailOf32MiBIsRead) {
+    add_file("A.THM", "");
+    ASSERT_EQ(truncate((kFolder + std::string("A.THM")).c_str(), 32 * 1024 * 1024), 0);
+    log_of(kNewestThumbnail, 0);
+    EXPECT_EQ(record.length, 32u * 1024 * 1024);
 }
 
 TEST_F(Snapshot, ThumbnailThatMemoryIsTooSmallFor) {
     add_file("A.THM", "x");
     record.data = static_cast<uint8_t *>(std::malloc(1));
     record.length = 1;
-    intercept::refuse_next("realloc");
+    intercept::refuse_next("malloc", 1);  // the first is the session key's copy
     EXPECT_EQ(log_of(kNewestThumbnail, -99), "JPG_File_is:A.THM\nrealloc memory failed\n");
     EXPECT_EQ(record.length, 1u);
 }
 
 TEST_F(Snapshot, ThumbnailThatIsReadShort) {
     add_file("A.THM", "x");
+    hold_picture("old");
     intercept::refuse_next("fread");
     EXPECT_EQ(log_of(kNewestThumbnail, -99), "JPG_File_is:A.THM\nfread file failed\n");
-    EXPECT_NE(record.data, nullptr);
+    EXPECT_EQ(picture(), "old");
 }
 
 // None stays open, whatever came of the call.
@@ -380,8 +433,8 @@ TEST_F(Snapshot, FilesAreClosed) {
     };
     log_of(kNewestThumbnail, 0);
     const auto before = open_files();
-    for (const char *failing : {"none", "realloc", "fread"}) {
-        intercept::refuse_next(failing);
+    for (const char *failing : {"none", "malloc", "fread"}) {
+        intercept::refuse_next(failing, failing == std::string("malloc") ? 1 : 0);
         log_of(kNewestThumbnail, failing == std::string("none") ? 0 : -99);
     }
     EXPECT_EQ(open_files(), before);

@@ -1,4 +1,7 @@
 // Which frames share a clip, and what happens when something runs out.
+#include <unistd.h>
+
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 #include <filesystem>
@@ -97,6 +100,46 @@ TEST_F(TalkbackFrames, ClipTicksCountFromItsStart) {
         deliver(3, Bytes(10, 0));
     });
     EXPECT_EQ(payloads(), (Lengths{10, 20}));
+}
+
+// Whether the thread sleeps in the kernel.
+bool sleeps(pid_t thread) {
+    const std::string state = read_file("/proc/self/task/" + std::to_string(thread) + "/stat");
+    return state.find(") S ") != std::string::npos;
+}
+
+// Two threads deliver. The one that reads the clock first is held there until the other has delivered its
+// frame or waits for the first: a reading older than the clip's start would part the frames.
+TEST_F(TalkbackFrames, TheClockNeverRunsBackwardsBetweenTwoThreads) {
+    pthread_attr_setdetachstate(&audioback_attr, PTHREAD_CREATE_DETACHED);
+    std::atomic<int> readings{0};
+    std::atomic<pid_t> second_thread{0};
+    std::atomic<bool> second_done{false};
+    intercept::set_processor_clock([&] {
+        const long reading = 100L * ++readings;
+        if (reading == 100) eventually([&] { return second_done || sleeps(second_thread); });
+        return reading;
+    });
+    Bytes data(10, 0);
+    talkback_frame frame{0, 1, 0, 0, 0, 10, data.data()};
+    output_of([&] {
+        std::thread first([&] { EXPECT_EQ(device_play_audio(&frame), 0); });
+        EXPECT_TRUE(eventually([&] { return readings == 1; }));
+        std::thread second([&] {
+            second_thread = gettid();
+            EXPECT_EQ(device_play_audio(&frame), 0);
+            second_done = true;
+        });
+        first.join();
+        second.join();
+        gate.let_on(2);
+        EXPECT_TRUE(eventually([&] {
+            size_t total = 0;
+            for (const std::string &body : posted()) total += body.size() - 44;
+            return total == 20;
+        }));
+    });
+    EXPECT_EQ(posted().size(), 1u);
 }
 
 TEST_F(TalkbackFrames, ClipThatIsBeingFinishedTakesNoMoreFrames) {

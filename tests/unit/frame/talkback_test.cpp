@@ -200,8 +200,15 @@ TEST_F(Talkback, ClipWaitsForASessionKey) {
     EXPECT_EQ(seen[2].substr(0, 34), "POST /CGI/MobileAudio Session=777\n");
 }
 
-TEST_F(Talkback, ThreadWithoutAClipEnds) {
+TEST_F(Talkback, ThreadWithoutAnythingToPlayEnds) {
     EXPECT_EQ(waitAndPlay(nullptr), nullptr);
+    for (const uint32_t length : {0u, 43u, 44u, 1000u}) {
+        talk_clip *clip = static_cast<talk_clip *>(std::calloc(1, sizeof(talk_clip)));
+        if (length < 44) clip->data = static_cast<uint8_t *>(std::calloc(1, 102400));
+        clip->length = length;
+        EXPECT_EQ(waitAndPlay(clip), nullptr) << length;
+    }
+    EXPECT_EQ(fake_os::pauses(), Texts{});
     EXPECT_TRUE(camera.seen().empty());
 }
 

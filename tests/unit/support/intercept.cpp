@@ -19,7 +19,7 @@ namespace {
 struct State {
     std::mutex lock;
     std::map<std::string, int> refused;  // by function: the calls that go well before
-    std::optional<long> processor_ticks;
+    std::function<long()> processor_clock;
     int semaphore_waits = 0;
     std::vector<long> connect_timeouts;
     std::map<int, long> transfer_numbers;
@@ -48,9 +48,13 @@ void refuse_next(const std::string &function, int after) {
     state().refused[function] = after;
 }
 
-void set_processor_ticks(long ticks) {
+void set_processor_clock(std::function<long()> clock) {
     const std::lock_guard<std::mutex> guard(state().lock);
-    state().processor_ticks = ticks;
+    state().processor_clock = std::move(clock);
+}
+
+void set_processor_ticks(long ticks) {
+    set_processor_clock([ticks] { return ticks; });
 }
 
 int semaphore_waits() {
@@ -77,7 +81,7 @@ std::vector<std::string> synced() {
 void reset() {
     const std::lock_guard<std::mutex> guard(state().lock);
     state().refused.clear();
-    state().processor_ticks.reset();
+    state().processor_clock = nullptr;
     state().semaphore_waits = 0;
     state().connect_timeouts.clear();
     state().synced.clear();
@@ -150,8 +154,12 @@ size_t __wrap_fread(void *out, size_t size, size_t count, FILE *file) {
 }
 
 clock_t __wrap_clock(void) {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    return state().processor_ticks ? *state().processor_ticks : __real_clock();
+    std::function<long()> clock;
+    {
+        const std::lock_guard<std::mutex> guard(state().lock);
+        clock = state().processor_clock;
+    }
+    return clock ? clock() : __real_clock();
 }
 
 int __wrap_fsync(int file) {

@@ -3,6 +3,7 @@
 #ifndef UNIT_SUPPORT_INTERCEPT_H
 #define UNIT_SUPPORT_INTERCEPT_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,8 @@ namespace intercept {
 // realloc (null) or fread (0). `after` calls go well before it.
 void refuse_next(const std::string &function, int after = 0);
 
-// What clock() returns from now on.
+// What clock() returns from now on; `clock` is called on the thread that asks.
+void set_processor_clock(std::function<long()> clock);
 void set_processor_ticks(long ticks);
 
 // How often sem_wait was entered: an enqueued job's thread does so once the job is in its queue.
