@@ -13,7 +13,9 @@
 #include <time.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
+#include <iterator>
 
 #include "bend_clock.h"
 
@@ -140,10 +142,24 @@ itimerval scaled_back(const itimerval &real) {
             to_timeval(bend::to_bent(nanoseconds(real.it_value)))};
 }
 
-// Socket options that hold whole seconds or milliseconds.
-std::int64_t unit_of_tcp_option(int option) {
-    if (option == TCP_KEEPIDLE || option == TCP_KEEPINTVL) return bend::kSecond;
-    return option == TCP_USER_TIMEOUT ? bend::kMillisecond : 0;
+// A TCP option that holds a time, in its own unit (nanoseconds), and the shortest real time it is given.
+struct tcp_time {
+    int option;
+    std::int64_t unit;
+    std::int64_t least;
+};
+
+// The kernel looks at the user time-out when it retransmits, 200 ms after the first sending at the earliest.
+// With less than that an acknowledgement that a busy machine delays once would end the connection.
+constexpr tcp_time kTcpTimes[] = {{TCP_KEEPIDLE, bend::kSecond, 1},
+                                  {TCP_KEEPINTVL, bend::kSecond, 1},
+                                  {TCP_USER_TIMEOUT, bend::kMillisecond, 200}};
+
+// Zero (the system's default) and what the kernel refuses stay as they are.
+int to_real_tcp_time(const tcp_time &time, int bent) {
+    if (bent <= 0) return bent;
+    const std::int64_t real = (bend::to_real(bent * time.unit) + time.unit - 1) / time.unit;
+    return static_cast<int>(std::clamp<std::int64_t>(real, time.least, INT_MAX));
 }
 
 }  // namespace
@@ -265,11 +281,13 @@ int setsockopt(int handle, int level, int option, const void *value, socklen_t l
         const timeval real = to_real_timeval(bent);
         return next_setsockopt.get()(handle, level, option, &real, sizeof real);
     }
-    const std::int64_t unit = level == IPPROTO_TCP ? unit_of_tcp_option(option) : 0;
-    if (unit != 0 && length == sizeof(int)) {
+    const tcp_time *time = std::find_if(std::begin(kTcpTimes), std::end(kTcpTimes), [&](const tcp_time &row) {
+        return level == IPPROTO_TCP && row.option == option;
+    });
+    if (time != std::end(kTcpTimes) && length == sizeof(int)) {
         int bent = 0;
         std::memcpy(&bent, value, sizeof bent);
-        const int real = static_cast<int>((bend::to_real(bent * unit) + unit - 1) / unit);
+        const int real = to_real_tcp_time(*time, bent);
         return next_setsockopt.get()(handle, level, option, &real, sizeof real);
     }
     return next_setsockopt.get()(handle, level, option, value, length);

@@ -335,18 +335,46 @@ TEST(BentWaits, posted_semaphore_and_signalled_condition_end_a_wait) {
     other.join();
 }
 
-TEST(BentSocket, keep_alive_times_are_divided_to_whole_seconds) {
+struct option_case {
+    const char *name;
+    int option;
+    int bent;
+    int real;
+};
+
+void PrintTo(const option_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+const option_case kOptions[] = {
+    {"keep_alive_idle", TCP_KEEPIDLE, 250, 3},
+    {"keep_alive_interval_of_a_second_at_least", TCP_KEEPINTVL, 5, 1},
+    {"user_timeout", TCP_USER_TIMEOUT, 30'001, 301},
+    {"user_timeout_that_a_busy_machine_keeps", TCP_USER_TIMEOUT, 3'000, 200},
+    {"user_timeout_taken_back", TCP_USER_TIMEOUT, 0, 0},
+};
+
+class BentSocket : public testing::TestWithParam<option_case> {};
+
+TEST_P(BentSocket, has_its_times_divided) {
+    const auto &[name, option, bent, real] = GetParam();
     const int handle = socket(AF_INET, SOCK_STREAM, 0);
-    const int idle = 250, interval = 5;
-    ASSERT_EQ(setsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle), 0);
-    ASSERT_EQ(setsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval), 0);
-    int value = 0;
+    EXPECT_EQ(setsockopt(handle, IPPROTO_TCP, option, &bent, sizeof bent), 0);
+    int value = -1;
     socklen_t size = sizeof value;
-    getsockopt(handle, IPPROTO_TCP, TCP_KEEPIDLE, &value, &size);
-    EXPECT_EQ(value, 3);
-    getsockopt(handle, IPPROTO_TCP, TCP_KEEPINTVL, &value, &size);
-    EXPECT_EQ(value, 1);
+    EXPECT_EQ(getsockopt(handle, IPPROTO_TCP, option, &value, &size), 0);
+    EXPECT_EQ(value, real);
     close(handle);
 }
+
+TEST_P(BentSocket, refuses_a_time_below_zero) {
+    const int handle = socket(AF_INET, SOCK_STREAM, 0), bent = -1;
+    EXPECT_EQ(setsockopt(handle, IPPROTO_TCP, GetParam().option, &bent, sizeof bent), -1);
+    EXPECT_EQ(errno, EINVAL);
+    close(handle);
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, BentSocket, testing::ValuesIn(kOptions),
+                         [](const auto &row) { return std::string(row.param.name); });
 
 }  // namespace
