@@ -13,9 +13,10 @@ namespace bend {
 
 namespace {
 
+constexpr std::int64_t kMicrosecondsPerSecond = kSecond / kMicrosecond;
 constexpr double kMinimalSpeed = 0.01;
 constexpr double kMaximalSpeed = 10000;
-constexpr double kLongest = 4e18;  // still fits an int64_t, some 127 years
+constexpr std::int64_t kLongest = 4 * kSecond * kSecond;  // still fits twice, some 127 years
 
 struct bent_time {
     double speed;
@@ -70,16 +71,37 @@ bool is_wall(clockid_t clock) {
 }
 
 // What `clock` read, or would have read without any step since, where the bent time began.
-std::int64_t reading_at_origin(clockid_t clock) {
+moment reading_at_origin(clockid_t clock) {
     const bent_time &time = current();
-    if (clock == CLOCK_BOOTTIME) return time.boot_origin;
-    if (!is_wall(clock)) return time.origin;
+    if (clock == CLOCK_BOOTTIME) return later({}, time.boot_origin);
+    if (!is_wall(clock)) return later({}, time.origin);
     const std::int64_t offset =
-        time.shared != nullptr ? __atomic_load_n(&time.shared->wall_offset_ns, __ATOMIC_RELAXED) : 0;
-    return time.wall_origin + offset;
+        time.shared != nullptr ? __atomic_load_n(&time.shared->wall_offset_us, __ATOMIC_RELAXED) : 0;
+    const moment stepped =
+        later({offset / kMicrosecondsPerSecond, 0}, offset % kMicrosecondsPerSecond * kMicrosecond);
+    return later(stepped, time.wall_origin);
 }
 
 }  // namespace
+
+moment later(const moment &start, std::int64_t nanoseconds) {
+    moment result{start.seconds + nanoseconds / kSecond, start.nanoseconds + nanoseconds % kSecond};
+    if (result.nanoseconds < 0) {
+        result.seconds--;
+        result.nanoseconds += kSecond;
+    } else if (result.nanoseconds >= kSecond) {
+        result.seconds++;
+        result.nanoseconds -= kSecond;
+    }
+    return result;
+}
+
+std::int64_t to_length(std::int64_t seconds, std::int64_t nanoseconds) {
+    constexpr std::int64_t kMost = kLongest / kSecond;
+    if (seconds >= kMost) return kLongest;
+    if (seconds <= -kMost) return -kLongest;
+    return seconds * kSecond + nanoseconds;
+}
 
 std::int64_t real_now(clockid_t clock) {
     struct {
@@ -98,23 +120,32 @@ bool is_bent(clockid_t clock) {
            clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_BOOTTIME;
 }
 
-std::int64_t now(clockid_t clock) {
-    return reading_at_origin(clock) + to_bent(real_now(CLOCK_MONOTONIC) - current().origin);
+moment now(clockid_t clock) {
+    return later(reading_at_origin(clock), to_bent(real_now(CLOCK_MONOTONIC) - current().origin));
+}
+
+std::int64_t left_until(clockid_t clock, const moment &deadline) {
+    const moment reading = now(clock);
+    std::int64_t seconds = 0;
+    if (__builtin_sub_overflow(deadline.seconds, reading.seconds, &seconds))
+        return deadline.seconds > 0 ? kLongest : -kLongest;
+    return to_length(seconds, deadline.nanoseconds - reading.nanoseconds);
 }
 
 std::int64_t to_real(std::int64_t bent_length) {
     if (bent_length <= 0) return bent_length;
-    return static_cast<std::int64_t>(
-        std::min(std::ceil(static_cast<double>(bent_length) / current().speed), kLongest));
+    return static_cast<std::int64_t>(std::min(std::ceil(static_cast<double>(bent_length) / current().speed),
+                                              static_cast<double>(kLongest)));
 }
 
 std::int64_t to_bent(std::int64_t real_length) {
+    constexpr auto kMost = static_cast<double>(kLongest);
     return static_cast<std::int64_t>(
-        std::clamp(static_cast<double>(real_length) * current().speed, -kLongest, kLongest));
+        std::clamp(static_cast<double>(real_length) * current().speed, -kMost, kMost));
 }
 
-std::int64_t real_wait(clockid_t clock, std::int64_t deadline) {
-    const std::int64_t left = deadline - now(clock);
+std::int64_t real_wait(clockid_t clock, const moment &deadline) {
+    const std::int64_t left = left_until(clock, deadline);
     if (left <= 0) return 0;
     const std::int64_t wait = to_real(left) + 1;
     return is_wall(clock) ? std::min(wait, kStepCheck) : wait;

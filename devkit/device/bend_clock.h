@@ -1,6 +1,6 @@
-// The bent clocks: what they read, and how long bent times really last. All times are nanoseconds in int64_t,
-// so that this part is the same for every size of time_t. Any thread and any signal handler may call these;
-// none blocks.
+// The bent clocks: what they read, and how long bent times really last. Lengths are nanoseconds in int64_t,
+// readings and deadlines are moments, so that this part is the same for every size of time_t and every year.
+// Any thread and any signal handler may call these; none blocks.
 #ifndef DEVKIT_DEVICE_BEND_CLOCK_H
 #define DEVKIT_DEVICE_BEND_CLOCK_H
 
@@ -16,6 +16,18 @@ constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr std::int64_t kMicrosecond = 1'000;
 
+// A reading of a clock or a deadline on it.
+struct moment {
+    std::int64_t seconds;      // since the clock's zero, negative before it
+    std::int64_t nanoseconds;  // beyond them, 0 to 999,999,999 on either side of zero
+};
+
+// `start` plus so many nanoseconds, which may be negative.
+moment later(const moment &start, std::int64_t nanoseconds);
+
+// The length of so many seconds and nanoseconds; what is longer than some 127 years is those.
+std::int64_t to_length(std::int64_t seconds, std::int64_t nanoseconds);
+
 // A wait for a moment of the wall clock looks this often (in real time) whether the clock was stepped.
 constexpr std::int64_t kStepCheck = 20 * kMillisecond;
 
@@ -26,7 +38,10 @@ std::int64_t real_now(clockid_t clock);
 bool is_bent(clockid_t clock);
 
 // Reading of a bent clock.
-std::int64_t now(clockid_t clock);
+moment now(clockid_t clock);
+
+// Bent length until the bent `clock` reads `deadline`, negative when that is past.
+std::int64_t left_until(clockid_t clock, const moment &deadline);
 
 // The real length of a bent length, rounded up; zero and less stay as they are.
 std::int64_t to_real(std::int64_t bent_length);
@@ -36,7 +51,7 @@ std::int64_t to_bent(std::int64_t real_length);
 
 // Real time left until the bent `clock` reads `deadline`, 0 when it has passed; at most kStepCheck for the
 // wall clock.
-std::int64_t real_wait(clockid_t clock, std::int64_t deadline);
+std::int64_t real_wait(clockid_t clock, const moment &deadline);
 
 // The function of that name behind this library: the sanitizer's where there is one, else libc's. Looked up
 // at the first use, so that other libraries' constructors find it too.

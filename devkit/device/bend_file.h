@@ -11,7 +11,8 @@
 #include <cstdint>
 
 struct bend_file {
-    std::int64_t wall_offset_ns;  // added to the wall clock
+    std::int64_t
+        wall_offset_us;  // added to the wall clock; microseconds reach 292,000 years, nanoseconds 292
     std::int64_t
         origin_ns;  // reading of the real monotonic clock where the bent time began; 0: not yet begun
 };

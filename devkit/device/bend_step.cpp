@@ -8,12 +8,13 @@
 
 namespace {
 
-constexpr double kNanosecondsPerSecond = 1e9;
+constexpr double kMicrosecondsPerSecond = 1e6;
+constexpr double kLongestStep = 1e12;  // seconds, some 30,000 years
 
 int usage() {
     std::fputs(
         "usage: BEND_FILE=FILE bend-step SECONDS    steps the wall clock (may be negative, may have a "
-        "fraction)\n"
+        "fraction; up to 1e12)\n"
         "       BEND_FILE=FILE bend-step --show     prints the sum of all steps in seconds\n",
         stderr);
     return 2;
@@ -27,7 +28,7 @@ int main(int count, char **arguments) {
     const bool show = std::strcmp(argument, "--show") == 0;
     char *end = nullptr;
     const double seconds = std::strtod(argument, &end);
-    if (!show && (end == argument || *end != '\0' || !std::isfinite(seconds))) return usage();
+    if (!show && (end == argument || *end != '\0' || !(std::fabs(seconds) <= kLongestStep))) return usage();
     const char *path = std::getenv("BEND_FILE");
     if (path == nullptr) return usage();
     bend_file *file = map_bend_file(path);
@@ -36,10 +37,10 @@ int main(int count, char **arguments) {
         return 1;
     }
     if (show) {
-        const std::int64_t offset = __atomic_load_n(&file->wall_offset_ns, __ATOMIC_RELAXED);
-        std::printf("%.9f\n", static_cast<double>(offset) / kNanosecondsPerSecond);
+        const std::int64_t offset = __atomic_load_n(&file->wall_offset_us, __ATOMIC_RELAXED);
+        std::printf("%.9f\n", static_cast<double>(offset) / kMicrosecondsPerSecond);
     } else {
-        __atomic_add_fetch(&file->wall_offset_ns, std::llround(seconds * kNanosecondsPerSecond),
+        __atomic_add_fetch(&file->wall_offset_us, std::llround(seconds * kMicrosecondsPerSecond),
                            __ATOMIC_RELAXED);
     }
     return 0;

@@ -47,18 +47,25 @@ constinit next<decltype(setitimer)> next_setitimer{NAME("setitimer", "__setitime
 constinit next<decltype(getitimer)> next_getitimer{NAME("getitimer", "__getitimer64")};
 constinit next<decltype(setsockopt)> next_setsockopt{NAME("setsockopt", "__setsockopt64")};
 
-std::int64_t nanoseconds(const timespec &time) {
-    return static_cast<std::int64_t>(time.tv_sec) * bend::kSecond + time.tv_nsec;
+std::int64_t nanoseconds(const timespec &length) {
+    return bend::to_length(length.tv_sec, length.tv_nsec);
 }
 
-std::int64_t nanoseconds(const timeval &time) {
-    return static_cast<std::int64_t>(time.tv_sec) * bend::kSecond + time.tv_usec * bend::kMicrosecond;
+std::int64_t nanoseconds(const timeval &length) {
+    return bend::to_length(length.tv_sec, length.tv_usec * bend::kMicrosecond);
 }
 
 timespec to_timespec(std::int64_t time) {
     timespec result{};
     result.tv_sec = static_cast<decltype(result.tv_sec)>(time / bend::kSecond);
     result.tv_nsec = static_cast<decltype(result.tv_nsec)>(time % bend::kSecond);
+    return result;
+}
+
+timespec to_timespec(const bend::moment &time) {
+    timespec result{};
+    result.tv_sec = static_cast<decltype(result.tv_sec)>(time.seconds);
+    result.tv_nsec = static_cast<decltype(result.tv_nsec)>(time.nanoseconds);
     return result;
 }
 
@@ -82,11 +89,11 @@ bool is_valid(const timespec &time) {
 // `deadline` or `wait` gives something else than "timed out". The wall clock may be stepped meanwhile.
 template <typename Wait>
 int wait_until(clockid_t clock, const timespec &deadline, clockid_t real_clock, Wait wait) {
-    const std::int64_t end = nanoseconds(deadline);
+    const bend::moment end{deadline.tv_sec, deadline.tv_nsec};
     for (;;) {
         const timespec slice = to_timespec(bend::real_now(real_clock) + bend::real_wait(clock, end));
         const int result = wait(slice);
-        if (result != ETIMEDOUT || bend::now(clock) >= end) return result;
+        if (result != ETIMEDOUT || bend::left_until(clock, end) <= 0) return result;
     }
 }
 
@@ -100,7 +107,8 @@ int wait_on_condition(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid
     const int result = wait_until(clock, deadline, CLOCK_MONOTONIC, [&](const timespec &slice) {
         const int slept = next_cond_wait.get()(condition, mutex, CLOCK_MONOTONIC, &slice);
         // A signal between two slices would find nobody waiting: the caller has to look.
-        return slept == ETIMEDOUT && signals.load() != before && bend::now(clock) < nanoseconds(deadline)
+        return slept == ETIMEDOUT && signals.load() != before &&
+                       bend::left_until(clock, {deadline.tv_sec, deadline.tv_nsec}) > 0
                    ? kSignalled
                    : slept;
     });
@@ -168,20 +176,26 @@ int to_real_tcp_time(const tcp_time &time, int bent) {
 extern "C" {
 
 int clock_gettime(clockid_t clock, timespec *reading) noexcept {
-    const std::int64_t time = bend::is_bent(clock) ? bend::now(clock) : bend::real_now(clock);
-    if (time < 0 && !bend::is_bent(clock)) return -1;
+    if (bend::is_bent(clock)) {
+        *reading = to_timespec(bend::now(clock));
+        return 0;
+    }
+    const std::int64_t time = bend::real_now(clock);
+    if (time < 0) return -1;
     *reading = to_timespec(time);
     return 0;
 }
 
 time_t time(time_t *reading) noexcept {
-    const auto seconds = static_cast<time_t>(bend::now(CLOCK_REALTIME) / bend::kSecond);
+    const auto seconds = static_cast<time_t>(bend::now(CLOCK_REALTIME).seconds);
     if (reading != nullptr) *reading = seconds;
     return seconds;
 }
 
 int gettimeofday(timeval *reading, void *zone) noexcept {
-    *reading = to_timeval(bend::now(CLOCK_REALTIME));
+    const bend::moment time = bend::now(CLOCK_REALTIME);
+    reading->tv_sec = static_cast<decltype(reading->tv_sec)>(time.seconds);
+    reading->tv_usec = static_cast<decltype(reading->tv_usec)>(time.nanoseconds / bend::kMicrosecond);
     if (zone != nullptr) std::memset(zone, 0, sizeof(struct timezone));
     return 0;
 }

@@ -110,4 +110,13 @@ TEST(BentSleep, interrupted_sleep_tells_the_bent_rest) {
     EXPECT_EQ(clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr), EINTR);
 }
 
+TEST(BentSleep, may_be_longer_than_nanoseconds_count) {
+    if (sizeof(time_t) < 8) GTEST_SKIP() << "time_t does not reach there";
+    handle_alarm(count_alarm);
+    const timespec millennium = {static_cast<time_t>(10'000'000'000), 0};
+    alarm(10);
+    EXPECT_EQ(nanosleep(&millennium, nullptr), -1);
+    EXPECT_EQ(errno, EINTR);
+}
+
 }  // namespace

@@ -1,10 +1,12 @@
-// Steps of the bent wall clock while the process runs.
+// Steps of the bent wall clock while the process runs, to years that int64 nanoseconds do not reach, too.
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/time.h>
 
 #include <atomic>
+#include <cmath>
 #include <fstream>
 #include <functional>
 #include <ostream>
@@ -38,7 +40,8 @@ TEST(WallStep, tool_steps_and_shows) {
     EXPECT_NEAR(bent_seconds(CLOCK_REALTIME), wall - 86400.5, kLate);
     EXPECT_EQ(system("test \"$(" BEND_STEP " --show)\" = -86400.500000000"), 0);
     ASSERT_EQ(system(BEND_STEP " 86400.5"), 0);
-    EXPECT_NE(system(BEND_STEP " soon 2>/dev/null"), 0);
+    for (const char *refused : {"soon", "1e13", "-1e13", "nan"})
+        EXPECT_NE(system((std::string(BEND_STEP " -- ") + refused + " 2>/dev/null").c_str()), 0) << refused;
 }
 
 int wait_on_condition(clockid_t attribute, const timespec &deadline) {
@@ -125,6 +128,74 @@ TEST(WallStep, leaves_a_monotonic_wait_alone) {
     stepper.join();
     step_wall_clock(-kYear);
 }
+
+struct far_case {
+    const char *name;
+    double second;  // since 1970
+};
+
+void PrintTo(const far_case &row, std::ostream *out) {
+    *out << row.name;
+}
+
+const far_case kFarSeconds[] = {
+    {"year_1", -62135596800},
+    {"year_1901", -2177452800},
+    {"an_hour_before_1970", -3600},
+    {"the_turn_of_1970", -5},
+    {"the_last_second_of_int64_nanoseconds", 9223372036 - 5},
+    {"the_turn_of_the_year_10000", 253402300800 - 5},
+    {"year_30000", 884541340800},
+};
+
+// The clock stands at the row's second, and back where it was after the test.
+class FarWall : public testing::TestWithParam<far_case> {
+  protected:
+    void SetUp() override {
+        if (sizeof(time_t) < 8) GTEST_SKIP() << "time_t does not reach there";
+        step_ = GetParam().second - std::floor(bent_seconds(CLOCK_REALTIME));
+        step_wall_clock(step_);
+    }
+    void TearDown() override {
+        step_wall_clock(-step_);
+    }
+    double step_ = 0;
+};
+
+// Who waits for what is left of a second takes the fraction from one: a negative fraction doubles such a
+// wait.
+TEST_P(FarWall, reads_whole_seconds_and_what_is_beyond) {
+    const double end = real_seconds() + 0.1;
+    while (real_seconds() < end) {
+        timespec fine{};
+        timeval coarse{};
+        const time_t before = time(nullptr);
+        clock_gettime(CLOCK_REALTIME, &fine);
+        gettimeofday(&coarse, nullptr);
+        const time_t after = time(nullptr);
+        ASSERT_GE(fine.tv_nsec, 0);
+        ASSERT_LT(fine.tv_nsec, 1'000'000'000);
+        ASSERT_GE(coarse.tv_usec, 0);
+        ASSERT_LT(coarse.tv_usec, 1'000'000);
+        ASSERT_LE(before, fine.tv_sec);
+        ASSERT_LE(fine.tv_sec, coarse.tv_sec);
+        ASSERT_LE(coarse.tv_sec, after);
+        ASSERT_NEAR(static_cast<double>(after), GetParam().second, kLate);
+    }
+}
+
+TEST_P(FarWall, waits_last_their_length) {
+    for (const wait_case &row : kWallWaits) {
+        const double start = bent_seconds(CLOCK_MONOTONIC);
+        row.wait(bent_deadline(CLOCK_REALTIME, 10));
+        const double waited = bent_seconds(CLOCK_MONOTONIC) - start;
+        EXPECT_GE(waited, 9.99) << row.name;
+        EXPECT_LT(waited, 10 + kLate) << row.name;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Seconds, FarWall, testing::ValuesIn(kFarSeconds),
+                         [](const auto &row) { return std::string(row.param.name); });
 
 // A waiter that sleeps in slices must not lose a signal that falls between two of them.
 TEST(WallStep, no_signal_is_lost_in_a_sliced_wait) {
