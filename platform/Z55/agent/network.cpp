@@ -96,7 +96,8 @@ std::optional<std::string> get_uuid() {
 }
 
 std::string get_MAC_uppercase() {
-    std::string mac = last_line(read_shell("line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :"));
+    std::string mac =
+        last_line(read_shell("line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :").value_or(""));
     mac.resize(std::min(mac.size(), kMacLength));
     for (char &digit : mac) digit = static_cast<char>(std::toupper(static_cast<unsigned char>(digit)));
     std::printf("get_MAC_uppercase = \"%s\"\n", mac.c_str());
@@ -105,7 +106,7 @@ std::string get_MAC_uppercase() {
 
 std::optional<std::string> get_default_gateway() {
     const std::lock_guard<std::mutex> lock(gateway_file_lock);
-    run_shell("netstat -rn > gateway.txt");
+    (void)run_shell("netstat -rn > gateway.txt");
     FILE *file = std::fopen("gateway.txt", "re");
     if (file == nullptr) return std::nullopt;
     std::optional<std::string> gateway;
@@ -121,7 +122,8 @@ std::optional<std::string> get_default_gateway() {
 }
 
 int wlan0_exists() {
-    const bool listed = last_line(read_shell("ifconfig|grep wlan0")).find("wlan0") != std::string::npos;
+    const bool listed =
+        last_line(read_shell("ifconfig|grep wlan0").value_or("")).find("wlan0") != std::string::npos;
     std::puts(listed ? "Device \"wlan0\" exists." : "Device \"wlan0\" does NOT exist.");
     return listed ? 1 : 0;
 }

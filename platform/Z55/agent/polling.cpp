@@ -256,7 +256,7 @@ int SendAlarmData(int index, const char *name, int status) {
 int get_SDspace_percent() {
     static constinit std::mutex file_lock;  // around df and the reading of its output
     const std::lock_guard<std::mutex> lock(file_lock);
-    run_shell("df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent");
+    (void)run_shell("df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent");
     char text[10] = {};
     if (FILE *file = std::fopen("/tmp/space_percent", "re")) {
         if (std::fgets(text, sizeof text, file) == nullptr) text[0] = '\0';

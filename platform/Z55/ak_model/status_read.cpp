@@ -82,7 +82,7 @@ std::optional<std::string> camera_value(const char *key) {
 // "" when df said nothing; nothing without an output file.
 std::optional<std::string> card_number(CardQuery &query) {
     const std::lock_guard<std::mutex> lock(query.lock);
-    run_shell(query.command);
+    (void)run_shell(query.command);
     FILE *file = std::fopen(query.file, "re");
     if (file == nullptr) return std::nullopt;
     std::fseek(file, 0, SEEK_END);

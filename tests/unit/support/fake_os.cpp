@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "agent/utils/os.h"
@@ -23,6 +24,7 @@ struct State {
     std::function<void(const std::string &)> pause_hook;
     std::function<fake_os::ShellResult(const std::string &)> shell;
     Texts commands;
+    std::vector<int> limits;
     int reboot_result = -1;
     std::function<void()> reboot_action;
     int reboots = 0;
@@ -109,6 +111,7 @@ void reset() {
     s.pause_hook = nullptr;
     s.shell = nullptr;
     s.commands.clear();
+    s.limits.clear();
     s.reboot_result = -1;
     s.reboot_action = nullptr;
     s.reboots = 0;
@@ -167,6 +170,10 @@ Texts shell_commands() {
     return locked(&State::commands);
 }
 
+std::vector<int> shell_limits() {
+    return locked(&State::limits);
+}
+
 void on_reboot(int result, std::function<void()> action) {
     set_locked(&State::reboot_result, result);
     set_locked(&State::reboot_action, std::move(action));
@@ -206,12 +213,19 @@ void pause_within_second(long nanoseconds) {
     s.worker_pauses.push_back(nanoseconds);
 }
 
-int run_shell(const char *command) {
+int run_shell(const char *command, int limit_seconds) {
+    {
+        State &s = state();
+        const std::lock_guard<std::mutex> lock(s.lock);
+        s.limits.push_back(limit_seconds);
+    }
     return shell(command).status;
 }
 
-std::string read_shell(const char *command) {
-    return shell(command).output;
+std::optional<std::string> read_shell(const char *command) {
+    const fake_os::ShellResult result = shell(command);
+    if (result.status != 0) return std::nullopt;
+    return result.output;
 }
 
 int exec_reboot_tool() {

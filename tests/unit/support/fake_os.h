@@ -1,6 +1,6 @@
 // The door to the operating system as the unit tests have it: clocks that only pauses and tests move, pauses
 // that return at once and are recorded, shell commands and the reboot tool that are recorded and answered by
-// the test. Stands in for platform/Z55/agent/utils/os.cpp. Any thread may call anything here.
+// the test. Stands in for platform/Z55/agent/utils/os*.cpp. Any thread may call anything here.
 #ifndef UNIT_SUPPORT_FAKE_OS_H
 #define UNIT_SUPPORT_FAKE_OS_H
 
@@ -45,7 +45,7 @@ bool run_until_pause(int n, std::function<void()> body);
 
 struct ShellResult {
     int status = 0;           // wait status: an exit code of 1 is 256
-    std::string output = "";  // of read_shell
+    std::string output = "";  // of read_shell, where the status is 0
 };
 
 // `answer` gives the result of every command; without it all succeed and print nothing. It may also do what
@@ -54,6 +54,9 @@ void on_shell(std::function<ShellResult(const std::string &command)> answer);
 
 // Every command of run_shell and read_shell, in order.
 Texts shell_commands();
+
+// The limit in seconds of every run_shell, in order.
+std::vector<int> shell_limits();
 
 // What exec_reboot_tool returns (with errno 2), and how often it was called. `action` is called first: park()
 // makes it the reboot that does not return.

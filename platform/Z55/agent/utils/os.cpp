@@ -2,8 +2,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -37,50 +35,6 @@ void sleep_nanoseconds(std::int64_t length) {
     }
 }
 
-// Starts /bin/sh on `command`; `output`, where not -1, becomes its standard output. Returns the child or -1.
-pid_t spawn_shell(const char *command, int output) {
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t signals;
-    sigemptyset(&signals);
-    posix_spawnattr_setsigmask(&attributes, &signals);
-    sigfillset(&signals);
-    posix_spawnattr_setsigdefault(&attributes, &signals);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (output >= 0) posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
-
-    char shell[] = "sh";
-    char option[] = "-c";
-    std::string text(command);
-    char *arguments[] = {shell, option, text.data(), nullptr};
-    pid_t child = -1;
-    const int error = posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    posix_spawnattr_destroy(&attributes);
-    return error == 0 ? child : -1;
-}
-
-int wait_for(pid_t child) {
-    if (child < 0) return -1;
-    int status = -1;
-    while (waitpid(child, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
-    }
-    return status;
-}
-
-std::string read_all(int descriptor) {
-    std::string text;
-    char piece[256];
-    for (;;) {
-        const ssize_t count = read(descriptor, piece, sizeof piece);
-        if (count > 0) text.append(piece, static_cast<size_t>(count));
-        if (count == 0 || (count < 0 && errno != EINTR)) return text;
-    }
-}
-
 }  // namespace
 
 time_t wall_seconds() {
@@ -106,21 +60,6 @@ void pause_seconds(long seconds) {
 
 void pause_within_second(long nanoseconds) {
     sleep_nanoseconds(nanoseconds - now(CLOCK_REALTIME).tv_nsec);
-}
-
-int run_shell(const char *command) {
-    return wait_for(spawn_shell(command, -1));
-}
-
-std::string read_shell(const char *command) {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return {};
-    const pid_t child = spawn_shell(command, ends[1]);
-    close(ends[1]);
-    std::string text = read_all(ends[0]);
-    close(ends[0]);
-    wait_for(child);
-    return text;
 }
 
 int exec_reboot_tool() {

@@ -1,11 +1,13 @@
 // The one door to the operating system: clocks, pauses, the shell, other programs. Any thread may call any of
-// these. Everything that is started here gets an empty signal mask and default signal handlers.
+// these. Everything that is started here gets an empty signal mask, every signal at its default and no
+// descriptor but 0 to 2.
 #ifndef Z55_AGENT_UTILS_OS_H
 #define Z55_AGENT_UTILS_OS_H
 
 #include <time.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 // Seconds since the epoch on the wall clock, which is stepped by NTP.
@@ -24,12 +26,18 @@ void pause_seconds(long seconds);
 // The same for a deadline `nanoseconds` into the current second; returns at once when that has passed.
 void pause_within_second(long nanoseconds);
 
-// Runs `command` with /bin/sh and waits for it. Returns its wait status, -1 when it could not be started.
-int run_shell(const char *command);
+// What a command may take before it is ended, with all that it has started, and counts as failed.
+inline constexpr int kCommandSeconds = 60;
 
-// Runs `command` with /bin/sh, waits for it and returns what it wrote to standard output ("" when it could
-// not start).
-std::string read_shell(const char *command);
+// Runs `command` with /bin/sh and waits for it, `limit_seconds` at most and a second more where even SIGKILL
+// does not end it (a dead disk). Returns its wait status, which is 0 only for success; -1 when it could not
+// be started or did not end. While eight commands that did not end are still there no other one is started.
+// The command dies with the agent.
+[[nodiscard]] int run_shell(const char *command, int limit_seconds = kCommandSeconds);
+
+// The same within kCommandSeconds. Returns what the command and all that it has started wrote to standard
+// output, the first 64 KiB of it; nothing when it failed.
+[[nodiscard]] std::optional<std::string> read_shell(const char *command);
 
 // Replaces this process with the reboot tool. Returns only on failure: -1, errno set.
 int exec_reboot_tool();

@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,14 +16,7 @@
 #include <sstream>
 #include <vector>
 
-// The names under which clock_gettime and clock_nanosleep are called.
-#if __TIMESIZE == 32
-#define WRAPPED_GETTIME __wrap___clock_gettime64
-#define WRAPPED_NANOSLEEP __wrap___clock_nanosleep_time64
-#else
-#define WRAPPED_GETTIME __wrap_clock_gettime
-#define WRAPPED_NANOSLEEP __wrap_clock_nanosleep
-#endif
+#include "wrapped_clocks.h"
 
 namespace {
 
@@ -41,7 +32,6 @@ struct Sleep {
 std::int64_t wall = 0, steady = 0;  // nanoseconds
 std::vector<Sleep> sleeps;
 int interruptions = 0;  // of the sleeps to come
-bool refuse_spawn = false, refuse_pipe = false;
 std::string cache_file_at_sync;
 int syncs = 0;
 
@@ -70,20 +60,6 @@ int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, time
     return interruptions-- > 0 ? EINTR : 0;
 }
 
-int __real_posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
-                       const posix_spawnattr_t *attributes, char *const *arguments, char *const *environment);
-int __wrap_posix_spawn(pid_t *child, const char *path, const posix_spawn_file_actions_t *actions,
-                       const posix_spawnattr_t *attributes, char *const *arguments,
-                       char *const *environment) {
-    if (refuse_spawn) return EAGAIN;
-    return __real_posix_spawn(child, path, actions, attributes, arguments, environment);
-}
-
-int __real_pipe2(int *ends, int flags);
-int __wrap_pipe2(int *ends, int flags) {
-    return refuse_pipe ? -1 : __real_pipe2(ends, flags);
-}
-
 void __wrap_sync() {
     syncs++;
     cache_file_at_sync = read_file(kDropCaches);
@@ -101,7 +77,6 @@ class Os : public testing::Test {
         steady = 50 * kSecond + 700'000'000;
         sleeps.clear();
         interruptions = 0;
-        refuse_spawn = refuse_pipe = false;
         syncs = 0;
     }
     static std::vector<Sleep> until(std::int64_t deadline) {
@@ -194,53 +169,7 @@ TEST_F(Os, APauseWithinTheSecondEndsWhereTheSecondHasGoneFar) {
     EXPECT_TRUE(sleeps.empty());
 }
 
-// --- The shell.
-
-TEST_F(Os, RunShellGivesTheWaitStatus) {
-    EXPECT_EQ(0, run_shell("true"));
-    EXPECT_EQ(3 * 256, run_shell("exit 3"));
-    EXPECT_EQ(127 * 256, run_shell("no_such_program 2>/dev/null"));
-    EXPECT_EQ(SIGKILL, run_shell("kill -9 $$"));
-}
-
-TEST_F(Os, RunShellUnderstandsTheWholeShell) {
-    unlink("/tmp/os_test");
-    EXPECT_EQ(0, run_shell("printf '%s' \"a  b\" | tr a x > /tmp/os_test && test -s /tmp/os_test"));
-    EXPECT_EQ("x  b", read_file("/tmp/os_test"));
-}
-
-TEST_F(Os, ReadShellGivesAllThatWasWritten) {
-    EXPECT_EQ("one\ntwo\n", read_shell("echo one; echo no >/dev/null; echo two; exit 5"));
-    EXPECT_EQ("", read_shell("true"));
-    EXPECT_EQ(std::string(100'000, '0'), read_shell("head -c 100000 /dev/zero | tr '\\0' 0"));
-}
-
-TEST_F(Os, WhatCannotStartIsAFailure) {
-    refuse_spawn = true;
-    EXPECT_EQ(-1, run_shell("true"));
-    EXPECT_EQ("", read_shell("echo x"));
-    refuse_spawn = false;
-    refuse_pipe = true;
-    EXPECT_EQ("", read_shell("echo x"));
-}
-
-// Signals set as badly as a caller can have them, put back afterwards.
-class OddSignals {
-  public:
-    OddSignals() {
-        sigset_t all;
-        sigfillset(&all);
-        sigprocmask(SIG_SETMASK, &all, &mask_);
-        for (const int number : {SIGINT, SIGPIPE, SIGALRM}) signal(number, SIG_IGN);
-    }
-    ~OddSignals() {
-        for (const int number : {SIGINT, SIGPIPE, SIGALRM}) signal(number, SIG_DFL);
-        sigprocmask(SIG_SETMASK, &mask_, nullptr);
-    }
-
-  private:
-    sigset_t mask_{};
-};
+// --- The reboot tool. In its place stands a shell, which runs the file named by the tool's argument.
 
 // The signals of a line of /proc/PID/status, less the real-time ones, of which libraries keep some for
 // themselves.
@@ -249,53 +178,6 @@ std::uint64_t signals_of(const std::string &status, const std::string &name) {
     if (found == std::string::npos) return ~std::uint64_t{0};
     return std::strtoull(status.c_str() + found + name.size() + 1, nullptr, 16) & 0x7fffffff;
 }
-
-TEST_F(Os, TheProgramsThatAreStartedHaveAnEmptyMaskAndDefaultHandlers) {
-    const OddSignals odd;
-    const std::string read = read_shell("cat /proc/self/status");
-    EXPECT_EQ(0, run_shell("cat /proc/self/status > /tmp/os_test"));
-    for (const std::string &status : {read, read_file("/tmp/os_test")}) {
-        EXPECT_EQ(0u, signals_of(status, "SigBlk"));
-        EXPECT_EQ(0u, signals_of(status, "SigIgn"));
-    }
-}
-
-TEST_F(Os, SignalsDoNotCutACommandShort) {
-    struct sigaction action {};
-    action.sa_handler = [](int) {};  // and no SA_RESTART
-    sigaction(SIGALRM, &action, nullptr);
-    const itimerval every_millisecond{{0, 1000}, {0, 1000}};
-    setitimer(ITIMER_REAL, &every_millisecond, nullptr);
-    EXPECT_EQ(512, run_shell("sleep 0.03; exit 2"));
-    EXPECT_EQ("x\n", read_shell("sleep 0.03; echo x"));
-    const itimerval never{};
-    setitimer(ITIMER_REAL, &never, nullptr);
-    signal(SIGALRM, SIG_DFL);
-}
-
-TEST_F(Os, NothingIsLeftBehind) {
-    const auto descriptors = [] {
-        size_t count = 0;
-        for ([[maybe_unused]] const auto &d : std::filesystem::directory_iterator("/proc/self/fd")) count++;
-        return count;
-    };
-    const size_t before = descriptors();
-    for (int i = 0; i < 5; i++) {
-        run_shell("true");
-        read_shell("echo x");
-        refuse_spawn = i % 2 == 0;
-    }
-    EXPECT_EQ(before, descriptors());
-    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "no child is left, dead or alive";
-    EXPECT_EQ(ECHILD, errno);
-}
-
-TEST_F(Os, TheReadersPipeIsNotHandedOn) {
-    run_shell("ls /proc/self/fd | grep -c . > /tmp/os_test");
-    EXPECT_EQ(read_file("/tmp/os_test"), read_shell("ls /proc/self/fd | grep -c ."));
-}
-
-// --- The reboot tool. In its place stands a shell, which runs the file named by the tool's argument.
 
 class RebootTool : public Os {
   protected:

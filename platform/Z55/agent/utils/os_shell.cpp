@@ -1,0 +1,160 @@
+// Shell commands, from their start to an end that does not depend on them.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+#include <vector>
+
+#include "os.h"
+#include "os_inherit.h"
+
+namespace {
+
+constexpr std::int64_t kFirstPause = 1;  // milliseconds, as the next two
+constexpr std::int64_t kLongestPause = 32;
+constexpr std::int64_t kDeathMilliseconds = 1000;  // that SIGKILL is given
+constexpr size_t kMostOutput = 65536;
+
+// The commands that did not end, and what guards them.
+constexpr size_t kMostLeftBehind = 8;
+constinit std::mutex left_behind_lock;
+constinit std::vector<pid_t> left_behind;
+
+// A wait in pauses that grow, so that neither a short command is held up nor a long one costs anything. The
+// kernels of the device cannot wait for a child with a limit, and SIGCHLD belongs to the whole process.
+class Patience {
+  public:
+    explicit Patience(std::int64_t milliseconds) : end_(now() + milliseconds) {}
+    bool over() const {
+        return now() >= end_;
+    }
+    // False when it is over.
+    [[nodiscard]] bool pause() {
+        const std::int64_t left = end_ - now();
+        if (left <= 0) return false;
+        sleep_milliseconds(std::min(left, pause_));
+        pause_ = std::min(2 * pause_, kLongestPause);
+        return true;
+    }
+
+  private:
+    static std::int64_t now() {
+        timespec reading{};
+        clock_gettime(CLOCK_MONOTONIC, &reading);
+        return static_cast<std::int64_t>(reading.tv_sec) * 1000 + reading.tv_nsec / 1'000'000;
+    }
+
+    std::int64_t end_;
+    std::int64_t pause_ = kFirstPause;
+};
+
+// Runs in the agent's own memory: nothing here may allocate, lock or return.
+[[noreturn]] void become_shell(const char *command, int output) {
+    setpgid(0, 0);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (output >= 0) dup2(output, STDOUT_FILENO);
+    close_descriptors();
+    reset_signals();
+    execl("/bin/sh", "sh", "-c", command, nullptr);
+    _exit(127);
+}
+
+// `output`, where not -1, becomes the standard output. Returns the child, which leads a process group of its
+// own, or -1. Not posix_spawn: it cannot close descriptors that it is not told of.
+pid_t start_shell(const char *command, int output) {
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);    // a handler must not run in the child
+    const pid_t child = vfork();                    // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    if (child == 0) become_shell(command, output);  // NOLINT(clang-analyzer-unix.Vfork): it keeps the rules
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return child;
+}
+
+// Waits for the end of the child, whose status is -1 where another one has taken it. False when the patience
+// is over first.
+bool ends_within(Patience &patience, pid_t child, int &status) {
+    for (;;) {
+        const pid_t ended = waitpid(child, &status, WNOHANG);
+        if (ended == child) return true;
+        if (ended < 0 && errno != EINTR) {
+            status = -1;
+            return true;
+        }
+        if (!patience.pause()) return false;
+    }
+}
+
+// Whether there is room for one more command that does not end. Those that have ended meanwhile make it.
+bool may_start() {
+    const std::lock_guard<std::mutex> lock(left_behind_lock);
+    std::erase_if(left_behind, [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; });
+    return left_behind.size() < kMostLeftBehind;
+}
+
+void leave_behind(pid_t child) {
+    const std::lock_guard<std::mutex> lock(left_behind_lock);
+    left_behind.push_back(child);
+}
+
+// The child is still there, so its number is the group's and nobody else's.
+int end_group(pid_t child) {
+    kill(-child, SIGKILL);
+    Patience patience(kDeathMilliseconds);
+    int status = -1;
+    if (ends_within(patience, child, status)) return status;
+    leave_behind(child);
+    return -1;
+}
+
+int wait_for(pid_t child, Patience &patience) {
+    int status = -1;
+    return ends_within(patience, child, status) ? status : end_group(child);
+}
+
+// Reads to the end of the output. False when the patience is over first.
+bool read_all(int output, Patience &patience, std::string &text) {
+    char piece[1024];
+    for (;;) {
+        const ssize_t count = read(output, piece, sizeof piece);
+        if (count == 0) return true;
+        if (count > 0) text.append(piece, std::min(static_cast<size_t>(count), kMostOutput - text.size()));
+        if (count > 0 ? patience.over() : !patience.pause()) return false;
+    }
+}
+
+}  // namespace
+
+int run_shell(const char *command, int limit_seconds) {
+    const pid_t child = may_start() ? start_shell(command, -1) : -1;
+    if (child < 0) return -1;
+    Patience patience(std::int64_t{limit_seconds} * 1000);
+    return wait_for(child, patience);
+}
+
+std::optional<std::string> read_shell(const char *command) {
+    int ends[2];
+    if (!may_start() || pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    const pid_t child = start_shell(command, ends[1]);
+    close(ends[1]);
+    std::string text;
+    int status = -1;
+    if (child >= 0) {
+        Patience patience(std::int64_t{kCommandSeconds} * 1000);
+        if (read_all(ends[0], patience, text)) {
+            status = wait_for(child, patience);
+        } else {
+            end_group(child);
+        }
+    }
+    close(ends[0]);
+    if (status != 0) return std::nullopt;
+    return text;
+}

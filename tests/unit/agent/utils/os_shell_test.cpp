@@ -1,0 +1,404 @@
+// Shell commands as they really run: results, what a command inherits, and its end when it does not end
+// itself. Time runs as fast as a test wants; what SIGKILL ends is the test's choice too.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/utils/os.h"
+#include "wrapped_clocks.h"
+
+namespace {
+
+constexpr std::int64_t kSecond = 1'000'000'000;  // nanoseconds
+constexpr char kFile[] = "/tmp/os_test";
+
+std::int64_t start_of_time = 0;     // nanoseconds of the machine's clock
+std::atomic<int> speed{1};          // of the clocks that the door sees
+std::atomic<bool> immortal{false};  // nothing dies of SIGKILL
+std::atomic<pid_t> last_killed{0};  // as kill was told
+
+timespec to_timespec(std::int64_t nanoseconds) {
+    timespec result{};
+    result.tv_sec = static_cast<time_t>(nanoseconds / kSecond);
+    result.tv_nsec = static_cast<long>(nanoseconds % kSecond);
+    return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+int REAL_GETTIME(clockid_t clock, timespec *reading);
+int WRAPPED_GETTIME(clockid_t clock, timespec *reading) {
+    REAL_GETTIME(clock, reading);
+    const std::int64_t real = reading->tv_sec * kSecond + reading->tv_nsec;
+    if (start_of_time == 0) start_of_time = real;
+    *reading = to_timespec((real - start_of_time) * speed);
+    return 0;
+}
+
+int REAL_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, timespec *rest);
+int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, timespec *rest) {
+    const timespec real =
+        to_timespec(start_of_time + (deadline->tv_sec * kSecond + deadline->tv_nsec) / speed);
+    return REAL_NANOSLEEP(clock, flags, &real, rest);
+}
+
+int __real_kill(pid_t process, int number);
+int __wrap_kill(pid_t process, int number) {
+    last_killed = process;
+    return immortal ? 0 : __real_kill(process, number);
+}
+
+}  // extern "C"
+
+namespace {
+
+std::string read_file(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+double seconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+class Shell : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(std::filesystem::exists("/tmp/.device")) << "runs in the device view only";
+        std::filesystem::remove(kFile);
+        seconds();                         // time starts here, on one thread
+        prctl(PR_SET_CHILD_SUBREAPER, 1);  // what a command leaves behind becomes ours to wait for
+    }
+    void TearDown() override {
+        speed = 1;
+        immortal = false;
+    }
+};
+
+// What run_shell and read_shell have to give alike.
+struct Way {
+    const char *name;
+    // Runs a command and returns what it printed, "failed" when it failed.
+    std::string (*run)(const std::string &command);
+};
+
+constexpr Way kWays[] = {
+    {"run_shell",
+     [](const std::string &command) {
+         const int status = run_shell(("(" + command + ") > " + kFile).c_str());
+         return status == 0 ? read_file(kFile) : std::string("failed");
+     }},
+    {"read_shell", [](const std::string &command) { return read_shell(command.c_str()).value_or("failed"); }},
+};
+
+class EachWay : public Shell, public testing::WithParamInterface<Way> {};
+INSTANTIATE_TEST_SUITE_P(Shell, EachWay, testing::ValuesIn(kWays),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+// --- Results.
+
+TEST_F(Shell, RunningGivesTheWaitStatus) {
+    EXPECT_EQ(0, run_shell("true"));
+    EXPECT_EQ(3 * 256, run_shell("exit 3"));
+    EXPECT_EQ(127 * 256, run_shell("no_such_program 2>/dev/null"));
+    EXPECT_EQ(SIGKILL, run_shell("kill -9 $$"));
+}
+
+TEST_F(Shell, ReadingGivesAllThatWasWritten) {
+    EXPECT_EQ("one\ntwo\n", read_shell("echo one; echo no >/dev/null; echo two"));
+    EXPECT_EQ("", read_shell("true"));
+    EXPECT_EQ("late\n", read_shell("(sleep 0.05; echo late) &"));
+}
+
+TEST_F(Shell, ReadingEndsAt64KiBAndLetsTheCommandFinish) {
+    EXPECT_EQ(std::string(65'536, '0'),
+              read_shell("head -c 300000 /dev/zero | tr '\\0' 0; echo done > /tmp/os_test"));
+    EXPECT_EQ("done\n", read_file(kFile));
+}
+
+TEST_F(Shell, WhatAFailedCommandPrintedIsNoAnswer) {
+    EXPECT_EQ(std::nullopt, read_shell("echo one; exit 5"));
+    EXPECT_EQ(std::nullopt, read_shell("echo one; kill -9 $$"));
+}
+
+TEST_P(EachWay, UnderstandsTheWholeShell) {
+    EXPECT_EQ("x  b", GetParam().run("printf '%s' \"a  b\" | tr a x && test -d /tmp"));
+}
+
+TEST_P(EachWay, ReturnsWhatItsOwnCommandPrinted) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) {
+        threads.emplace_back([text = std::to_string(i)] {
+            for (int round = 0; round < 10; round++) {
+                EXPECT_EQ(text + "\n", read_shell(("echo " + text).c_str()));
+            }
+        });
+    }
+    for (std::thread &thread : threads) thread.join();
+}
+
+// --- What cannot start.
+
+// The kernel makes no process any more for the caller. False where it cannot be told so (emulation).
+bool refuse_processes() {
+#ifdef __NR_vfork
+    constexpr unsigned kCalls[] = {__NR_vfork, __NR_fork, __NR_clone, __NR_clone3};
+#else
+    constexpr unsigned kCalls[] = {__NR_clone, __NR_clone3};
+#endif
+    std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0)};
+    for (const unsigned call : kCalls) {
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+        filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    const sock_fprog program = {static_cast<unsigned short>(filter.size()), filter.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST_F(Shell, WhatCannotStartIsAFailure) {
+    constexpr int kSkipped = 77;
+    const pid_t child = fork();
+    if (child == 0) {
+        if (!refuse_processes()) _exit(kSkipped);
+        _exit(run_shell("true") == -1 && !read_shell("echo x") ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    if (status == kSkipped << 8) GTEST_SKIP() << "no system call can be refused here";
+    EXPECT_EQ(0, status);
+}
+
+TEST_F(Shell, WithoutADescriptorForThePipeReadingIsAFailure) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit few{3, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    EXPECT_EQ(std::nullopt, read_shell("echo x"));
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// --- What a command inherits.
+
+TEST_P(EachWay, HandsOnNoDescriptorAbove2) {
+    const int low = open("/dev/null", O_RDONLY);
+    const int high = fcntl(low, F_DUPFD, 250);
+    EXPECT_EQ("0\n1\n2\n", GetParam().run("ls /proc/$$/fd; true"));
+    close(low);
+    close(high);
+}
+
+// Signals set as badly as a caller can have them, put back afterwards.
+class OddSignals {
+  public:
+    OddSignals() {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, &mask_);
+        for (const int number : kIgnored) signal(number, SIG_IGN);
+    }
+    ~OddSignals() {
+        for (const int number : kIgnored) signal(number, SIG_DFL);
+        sigprocmask(SIG_SETMASK, &mask_, nullptr);
+    }
+
+  private:
+    static constexpr int kIgnored[] = {SIGHUP, SIGINT, SIGPIPE, SIGALRM};
+    sigset_t mask_{};
+};
+
+// The signals of a line of /proc/PID/status, less the real-time ones, of which libraries keep some for
+// themselves.
+std::uint64_t signals_of(const std::string &status, const std::string &name) {
+    const size_t found = status.find(name + ":");
+    if (found == std::string::npos) return ~std::uint64_t{0};
+    return std::strtoull(status.c_str() + found + name.size() + 1, nullptr, 16) & 0x7fffffff;
+}
+
+TEST_P(EachWay, GivesAnEmptyMaskAndDefaultHandlers) {
+    const OddSignals odd;
+    const std::string status = GetParam().run("cat /proc/self/status");
+    EXPECT_EQ(0u, signals_of(status, "SigBlk"));
+    EXPECT_EQ(0u, signals_of(status, "SigIgn"));
+}
+
+TEST_P(EachWay, LeavesItsCallersMaskAndHandlersAlone) {
+    sigset_t usr1, before, after;
+    sigemptyset(&usr1);
+    sigaddset(&usr1, SIGUSR1);
+    pthread_sigmask(SIG_SETMASK, &usr1, &before);
+    signal(SIGUSR2, SIG_IGN);
+    EXPECT_EQ("x\n", GetParam().run("echo x"));
+    pthread_sigmask(SIG_SETMASK, &before, &after);
+    EXPECT_EQ(1, sigismember(&after, SIGUSR1));
+    EXPECT_EQ(0, sigismember(&after, SIGUSR2));
+    EXPECT_EQ(SIG_IGN, signal(SIGUSR2, SIG_DFL));
+}
+
+TEST_P(EachWay, MakesAProcessGroup) {
+    EXPECT_EQ("own\n", GetParam().run("test $(cut -d' ' -f5 /proc/$$/stat) = $$ && echo own"));
+}
+
+TEST_P(EachWay, IsNotCutShortBySignals) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // and no SA_RESTART
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval every_millisecond{{0, 1000}, {0, 1000}};
+    setitimer(ITIMER_REAL, &every_millisecond, nullptr);
+    EXPECT_EQ("x\n", GetParam().run("sleep 0.03; echo x"));
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    signal(SIGALRM, SIG_DFL);
+}
+
+// --- The end.
+
+void expect_no_child() {
+    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left, dead or alive";
+    EXPECT_EQ(ECHILD, errno);
+}
+
+// Waits for what ended commands have started; blocks for as long as one of it lives.
+void expect_orphans_end() {
+    int status = -1;
+    while (waitpid(-1, &status, 0) > 0) EXPECT_EQ(SIGKILL, status);
+}
+
+TEST_P(EachWay, LeavesNothingBehind) {
+    const auto descriptors = [] {
+        size_t count = 0;
+        for ([[maybe_unused]] const auto &d : std::filesystem::directory_iterator("/proc/self/fd")) count++;
+        return count;
+    };
+    const size_t before = descriptors();
+    for (int i = 0; i < 5; i++) GetParam().run(i % 2 == 0 ? "echo x" : "exit 1");
+    EXPECT_EQ(before, descriptors());
+    expect_no_child();
+}
+
+struct HungRow {
+    const char *name;
+    const char *command;
+};
+
+class Hung : public Shell, public testing::WithParamInterface<std::tuple<Way, HungRow>> {};
+
+TEST_P(Hung, CommandIsEndedWithItsChildrenAfterAMinute) {
+    const auto &[way, row] = GetParam();
+    speed = 100;
+    const double start = seconds();
+    EXPECT_EQ("failed", way.run(row.command));
+    EXPECT_GE(seconds() - start, 60);
+    EXPECT_LT(seconds() - start, 600);
+    expect_orphans_end();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Shell, Hung,
+    testing::Combine(testing::ValuesIn(kWays),
+                     testing::Values(HungRow{"Itself", "echo x; exec sleep 1000"},
+                                     HungRow{"AChild", "sleep 1000 & echo x; wait"},
+                                     HungRow{"WithoutOutput", "exec >/dev/null; sleep 1000 & wait"})),
+    [](const auto &row) { return std::string(std::get<0>(row.param).name) + std::get<1>(row.param).name; });
+
+TEST_F(Shell, AGrandchildThatKeepsTheOutputIsEndedAfterAMinute) {
+    speed = 100;
+    EXPECT_EQ(std::nullopt, read_shell("sleep 1000 & echo x"));
+    expect_orphans_end();
+}
+
+TEST_F(Shell, ACommandThatWritesWithoutEndIsEndedAfterAMinute) {
+    speed = 100;
+    EXPECT_EQ(std::nullopt, read_shell("yes"));
+    expect_orphans_end();
+}
+
+TEST_F(Shell, TheLimitIsTheCallers) {
+    speed = 1000;
+    const double start = seconds();
+    EXPECT_EQ(SIGKILL, run_shell("exec sleep 1000", 600));
+    EXPECT_GE(seconds() - start, 600);
+}
+
+// One that hangs in the kernel: SIGKILL does nothing to it until its disk answers.
+TEST_F(Shell, ACommandThatCannotBeEndedIsLeftBehind) {
+    speed = 100;
+    immortal = true;
+    const double start = seconds();
+    EXPECT_EQ(-1, run_shell("exec sleep 1000", 10));
+    EXPECT_GE(seconds() - start, 11);
+    EXPECT_LT(seconds() - start, 110);
+    const pid_t hung = -last_killed;
+    EXPECT_EQ(std::nullopt, read_shell("exec sleep 1000"));
+    const pid_t hung_reader = -last_killed;
+    speed = 1;
+    immortal = false;
+    EXPECT_EQ("x\n", read_shell("echo x")) << "others run meanwhile";
+    kill(hung, SIGKILL);
+    kill(hung_reader, SIGKILL);
+    siginfo_t ended{};
+    for (const pid_t child : {hung, hung_reader}) {
+        EXPECT_EQ(0, waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT));
+    }
+    EXPECT_EQ(0, run_shell("true"));
+    expect_no_child();
+}
+
+TEST_F(Shell, BesidesEightThatCannotBeEndedNoneIsStarted) {
+    speed = 100;
+    immortal = true;
+    std::vector<pid_t> hung;
+    for (int i = 0; i < 8; i++) {
+        EXPECT_EQ(-1, run_shell("exec sleep 1000", 1));
+        hung.push_back(-last_killed);
+    }
+    speed = 1;
+    EXPECT_EQ(-1, run_shell("touch /tmp/os_test"));
+    EXPECT_EQ(std::nullopt, read_shell("touch /tmp/os_test"));
+    EXPECT_FALSE(std::filesystem::exists(kFile));
+    immortal = false;
+    kill(hung[3], SIGKILL);
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(hung[3]), &ended, WEXITED | WNOWAIT);
+    EXPECT_EQ(0, run_shell("touch /tmp/os_test"));
+    for (const pid_t child : hung) kill(child, SIGKILL);
+}
+
+TEST_F(Shell, ACommandDiesWithTheAgent) {
+    const pid_t agent = fork();
+    if (agent == 0)
+        _exit(run_shell("echo $$ > /tmp/os_test.new; mv /tmp/os_test.new /tmp/os_test; exec sleep 1000"));
+    while (!std::filesystem::exists(kFile)) sleep_milliseconds(1);
+    kill(agent, SIGKILL);
+    int status = -1;
+    waitpid(agent, nullptr, 0);
+    waitpid(std::stoi(read_file(kFile)), &status, 0);
+    EXPECT_EQ(SIGKILL, status);
+}
+
+}  // namespace
