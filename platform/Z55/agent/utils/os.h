@@ -36,7 +36,7 @@ inline constexpr int kCommandSeconds = 60;
 [[nodiscard]] int run_shell(const char *command, int limit_seconds = kCommandSeconds);
 
 // The same within kCommandSeconds. Returns what the command and all that it has started wrote to standard
-// output, the first 64 KiB of it; nothing when it failed.
+// output; nothing when it failed or wrote more than 64 KiB.
 [[nodiscard]] std::optional<std::string> read_shell(const char *command);
 
 // Replaces this process with the reboot tool. Returns only on failure: -1, errno set.

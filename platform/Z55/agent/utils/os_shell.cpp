@@ -3,7 +3,6 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +16,7 @@
 namespace {
 
 constexpr std::int64_t kFirstPause = 1;  // milliseconds, as the next two
-constexpr std::int64_t kLongestPause = 32;
+constexpr std::int64_t kLongestPause = 10;
 constexpr std::int64_t kDeathMilliseconds = 1000;  // that SIGKILL is given
 constexpr size_t kMostOutput = 65536;
 
@@ -26,31 +25,23 @@ constexpr size_t kMostLeftBehind = 8;
 constinit std::mutex left_behind_lock;
 constinit std::vector<pid_t> left_behind;
 
-// A wait in pauses that grow, so that neither a short command is held up nor a long one costs anything. The
-// kernels of the device cannot wait for a child with a limit, and SIGCHLD belongs to the whole process.
+// A wait in pauses that grow, so that a short command is not held up. The kernels of the device cannot wait
+// for a child with a limit, and SIGCHLD belongs to the whole process. The pauses are counted, not clocked: on
+// a machine that is busy with other things a command has longer.
 class Patience {
   public:
-    explicit Patience(std::int64_t milliseconds) : end_(now() + milliseconds) {}
-    bool over() const {
-        return now() >= end_;
-    }
+    explicit Patience(std::int64_t milliseconds) : left_(milliseconds) {}
     // False when it is over.
     [[nodiscard]] bool pause() {
-        const std::int64_t left = end_ - now();
-        if (left <= 0) return false;
-        sleep_milliseconds(std::min(left, pause_));
+        if (left_ <= 0) return false;
+        sleep_milliseconds(pause_);
+        left_ -= pause_;
         pause_ = std::min(2 * pause_, kLongestPause);
         return true;
     }
 
   private:
-    static std::int64_t now() {
-        timespec reading{};
-        clock_gettime(CLOCK_MONOTONIC, &reading);
-        return static_cast<std::int64_t>(reading.tv_sec) * 1000 + reading.tv_nsec / 1'000'000;
-    }
-
-    std::int64_t end_;
+    std::int64_t left_;
     std::int64_t pause_ = kFirstPause;
 };
 
@@ -118,15 +109,19 @@ int wait_for(pid_t child, Patience &patience) {
     return ends_within(patience, child, status) ? status : end_group(child);
 }
 
-// Reads to the end of the output. False when the patience is over first.
+// Reads to the end of the output. False when the patience is over first or the output is too long.
 bool read_all(int output, Patience &patience, std::string &text) {
     char piece[1024];
-    for (;;) {
+    while (text.size() <= kMostOutput) {
         const ssize_t count = read(output, piece, sizeof piece);
         if (count == 0) return true;
-        if (count > 0) text.append(piece, std::min(static_cast<size_t>(count), kMostOutput - text.size()));
-        if (count > 0 ? patience.over() : !patience.pause()) return false;
+        if (count > 0) {
+            text.append(piece, static_cast<size_t>(count));
+        } else if (!patience.pause()) {
+            return false;
+        }
     }
+    return false;
 }
 
 }  // namespace

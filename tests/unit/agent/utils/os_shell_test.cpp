@@ -134,10 +134,12 @@ TEST_F(Shell, ReadingGivesAllThatWasWritten) {
     EXPECT_EQ("late\n", read_shell("(sleep 0.05; echo late) &"));
 }
 
-TEST_F(Shell, ReadingEndsAt64KiBAndLetsTheCommandFinish) {
-    EXPECT_EQ(std::string(65'536, '0'),
-              read_shell("head -c 300000 /dev/zero | tr '\\0' 0; echo done > /tmp/os_test"));
-    EXPECT_EQ("done\n", read_file(kFile));
+TEST_F(Shell, AnAnswerHasUpTo64KiB) {
+    EXPECT_EQ(std::string(65'536, '0'), read_shell("head -c 65536 /dev/zero | tr '\\0' 0"));
+    EXPECT_EQ(std::nullopt, read_shell("head -c 65537 /dev/zero"));
+    EXPECT_EQ(std::nullopt, read_shell("yes"));
+    while (waitpid(-1, nullptr, 0) > 0) {
+    }
 }
 
 TEST_F(Shell, WhatAFailedCommandPrintedIsNoAnswer) {
@@ -332,17 +334,11 @@ TEST_F(Shell, AGrandchildThatKeepsTheOutputIsEndedAfterAMinute) {
     expect_orphans_end();
 }
 
-TEST_F(Shell, ACommandThatWritesWithoutEndIsEndedAfterAMinute) {
-    speed = 100;
-    EXPECT_EQ(std::nullopt, read_shell("yes"));
-    expect_orphans_end();
-}
-
 TEST_F(Shell, TheLimitIsTheCallers) {
-    speed = 1000;
+    speed = 100;
     const double start = seconds();
-    EXPECT_EQ(SIGKILL, run_shell("exec sleep 1000", 600));
-    EXPECT_GE(seconds() - start, 600);
+    EXPECT_EQ(SIGKILL, run_shell("exec sleep 1000", 100));
+    EXPECT_GE(seconds() - start, 100);
 }
 
 // One that hangs in the kernel: SIGKILL does nothing to it until its disk answers.
