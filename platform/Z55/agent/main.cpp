@@ -26,11 +26,11 @@ constinit pthread_t queue_thread{};
 constinit pthread_t clock_thread{};
 
 // SIGALRM's tick is the main thread's alone: its waits resume, and no other thread's call is cut short.
-void mask_alarm(int how) {
+void take_alarms() {
     sigset_t alarm_signal;
     sigemptyset(&alarm_signal);
     sigaddset(&alarm_signal, SIGALRM);
-    pthread_sigmask(how, &alarm_signal, nullptr);
+    pthread_sigmask(SIG_UNBLOCK, &alarm_signal, nullptr);
 }
 
 std::string formatted(const tm &parts) {
@@ -86,9 +86,8 @@ bool session_expired(int poll_result) {
 }  // namespace
 
 int main() {
+    start_clean();
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    mask_alarm(SIG_BLOCK);
-    signal(SIGPIPE, SIG_IGN);  // whoever reads the log may go away; the agent stays
     std::puts("Try log VeloAgent init time...........");
     write_start_time();
     curl_global_init(CURL_GLOBAL_ALL);
@@ -100,6 +99,6 @@ int main() {
     store_shared(NTP_FAIL, perform_NTP(session_key_buffer, true));
     if (load_shared(NTP_FAIL) == 0) std::puts("*** initial perform_NTP() OK! ***");
     start_agent_threads();
-    mask_alarm(SIG_UNBLOCK);
+    take_alarms();
     main_loop();
 }

@@ -1,18 +1,13 @@
 #include "os.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-
-#include "tick.h"
 
 namespace {
 
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-constexpr char kRebootTool[] = "/usr/bin/qmx_reboot";
 
 timespec now(clockid_t clock) {
     timespec reading{};
@@ -60,30 +55,6 @@ void pause_seconds(long seconds) {
 
 void pause_within_second(long nanoseconds) {
     sleep_nanoseconds(nanoseconds - now(CLOCK_REALTIME).tv_nsec);
-}
-
-int exec_reboot_tool() {
-    std::fflush(stdout);
-    // A running alarm, one that has fired, a blocked and an ignored signal would all survive into the tool.
-    const unsigned remaining = stop_tick();
-    struct sigaction ignored = {};
-    struct sigaction tick = {};
-    ignored.sa_handler = SIG_IGN;
-    sigaction(SIGALRM, &ignored, &tick);  // discards one that has fired
-    signal(SIGALRM, SIG_DFL);
-    const auto pipe_handler = signal(SIGPIPE, SIG_DFL);
-    sigset_t none, before;
-    sigemptyset(&none);
-    pthread_sigmask(SIG_SETMASK, &none, &before);
-    const int result = execl(kRebootTool, kRebootTool, "reboot", nullptr);
-    const int error = errno;
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    signal(SIGPIPE, pipe_handler);
-    sigaction(SIGALRM, &tick, nullptr);
-    const bool ticks = tick.sa_handler != SIG_DFL && tick.sa_handler != SIG_IGN;
-    resume_tick(remaining == 0 && ticks ? 1 : remaining);
-    errno = error;
-    return result;
 }
 
 void drop_page_cache() {

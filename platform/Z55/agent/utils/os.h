@@ -39,7 +39,16 @@ inline constexpr int kCommandSeconds = 60;
 // output; nothing when it failed or wrote more than 64 KiB.
 [[nodiscard]] std::optional<std::string> read_shell(const char *command);
 
-// Replaces this process with the reboot tool. Returns only on failure: -1, errno set.
+// Makes the process independent of what started it; the first call of main, before any other thread. From
+// then on descriptors 0 to 2 are open ("/dev/null" where they were closed), files are made with the mask 022,
+// no alarm runs and no signal is blocked but SIGALRM, which is left to the thread that unblocks it. None is
+// ignored: those that were, SIGPIPE and SIGALRM have a handler that does nothing, so that they do no harm and
+// a program that replaces the agent gets their default. SIGCHLD and faults are at their default.
+void start_clean();
+
+// Replaces this process with the reboot tool, which inherits descriptors 0 to 2, no alarm, an empty mask and
+// every signal at its default. Returns only on failure: -1, errno set, and everything goes on as before, the
+// tick too. Any number of threads at a time, after start_clean.
 int exec_reboot_tool();
 
 // Writes all dirty pages back and drops the kernel's page cache. Failures are ignored.

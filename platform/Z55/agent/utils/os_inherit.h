@@ -1,4 +1,4 @@
-// What a program that the agent becomes or starts inherits; for the door's own sources. Async-signal-safe.
+// What a program that the agent starts inherits; for the door's own sources. Async-signal-safe.
 #ifndef Z55_AGENT_UTILS_OS_INHERIT_H
 #define Z55_AGENT_UTILS_OS_INHERIT_H
 
