@@ -1,26 +1,23 @@
 #include "firmware_upgrade.h"
 
-#include <unistd.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <optional>
 
-#include "../agent/utils/conf_file.h"
-#include "../agent/utils/os.h"
 #include "../agent/utils/reply_text.h"
+#include "../agent/utils/text.h"
 #include "../exports.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
 #include "remote_operations.h"
+#include "reserve_file.h"
 #include "status_read.h"
+#include "upgrade_marker.h"
 #include "upgrade_monitor.h"
 
 namespace {
 
 constexpr int kTries = 6;
-constexpr char kReserveFile[] = "/tmp/fuse_d/.ota.tmp";
 
 // The first value that `ask` yields in six tries without a pause; nothing when all fail.
 template <typename Ask>
@@ -129,28 +126,6 @@ int request_upgrade() {
     return 0;
 }
 
-bool file_exists(const char *path) {
-    FILE *file = std::fopen(path, "re");
-    if (file != nullptr) std::fclose(file);
-    return file != nullptr;
-}
-
-std::string without_line_ends(std::string text) {
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-    return text;
-}
-
-// The version that was running when the upgrade began; nothing when the marker's first line cannot be read.
-std::optional<std::string> first_line(FILE *marker) {
-    char *line = nullptr;
-    size_t capacity = 0;
-    const ssize_t length = getline(&line, &capacity, marker);
-    std::optional<std::string> text;
-    if (length >= 0) text = without_line_ends(line);
-    std::free(line);
-    return text;
-}
-
 // Whether the device runs other firmware than when the upgrade began.
 bool upgrade_took(const std::string &current, const std::optional<std::string> &last) {
     if (!current.empty()) std::printf("fwver_curr = \"%s\"\n", current.c_str());
@@ -193,62 +168,23 @@ int otaON() {
     return result;
 }
 
-int dummyFileCreator() {
-    std::printf("!!!***%s %d ***!!! dummyFileCreator function \n", kModelSource, __LINE__);
-    if (file_exists(kReserveFile)) {
-        std::puts("file exist!!");
-        return -1;
-    }
-    std::puts("create start");
-    const int status = run_shell("/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100");
-    std::puts("create file end");
-    std::puts(status == 0 ? "create file success" : "create file failure");
-    return status == 0 ? 0 : -1;
-}
-
-int deleteDummyFile() {
-    std::printf("!!!***%s %d ***!!! deleteDummyFile function \n", kModelSource, __LINE__);
-    if (!file_exists(kReserveFile)) {
-        std::printf("Error:  file not found! check the directory!!\n");
-        return -1;
-    }
-    if (unlink(kReserveFile) != 0) {
-        std::puts("Unable to delete the file");
-        std::perror("Error");
-        return -1;
-    }
-    std::printf("%s file deleted successfully.\n", kReserveFile);
-    return 0;
-}
-
 void checkOtaTmpFile() {
     std::puts("checkOtaTmpFile called");
-    const std::string path = upgrade_marker_path();
-    FILE *marker = std::fopen(path.c_str(), "re");
-    if (marker == nullptr) {
+    const auto marker = read_upgrade_marker(upgrade_marker_path());
+    if (!marker) {
         std::puts("no ota temp file");
         return;
     }
-    std::printf("ota temp file(%s) existed\n", path.c_str());
-    const std::string current = running_firmware_version();
-    if (upgrade_took(current, first_line(marker))) {
+    std::printf("ota temp file(%s) existed\n", marker->path.c_str());
+    if (upgrade_took(running_firmware_version(), marker->version)) {
         soap_OTA_succeeded();
     } else {
         soap_OTA_failed();
     }
-    std::fclose(marker);
-    if (unlink(path.c_str()) == 0) {
-        std::printf("OTA Temp file \"%s\" file is deleted successfully.\n", path.c_str());
+    if (remove_upgrade_marker(*marker)) {
+        std::printf("OTA Temp file \"%s\" file is deleted successfully.\n", marker->path.c_str());
     } else {
-        std::printf("Unable to delete OTA Temp File file:\"%s\".\n", path.c_str());
+        std::printf("Unable to delete OTA Temp File file:\"%s\".\n", marker->path.c_str());
         std::perror("Error");
     }
-}
-
-std::string upgrade_marker_path() {
-    return conf_value("OTA_TMP_FILE").value_or("");
-}
-
-std::string running_firmware_version() {
-    return without_line_ends(read_firmware_version().value_or(""));
 }

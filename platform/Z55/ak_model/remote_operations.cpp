@@ -6,8 +6,8 @@
 #include "../agent/utils/text.h"
 #include "../exports.h"
 #include "../z55cgi.h"
-#include "firmware_upgrade.h"
 #include "handler_value.h"
+#include "reserve_file.h"
 
 namespace {
 

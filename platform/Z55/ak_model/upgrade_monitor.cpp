@@ -9,9 +9,9 @@
 #include "../agent/utils/threads.h"
 #include "../exports.h"
 #include "../shared.h"
-#include "firmware_upgrade.h"
 #include "handler_value.h"
 #include "status_read.h"
+#include "upgrade_marker.h"
 
 constinit int ota_enable = 0;  // atomic; set by the monitor, read by the watchdog
 
@@ -50,14 +50,11 @@ void read_round(Round &round) {
 
 void write_marker() {
     const std::string path = upgrade_marker_path();
-    FILE *marker = std::fopen(path.c_str(), "w+e");
-    if (marker == nullptr) {
+    if (!write_upgrade_marker(path)) {
         std::puts("Open OTA Temp file failed.");
         std::perror("Error");
         return;
     }
-    std::fputs(running_firmware_version().c_str(), marker);
-    std::fclose(marker);
     std::printf("Created OTA Temp file:\"%s\\n", path.c_str());
 }
 

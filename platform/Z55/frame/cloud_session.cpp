@@ -10,6 +10,7 @@
 #include "../agent/utils/os.h"
 #include "../agent/utils/tick.h"
 #include "../ak_model/firmware_upgrade.h"
+#include "../ak_model/reserve_file.h"
 #include "../exports.h"
 #include "../sdk/usock.h"
 #include "../shared.h"

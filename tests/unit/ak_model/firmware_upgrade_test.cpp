@@ -2,6 +2,8 @@
 
 #include <ostream>
 
+#include "ak_model/reserve_file.h"
+#include "ak_model/upgrade_marker.h"
 #include "upgrade_fixture.h"
 
 namespace {
