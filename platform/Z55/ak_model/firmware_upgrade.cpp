@@ -119,6 +119,7 @@ int request_upgrade() {
     const std::string document = "<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>";
     if (const int result = post_remote_control(post_body(document))) {
         std::printf("(OTA) curl_Post failed . res = %d , %s:%d\n", result, kModelSource, __LINE__);
+        restore_reserve();
         return -1;
     }
     std::puts("curl_Post OK, starting OTA monitoring");

@@ -128,7 +128,7 @@ int formatSD() {
     std::printf("!!!***%s %d ***!!!\n ***** formatsd operation*****\n", kModelSource, __LINE__);
     const std::string document = "<RemoteControl><Action>FORMATSD</Action></RemoteControl>";
     if (post_remote_control(post_body(document, kFormatLength)) != 0) return -1;
-    dummyFileCreator();
+    restore_reserve();
     return 0;
 }
 

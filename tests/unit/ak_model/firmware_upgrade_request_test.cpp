@@ -259,17 +259,22 @@ TEST_F(UpgradeRequest, MissingReserveFileEndsTheRequest) {
     EXPECT_EQ(commands(camera).back(), kStatus);
 }
 
-TEST_F(UpgradeRequest, RequestThatGetsNoAnswer) {
-    camera_answers({{"UPGRADE_FW", {{.hang_up = true}}}});
+TEST_F(UpgradeRequest, RequestThatFailsGivesItsReserveBack) {
+    camera_answers({{"UPGRADE_FW", {{.hang_up = true}, taken("UPGRADE_FW")}}});
     EXPECT_LOG(kChecksLog +
                    "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
                    "/tmp/fuse_d/.ota.tmp file deleted successfully.\n"
                    "delete file success\n"
                    "[POST RemoteControl]\n"
                    "[failed]\n"
-                   "(OTA) curl_Post failed . res = 52 , platform/Z55/ak_model:<N>\n",
+                   "(OTA) curl_Post failed . res = 52 , platform/Z55/ak_model:<N>\n"
+                   "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
+                   "create start\ncreate file end\ncreate file success\n",
                log_of_request(-1));
     EXPECT_EQ(load_shared(ota_enable), 0);
+    EXPECT_TRUE(file_exists(kReserve));
+    EXPECT_NE(log_of_started_request().find("curl_Post OK, starting OTA monitoring\n"), std::string::npos);
+    EXPECT_FALSE(file_exists(kReserve));
 }
 
 }  // namespace

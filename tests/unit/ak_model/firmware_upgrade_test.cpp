@@ -2,7 +2,6 @@
 
 #include <ostream>
 
-#include "ak_model/reserve_file.h"
 #include "ak_model/upgrade_marker.h"
 #include "upgrade_fixture.h"
 
@@ -38,62 +37,6 @@ TEST_F(Upgrade, SwitchGivesUpWithTheLastResult) {
     for (int i = 0; i < 6; i++) expected += "[POST CameraSetup]\n[failed]\n";
     EXPECT_EQ(marked_log(output_of([] { EXPECT_EQ(otaON(), 52); })),
               expected + "otaON res = 52 \notaON FAILED!\n");
-}
-
-// --- The reserve file
-
-TEST_F(Upgrade, ReserveFileIsMadeByDd) {
-    EXPECT_LOG(
-        "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
-        "create start\n"
-        "create file end\n"
-        "create file success\n",
-        output_of([] { EXPECT_EQ(dummyFileCreator(), 0); }));
-    EXPECT_EQ(fake_os::shell_commands(),
-              Texts{"/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100"});
-}
-
-TEST_F(Upgrade, ReserveFileThatExistsIsLeftAlone) {
-    write_file(kReserve, "space");
-    EXPECT_LOG("!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \nfile exist!!\n",
-               output_of([] { EXPECT_EQ(dummyFileCreator(), -1); }));
-    EXPECT_TRUE(fake_os::shell_commands().empty());
-    EXPECT_EQ(read_file(kReserve), "space");
-}
-
-TEST_F(Upgrade, ReserveFileThatDdCannotMake) {
-    for (const int status : {256, -1}) {
-        fake_os::on_shell([=](const std::string &) { return fake_os::ShellResult{status}; });
-        EXPECT_LOG(
-            "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
-            "create start\n"
-            "create file end\n"
-            "create file failure\n",
-            output_of([] { EXPECT_EQ(dummyFileCreator(), -1); }));
-    }
-}
-
-TEST_F(Upgrade, ReserveFileIsDeleted) {
-    write_file(kReserve, "space");
-    EXPECT_LOG(
-        "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
-        "/tmp/fuse_d/.ota.tmp file deleted successfully.\n",
-        output_of([] { EXPECT_EQ(deleteDummyFile(), 0); }));
-    EXPECT_FALSE(file_exists(kReserve));
-    EXPECT_LOG(
-        "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
-        "Error:  file not found! check the directory!!\n",
-        output_of([] { EXPECT_EQ(deleteDummyFile(), -1); }));
-}
-
-TEST_F(Upgrade, ReserveFileThatCannotBeDeleted) {
-    mkdir(kReserve, 0755);
-    std::string log;
-    const std::string errors = errors_of([&] { log = output_of([] { EXPECT_EQ(deleteDummyFile(), -1); }); });
-    EXPECT_LOG(
-        "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \nUnable to delete the file\n", log);
-    EXPECT_EQ(errors, "Error: Is a directory\n");
-    rmdir(kReserve);
 }
 
 // --- The outcome of an upgrade that ended with a reboot

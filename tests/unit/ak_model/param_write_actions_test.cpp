@@ -1,4 +1,6 @@
 // set_device_param, the actions; unusable input; changes that meet.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <mutex>
@@ -6,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "ak_model/reserve_file.h"
 #include "param_write_test.h"
 
 namespace {
@@ -35,6 +38,7 @@ TEST_F(ParamWrite, UpgradeGivesMinusOneForAnyOtherResult) {
 constexpr char kFormatDocument[] = "<RemoteControl><Action>FORMATSD</Action></RemoteControl>";
 
 TEST_F(ParamWrite, CardIsFormattedAndItsReserveMadeAnew) {
+    unlink("/tmp/fuse_d/.ota.tmp");
     const Outcome outcome = set("sdformat", "0");
     EXPECT_EQ(outcome.result, 0);
     EXPECT_LOG(start_log("sdformat", "0") +
@@ -48,6 +52,13 @@ TEST_F(ParamWrite, CardIsFormattedAndItsReserveMadeAnew) {
     EXPECT_EQ(camera.seen(), Texts{"POST /CGI/RemoteControl Session=12345\n" + posted(kFormatDocument, 56)});
     EXPECT_EQ(fake_os::shell_commands(),
               Texts{"/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100"});
+}
+
+TEST_F(ParamWrite, CardIsFormattedAndHasAReserveAfterAnUpgradeTookItsOwn) {
+    write_file("/tmp/fuse_d/.ota.tmp", "space");
+    output_of([] { EXPECT_EQ(deleteDummyFile(), 0); });
+    EXPECT_EQ(set("sdformat", "0").result, 0);
+    EXPECT_TRUE(file_exists("/tmp/fuse_d/.ota.tmp"));
 }
 
 TEST_F(ParamWrite, CardThatCouldNotBeFormattedGetsNoReserve) {

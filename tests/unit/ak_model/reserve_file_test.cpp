@@ -1,0 +1,200 @@
+#include "ak_model/reserve_file.h"
+
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ostream>
+
+#include "agent_test.h"
+
+namespace {
+
+constexpr char kCard[] = "/tmp/fuse_d";
+constexpr char kReserve[] = "/tmp/fuse_d/.ota.tmp";
+constexpr char kFill[] = "/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100";
+constexpr char kVictim[] = "/tmp/victim";
+
+const std::string kCreating = "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n";
+const std::string kCreated = kCreating + "create start\ncreate file end\ncreate file success\n";
+const std::string kNotCreated = kCreating + "create start\ncreate file end\ncreate file failure\n";
+const std::string kExists = kCreating + "file exist!!\n";
+const std::string kDeleting = "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n";
+
+class Reserve : public AgentTest {
+  protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        unlink(kReserve);
+        write_file(kVictim, "precious");
+        fake_os::on_shell([](const std::string &command) { return shell(command, 0); });
+    }
+    // dd, which puts something into the file that it is told, and what removes that file.
+    static fake_os::ShellResult shell(const std::string &command, int status_of_dd) {
+        if (command != kFill) return {system(command.c_str())};
+        if (status_of_dd != -1) write_file(kReserve, "zeros");
+        return {status_of_dd};
+    }
+    static std::string log_of_making(int result) {
+        return output_of([=] { EXPECT_EQ(dummyFileCreator(), result); });
+    }
+    static std::string log_of_deleting(int result) {
+        return output_of([=] { EXPECT_EQ(deleteDummyFile(), result); });
+    }
+};
+
+TEST_F(Reserve, IsMadeByDd) {
+    EXPECT_LOG(kCreated, log_of_making(0));
+    EXPECT_EQ(fake_os::shell_commands(), Texts{kFill});
+    EXPECT_TRUE(file_exists(kReserve));
+}
+
+TEST_F(Reserve, ThatExistsIsLeftAlone) {
+    write_file(kReserve, "space");
+    EXPECT_LOG(kExists, log_of_making(-1));
+    EXPECT_TRUE(fake_os::shell_commands().empty());
+    EXPECT_EQ(read_file(kReserve), "space");
+}
+
+TEST_F(Reserve, HalfOfWhichDdCouldMakeDoesNotStay) {
+    for (const int status : {256, 9, -1}) {
+        fake_os::on_shell([=](const std::string &command) { return shell(command, status); });
+        EXPECT_LOG(kNotCreated, log_of_making(-1));
+        EXPECT_FALSE(file_exists(kReserve)) << "what is too small must not pass for the reserve";
+    }
+}
+
+TEST_F(Reserve, IsDeleted) {
+    write_file(kReserve, "space");
+    EXPECT_LOG(kDeleting + "/tmp/fuse_d/.ota.tmp file deleted successfully.\n", log_of_deleting(0));
+    EXPECT_FALSE(file_exists(kReserve));
+    EXPECT_LOG(kDeleting + "Error:  file not found! check the directory!!\n", log_of_deleting(-1));
+}
+
+TEST_F(Reserve, ThatCannotBeDeleted) {
+    mkdir(kReserve, 0755);
+    std::string log;
+    const std::string errors = errors_of([&] { log = log_of_deleting(-1); });
+    EXPECT_LOG(kDeleting + "Unable to delete the file\n", log);
+    EXPECT_EQ(errors, "Error: Is a directory\n");
+    rmdir(kReserve);
+}
+
+// --- The card
+
+struct CardRow {
+    const char *name;
+    void (*take_away)();
+};
+
+void PrintTo(const CardRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class WithoutCard : public Reserve {
+  protected:
+    void SetUp() override {
+        Reserve::SetUp();
+        umount2(kCard, MNT_DETACH);
+    }
+    void TearDown() override {
+        umount2("/tmp/elsewhere", MNT_DETACH);
+        unlink(kCard);
+        mkdir(kCard, 0755);
+        mount("tmpfs", kCard, "tmpfs", 0, "size=512m");
+    }
+};
+
+class NoCard : public WithoutCard, public testing::WithParamInterface<CardRow> {};
+
+void link_elsewhere() {
+    rmdir(kCard);
+    mkdir("/tmp/elsewhere", 0755);
+    ASSERT_EQ(mount("tmpfs", "/tmp/elsewhere", "tmpfs", 0, nullptr), 0);
+    ASSERT_EQ(symlink("/tmp/elsewhere", kCard), 0);
+}
+
+// A reserve in memory would take what the agent lives on.
+TEST_P(NoCard, NoReserve) {
+    GetParam().take_away();
+    EXPECT_LOG(kNotCreated, log_of_making(-1));
+    EXPECT_TRUE(fake_os::shell_commands().empty());
+    EXPECT_FALSE(file_exists(kReserve));
+}
+
+INSTANTIATE_TEST_SUITE_P(Reserve, NoCard,
+                         testing::Values(CardRow{"NotMounted", [] {}},
+                                         CardRow{"NoFolder", [] { rmdir(kCard); }},
+                                         CardRow{"LinkElsewhere", link_elsewhere}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(WithoutCard, BehindALinkedFolderIsNoReserveOfOurs) {
+    link_elsewhere();
+    write_file(kReserve, "precious");
+    EXPECT_LOG(kNotCreated, log_of_making(-1));
+    EXPECT_LOG(kDeleting + "Error:  file not found! check the directory!!\n", log_of_deleting(-1));
+    EXPECT_EQ(read_file(kReserve), "precious");
+}
+
+// --- The upgrade that has its space
+
+TEST_F(Reserve, IsNotMadeWhileAnUpgradeHasItsSpace) {
+    write_file(kReserve, "space");
+    log_of_deleting(0);
+    EXPECT_LOG(kNotCreated, log_of_making(-1));
+    EXPECT_FALSE(file_exists(kReserve));
+    EXPECT_LOG(kCreated, output_of([] { EXPECT_EQ(restore_reserve(), 0); }));
+    EXPECT_EQ(read_file(kReserve), "zeros");
+}
+
+TEST_F(Reserve, DoesNotOutliveAnUpgradesRequestThatComesBeforeDdHasOpenedIt) {
+    fake_os::on_shell([](const std::string &command) {
+        if (command == kFill) {
+            EXPECT_EQ(deleteDummyFile(), 0);
+        }
+        return shell(command, 0);
+    });
+    EXPECT_LOG(kCreating + "create start\n" + kDeleting +
+                   "/tmp/fuse_d/.ota.tmp file deleted successfully.\ncreate file end\ncreate file failure\n",
+               log_of_making(-1));
+    EXPECT_FALSE(file_exists(kReserve));
+}
+
+// --- What others put in its place
+
+struct PlantRow {
+    const char *name;
+    int (*plant)();
+};
+
+void PrintTo(const PlantRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class Planted : public Reserve, public testing::WithParamInterface<PlantRow> {};
+
+TEST_P(Planted, IsReplacedByTheReserve) {
+    ASSERT_EQ(GetParam().plant(), 0);
+    EXPECT_LOG(kCreated, log_of_making(0));
+    struct stat kind {};
+    EXPECT_EQ(lstat(kReserve, &kind), 0);
+    EXPECT_TRUE(S_ISREG(kind.st_mode));
+    EXPECT_EQ(read_file(kReserve), "zeros");
+    EXPECT_EQ(read_file(kVictim), "precious");
+    EXPECT_FALSE(file_exists("/tmp/created"));
+}
+
+TEST_P(Planted, IsNoReserveToDelete) {
+    ASSERT_EQ(GetParam().plant(), 0);
+    EXPECT_LOG(kDeleting + "Error:  file not found! check the directory!!\n", log_of_deleting(-1));
+    EXPECT_EQ(read_file(kVictim), "precious");
+}
+
+INSTANTIATE_TEST_SUITE_P(Reserve, Planted,
+                         testing::Values(PlantRow{"LinkToAFile", [] { return symlink(kVictim, kReserve); }},
+                                         PlantRow{"LinkToNothing",
+                                                  [] { return symlink("/tmp/created", kReserve); }},
+                                         PlantRow{"Fifo", [] { return mkfifo(kReserve, 0666); }}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+}  // namespace
