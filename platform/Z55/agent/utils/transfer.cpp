@@ -1,26 +1,67 @@
 #include "transfer.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
 #include <cstring>
 
 namespace {
 
-constexpr long kKeepAliveIdleSeconds = 10;
-constexpr long kKeepAliveProbeSeconds = 5;
-constexpr long kRedirectLimit = 30;  // a camera that redirects in circles must not hold the queue
+constexpr unsigned kUnacknowledgedMilliseconds = 30'000;
+
+struct NumberOption {
+    CURLoption option;
+    long value;
+};
+constexpr NumberOption kNumbers[] = {
+    {CURLOPT_FOLLOWLOCATION, 1},   {CURLOPT_MAXREDIRS, 30},  // a camera that redirects in circles must not
+                                                             // hold the queue
+    {CURLOPT_NOSIGNAL, 1},         {CURLOPT_TCP_KEEPALIVE, 1}, {CURLOPT_TCP_KEEPIDLE, 10},  // seconds
+    {CURLOPT_TCP_KEEPINTVL, 5},                                                             // seconds
+    {CURLOPT_LOW_SPEED_LIMIT, 1},   // bytes per second
+    {CURLOPT_LOW_SPEED_TIME, 600},  // seconds
+#if LIBCURL_VERSION_NUM >= 0x075700
+    {CURLOPT_QUICK_EXIT, 1},  // a look-up that is given up is left to its thread
+#endif
+};
+
+struct TextOption {
+    CURLoption option;
+    const char *value;
+};
+constexpr TextOption kTexts[] = {
+    {CURLOPT_PROXY, ""},  // none, whatever http_proxy says
+    {CURLOPT_PROTOCOLS_STR, "http,https"},
+    {CURLOPT_REDIR_PROTOCOLS_STR, "http,https"},
+};
+
+// Keep-alive sends no probe while sent bytes are unacknowledged, and the system's own limit is a quarter of
+// an hour.
+curl_socket_t open_socket(void *, curlsocktype, curl_sockaddr *address) {
+    const int handle = socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    if (handle >= 0) {
+        setsockopt(handle, IPPROTO_TCP, TCP_USER_TIMEOUT, &kUnacknowledgedMilliseconds,
+                   sizeof kUnacknowledgedMilliseconds);
+    }
+    return handle;
+}
 
 }  // namespace
 
 Transfer new_transfer(const std::string &url) {
     Transfer transfer(curl_easy_init());
-    if (!transfer) return transfer;
     CURL *handle = transfer.get();
-    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, kRedirectLimit);
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(handle, CURLOPT_TCP_KEEPALIVE, 1L);
-    curl_easy_setopt(handle, CURLOPT_TCP_KEEPIDLE, kKeepAliveIdleSeconds);
-    curl_easy_setopt(handle, CURLOPT_TCP_KEEPINTVL, kKeepAliveProbeSeconds);
+    if (handle == nullptr) return transfer;
+    for (const NumberOption &number : kNumbers) curl_easy_setopt(handle, number.option, number.value);
+    // An option that a lean libcurl lacks is one that it needs not be told; a text that there was no memory
+    // for is another matter.
+    bool told = curl_easy_setopt(handle, CURLOPT_URL, url.c_str()) != CURLE_OUT_OF_MEMORY;
+    for (const TextOption &text : kTexts) {
+        told = curl_easy_setopt(handle, text.option, text.value) != CURLE_OUT_OF_MEMORY && told;
+    }
+    curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, open_socket);
+    if (!told) transfer.reset();
     return transfer;
 }
 

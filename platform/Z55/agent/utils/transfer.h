@@ -15,8 +15,10 @@ struct TransferCleanup {
 };
 using Transfer = std::unique_ptr<CURL, TransferCleanup>;
 
-// A transfer of `url` that follows redirects, raises no signals and ends by TCP keep-alive when the host has
-// vanished: no time-out of its own would tell a slow camera from a dead one. Null when libcurl has no memory.
+// A transfer of `url` by HTTP or HTTPS that follows redirects, raises no signals, asks no environment
+// variable for a proxy and opens sockets that no child inherits. No time-out of its own would tell a slow
+// camera from a dead one; it ends when the host has vanished (30 s without an acknowledgement) or sends
+// nothing for 10 minutes, and does not wait for name servers that it gives up. Null when there is no memory.
 Transfer new_transfer(const std::string &url);
 
 // The bytes of a libcurl piece as a C text: up to its first NUL.

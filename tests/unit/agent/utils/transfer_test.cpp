@@ -1,8 +1,11 @@
 #include "agent/utils/transfer.h"
 
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+
+#include <cstdlib>
 
 #include "agent_test.h"
 #include "intercept.h"
@@ -39,12 +42,37 @@ TEST_F(NewTransfer, FollowsRedirectsButNotForEver) {
     EXPECT_EQ(31u, camera.requests().size());
 }
 
-int socket_option(const Transfer &transfer, int level, int option) {
+TEST_F(NewTransfer, SpeaksHttpOnly) {
+    for (const char *place : {"ftp://127.0.0.1:8080/x", "file:///etc/passwd", "gopher://127.0.0.1:8080/x"}) {
+        camera.reply("/1", {{.status = 302, .headers = {std::string("Location: ") + place}}});
+        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer(url("/1")))) << place;
+        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer(place))) << place;
+    }
+    EXPECT_EQ(3u, camera.requests().size());
+}
+
+class NewTransferProxy : public NewTransfer, public testing::WithParamInterface<const char *> {};
+
+TEST_P(NewTransferProxy, IsNotTakenFromTheEnvironment) {
+    setenv(GetParam(), "http://127.0.0.1:1", 1);
+    camera.reply("/x", "x");
+    EXPECT_EQ(CURLE_OK, perform(new_transfer(url("/x"))));
+    EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
+    unsetenv(GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(Variable, NewTransferProxy, testing::Values("http_proxy", "all_proxy", "ALL_PROXY"));
+
+curl_socket_t socket_of(const Transfer &transfer) {
     curl_socket_t socket = CURL_SOCKET_BAD;
     curl_easy_getinfo(transfer.get(), CURLINFO_ACTIVESOCKET, &socket);
+    return socket;
+}
+
+int socket_option(const Transfer &transfer, int level, int option) {
     int value = -1;
     socklen_t size = sizeof value;
-    getsockopt(socket, level, option, &value, &size);
+    getsockopt(socket_of(transfer), level, option, &value, &size);
     return value;
 }
 
@@ -55,6 +83,27 @@ TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
     EXPECT_EQ(1, socket_option(transfer, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(10, socket_option(transfer, IPPROTO_TCP, TCP_KEEPIDLE));
     EXPECT_EQ(5, socket_option(transfer, IPPROTO_TCP, TCP_KEEPINTVL));
+}
+
+TEST_F(NewTransfer, NoticesAVanishedHostWithBytesUnacknowledged) {
+    camera.reply("/x", "x");
+    const Transfer transfer = new_transfer(url("/x"));
+    EXPECT_EQ(CURLE_OK, perform(transfer));
+    EXPECT_EQ(30'000, socket_option(transfer, IPPROTO_TCP, TCP_USER_TIMEOUT));
+}
+
+TEST_F(NewTransfer, EndsWhenNothingComesForTenMinutes) {
+    new_transfer(url("/x"));
+    EXPECT_EQ(1, intercept::transfer_number(CURLOPT_LOW_SPEED_LIMIT));
+    EXPECT_EQ(600, intercept::transfer_number(CURLOPT_LOW_SPEED_TIME));
+    EXPECT_EQ(1, intercept::transfer_number(CURLOPT_NOSIGNAL));
+}
+
+TEST_F(NewTransfer, HasASocketThatNoChildInherits) {
+    camera.reply("/x", "x");
+    const Transfer transfer = new_transfer(url("/x"));
+    EXPECT_EQ(CURLE_OK, perform(transfer));
+    EXPECT_EQ(FD_CLOEXEC, fcntl(socket_of(transfer), F_GETFD));
 }
 
 TEST_F(NewTransfer, IsNullWithoutAHandle) {
