@@ -31,7 +31,7 @@ extern char password[30];
 
 extern char cookie[50];        // "Session=" and key of the last generic request
 extern char post_fields[350];  // body of the last generic POST
-extern char *response;         // reply to the last generic POST, malloc, replaced at the next one
+extern char *response;         // reply to the last generic POST, malloc; the one before stays readable
 extern int res;                // libcurl result of the last generic request
 
 extern int video_recording;          // 1 while a recording started here runs

@@ -4,14 +4,14 @@
 #ifndef Z55_Z55CGI_H
 #define Z55_Z55CGI_H
 
-#include <optional>
 #include <string>
 
+#include "agent/utils/reply.h"
 #include "exports.h"
 
-// GET of `url` with the current session's cookie. The last piece of the body on status 200; nothing on any
-// other status or on a transfer error, whose libcurl code is then in `res`.
-std::optional<std::string> curl_GET(const std::string &url);
+// GET of `url` with the current session's cookie. The last piece of the body on status 200; null on any other
+// status or on a transfer error, whose libcurl code is then in `res`.
+Reply curl_GET(const std::string &url);
 
 // POST of `body` (from post_body) to `url` with the current session's cookie. Returns the libcurl result, 0
 // on success, or -1 when the queue is full; the HTTP status is not looked at.
@@ -23,10 +23,8 @@ int curl_POST(const std::string &url, const std::string &body);
 std::string post_body(const std::string &document);
 std::string post_body(const std::string &document, int length);
 
-// High-priority GET of "url?query" with `key`'s cookie. The last piece of the body on status 200, else
-// nothing.
-std::optional<std::string> perform_curl(const std::string &url, const std::string &key,
-                                        const std::string &query);
+// High-priority GET of "url?query" with `key`'s cookie. The last piece of the body on status 200, else null.
+Reply perform_curl(const std::string &url, const std::string &key, const std::string &query);
 
 // The four below send `cookie_text` as it is, read the camera's address from the configuration at each call
 // and return 0, or -1 on a transfer error or a status other than 200. `reply` holds at most the last piece's
@@ -45,8 +43,8 @@ int z55_get_photo(photo_buffer *photo, const char *path);
 void remember_cookie(const std::string &cookie_text);
 void remember_post_fields(const std::string &body);
 
-// libcurl write callback: logs the piece and keeps it as the text of the std::optional<std::string> behind
-// `body`.
+// libcurl write callback: keeps the piece as the text of the Reply behind `body` and logs it. Returns 0,
+// which ends the transfer, when there is no memory for it.
 size_t poll_write_callback(char *piece, size_t size, size_t nmemb, void *body);
 
 #endif

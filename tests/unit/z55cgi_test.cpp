@@ -1,7 +1,9 @@
 #include "z55cgi.h"
 
+#include <curl/curl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -22,8 +24,8 @@ struct Outcome {
     std::string reply = {};
 };
 
-std::string text_of(const std::optional<std::string> &body) {
-    return body.value_or("nothing");
+std::string text_of(const Reply &body) {
+    return body ? body.c_str() : "nothing";
 }
 
 Outcome call_curl_GET() {
@@ -283,6 +285,27 @@ TEST_P(CgiMember, ReportsATransferError) {
     }
 }
 
+TEST_P(CgiMember, EndsAReplyThatIsTooLong) {
+    const Member &member = GetParam();
+    const size_t limit = (std::string(member.name) == "z55_get_photo" ? 32 : 4) * 1024 * 1024;
+    std::string log;
+    const auto result_of_reply = [&](size_t length) {
+        camera.on_request(
+            [=](const CameraRequest &) { return CameraReply{.body = std::string(length, '#')}; });
+        Outcome outcome;
+        errors_of([&] { log = output_of([&] { outcome = GetParam().call(); }); });
+        return outcome.result;
+    };
+    const std::string taken = result_of_reply(limit);
+    EXPECT_NE(member.failed.result, taken);
+    EXPECT_NE(std::to_string(CURLE_WRITE_ERROR), taken);
+    const std::string refused = result_of_reply(limit + 100'000);
+    EXPECT_EQ(
+        std::string(member.name) == "curl_POST" ? std::to_string(CURLE_WRITE_ERROR) : member.failed.result,
+        refused);
+    EXPECT_GE(limit, static_cast<size_t>(std::count(log.begin(), log.end(), '#')));
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, CgiMember, testing::ValuesIn(kMembers), by_name);
 
 // --- What the members do not share.
@@ -363,8 +386,8 @@ TEST_F(Cgi, AnOverlongKeyOfTheHookIsCutToTheCookie) {
 TEST_F(Cgi, OnlyTheLastPieceOfABodyIsKept) {
     chunks = {"<A>", "1", "</A>"};
     const std::string log = log_of([] {
-        EXPECT_EQ("</A>", curl_GET("http://127.0.0.1:8080/CGI/X"));
-        EXPECT_EQ("</A>", perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
+        EXPECT_EQ("</A>", text_of(curl_GET("http://127.0.0.1:8080/CGI/X")));
+        EXPECT_EQ("</A>", text_of(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")));
         std::string reply;
         easyRemoteControl("Session=7", "ZOOM", reply);
         EXPECT_EQ("</A>", reply);
@@ -376,11 +399,43 @@ TEST_F(Cgi, OnlyTheLastPieceOfABodyIsKept) {
                                           "*** (poll) write_callback_func: </A> ***\n"));
 }
 
+TEST_F(Cgi, ThePostsReplyBeforeTheLastStaysReadable) {
+    const auto post = [&](const char *reply) {
+        body = reply;
+        log_of([] { curl_POST("http://127.0.0.1:8080/CGI/X", "b"); });
+        return response;
+    };
+    const char *first = post("the first reply");
+    const char *second = post("the second reply");
+    EXPECT_STREQ("the first reply", first);
+    post("the third reply");
+    EXPECT_STREQ("the second reply", second);
+    camera.go_away();
+    const char *third = response;
+    EXPECT_EQ(nullptr, post("none"));
+    EXPECT_STREQ("the third reply", third);
+}
+
+TEST_F(Cgi, AReplyWithoutMemoryIsATransferError) {
+    const std::string log = log_of([] {
+        intercept::refuse_next("realloc");
+        EXPECT_FALSE(curl_GET("http://127.0.0.1:8080/CGI/X"));
+        EXPECT_EQ(CURLE_WRITE_ERROR, res);
+        intercept::refuse_next("realloc");
+        EXPECT_FALSE(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
+        intercept::refuse_next("realloc");
+        EXPECT_EQ(CURLE_WRITE_ERROR, curl_POST("http://127.0.0.1:8080/CGI/X", "b"));
+        EXPECT_EQ(nullptr, response);
+    });
+    EXPECT_NE(std::string::npos, log.find("res !=CURLE_OK: platform/Z55/ak_model,line 1364\n"));
+    EXPECT_EQ(std::string::npos, log.find("write_callback_func"));
+}
+
 TEST_F(Cgi, AReplyWithoutBodyIsNothing) {
     body = "";
     log_of([] {
-        EXPECT_EQ(std::nullopt, curl_GET("http://127.0.0.1:8080/CGI/X"));
-        EXPECT_EQ(std::nullopt, perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
+        EXPECT_FALSE(curl_GET("http://127.0.0.1:8080/CGI/X"));
+        EXPECT_FALSE(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
     });
 }
 
@@ -464,10 +519,10 @@ TEST_F(Cgi, TheOthersFailWithoutAHandle) {
             call();
         });
     };
-    without_handle([] { EXPECT_EQ(std::nullopt, curl_GET("http://127.0.0.1:8080/CGI/X")); });
+    without_handle([] { EXPECT_FALSE(curl_GET("http://127.0.0.1:8080/CGI/X")); });
     EXPECT_EQ(2, res);
     without_handle([] { EXPECT_EQ(2, curl_POST("http://127.0.0.1:8080/CGI/X", "b")); });
-    without_handle([] { EXPECT_EQ(std::nullopt, perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")); });
+    without_handle([] { EXPECT_FALSE(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")); });
     without_handle([&] { EXPECT_EQ(-1, getSingleCameraStatus("c", "Temp", reply)); });
     without_handle([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); });
     without_handle([&] { EXPECT_EQ(-1, z55_get_photo(&photo, "/x")); });
@@ -565,13 +620,21 @@ TEST(ResultSink, CopiesUpToANul) {
 }
 
 TEST(PollSink, KeepsACopyOfTheLastPiece) {
-    std::optional<std::string> body;
+    Reply body;
     std::string piece = "abcdef";
     EXPECT_EQ("*** (poll) write_callback_func: abcd ***\n",
               output_of([&] { EXPECT_EQ(4u, poll_write_callback(piece.data(), 2, 2, &body)); }));
-    EXPECT_EQ("abcd", body);
+    EXPECT_EQ("abcd", *body);
     output_of([&] { EXPECT_EQ(1u, poll_write_callback(piece.data() + 5, 1, 1, &body)); });
-    EXPECT_EQ("f", body);
+    EXPECT_EQ("f", *body);
+}
+
+TEST(PollSink, EndsTheTransferWithoutMemory) {
+    Reply body;
+    std::string piece = "abcdef";
+    intercept::refuse_next("realloc");
+    EXPECT_EQ("", output_of([&] { EXPECT_EQ(0u, poll_write_callback(piece.data(), 2, 2, &body)); }));
+    EXPECT_FALSE(body);
 }
 
 TEST(PhotoSink, GrowsAndStaysTerminated) {
@@ -587,16 +650,20 @@ TEST(PhotoSink, GrowsAndStaysTerminated) {
 }
 
 TEST(PhotoSink, AbortsTheTransferWithoutMemory) {
-    constexpr size_t kLimit = 32 * 1024 * 1024;
     photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
-    std::string piece(kLimit - 1, 'x');
-    output_of([&] { EXPECT_EQ(kLimit - 1, photo_write_callback(piece.data(), 1, kLimit - 1, &photo)); });
-    EXPECT_EQ(kLimit - 1, photo.count);
+    std::string piece = "x";
+    intercept::refuse_next("realloc");
     EXPECT_EQ("realloc memory, size: 1\nnot enough memory (realloc returned NULL)\n",
               output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, 1, &photo)); }));
     EXPECT_EQ(nullptr, photo.data);
     EXPECT_EQ(0u, photo.count);
-    output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, kLimit, &photo)); });
+}
+
+TEST(PhotoSink, TakesNoMoreThanItsCountCanTell) {
+    photo_buffer photo{UINT32_MAX - 1, static_cast<char *>(std::calloc(1, 1))};
+    std::string piece = "xy";
+    output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, 2, &photo)); });
+    EXPECT_EQ(nullptr, photo.data);
 }
 
 struct StatusRow {

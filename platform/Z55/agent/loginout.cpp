@@ -10,6 +10,7 @@
 #include "../shared.h"
 #include "utils/conf_file.h"
 #include "utils/os.h"
+#include "utils/reply.h"
 #include "utils/reply_text.h"
 #include "utils/transfer.h"
 
@@ -30,7 +31,6 @@ namespace {
 constexpr char kSource[] = "platform/Z55/agent/loginout";
 constexpr char kFirmwareVersionFile[] = "/tmp/FWVER.txt";
 constexpr long kRetrySeconds = 5;
-constexpr size_t kBodyLimit = 65536;  // bytes of a login reply that are kept
 
 constinit std::mutex key_lock;
 std::condition_variable key_arrived;
@@ -67,37 +67,35 @@ bool read_login_settings(char (&host)[HostSize], char (&device_name)[TextSize], 
 }
 
 size_t login_body_callback(char *piece, size_t size, size_t nmemb, void *body) {
-    const std::string text = piece_text(piece, size * nmemb);
-    std::printf("write_callback_func, buffer=%s\n", text.c_str());
-    std::string &whole = *static_cast<std::string *>(body);
-    if (whole.size() < kBodyLimit) whole += text;
-    return size * nmemb;
+    const std::string_view text = piece_text(piece, size * nmemb);
+    std::printf("write_callback_func, buffer=%.*s\n", static_cast<int>(text.size()), text.data());
+    return static_cast<Reply *>(body)->append(text) ? size * nmemb : 0;
 }
 
 size_t login_header_callback(char *piece, size_t size, size_t nmemb, void *header) {
-    const std::string line = piece_text(piece, size * nmemb);
-    std::printf("header_callback_func, buffer=%s\n", line.c_str());
-    if (line.find("Session=") != std::string::npos) *static_cast<std::optional<std::string> *>(header) = line;
-    return size * nmemb;
+    const std::string_view line = piece_text(piece, size * nmemb);
+    std::printf("header_callback_func, buffer=%.*s\n", static_cast<int>(line.size()), line.data());
+    if (line.find("Session=") == std::string_view::npos) return size * nmemb;
+    return static_cast<Reply *>(header)->assign(line) ? size * nmemb : 0;
 }
 
 // The login's whole reply, as far as it is of use.
 struct LoginReply {
-    std::string body;
-    std::optional<std::string> session_header;
+    Reply body;
+    Reply session_header;
 };
 
 int post_login(const LoginSettings &settings, LoginReply &reply) {
     const std::string body = format_text(150, "password=%s", settings.password);
+    Sink body_sink{login_body_callback, &reply.body};
+    Sink header_sink{login_header_callback, &reply.session_header};
     const Transfer transfer = new_transfer(format_text(200, "http://%s/CGI/CameraLogin?Device=%s&Stream=%s",
                                                        settings.host, settings.device, settings.stream));
     if (!transfer) return CURLE_FAILED_INIT;
     CURL *handle = transfer.get();
     curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, login_body_callback);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &reply.body);
-    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, login_header_callback);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &reply.session_header);
+    set_body_sink(transfer, body_sink);
+    set_header_sink(transfer, header_sink);
     curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
     std::puts("***(login) curl_perform starts ***");
     const int result = curl_easy_perform(handle);
@@ -105,7 +103,7 @@ int post_login(const LoginSettings &settings, LoginReply &reply) {
     return result;
 }
 
-void save_firmware_version(const std::string &body) {
+void save_firmware_version(std::string_view body) {
     const auto version = find_xml_value(body, "FWVER");
     if (!version) {
         std::printf("res !=CURLE_OK: %s,line %d\n", kSource, 285);
@@ -148,11 +146,11 @@ int login(void) {
         std::printf("After res !=CURLE_OK: %s,line %d\n", kSource, 266);
         return -1;
     }
-    const auto key = getSessionKeyInHeader(reply.session_header ? reply.session_header->c_str() : nullptr);
+    const auto key = getSessionKeyInHeader(reply.session_header ? reply.session_header.c_str() : nullptr);
     if (!key) return -1;
     std::printf("(login)session_key=%s\n", key->c_str());
     write_conf_value("SESSION_KEY", *key);
-    save_firmware_version(reply.body);
+    save_firmware_version(*reply.body);
     return 0;
 }
 

@@ -65,7 +65,7 @@ std::optional<std::string> ask_uuid(const std::string &url, const std::string &k
         std::puts("get_uuid curl failed. response of perform_curl() is null.");
         return std::nullopt;
     }
-    std::printf("get_uuid print response = %s\n ", reply->c_str());
+    std::printf("get_uuid print response = %s\n ", reply.c_str());
     return find_xml_value(*reply, "UUID");
 }
 

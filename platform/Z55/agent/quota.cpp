@@ -9,6 +9,7 @@
 #include "../sdk/usock.h"
 #include "alarm_latch.h"
 #include "utils/conf_file.h"
+#include "utils/reply.h"
 #include "utils/transfer.h"
 
 namespace {
@@ -42,8 +43,8 @@ std::optional<std::string> access_token() {
 }
 
 size_t quota_write_callback(char *piece, size_t size, size_t nmemb, void *reply) {
-    std::string &text = *static_cast<std::string *>(reply);
-    if (text.size() < kReplyLimit) text += piece_text(piece, size * nmemb);
+    Reply &whole = *static_cast<Reply *>(reply);
+    if ((*whole).size() < kReplyLimit && !whole.append(piece_text(piece, size * nmemb))) return 0;
     return size * nmemb;
 }
 
@@ -52,21 +53,20 @@ std::string storage_host() {
     return host.empty() ? VELO_NIMB_HOST : host;
 }
 
-std::optional<std::string> fetch_quota(const std::string &token) {
+bool fetch_quota(const std::string &token, Reply &reply) {
+    Sink sink{quota_write_callback, &reply};
     const Transfer transfer =
         new_transfer("https://" + storage_host() + "/rest/2.0/cbx/quota?method=info&access_token=" + token);
-    if (!transfer) return std::nullopt;
-    std::string reply;
+    if (!transfer) return false;
     curl_easy_setopt(transfer.get(), CURLOPT_HTTPGET, 1L);
     curl_easy_setopt(transfer.get(), CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(transfer.get(), CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
     curl_easy_setopt(transfer.get(), CURLOPT_TIMEOUT, kTransferSeconds);
-    curl_easy_setopt(transfer.get(), CURLOPT_WRITEFUNCTION, quota_write_callback);
-    curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &reply);
+    set_body_sink(transfer, sink);
     const CURLcode result = curl_easy_perform(transfer.get());
-    if (result == CURLE_OK) return reply;
+    if (result == CURLE_OK) return true;
     std::printf("(nimbo_polling) CURL failed: %s\n", curl_easy_strerror(result));
-    return std::nullopt;
+    return false;
 }
 
 std::optional<std::uint64_t> number_at(const char *text) {
@@ -90,16 +90,16 @@ std::optional<Quota> parse_quota(const std::string &reply) {
 std::optional<Quota> ask_quota() {
     const auto token = access_token();
     if (!token) return std::nullopt;
-    const auto reply = fetch_quota(*token);
-    if (!reply) return std::nullopt;
-    if (reply->find("error_code") != std::string::npos) {
-        std::printf("(nimbo_polling) CURL response: %s\n", reply->c_str());
+    Reply reply;
+    if (!fetch_quota(*token, reply)) return std::nullopt;
+    if ((*reply).find("error_code") != std::string_view::npos) {
+        std::printf("(nimbo_polling) CURL response: %s\n", reply.c_str());
         remove_token();
         return std::nullopt;
     }
-    const auto quota = parse_quota(*reply);
+    const auto quota = parse_quota(reply.c_str());
     if (!quota) {
-        std::printf("(nimbo_polling) no quota in the response: %s\n", reply->c_str());
+        std::printf("(nimbo_polling) no quota in the response: %s\n", reply.c_str());
         return std::nullopt;
     }
     std::printf("(nimbo_polling) CURL response: total = %llu, used = %llu.\n",

@@ -20,7 +20,7 @@ std::string error_marker(const std::string &code) {
 
 std::string joined(const char *prefix, const std::vector<const char *> &names, size_t size) {
     std::string query = prefix;
-    for (const char *name : names) query = query + name + "&";
+    for (const char *name : names) query.append(name).append("&");
     if (!query.empty()) query.pop_back();
     return cut_to_buffer(query, size);
 }

@@ -47,18 +47,18 @@ struct PushResult {
 
 PushResult push_time(const std::string &url, const std::string &cookie_text, const std::string &body,
                      bool direct) {
-    const Transfer transfer = new_transfer(url);
     PushResult push{CURLE_FAILED_INIT, 0};
+    Reply reply;
+    Sink body_sink{poll_write_callback, &reply};
+    Sink header_sink{http_status_code_checker, &push.status};
+    const Transfer transfer = new_transfer(url);
     if (!transfer) return push;
     CURL *handle = transfer.get();
-    std::optional<std::string> reply;
     curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
     curl_easy_setopt(handle, CURLOPT_COOKIE, cookie_text.c_str());
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, poll_write_callback);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &reply);
+    set_body_sink(transfer, body_sink);
     curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
-    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, http_status_code_checker);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, &push.status);
+    set_header_sink(transfer, header_sink);
     push.result =
         direct ? curl_easy_perform(handle) : curlmgr_enqueue_job(handle, kHighPriority, "perform_NTP");
     return push;

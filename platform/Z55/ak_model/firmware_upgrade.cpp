@@ -21,13 +21,13 @@ constexpr int kTries = 6;
 
 // The first value that `ask` yields in six tries without a pause; nothing when all fail.
 template <typename Ask>
-std::optional<std::string> six_tries(Ask ask) {
-    std::optional<std::string> value;
+auto six_tries(Ask ask) {
+    decltype(ask()) value{};
     for (int i = 0; i < kTries && !value; i++) value = ask();
     return value;
 }
 
-std::optional<std::string> fetch_status(const char *key) {
+Reply fetch_status(const char *key) {
     return six_tries(
         [&] { return curl_GET(format_text(200, "http://%s/CGI/CameraStatus?%s", hostIP, key)); });
 }

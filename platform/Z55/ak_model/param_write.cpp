@@ -2,6 +2,7 @@
 // thread; blocks for its requests, and for another thread's change of the same setting group.
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "../agent/utils/conf_file.h"
 #include "../agent/utils/reply_text.h"
@@ -28,13 +29,13 @@ int post_setting(const std::string &document) {
 // The group's document with `element` set to `value` and the others as `reply` has them; nothing when one is
 // missing.
 std::optional<std::string> group_document(const CameraGroup &group, const char *element,
-                                          const std::string &value, const std::string &reply) {
+                                          const std::string &value, std::string_view reply) {
     std::string document = std::string("<CameraSetup><") + group.name + ">";
     for (const char *name : group.elements) {
         if (name == nullptr) break;
         const auto text = std::strcmp(name, element) == 0 ? value : find_xml_value(reply, name);
         if (!text) return std::nullopt;
-        document = document + "<" + name + ">" + *text + "</" + name + ">";
+        document.append("<").append(name).append(">").append(*text).append("</").append(name).append(">");
     }
     return cut_to_buffer(document + "</" + group.name + "></CameraSetup>", kCommandSize);
 }

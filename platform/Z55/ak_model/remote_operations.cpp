@@ -1,6 +1,7 @@
 #include "remote_operations.h"
 
 #include <cstdio>
+#include <optional>
 
 #include "../agent/utils/os.h"
 #include "../agent/utils/text.h"

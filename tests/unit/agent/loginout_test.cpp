@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -100,18 +101,28 @@ TEST_F(Login, TheBodyIsGatheredWholeOverItsPieces) {
     EXPECT_EQ("V2", read_file("/tmp/FWVER.txt"));
 }
 
-TEST_F(Login, OfAnEndlessBodyTheFirst64KilobytesCount) {
+TEST_F(Login, ALongBodyIsGatheredWholeAndATooLongOneFails) {
     CameraReply reply = good_reply("1");
-    const std::string filling(16 * 1024, 'x');
-    reply.chunks = {filling, filling, filling, filling, "<FWVER>late</FWVER>"};
+    reply.chunks = {std::string(4'000'000, 'x'), "<FWVER>late</FWVER>"};
     camera.reply("/CGI/CameraLogin", {reply});
     log_of_login(0);
-    EXPECT_FALSE(file_exists("/tmp/FWVER.txt"));
+    EXPECT_EQ("late", read_file("/tmp/FWVER.txt"));
 
-    reply.chunks = {filling, filling, filling, filling.substr(1), "<FWVER>early</FWVER>"};
+    reply.chunks = {"<FWVER>early</FWVER>", std::string(5'000'000, '#')};
     camera.reply("/CGI/CameraLogin", {reply});
-    log_of_login(0);
-    EXPECT_EQ("early", read_file("/tmp/FWVER.txt"));
+    const std::string log = log_of_login(-1);
+    EXPECT_NE(std::string::npos, log.find("error: curl perform failed. error code = 23***\n"));
+    EXPECT_GT(4 * 1024 * 1024, std::count(log.begin(), log.end(), '#'));
+    EXPECT_EQ("late", read_file("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, AReplyWithoutMemoryFails) {
+    camera.reply("/CGI/CameraLogin", {good_reply("1")});
+    for (const int after : {0, 1}) {  // the header's line, the body
+        intercept::refuse_next("realloc", after);
+        EXPECT_NE(std::string::npos, log_of_login(-1).find("error code = 23***\n"));
+    }
+    EXPECT_EQ("", stored("SESSION_KEY"));
 }
 
 TEST_F(Login, TheLastSessionHeaderWins) {

@@ -15,10 +15,13 @@ struct NumberOption {
     long value;
 };
 constexpr NumberOption kNumbers[] = {
-    {CURLOPT_FOLLOWLOCATION, 1},   {CURLOPT_MAXREDIRS, 30},  // a camera that redirects in circles must not
-                                                             // hold the queue
-    {CURLOPT_NOSIGNAL, 1},         {CURLOPT_TCP_KEEPALIVE, 1}, {CURLOPT_TCP_KEEPIDLE, 10},  // seconds
-    {CURLOPT_TCP_KEEPINTVL, 5},                                                             // seconds
+    {CURLOPT_FOLLOWLOCATION, 1},
+    {CURLOPT_MAXREDIRS, 30},  // a camera that redirects in circles must not
+                              // hold the queue
+    {CURLOPT_NOSIGNAL, 1},
+    {CURLOPT_TCP_KEEPALIVE, 1},
+    {CURLOPT_TCP_KEEPIDLE, 10},     // seconds
+    {CURLOPT_TCP_KEEPINTVL, 5},     // seconds
     {CURLOPT_LOW_SPEED_LIMIT, 1},   // bytes per second
     {CURLOPT_LOW_SPEED_TIME, 600},  // seconds
 #if LIBCURL_VERSION_NUM >= 0x075700
@@ -47,6 +50,14 @@ curl_socket_t open_socket(void *, curlsocktype, curl_sockaddr *address) {
     return handle;
 }
 
+size_t give(char *piece, size_t size, size_t nmemb, void *argument) {
+    Sink &sink = *static_cast<Sink *>(argument);
+    const size_t length = size * nmemb;
+    if (length > sink.room) return 0;
+    sink.room -= length;
+    return sink.take != nullptr ? sink.take(piece, size, nmemb, sink.target) : length;
+}
+
 }  // namespace
 
 Transfer new_transfer(const std::string &url) {
@@ -65,6 +76,16 @@ Transfer new_transfer(const std::string &url) {
     return transfer;
 }
 
-std::string piece_text(const char *piece, size_t length) {
-    return std::string(piece, strnlen(piece, length));
+void set_body_sink(const Transfer &transfer, Sink &sink) {
+    curl_easy_setopt(transfer.get(), CURLOPT_WRITEFUNCTION, give);
+    curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &sink);
+}
+
+void set_header_sink(const Transfer &transfer, Sink &sink) {
+    curl_easy_setopt(transfer.get(), CURLOPT_HEADERFUNCTION, give);
+    curl_easy_setopt(transfer.get(), CURLOPT_HEADERDATA, &sink);
+}
+
+std::string_view piece_text(const char *piece, size_t length) {
+    return {piece, strnlen(piece, length)};
 }

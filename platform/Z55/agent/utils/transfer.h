@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 struct TransferCleanup {
     void operator()(CURL *handle) const {
@@ -21,7 +22,21 @@ using Transfer = std::unique_ptr<CURL, TransferCleanup>;
 // nothing for 10 minutes, and does not wait for name servers that it gives up. Null when there is no memory.
 Transfer new_transfer(const std::string &url);
 
-// The bytes of a libcurl piece as a C text: up to its first NUL.
-std::string piece_text(const char *piece, size_t length);
+inline constexpr size_t kLargestReply = 4 * 1024 * 1024;  // bytes
+
+// Where the bytes of a reply's body, or of its header, go.
+struct Sink {
+    curl_write_callback take;     // null: nowhere
+    void *target;                 // its last argument
+    size_t room = kLargestReply;  // bytes that it may still be given
+};
+
+// Both keep a pointer to `sink`. A reply with more bytes than it has room for ends the transfer with
+// libcurl's write error, and none of those beyond reach it. Harmless on a null transfer.
+void set_body_sink(const Transfer &transfer, Sink &sink);
+void set_header_sink(const Transfer &transfer, Sink &sink);
+
+// The bytes of a libcurl piece as a C text has them: up to its first NUL.
+std::string_view piece_text(const char *piece, size_t length);
 
 #endif

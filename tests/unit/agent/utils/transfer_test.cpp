@@ -111,6 +111,65 @@ TEST_F(NewTransfer, IsNullWithoutAHandle) {
     EXPECT_EQ(nullptr, new_transfer(url("/x")));
 }
 
+// --- The sinks.
+
+size_t gather(char *piece, size_t size, size_t count, void *text) {
+    static_cast<std::string *>(text)->append(piece, size * count);
+    return size * count;
+}
+
+class TransferSinks : public NewTransfer {
+  protected:
+    // Performs a GET of "/x" whose body and header sinks take so many bytes.
+    CURLcode get(size_t body_room, size_t header_room) {
+        body.clear();
+        header.clear();
+        Sink body_sink{gather, &body, body_room}, header_sink{gather, &header, header_room};
+        const Transfer transfer = new_transfer(url("/x"));
+        set_body_sink(transfer, body_sink);
+        set_header_sink(transfer, header_sink);
+        return perform(transfer);
+    }
+    static constexpr char kHeader[] = "HTTP/1.1 200 Any\r\nX: yz\r\nContent-Length: 5\r\n\r\n";
+    std::string body, header;
+};
+
+TEST_F(TransferSinks, GetBodyAndHeader) {
+    camera.reply("/x", {{.body = "12345", .headers = {"X: yz"}}});
+    EXPECT_EQ(CURLE_OK, get(5, sizeof kHeader - 1));
+    EXPECT_EQ("12345", body);
+    EXPECT_EQ(kHeader, header);
+}
+
+TEST_F(TransferSinks, GetNothingOfABodyPieceBeyondTheirRoom) {
+    camera.reply("/x", {{.chunks = {"123", "45"}}});
+    EXPECT_EQ(CURLE_WRITE_ERROR, get(4, kLargestReply));
+    EXPECT_EQ("123", body);
+}
+
+TEST_F(TransferSinks, GetNothingOfAHeaderLineBeyondTheirRoom) {
+    camera.reply("/x", {{.body = "12345", .headers = {"X: yz"}}});
+    EXPECT_EQ(CURLE_WRITE_ERROR, get(kLargestReply, sizeof kHeader - 2));
+    EXPECT_EQ("HTTP/1.1 200 Any\r\nX: yz\r\nContent-Length: 5\r\n", header);
+    EXPECT_EQ("", body);
+}
+
+TEST_F(TransferSinks, OfNoCallbackOnlyCount) {
+    camera.reply("/x", "12345");
+    for (const size_t room : {4, 5}) {
+        Sink nowhere{nullptr, nullptr, room};
+        const Transfer transfer = new_transfer(url("/x"));
+        set_body_sink(transfer, nowhere);
+        EXPECT_EQ(room == 5 ? CURLE_OK : CURLE_WRITE_ERROR, perform(transfer));
+    }
+}
+
+TEST_F(TransferSinks, AreHarmlessOnNoTransfer) {
+    Sink nowhere{nullptr, nullptr};
+    set_body_sink(nullptr, nowhere);
+    set_header_sink(nullptr, nowhere);
+}
+
 TEST(PieceText, EndsAtTheLengthOrTheFirstNul) {
     EXPECT_EQ("abc", piece_text("abcdef", 3));
     EXPECT_EQ("ab", piece_text("ab\0cd", 5));
