@@ -15,6 +15,7 @@ namespace {
 constexpr char kCard[] = "/tmp/fuse_d";
 constexpr char kReserveFile[] = "/tmp/fuse_d/.ota.tmp";
 constexpr char kFill[] = "/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100";
+constexpr int kFillSeconds = 600;
 // By the shell, which has a limit: where the card does not answer, an unlink would never return.
 constexpr char kRemove[] = "rm -f /tmp/fuse_d/.ota.tmp";
 
@@ -50,7 +51,7 @@ bool claim_place() {
 
 bool fill_reserve() {
     if (lent || !card_is_mounted() || !claim_place()) return false;
-    const int status = run_shell(kFill);
+    const int status = run_shell(kFill, kFillSeconds);
     if (status == 0 && !lent) return true;
     [[maybe_unused]] const int removed = run_shell(kRemove);
     return false;

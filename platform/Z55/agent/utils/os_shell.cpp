@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <mutex>
-#include <vector>
 
 #include "os.h"
 #include "os_inherit.h"
@@ -21,9 +21,8 @@ constexpr std::int64_t kDeathMilliseconds = 1000;  // that SIGKILL is given
 constexpr size_t kMostOutput = 65536;
 
 // The commands that did not end, and what guards them.
-constexpr size_t kMostLeftBehind = 8;
 constinit std::mutex left_behind_lock;
-constinit std::vector<pid_t> left_behind;
+constinit pid_t left_behind[8] = {};  // 0: a free place
 
 // A wait in pauses that grow, so that a short command is not held up. The kernels of the device cannot wait
 // for a child with a limit, and SIGCHLD belongs to the whole process. The pauses are counted, not clocked: on
@@ -82,16 +81,25 @@ bool ends_within(Patience &patience, pid_t child, int &status) {
     }
 }
 
-// Whether there is room for one more command that does not end. Those that have ended meanwhile make it.
-bool may_start() {
-    const std::lock_guard<std::mutex> lock(left_behind_lock);
-    std::erase_if(left_behind, [](pid_t child) { return waitpid(child, nullptr, WNOHANG) != 0; });
-    return left_behind.size() < kMostLeftBehind;
+// The place of a command that has ended since it was left behind, or that was always free; null when there is
+// none. Under left_behind_lock.
+pid_t *free_place() {
+    for (pid_t &child : left_behind) {
+        if (child != 0 && waitpid(child, nullptr, WNOHANG) != 0) child = 0;
+    }
+    pid_t *const place = std::find(std::begin(left_behind), std::end(left_behind), 0);
+    return place != std::end(left_behind) ? place : nullptr;
 }
 
+bool may_start() {
+    const std::lock_guard<std::mutex> lock(left_behind_lock);
+    return free_place() != nullptr;
+}
+
+// Beyond the places a command is forgotten: several threads may have started one at once.
 void leave_behind(pid_t child) {
     const std::lock_guard<std::mutex> lock(left_behind_lock);
-    left_behind.push_back(child);
+    if (pid_t *const place = free_place()) *place = child;
 }
 
 // The child is still there, so its number is the group's and nobody else's.
