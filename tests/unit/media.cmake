@@ -1,7 +1,7 @@
 # Recording, firmware upgrade, frames, snapshot, talk-back.
 file(GLOB media_tests CONFIGURE_DEPENDS
   *recording*_test.cpp
-  ak_model/firmware_upgrade*_test.cpp ak_model/upgrade_monitor*_test.cpp
+  ak_model/firmware_upgrade*_test.cpp ak_model/upgrade_*_test.cpp
   frame/*_test.cpp)
 if(media_tests)
   add_unit_tests(unit_media ${media_tests} support/camera_script.cpp support/marked_log.cpp)

@@ -17,14 +17,14 @@ std::string upgrade_marker_path();
 // The running firmware version without line ends; "" when it is unknown.
 std::string running_firmware_version();
 
-// Writes a marker that holds the running firmware version to `path`. Returns false, errno set, when it cannot
+// Puts a marker that holds `version` at `path`, whole and durably. Returns false, errno set, when it could not
 // be written.
-[[nodiscard]] bool write_upgrade_marker(const std::string &path);
+[[nodiscard]] bool write_upgrade_marker(const std::string &path, const std::string &version);
 
-// The marker at `path`; nothing when there is none.
+// The marker at `path`; nothing when there is none. A link or a FIFO is none.
 std::optional<UpgradeMarker> read_upgrade_marker(const std::string &path);
 
-// Deletes the marker. Returns false, errno set, when it cannot be deleted.
+// Deletes the marker, durably. Returns false, errno set, when it cannot be deleted.
 [[nodiscard]] bool remove_upgrade_marker(const UpgradeMarker &marker);
 
 #endif

@@ -50,7 +50,7 @@ void read_round(Round &round) {
 
 void write_marker() {
     const std::string path = upgrade_marker_path();
-    if (!write_upgrade_marker(path)) {
+    if (!write_upgrade_marker(path, running_firmware_version())) {
         std::puts("Open OTA Temp file failed.");
         std::perror("Error");
         return;

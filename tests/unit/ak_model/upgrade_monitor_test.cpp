@@ -236,7 +236,9 @@ TEST_F(Monitor, MarkerHoldsNoLineEndAndReplacesAnOlderOne) {
 TEST_F(Monitor, MarkerThatCannotBeWrittenHoldsNothingUp) {
     set_conf("OTA_TMP_FILE", "/tmp/no/such/marker");
     const std::string errors = errors_of([&] {
-        expect_rounds({{"Downloading", "0", "(OTA_monitor) start downloading\nOpen OTA Temp file failed.\n"},
+        expect_rounds({{"Downloading", "0",
+                        "(OTA_monitor) start downloading\nRetrieved line of length 6 :\n1.0.3\n"
+                        "Open OTA Temp file failed.\n"},
                        {"Downloading", "7", progress_log("7")}},
                       false);
     });

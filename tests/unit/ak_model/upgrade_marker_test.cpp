@@ -1,0 +1,135 @@
+// The marker between the monitor that writes it and the start checks that settle it.
+#include "ak_model/upgrade_marker.h"
+
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <ostream>
+
+#include "ak_model/firmware_upgrade.h"
+#include "intercept.h"
+#include "upgrade_fixture.h"
+
+namespace {
+
+constexpr char kVictim[] = "/tmp/victim";
+constexpr char kNoMarker[] = "checkOtaTmpFile called\nno ota temp file\n";
+constexpr char kCreated[] = "Created OTA Temp file:\"/tmp/ota.marker\\n";
+constexpr char kNotCreated[] = "Open OTA Temp file failed.\n";
+
+class Marker : public UpgradeTest {
+  protected:
+    void SetUp() override {
+        UpgradeTest::SetUp();
+        write_file(kFirmwareVersion, "1.0.3");
+        write_file(kVictim, "precious");
+    }
+    // A camera that goes through these upgrade states, one for each round of a monitor.
+    void camera_goes_through(const std::vector<const char *> &statuses) {
+        CameraScript script = {{"CameraStatus?FwDownloadProgress", {element("FwDownloadProgress", "7")}}};
+        for (const char *status : statuses) {
+            script["CameraStatus?FwUpgradeStatus"].push_back(element("FwUpgradeStatus", status));
+        }
+        play_script(camera, script);
+    }
+    // A monitor of an upgrade whose download has begun, until the end of that many rounds.
+    static std::string log_of_monitor(int rounds = 1) {
+        return output_of([=] { run_monitor(rounds); });
+    }
+    static void run_monitor(int rounds) {
+        EXPECT_TRUE(fake_os::run_until_pause(rounds, [] { OTA_monitor(nullptr); }));
+    }
+    static int count(const std::string &text, const std::string &log) {
+        int found = 0;
+        for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + 1)) found++;
+        return found;
+    }
+};
+
+// --- The file
+
+TEST_F(Marker, IsReplacedWholeAndSynced) {
+    camera_goes_through({"Downloading"});
+    write_file(kMarker, "an older one");
+    FILE *reader = std::fopen(kMarker, "re");
+    ASSERT_NE(reader, nullptr);
+    EXPECT_NE(log_of_monitor().find(kCreated), std::string::npos);
+    char text[20] = {};
+    EXPECT_STREQ(std::fgets(text, sizeof text, reader), "an older one");
+    std::fclose(reader);
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+    struct stat written {};
+    EXPECT_EQ(stat(kMarker, &written), 0);
+    EXPECT_EQ(written.st_mode & 07777, 0644u);
+    EXPECT_EQ(intercept::synced(), (Texts{"/tmp/ota.marker.veloagent-new", "/tmp"}));
+}
+
+TEST_F(Marker, StaysAwayOnceItIsSettled) {
+    write_file(kMarker, "1.0.2\n");
+    output_of(checkOtaTmpFile);
+    EXPECT_EQ(intercept::synced(), Texts{"/tmp"});
+}
+
+TEST_F(Marker, ThatTheDiskHasNoRoomForIsNotCreated) {
+    camera_goes_through({"Downloading"});
+    mkdir("/tmp/full", 0755);
+    ASSERT_EQ(mount("tmpfs", "/tmp/full", "tmpfs", 0, "size=4k"), 0);
+    write_file("/tmp/full/filling", std::string(4096, 'f'));
+    set_conf("OTA_TMP_FILE", "/tmp/full/marker");
+    std::string log;
+    EXPECT_EQ(errors_of([&] { log = log_of_monitor(); }), "Error: No space left on device\n");
+    EXPECT_EQ(count(kNotCreated, log), 1);
+    EXPECT_FALSE(file_exists("/tmp/full/marker"));
+    umount2("/tmp/full", MNT_DETACH);
+}
+
+TEST_F(Marker, ThatStaysIsSettledAgain) {
+    write_file(kMarker, "1.0.2\n");
+    ASSERT_EQ(mount(kMarker, kMarker, nullptr, MS_BIND, nullptr), 0);  // such a file cannot be deleted
+    for (int i = 0; i < 2; i++) {
+        std::string log;
+        EXPECT_EQ(errors_of([&] { log = output_of(checkOtaTmpFile); }), "Error: Device or resource busy\n");
+        EXPECT_NE(log.find("Unable to delete OTA Temp File file:\"/tmp/ota.marker\".\n"), std::string::npos);
+    }
+    EXPECT_EQ(alarm_statuses(), (std::vector{19, 19}));
+    umount(kMarker);
+}
+
+// --- What others put in its place
+
+struct PlantRow {
+    const char *name;
+    int (*plant)();
+};
+
+void PrintTo(const PlantRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class PlantedMarker : public Marker, public testing::WithParamInterface<PlantRow> {};
+
+TEST_P(PlantedMarker, IsNoMarker) {
+    ASSERT_EQ(GetParam().plant(), 0);
+    EXPECT_EQ(output_of(checkOtaTmpFile), kNoMarker);
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{});
+    EXPECT_EQ(read_file(kVictim), "precious");
+}
+
+TEST_P(PlantedMarker, GivesWayToTheMonitorsMarker) {
+    ASSERT_EQ(GetParam().plant(), 0);
+    camera_goes_through({"Downloading"});
+    EXPECT_NE(log_of_monitor().find(kCreated), std::string::npos);
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(kMarker)));
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+    EXPECT_EQ(read_file(kVictim), "precious");
+    EXPECT_FALSE(file_exists("/tmp/created"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Marker, PlantedMarker,
+                         testing::Values(PlantRow{"LinkToAFile", [] { return symlink(kVictim, kMarker); }},
+                                         PlantRow{"LinkToNothing",
+                                                  [] { return symlink("/tmp/created", kMarker); }},
+                                         PlantRow{"Fifo", [] { return mkfifo(kMarker, 0666); }}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+}  // namespace
