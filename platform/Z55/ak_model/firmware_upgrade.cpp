@@ -141,6 +141,20 @@ bool upgrade_took(const std::string &current, const std::optional<std::string> &
     return std::strncmp(current.c_str(), last->c_str(), current.size()) != 0;
 }
 
+void forget(const UpgradeMarker &marker) {
+    switch (forget_left_marker(marker)) {
+        case Forgotten::deleted:
+            std::printf("OTA Temp file \"%s\" file is deleted successfully.\n", marker.path.c_str());
+            break;
+        case Forgotten::failed:
+            std::printf("Unable to delete OTA Temp File file:\"%s\".\n", marker.path.c_str());
+            std::perror("Error");
+            break;
+        case Forgotten::replaced_by_ours:
+            break;
+    }
+}
+
 }  // namespace
 
 int doOTA() {
@@ -171,7 +185,7 @@ int otaON() {
 
 void checkOtaTmpFile() {
     std::puts("checkOtaTmpFile called");
-    const auto marker = read_upgrade_marker(upgrade_marker_path());
+    const auto marker = take_left_marker(upgrade_marker_path());
     if (!marker) {
         std::puts("no ota temp file");
         return;
@@ -182,10 +196,5 @@ void checkOtaTmpFile() {
     } else {
         soap_OTA_failed();
     }
-    if (remove_upgrade_marker(*marker)) {
-        std::printf("OTA Temp file \"%s\" file is deleted successfully.\n", marker->path.c_str());
-    } else {
-        std::printf("Unable to delete OTA Temp File file:\"%s\".\n", marker->path.c_str());
-        std::perror("Error");
-    }
+    forget(*marker);
 }

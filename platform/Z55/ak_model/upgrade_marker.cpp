@@ -1,6 +1,8 @@
 #include "upgrade_marker.h"
 
+#include <memory>
 #include <mutex>
+#include <utility>
 
 #include "../agent/utils/conf_file.h"
 #include "../agent/utils/files.h"
@@ -11,8 +13,12 @@ namespace {
 constexpr size_t kLongestMarker = 64 * 1024;  // bytes; a version is shorter by far
 constexpr mode_t kMarkerMode = 0644;
 
-// Two monitors may write at once.
+// Guards all below and what stands at the path, from looking at it to changing it. It is not the file's
+// identity that says whose it is: FAT gives one file several inode numbers.
 constinit std::mutex lock;
+constinit bool ours = false;                  // this process has written a marker
+constinit bool taken = false;                 // what was left has been looked at
+constinit UpgradeMarker *replaced = nullptr;  // what was left, not looked at when ours replaced it
 
 std::string without_line_ends(std::string text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
@@ -50,13 +56,24 @@ std::string running_firmware_version() {
 
 bool write_upgrade_marker(const std::string &path, const std::string &version) {
     const std::lock_guard<std::mutex> guard(lock);
-    return replace_file(path, version, kMarkerMode);
+    std::optional<UpgradeMarker> left;
+    if (!ours && !taken) left = read_marker(path);
+    if (!replace_file(path, version, kMarkerMode)) return false;
+    if (left) replaced = new UpgradeMarker(*std::move(left));
+    ours = true;
+    return true;
 }
 
-std::optional<UpgradeMarker> read_upgrade_marker(const std::string &path) {
-    return read_marker(path);
+std::optional<UpgradeMarker> take_left_marker(const std::string &path) {
+    const std::lock_guard<std::mutex> guard(lock);
+    taken = true;
+    if (!ours) return read_marker(path);
+    const std::unique_ptr<UpgradeMarker> left(std::exchange(replaced, nullptr));
+    return left ? std::optional(*left) : std::nullopt;
 }
 
-bool remove_upgrade_marker(const UpgradeMarker &marker) {
-    return remove_file(marker.path);
+Forgotten forget_left_marker(const UpgradeMarker &marker) {
+    const std::lock_guard<std::mutex> guard(lock);
+    if (ours) return Forgotten::replaced_by_ours;
+    return remove_file(marker.path) ? Forgotten::deleted : Forgotten::failed;
 }

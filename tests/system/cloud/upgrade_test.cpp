@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "wire.h"
 
@@ -130,6 +131,36 @@ TEST(Upgrade, IsFollowedThroughItsRebootIntoTheNewFirmware) {
     EXPECT_EQ(desk.alarms(), std::vector<int>{19});
     EXPECT_FALSE(std::filesystem::exists(kMarker));
     EXPECT_TRUE(std::filesystem::exists("/tmp/fuse_d/.ota.tmp")) << "the reserve for the next one";
+}
+
+// A dd that the test lets go on, in place of the device's own.
+void slow_dd(const char *released_by) {
+    std::ofstream("/usr/bin/dd.slow")
+        << "#!/bin/sh\n: >/tmp/fuse_d/.ota.tmp\nuntil [ -e " << released_by << " ]; do sleep 0.05; done\n";
+    std::filesystem::permissions("/usr/bin/dd.slow", std::filesystem::perms(0755));
+    std::filesystem::rename("/usr/bin/dd.slow", "/usr/bin/dd");
+}
+
+TEST(Upgrade, ThatIsAskedForWhileTheStartChecksRunIsSettledAfterItsOwnReboot) {
+    constexpr char kRelease[] = "/tmp/go_on";
+    DeskOptions options = upgrading("success");
+    options.reserve = false;
+    options.wait = DeskOptions::started;
+    slow_dd(kRelease);
+    Desk desk(options);
+    announce(desk);
+    size_t at = desk.wait_for_logs({"no ota temp file\n", "create start\n"});
+    EXPECT_EQ(upgrade(desk), 0);
+    at = desk.wait_for_log("Created OTA Temp file:", at);
+    std::ofstream(kRelease) << "";
+    desk.wait_for_logs({"create file failure\n", "no ota temp file\n", "vq_ipca_init return\n"}, at);
+    EXPECT_EQ(file_text(kMarker), "1.0.3");
+    EXPECT_FALSE(std::filesystem::exists("/tmp/fuse_d/.ota.tmp")) << "its space is the download's";
+    wait_until("the download is over", [&] { return desk.alarms() == std::vector<int>{18}; });
+    wait_until("the camera runs the new firmware",
+               [&] { return desk.camera_state()["config"]["fwver"] == "1.0.4"; });
+    reboot(desk);
+    EXPECT_EQ(desk.alarms(), std::vector<int>{19});
 }
 
 TEST(Upgrade, ThatDoesNotTakeIsReportedAfterTheReboot) {

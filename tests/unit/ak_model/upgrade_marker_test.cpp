@@ -3,8 +3,10 @@
 
 #include <sys/mount.h>
 
+#include <atomic>
 #include <filesystem>
 #include <ostream>
+#include <thread>
 
 #include "ak_model/firmware_upgrade.h"
 #include "intercept.h"
@@ -46,6 +48,81 @@ class Marker : public UpgradeTest {
     }
 };
 
+// --- Whose marker it is
+
+TEST_F(Marker, OfAnUpgradeThatRunsIsNotSettled) {
+    camera_goes_through({"Downloading"});
+    log_of_monitor();
+    EXPECT_EQ(output_of(checkOtaTmpFile), kNoMarker);
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{});
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+}
+
+// The SDK's call takes its time: meanwhile a monitor puts its marker in place of the one that is settled.
+int upgrade_meanwhile(alarm_record *record, mipc_api_table *) {
+    EXPECT_EQ(record->status, 19);
+    EXPECT_TRUE(fake_os::run_until_pause(1, [] { OTA_monitor(nullptr); }));
+    return 0;
+}
+
+TEST_F(Marker, WrittenWhileAnOlderOneIsSettledStays) {
+    camera_goes_through({"Downloading"});
+    write_file(kMarker, "1.0.2\n");
+    fake_vendor::table().SendAlarmData = upgrade_meanwhile;
+    const std::string log = output_of(checkOtaTmpFile);
+    EXPECT_NE(log.find(kCreated), std::string::npos);
+    EXPECT_EQ(log.find("deleted"), std::string::npos) << "that would not be true";
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+    EXPECT_EQ(output_of(checkOtaTmpFile), kNoMarker);
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+}
+
+TEST_F(Marker, WrittenBeforeAnOlderOneWasSettledLosesNoOutcome) {
+    camera_goes_through({"Downloading"});
+    write_file(kMarker, "1.0.2\n");
+    log_of_monitor();
+    EXPECT_EQ(output_of(checkOtaTmpFile),
+              "checkOtaTmpFile called\nota temp file(/tmp/ota.marker) existed\n"
+              "Retrieved line of length 5 :\n1.0.3fwver_curr = \"1.0.3\"\nfwver_last = \"1.0.2\"\n"
+              "soap_OTA_succeeded called\n" +
+                  log_of_alarm(19));
+    EXPECT_EQ(output_of(checkOtaTmpFile), kNoMarker);
+    EXPECT_EQ(alarm_statuses(), std::vector{19});
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+}
+
+TEST_F(Marker, ThatStaysIsSettledAgain) {
+    write_file(kMarker, "1.0.2\n");
+    ASSERT_EQ(mount(kMarker, kMarker, nullptr, MS_BIND, nullptr), 0);  // such a file cannot be deleted
+    for (int i = 0; i < 2; i++) {
+        std::string log;
+        EXPECT_EQ(errors_of([&] { log = output_of(checkOtaTmpFile); }), "Error: Device or resource busy\n");
+        EXPECT_NE(log.find("Unable to delete OTA Temp File file:\"/tmp/ota.marker\".\n"), std::string::npos);
+    }
+    EXPECT_EQ(alarm_statuses(), (std::vector{19, 19}));
+    umount(kMarker);
+}
+
+TEST_F(Marker, OfManyMonitorsAtOnceIsWhole) {
+    camera_goes_through({"Downloading"});
+    const std::string log = output_of([] {
+        std::atomic<int> done = 0;
+        std::vector<std::thread> monitors;
+        for (int i = 0; i < 8; i++) {
+            monitors.emplace_back([&] {
+                run_monitor(1);
+                done++;
+            });
+        }
+        while (done < 8) checkOtaTmpFile();
+        for (std::thread &monitor : monitors) monitor.join();
+    });
+    EXPECT_EQ(count(kCreated, log), 8);
+    EXPECT_EQ(count("existed\n", log), 0);
+    EXPECT_EQ(read_file(kMarker), "1.0.3");
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{});
+}
+
 // --- The file
 
 TEST_F(Marker, IsReplacedWholeAndSynced) {
@@ -81,18 +158,6 @@ TEST_F(Marker, ThatTheDiskHasNoRoomForIsNotCreated) {
     EXPECT_EQ(count(kNotCreated, log), 1);
     EXPECT_FALSE(file_exists("/tmp/full/marker"));
     umount2("/tmp/full", MNT_DETACH);
-}
-
-TEST_F(Marker, ThatStaysIsSettledAgain) {
-    write_file(kMarker, "1.0.2\n");
-    ASSERT_EQ(mount(kMarker, kMarker, nullptr, MS_BIND, nullptr), 0);  // such a file cannot be deleted
-    for (int i = 0; i < 2; i++) {
-        std::string log;
-        EXPECT_EQ(errors_of([&] { log = output_of(checkOtaTmpFile); }), "Error: Device or resource busy\n");
-        EXPECT_NE(log.find("Unable to delete OTA Temp File file:\"/tmp/ota.marker\".\n"), std::string::npos);
-    }
-    EXPECT_EQ(alarm_statuses(), (std::vector{19, 19}));
-    umount(kMarker);
 }
 
 // --- What others put in its place
