@@ -29,6 +29,7 @@ struct Round {
     CameraStatus status = CameraStatus::idle;  // a text of another kind leaves the last one
     int progress = 0;                          // percent
     std::string progress_text;
+    std::string version;  // that the marker holds; "" while it is unknown
 };
 
 int configured_period() {
@@ -48,9 +49,9 @@ void read_round(Round &round) {
     if (status == "Upgrading") round.status = CameraStatus::upgrading;
 }
 
-void write_marker() {
+void write_marker(const std::string &version) {
     const std::string path = upgrade_marker_path();
-    if (!write_upgrade_marker(path, running_firmware_version())) {
+    if (!write_upgrade_marker(path, version)) {
         std::puts("Open OTA Temp file failed.");
         std::perror("Error");
         return;
@@ -58,15 +59,24 @@ void write_marker() {
     std::printf("Created OTA Temp file:\"%s\\n", path.c_str());
 }
 
-State while_waiting(const Round &round) {
+State while_waiting(Round &round) {
     if (round.status != CameraStatus::downloading) return State::waiting;
     std::printf("(%s) start downloading\n", kMonitor);
-    write_marker();
+    round.version = running_firmware_version();
+    write_marker(round.version);
     return State::downloading;
 }
 
-State while_downloading(const Round &round) {
+// A login may bring the version while the camera downloads; later it may be the new firmware's.
+void complete_marker(Round &round) {
+    if (!round.version.empty() || round.status != CameraStatus::downloading) return;
+    round.version = running_firmware_version();
+    if (!round.version.empty()) write_marker(round.version);
+}
+
+State while_downloading(Round &round) {
     State next = State::downloading;
+    complete_marker(round);
     std::printf("(%s) downloading progress = %d\n", kMonitor, round.progress);
     if (round.progress == 100) {
         std::printf("(%s) Download finished!!\n", kMonitor);
@@ -90,7 +100,7 @@ State while_downloading(const Round &round) {
     return next;
 }
 
-State next_state(State state, const Round &round) {
+State next_state(State state, Round &round) {
     if (state == State::waiting) return while_waiting(round);
     if (state == State::downloading) return while_downloading(round);
     return state;

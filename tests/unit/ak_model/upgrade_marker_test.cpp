@@ -197,4 +197,46 @@ INSTANTIATE_TEST_SUITE_P(Marker, PlantedMarker,
                                          PlantRow{"Fifo", [] { return mkfifo(kMarker, 0666); }}),
                          [](const auto &row) { return std::string(row.param.name); });
 
+// --- The version that it holds
+
+struct LateRow {
+    const char *name;
+    std::vector<const char *> statuses;  // the version gets known after the first round
+    const char *marker;
+    int created;
+};
+
+void PrintTo(const LateRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class LateVersion : public Marker, public testing::WithParamInterface<LateRow> {};
+
+TEST_P(LateVersion, OfTheMarker) {
+    unlink(kFirmwareVersion);
+    camera_goes_through(GetParam().statuses);
+    int rounds = 0;
+    fake_os::on_pause([&](const std::string &) {
+        if (++rounds == 1) write_file(kFirmwareVersion, "1.0.3\n");
+    });
+    const std::string log = log_of_monitor(static_cast<int>(GetParam().statuses.size()));
+    EXPECT_EQ(read_file(kMarker), GetParam().marker);
+    EXPECT_EQ(count(kCreated, log), GetParam().created);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Marker, LateVersion,
+    testing::Values(LateRow{"IsWrittenWhileTheDownloadRuns", {"Downloading", "Downloading"}, "1.0.3", 2},
+                    LateRow{"IsWrittenOnce", {"Downloading", "Downloading", "Downloading"}, "1.0.3", 2},
+                    LateRow{"MayBeTheNewFirmwares", {"Downloading", "Upgrading", "Downloading"}, "", 1},
+                    LateRow{"MayBeTheNewFirmwaresAfterARestart", {"Downloading", "Idle"}, "", 1}),
+    [](const auto &row) { return std::string(row.param.name); });
+
+TEST_F(Marker, IsNotWrittenAgainForAVersionThatStaysUnknown) {
+    write_file(kFirmwareVersion, "");
+    camera_goes_through({"Downloading"});
+    EXPECT_EQ(count(kCreated, log_of_monitor(4)), 1);
+    EXPECT_EQ(read_file(kMarker), "");
+}
+
 }  // namespace
