@@ -1,5 +1,6 @@
 // Firmware upgrades: the request's checks, the walk through the reboot, every way to fail.
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <filesystem>
 #include <fstream>
@@ -8,6 +9,7 @@
 
 namespace {
 
+constexpr char kReserve[] = "/tmp/fuse_d/.ota.tmp";
 constexpr char kMarker[] = "/tmp/working/ota.marker";
 
 struct Refusal {
@@ -74,7 +76,7 @@ TEST_P(UpgradeRefusal, SaysWhyAndAsksForNothing) {
     options.reserve = GetParam().reserve;
     Desk desk(options);
     announce(desk);
-    if (!GetParam().reserve) std::filesystem::remove("/tmp/fuse_d/.ota.tmp");
+    if (!GetParam().reserve) std::filesystem::remove(kReserve);
     desk.camera("PATCH", "/status", GetParam().statuses);
     const long since = desk.last_request();
     const size_t from = desk.log().size();
@@ -101,6 +103,27 @@ TEST(Upgrade, AnUnansweredCheckIsTriedSixTimes) {
     EXPECT_EQ(sent.size(), 13u);
 }
 
+TEST(Upgrade, ThatTheCameraDidNotTakeLeavesTheReserveForTheNext) {
+    Desk desk;
+    announce(desk);
+    desk.fault({{"endpoint", "RemoteControl"}, {"kind", "close"}, {"count", 1}});
+    EXPECT_EQ(upgrade(desk), -1);
+    EXPECT_EQ(std::filesystem::file_size(kReserve), 102'400'000u);
+    EXPECT_EQ(upgrade(desk), 0);
+    EXPECT_FALSE(std::filesystem::exists(kReserve));
+}
+
+TEST(Upgrade, WithoutACardTheReserveIsNotWrittenIntoMemory) {
+    DeskOptions options;
+    options.wait = DeskOptions::not_started;
+    Desk desk(options);
+    ASSERT_EQ(umount2("/tmp/fuse_d", MNT_DETACH), 0);
+    desk.start_agent();
+    desk.wait_for_log("dummyFileCreator function \ncreate start\ncreate file end\ncreate file failure\n");
+    desk.wait_for_log("vq_ipca_init return\n");
+    EXPECT_FALSE(std::filesystem::exists(kReserve));
+}
+
 TEST(Upgrade, IsFollowedThroughItsRebootIntoTheNewFirmware) {
     Desk desk(upgrading("success"));
     announce(desk);
@@ -110,7 +133,7 @@ TEST(Upgrade, IsFollowedThroughItsRebootIntoTheNewFirmware) {
     const auto requests = desk.requests("RemoteControl", since);
     ASSERT_EQ(requests.size(), 1u);
     EXPECT_EQ(requests[0]["body"], post_body("<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>"));
-    EXPECT_FALSE(std::filesystem::exists("/tmp/fuse_d/.ota.tmp"));
+    EXPECT_FALSE(std::filesystem::exists(kReserve));
     desk.wait_for_logs(
         {"delete file success\n", "curl_Post OK, starting OTA monitoring\nstart_OTA_monitoring called\n",
          "(OTA_monitor) OTA_monitor starts.\n", "(OTA_monitor) start downloading\n",
@@ -130,13 +153,13 @@ TEST(Upgrade, IsFollowedThroughItsRebootIntoTheNewFirmware) {
                        rebooting);
     EXPECT_EQ(desk.alarms(), std::vector<int>{19});
     EXPECT_FALSE(std::filesystem::exists(kMarker));
-    EXPECT_TRUE(std::filesystem::exists("/tmp/fuse_d/.ota.tmp")) << "the reserve for the next one";
+    EXPECT_TRUE(std::filesystem::exists(kReserve)) << "the reserve for the next one";
 }
 
 // A dd that the test lets go on, in place of the device's own.
 void slow_dd(const char *released_by) {
     std::ofstream("/usr/bin/dd.slow")
-        << "#!/bin/sh\n: >/tmp/fuse_d/.ota.tmp\nuntil [ -e " << released_by << " ]; do sleep 0.05; done\n";
+        << "#!/bin/sh\n: >" << kReserve << "\nuntil [ -e " << released_by << " ]; do sleep 0.05; done\n";
     std::filesystem::permissions("/usr/bin/dd.slow", std::filesystem::perms(0755));
     std::filesystem::rename("/usr/bin/dd.slow", "/usr/bin/dd");
 }
@@ -155,7 +178,7 @@ TEST(Upgrade, ThatIsAskedForWhileTheStartChecksRunIsSettledAfterItsOwnReboot) {
     std::ofstream(kRelease) << "";
     desk.wait_for_logs({"create file failure\n", "no ota temp file\n", "vq_ipca_init return\n"}, at);
     EXPECT_EQ(file_text(kMarker), "1.0.3");
-    EXPECT_FALSE(std::filesystem::exists("/tmp/fuse_d/.ota.tmp")) << "its space is the download's";
+    EXPECT_FALSE(std::filesystem::exists(kReserve)) << "its space is the download's";
     wait_until("the download is over", [&] { return desk.alarms() == std::vector<int>{18}; });
     wait_until("the camera runs the new firmware",
                [&] { return desk.camera_state()["config"]["fwver"] == "1.0.4"; });
