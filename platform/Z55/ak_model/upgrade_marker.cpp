@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include "../agent/utils/conf_file.h"
@@ -29,7 +30,7 @@ std::optional<std::string> first_line(FILE *file) {
     std::string text(kLongestMarker, '\0');
     text.resize(std::fread(text.data(), 1, text.size(), file));
     if (text.empty()) return std::nullopt;
-    return without_line_ends(text.substr(0, text.find('\n')).c_str());
+    return without_line_ends(text.substr(0, text.find_first_of(std::string_view("\n\0", 2))));
 }
 
 bool is_folder(const std::string &path) {
