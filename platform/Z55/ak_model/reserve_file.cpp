@@ -53,7 +53,7 @@ bool fill_reserve() {
     if (lent || !card_is_mounted() || !claim_place()) return false;
     const int status = run_shell(kFill, kFillSeconds);
     if (status == 0 && !lent) return true;
-    [[maybe_unused]] const int removed = run_shell(kRemove);
+    (void)run_shell(kRemove);  // the card that refuses it has no reserve for anybody
     return false;
 }
 

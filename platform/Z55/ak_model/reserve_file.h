@@ -8,8 +8,8 @@
 #ifndef Z55_AK_MODEL_RESERVE_FILE_H
 #define Z55_AK_MODEL_RESERVE_FILE_H
 
-// Makes the reserve file, on a mounted card only. Returns 0, or -1 when it exists, is lent or could not be
-// filled; it is whole or not there at all. Blocks while dd writes.
+// Makes the reserve file, on a mounted card only, whole or not at all. Returns 0, or -1 when it exists, is
+// lent or could not be filled. Blocks while dd writes, for ten minutes at most.
 int dummyFileCreator();
 
 // Deletes the reserve file, so that an upgrade has its space. Returns 0, or -1 when it is missing or cannot

@@ -46,6 +46,7 @@ class Reserve : public AgentTest {
 TEST_F(Reserve, IsMadeByDd) {
     EXPECT_LOG(kCreated, log_of_making(0));
     EXPECT_EQ(fake_os::shell_commands(), Texts{kFill});
+    EXPECT_EQ(fake_os::shell_limits(), std::vector{600}) << "a slow card takes its time";
     EXPECT_TRUE(file_exists(kReserve));
 }
 
