@@ -2,8 +2,8 @@
 
 #include <pthread.h>
 
-#include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -11,6 +11,7 @@
 #include "../exports.h"
 #include "utils/os.h"
 #include "utils/text.h"
+#include "utils/threads.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ constexpr long kConnectTimeoutSeconds = 2;
 constexpr long kPacingNanoseconds =
     100'000'000;  // requests start at most this far into a second, or back to back
 
-// Guards the queues and the wake-up; held for list operations only.
+// Guards all of this but the semaphore's waits; held for list operations only.
 constinit std::mutex queue_lock;
 constinit curl_queue default_queue{};
 constinit curl_queue high_queue{};
@@ -27,9 +28,13 @@ constinit sem_t curl_sem{};           // the idle worker sleeps on it; at most o
 constinit int curl_sem_error = 0;     // errno of its initialisation
 constinit pthread_t worker_thread{};  // written once, by the starter thread
 
-// Transfers that succeeded and failed since start; for the log.
-constinit std::atomic<unsigned long> good{0};
-constinit std::atomic<unsigned long> NG{0};
+enum class Worker { not_yet, standing, missing };
+constinit Worker worker = Worker::not_yet;
+constinit pthread_cond_t worker_stands = PTHREAD_COND_INITIALIZER;
+
+constinit curl_counts counts{0, 0};  // for the log
+
+constexpr int kNotPerformed = -1;  // no libcurl code
 
 void wait_resuming(sem_t *semaphore) {
     while (sem_wait(semaphore) != 0 && errno == EINTR) {
@@ -53,12 +58,33 @@ curl_queue *queue_of(int priority) {
     return nullptr;
 }
 
-bool push_and_wake(curl_queue *queue, curl_job *job) {
+enum class Pushed { done, full, no_worker };
+
+Pushed push_and_wake(curl_queue *queue, curl_job *job) {
     const std::lock_guard<std::mutex> lock(queue_lock);
-    if (curl_queue_push_back(queue, job) != 0) return false;
+    if (worker == Worker::missing) return Pushed::no_worker;
+    if (curl_queue_push_back(queue, job) != 0) return Pushed::full;
     int value = 0;
     if (sem_getvalue(&curl_sem, &value) == 0 && value == 0) sem_post(&curl_sem);
-    return true;
+    return Pushed::done;
+}
+
+// The lock is held.
+void fail_waiting_jobs() {
+    for (curl_queue *queue : {&high_queue, &default_queue}) {
+        while (queue->count > 0) {
+            curl_job *job = curl_queue_pop(queue);
+            job->result = kNotPerformed;
+            sem_post(&job->done);
+        }
+    }
+}
+
+// The job's result; kNotPerformed where the worker is missing.
+int wait_for_result(curl_job &job) {
+    wait_resuming(&job.done);
+    sem_destroy(&job.done);
+    return job.result;
 }
 
 std::uint32_t waiting_in(const curl_queue &queue) {
@@ -85,14 +111,20 @@ curl_job *next_job() {
 }
 
 void log_result(int result) {
-    (result != 0 ? NG : good)++;
-    const unsigned long failed = NG, succeeded = good;
-    const unsigned long fail_rate = failed == 0 ? 0 : failed * 100 / (succeeded + failed);
-    std::printf("curlmgr_enqueue_job OK. res = %d, good=%lu NG=%lu fail_rate = %lu\n ", result, succeeded,
-                failed, fail_rate);
+    std::unique_lock<std::mutex> lock(queue_lock);
+    (result != 0 ? counts.failed : counts.good)++;
+    const curl_counts now = counts;
+    lock.unlock();
+    std::printf("curlmgr_enqueue_job OK. res = %d, good=%" PRIu64 " NG=%" PRIu64 " fail_rate = %" PRIu64
+                "\n ",
+                result, now.good, now.failed, fail_rate(now));
 }
 
 }  // namespace
+
+std::uint64_t fail_rate(const curl_counts &counts_now) {
+    return counts_now.failed == 0 ? 0 : counts_now.failed * 100 / (counts_now.good + counts_now.failed);
+}
 
 void curl_queue_init(curl_queue *queue, std::uint32_t capacity) {
     *queue = curl_queue{nullptr, nullptr, 0, capacity, 1};
@@ -132,12 +164,15 @@ int curlmgr_enqueue_job(CURL *handle, int priority, const char *name) {
     job.handle = handle;
     job.name = text_or_empty(name);
     sem_init(&job.done, 0, 0);
-    if (!push_and_wake(queue, &job)) {
+    const Pushed pushed = push_and_wake(queue, &job);
+    if (pushed == Pushed::full) {
         std::puts("curlmgr_enqueue_job failed. The queue is full. res = -1.");
         return -1;
     }
-    wait_resuming(&job.done);
-    sem_destroy(&job.done);
+    if (pushed == Pushed::no_worker || wait_for_result(job) == kNotPerformed) {
+        std::puts("curlmgr_enqueue_job failed. There is no worker. res = -1.");
+        return -1;
+    }
     log_result(job.result);
     return job.result;
 }
@@ -164,8 +199,27 @@ void *start_curl_thread(void *) {
     if (pthread_create(&worker_thread, &thread_attr, perform_curls_in_queue, nullptr) != 0) {
         std::printf("!!!***%s %d***!!!\n", "platform/Z55/agent/curlmgr", 203);
         std::puts("*** error in create curl_thread ***");
+        want_thread_again(start_curl_thread);
+        curl_worker_missing();
         return reinterpret_cast<void *>(-1);
+    }
+    {
+        const std::lock_guard<std::mutex> lock(queue_lock);
+        worker = Worker::standing;
+        pthread_cond_broadcast(&worker_stands);
     }
     if (curl_sem_error != 0) std::printf("init curl_sem error:%s\n", std::strerror(curl_sem_error));
     return nullptr;
+}
+
+void curl_worker_missing() {
+    init_once();
+    const std::lock_guard<std::mutex> lock(queue_lock);
+    worker = Worker::missing;
+    fail_waiting_jobs();
+}
+
+void wait_for_curl_worker() {
+    const std::lock_guard<std::mutex> lock(queue_lock);
+    while (worker == Worker::missing) pthread_cond_wait(&worker_stands, queue_lock.native_handle());
 }

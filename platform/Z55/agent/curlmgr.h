@@ -25,6 +25,14 @@ struct curl_queue {
     int initialised;
 };
 
+// Transfers since start; they never come round to 0.
+struct curl_counts {
+    std::uint64_t good, failed;
+};
+
+// The failed ones' share in percent, 0 where there were none at all.
+std::uint64_t fail_rate(const curl_counts &counts_now);
+
 inline constexpr std::uint32_t kQueueCapacity = 80;  // jobs waiting, per queue
 
 void curl_queue_init(curl_queue *queue, std::uint32_t capacity);
@@ -36,12 +44,23 @@ int curl_queue_push_back(curl_queue *queue, curl_job *job);
 curl_job *curl_queue_pop(curl_queue *queue);
 
 // Hands `handle` to the worker and blocks, however long the transfer takes, until it is performed. Returns
-// the libcurl result, or -1 when the queue of that priority is full or there is no such priority. The handle
-// stays the caller's. `name` may be null. Any thread but the worker.
+// the libcurl result, or -1 when the queue of that priority is full, when there is no such priority, or at
+// once when the worker could not be created. The handle stays the caller's. `name` may be null. Any thread
+// but the worker.
 int curlmgr_enqueue_job(CURL *handle, int priority, const char *name);
 
+// The worker's life. Not yet there when the agent starts: requests wait for it. Standing, to the process's
+// end. Or missing, because it or its starter could not be created: requests fail, those that wait too, until
+// a later try has made it stand.
+
 // Thread routine: creates the worker and returns. The result is 0, or -1 (as a pointer) when it could not be
-// created.
+// created; then the worker is missing, and start_missing_threads will run this routine again.
 void *start_curl_thread(void *);
+
+// Tells that start_curl_thread's own thread could not be created. Any thread.
+void curl_worker_missing();
+
+// Returns at once unless the worker is missing, then as soon as it stands. Any thread.
+void wait_for_curl_worker();
 
 #endif

@@ -12,6 +12,7 @@
 #include "utils/os.h"
 #include "utils/reply.h"
 #include "utils/reply_text.h"
+#include "utils/threads.h"
 #include "utils/transfer.h"
 
 // Written by the cloud thread before the SDK starts, read by the SDK's threads afterwards.
@@ -175,14 +176,14 @@ int getSessionKey(char *out) {
         if (login() != 0) {
             std::puts("*** (getSessionKey) login failed, waiting for next try... ***");
             write_conf_value("SESSION_KEY", "");
-            pause_seconds(kRetrySeconds);
+            pause_and_start_missing(kRetrySeconds);
             continue;
         }
         std::puts("***(getSessionKey) login succeeded. *** ");
         key = stored_key();
         if (key.empty()) {
             std::puts("*** (getSessionKey) failed, waiting for next try... ***");
-            pause_seconds(kRetrySeconds);
+            pause_and_start_missing(kRetrySeconds);
         }
     }
     save_cookie_file(key.c_str());

@@ -55,9 +55,9 @@ void write_start_time() {
 }
 
 void start_agent_threads() {
-    start_thread(&cloud_thread, run_cloud_session, reinterpret_cast<void *>(copy_session_key));
-    start_thread(&queue_thread, start_curl_thread, nullptr);
-    start_thread(&clock_thread, NTP_poll, reinterpret_cast<void *>(copy_session_key));
+    start_wanted_thread(&cloud_thread, run_cloud_session, reinterpret_cast<void *>(copy_session_key));
+    if (start_wanted_thread(&queue_thread, start_curl_thread, nullptr) != 0) curl_worker_missing();
+    start_wanted_thread(&clock_thread, NTP_poll, reinterpret_cast<void *>(copy_session_key));
 }
 
 bool session_expired(int poll_result) {
@@ -69,7 +69,7 @@ bool session_expired(int poll_result) {
         std::puts("*** (main) myPoll... ***");
         const int result = myPoll(session_key_buffer);
         std::puts("*** (main) wait for 5 sec ***");
-        pause_seconds(kPollPauseSeconds);
+        pause_and_start_missing(kPollPauseSeconds);
         std::printf("*** (main) myPoll result:%d ", result);
         if (session_expired(result)) {
             std::puts(" failed. login... ***");

@@ -10,6 +10,7 @@
 #include "../exports.h"
 #include "../sdk/usock.h"
 #include "../z55cgi.h"
+#include "curlmgr.h"
 #include "utils/conf_file.h"
 #include "utils/os.h"
 #include "utils/reply_text.h"
@@ -88,6 +89,7 @@ std::optional<std::string> get_uuid() {
     auto uuid = ask_uuid(url, key);
     while (!uuid) {
         std::puts("find_xml_value failed. response of perform_curl() is null.");
+        wait_for_curl_worker();               // without one each attempt fails at once
         conf_value_into(key, "SESSION_KEY");  // the one that was read may have expired meanwhile
         uuid = ask_uuid(url, key);
     }

@@ -16,6 +16,7 @@
 #include "utils/conf_file.h"
 #include "utils/os.h"
 #include "utils/text.h"
+#include "utils/threads.h"
 
 namespace {
 
@@ -182,7 +183,7 @@ void apply_values(const std::vector<const PollEvent *> &polled, const QueryResul
 
 void sleep_until_next_cycle(int period) {
     std::printf("\n*** (Polling) end of a time. Start sleeping for %d sec.***\n\n", period);
-    pause_seconds(period > 0 ? period : 1);
+    pause_and_start_missing(period > 0 ? period : 1);
     std::puts("\n*** (Polling) finish sleeping. ***");
 }
 

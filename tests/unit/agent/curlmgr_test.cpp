@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 
+#include "agent/utils/threads.h"
 #include "agent/utils/transfer.h"
 #include "agent_test.h"
 #include "exports.h"
@@ -80,33 +81,107 @@ TEST(CurlQueue, AnEmptyQueueGivesNothingWithItsText) {
     EXPECT_EQ(0u, queue.count);
 }
 
+// --- The statistics: a device that runs for years counts beyond what a long holds on the target.
+
+struct CountsRow {
+    const char *name;
+    curl_counts counts;
+    std::uint64_t rate;
+};
+
+class Counts : public testing::TestWithParam<CountsRow> {};
+
+TEST_P(Counts, HaveARate) {
+    EXPECT_EQ(GetParam().rate, fail_rate(GetParam().counts));
+}
+
+INSTANTIATE_TEST_SUITE_P(Row, Counts,
+                         testing::Values(CountsRow{"None", {0, 0}, 0}, CountsRow{"OnlyGood", {7, 0}, 0},
+                                         CountsRow{"OnlyFailed", {0, 7}, 100},
+                                         CountsRow{"OneOfFour", {3, 1}, 25},
+                                         CountsRow{"SumBeyond32Bits", {0xFFFFFFFF, 1}, 0},
+                                         CountsRow{"HundredfoldBeyond32Bits", {0x10000000, 0x30000000}, 75},
+                                         CountsRow{"BothBeyond32Bits", {0x100000000, 0x300000000}, 75}),
+                         by_name);
+
 // --- The starter, and what only a fresh process shows. Run together, these come first of all that use the
 // queue.
 
-class QueueStart : public AgentTest {};
+class QueueStart : public AgentTest {
+  protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        if (queue_worker_runs) GTEST_SKIP() << "the queue is in use already";
+    }
+    // The starter's log where the worker cannot be created.
+    static std::string log_of_failed_start() {
+        intercept::refuse_next("pthread_create");
+        return output_of([] { EXPECT_EQ(reinterpret_cast<void *>(-1), start_curl_thread(nullptr)); });
+    }
+    static int ask() {
+        const Transfer transfer = new_transfer(std::string("http://") + FakeCamera::host + "/x");
+        return curlmgr_enqueue_job(transfer.get(), kDefaultPriority, "job");
+    }
+    FakeCamera camera;
+};
 
 TEST_F(QueueStart, ASemaphoreThatCannotBePreparedIsOnlyReported) {
     intercept::refuse_next("sem_init");
-    const std::string log = start_queue_worker();
-    if (log.empty()) GTEST_SKIP() << "the queue is in use already";
-    EXPECT_EQ("Start Curl Performing Thread.\ninit curl_sem error:No space left on device\n", log);
+    EXPECT_EQ("Start Curl Performing Thread.\ninit curl_sem error:No space left on device\n",
+              start_queue_worker());
 }
 
 TEST_F(QueueStart, IsLogged) {
-    const std::string log = start_queue_worker();
-    if (log.empty()) GTEST_SKIP() << "the queue is in use already";
-    EXPECT_EQ("Start Curl Performing Thread.\n", log);
+    EXPECT_EQ("Start Curl Performing Thread.\n", start_queue_worker());
 }
 
-TEST_F(QueueStart, WithoutAWorkerIsAFailure) {
-    intercept::refuse_next("pthread_create");
-    const std::string log =
-        output_of([] { EXPECT_EQ(reinterpret_cast<void *>(-1), start_curl_thread(nullptr)); });
+TEST_F(QueueStart, WithoutAWorkerIsAFailureAndRequestsFailAtOnceUntilOneStands) {
     EXPECT_EQ(
         "Start Curl Performing Thread.\n"
         "!!!***platform/Z55/agent/curlmgr 203***!!!\n"
         "*** error in create curl_thread ***\n",
-        log);
+        log_of_failed_start());
+    EXPECT_EQ(
+        "curlmgr_perform_curl called\n"
+        "curlmgr_enqueue_job failed. There is no worker. res = -1.\n",
+        output_of([] { EXPECT_EQ(-1, ask()); }));
+    start_queue_worker();
+    output_of([] { EXPECT_EQ(0, ask()); });
+    EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
+}
+
+TEST_F(QueueStart, WithoutAStarterTheRequestsThatWaitForAWorkerFailToo) {
+    std::atomic<int> failed{0};
+    output_of([&] {
+        std::vector<std::thread> callers;
+        for (int i = 0; i < 3; i++) callers.emplace_back([&] { failed += ask() == -1 ? 1 : 0; });
+        EXPECT_TRUE(eventually([] { return intercept::semaphore_waits() == 3; }));
+        EXPECT_EQ(0, failed);
+        curl_worker_missing();
+        for (std::thread &caller : callers) caller.join();
+    });
+    EXPECT_EQ(3, failed);
+    EXPECT_EQ((Texts{}), camera.seen());
+    start_queue_worker();
+    output_of([] { EXPECT_EQ(0, ask()); });
+}
+
+TEST_F(QueueStart, AMissingWorkerIsTriedAgainAfterAMinute) {
+    static pthread_t starter{};
+    queue_worker_runs = true;
+    intercept::refuse_next("pthread_create", 1);  // the starter's goes well, the worker's does not
+    output_of([] {
+        EXPECT_EQ(0, start_wanted_thread(&starter, start_curl_thread, nullptr));
+        EXPECT_EQ(-1, ask());
+        pause_and_start_missing(59);
+        pause_and_start_missing(5);
+        EXPECT_EQ(-1, ask());
+        pause_and_start_missing(5);
+        wait_for_curl_worker();
+        EXPECT_EQ(0, ask());
+    });
+    EXPECT_EQ((Texts{"59 s", "5 s", "5 s"}), fake_os::pauses());
+    EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
 }
 
 // --- Jobs. The camera's requests are the order of the transfers.

@@ -6,10 +6,13 @@
 
 #include <thread>
 
+#include "agent/curlmgr.h"
 #include "agent_test.h"
 #include "exports.h"
+#include "intercept.h"
 #include "marked_log.h"
 #include "vanishing_conf.h"
+#include "z55cgi.h"
 
 namespace {
 
@@ -307,6 +310,26 @@ TEST_F(NetworkUuid, IsAskedForWithTheKeyOfTheMoment) {
     uuid_log(uuid);
     EXPECT_EQ(camera.seen(),
               (Texts{"GET /CGI/CameraInfo? Session=12345", "GET /CGI/CameraInfo? Session=678"}));
+}
+
+TEST_F(NetworkUuid, IsNotAskedForAgainWhileTheQueueHasNoWorker) {
+    if (begun > 1) GTEST_SKIP() << "a second worker would stay";
+    camera.reply("/CGI/CameraInfo", "<UUID>7</UUID>");
+    std::optional<std::string> uuid;
+    errors_of([&] {
+        output_of([&] {
+            curl_worker_missing();
+            std::thread asker([&] { uuid = get_uuid(); });
+            EXPECT_TRUE(eventually([] { return intercept::transfers() == 1; }));
+            // While others ask and fail, this one waits.
+            for (int i = 0; i < 1000; i++) EXPECT_FALSE(perform_curl("http://127.0.0.1:8080/x", "1", ""));
+            EXPECT_EQ(intercept::transfers(), 1001);
+            start_curl_thread(nullptr);
+            asker.join();
+        });
+    });
+    EXPECT_EQ(uuid, "7");
+    EXPECT_EQ(camera.seen(), Texts{"GET /CGI/CameraInfo? Session=12345"});
 }
 
 TEST_F(NetworkUuid, AddressAndKeyAreCutToTheirBuffers) {

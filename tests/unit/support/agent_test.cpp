@@ -101,10 +101,11 @@ void set_session_key(const std::string &key) {
     key.copy(session_key_buffer, kSessionKeySize - 1);
 }
 
+bool queue_worker_runs = false;
+
 std::string start_queue_worker() {
-    static bool started = false;
-    if (started) return {};
-    started = true;
+    if (queue_worker_runs) return {};
+    queue_worker_runs = true;
     return output_of([] { start_curl_thread(nullptr); });
 }
 

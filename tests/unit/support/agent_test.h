@@ -33,6 +33,8 @@ void set_session_key(const std::string &key);
 
 // Starts the queue's worker, once in the process. Returns what the start logged, "" when it runs already.
 std::string start_queue_worker();
+// Whether it runs; a test that starts it by another way says so here.
+extern bool queue_worker_runs;
 
 // Polls `condition` every millisecond; false when it does not hold within 10 seconds.
 bool eventually(const std::function<bool()> &condition);

@@ -21,6 +21,7 @@ struct State {
     std::map<std::string, int> refused;  // by function: the calls that go well before
     std::function<long()> processor_clock;
     int semaphore_waits = 0;
+    int transfers = 0;
     std::vector<long> connect_timeouts;
     std::map<int, long> transfer_numbers;
     std::vector<std::string> synced;
@@ -62,6 +63,11 @@ int semaphore_waits() {
     return state().semaphore_waits;
 }
 
+int transfers() {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    return state().transfers;
+}
+
 std::vector<long> connect_timeouts() {
     const std::lock_guard<std::mutex> guard(state().lock);
     return state().connect_timeouts;
@@ -83,6 +89,7 @@ void reset() {
     state().refused.clear();
     state().processor_clock = nullptr;
     state().semaphore_waits = 0;
+    state().transfers = 0;
     state().connect_timeouts.clear();
     state().synced.clear();
     state().transfer_numbers.clear();
@@ -174,6 +181,10 @@ int __wrap_fsync(int file) {
 }
 
 CURL *__wrap_curl_easy_init(void) {
+    {
+        const std::lock_guard<std::mutex> guard(state().lock);
+        state().transfers++;
+    }
     return due("curl_easy_init") ? nullptr : __real_curl_easy_init();
 }
 

@@ -27,6 +27,9 @@ std::vector<long> connect_timeouts();
 // The number that a transfer was given last for this libcurl option; -1 when none was.
 long transfer_number(int option);
 
+// How many transfers were asked of libcurl.
+int transfers();
+
 // The path of every file and folder that fsync wrote back, in order.
 std::vector<std::string> synced();
 

@@ -1,5 +1,8 @@
 #include "agent/utils/threads.h"
 
+#include <signal.h>
+
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 
@@ -58,5 +61,93 @@ INSTANTIATE_TEST_SUITE_P(
                                "start_thread: pthread_attr_setdetachstate fail \n"},
                     RefusalRow{"pthread_create", "start_thread: pthread_create fail \n"}),
     by_name);
+
+// --- Wanted threads.
+
+// A routine per test: the agent keeps those that it was told of.
+template <int Test>
+std::atomic<int> runs{0};
+template <int Test>
+void *count_run(void *argument) {
+    if (argument == &runs<Test>) runs<Test> ++;
+    return nullptr;
+}
+
+class WantedThreads : public AgentTest {
+  protected:
+    template <int Test>
+    static int start() {
+        static pthread_t thread{};
+        return start_wanted_thread(&thread, count_run<Test>, &runs<Test>);
+    }
+    template <int Test>
+    static bool ran(int times) {
+        return eventually([=] { return runs<Test> == times; });
+    }
+};
+
+TEST_F(WantedThreads, ThatStandAreNotStartedAgain) {
+    EXPECT_EQ(0, start<1>());
+    for (int i = 0; i < 3; i++) pause_and_start_missing(100);
+    EXPECT_TRUE(ran<1>(1));
+    EXPECT_EQ((Texts{"100 s", "100 s", "100 s"}), fake_os::pauses());
+}
+
+TEST_F(WantedThreads, ThatCouldNotBeCreatedAreTriedOnceAMinute) {
+    const std::string errors = errors_of([] {
+        intercept::refuse_next("pthread_create");
+        EXPECT_EQ(-1, start<2>());
+        pause_and_start_missing(30);
+        pause_and_start_missing(30);
+        intercept::refuse_next("pthread_create");
+        pause_and_start_missing(50);  // the second try comes before it
+        pause_and_start_missing(50);
+        EXPECT_EQ(0, runs<2>);
+        pause_and_start_missing(5);
+        EXPECT_TRUE(ran<2>(1));
+    });
+    EXPECT_EQ((Texts{"30 s", "30 s", "50 s", "50 s", "5 s"}), fake_os::pauses());
+    EXPECT_EQ(2, std::count(errors.begin(), errors.end(), '\n') / 2) << errors;
+}
+
+TEST_F(WantedThreads, AreTriedOnceAMinuteInALongPauseToo) {
+    errors_of([] {
+        intercept::refuse_next("pthread_create");
+        start<3>();
+        int pauses = 0;
+        fake_os::on_pause([&](const std::string &) {
+            if (pauses++ == 0) intercept::refuse_next("pthread_create");
+        });
+        pause_and_start_missing(3600);
+        EXPECT_TRUE(ran<3>(1));
+    });
+    EXPECT_EQ((Texts{"60 s", "60 s", "3480 s"}), fake_os::pauses());
+}
+
+TEST_F(WantedThreads, WhoseWorkFailedAreStartedAgain) {
+    start<4>();
+    EXPECT_TRUE(ran<4>(1));
+    want_thread_again(count_run<4>);
+    pause_and_start_missing(60);
+    pause_and_start_missing(1);
+    EXPECT_TRUE(ran<4>(2));
+}
+
+void *look_at_mask(void *blocked) {
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    *static_cast<std::atomic<int> *>(blocked) = sigismember(&mask, SIGALRM);
+    return nullptr;
+}
+
+TEST_F(StartThread, BlocksTheTickInTheThreadAlone) {
+    pthread_t thread;
+    std::atomic<int> blocked{-1}, here{-1};
+    EXPECT_EQ(0, start_thread(&thread, look_at_mask, &blocked));
+    EXPECT_TRUE(eventually([&] { return blocked != -1; }));
+    EXPECT_EQ(1, blocked);
+    look_at_mask(&here);
+    EXPECT_EQ(0, here);
+}
 
 }  // namespace
