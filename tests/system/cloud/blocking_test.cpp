@@ -14,8 +14,10 @@ namespace {
 constexpr double kSlowReply = 20;
 constexpr double kSilence = 600;  // after which a transfer without a byte ends
 constexpr double kConnect = 2;
-constexpr double kUnacknowledged =
-    30;  // after which a login's connection attempt ends: it has no limit of its own
+constexpr double kUnacknowledged = 30;  // after which a transfer ends whose bytes nobody acknowledges
+// A login's connection attempt, which has no limit of its own, ends when it would be repeated next: after 31
+// s, here later, because the kernel's first repetition comes after a second that cannot be bent.
+constexpr double kAttempt = 60;
 
 struct Handler {
     const char *name;
