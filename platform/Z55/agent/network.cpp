@@ -1,11 +1,14 @@
 #include "network.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "../exports.h"
 #include "../sdk/usock.h"
@@ -14,12 +17,15 @@
 #include "utils/conf_file.h"
 #include "utils/os.h"
 #include "utils/reply_text.h"
+#include "utils/shell_file.h"
+#include "utils/text.h"
 
 namespace {
 
 constexpr char kSource[] = "platform/Z55/agent/utils";
 constexpr char kDefaultRoute[] = "0.0.0.0";
 constexpr size_t kLongestDestinationOffset = 9;  // further right the match is another column's
+constexpr size_t kLineSize = 255;                // a longer line of the routing table counts as several
 constexpr size_t kMacLength = 12;
 
 constinit std::mutex gateway_file_lock;  // around netstat and the reading of gateway.txt
@@ -45,19 +51,27 @@ std::string last_line(std::string text) {
     return text.substr(text.rfind('\n') + 1);
 }
 
+// The text is data from a file and becomes part of a command.
+bool is_address(const std::string &text) {
+    in_addr address{};
+    return inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
 // The gateway column of a routing table's line, when that line is the default route.
-std::optional<std::string> gateway_of(const std::string &line) {
+std::optional<std::string> gateway_of(std::string_view line) {
     const size_t match = line.find(kDefaultRoute);
     if (match > kLongestDestinationOffset) return std::nullopt;  // npos included
     const size_t start = line.find_first_of("0123456789", match + std::strlen(kDefaultRoute));
-    if (start == std::string::npos) return std::nullopt;
+    if (start == std::string_view::npos) return std::nullopt;
     size_t dot = start;
     for (int dots = 0; dots < 3; dots++) {
         dot = line.find('.', dot + 1);
-        if (dot == std::string::npos) return std::nullopt;
+        if (dot == std::string_view::npos) return std::nullopt;
     }
     const size_t end = line.find_first_not_of("0123456789", dot + 1);
-    return line.substr(start, end == std::string::npos ? end : end - start);
+    const std::string gateway(line.substr(start, end == std::string_view::npos ? end : end - start));
+    if (!is_address(gateway)) return std::nullopt;
+    return gateway;
 }
 
 std::optional<std::string> ask_uuid(const std::string &url, const std::string &key) {
@@ -108,13 +122,11 @@ std::string get_MAC_uppercase() {
 
 std::optional<std::string> get_default_gateway() {
     const std::lock_guard<std::mutex> lock(gateway_file_lock);
-    (void)run_shell("netstat -rn > gateway.txt");
-    FILE *file = std::fopen("gateway.txt", "re");
-    if (file == nullptr) return std::nullopt;
+    const auto text = shell_file_text("netstat -rn > gateway.txt", "gateway.txt");
+    if (!text) return std::nullopt;
     std::optional<std::string> gateway;
-    char line[256];
-    while (!gateway && std::fgets(line, sizeof line, file) != nullptr) gateway = gateway_of(line);
-    std::fclose(file);
+    for (std::string_view rest = *text; !gateway && !rest.empty();)
+        gateway = gateway_of(next_line(rest, kLineSize));
     if (gateway) {
         std::printf("get default gateway:\"%s\"\n", gateway->c_str());
     } else {

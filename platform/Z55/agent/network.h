@@ -1,5 +1,5 @@
 // The device's own network state and identity, from shell tools and the camera. Any thread; each blocks for
-// its commands or requests.
+// its commands (61 s each at most) or requests. A command that fails has said nothing.
 #ifndef Z55_AGENT_NETWORK_H
 #define Z55_AGENT_NETWORK_H
 
@@ -10,10 +10,11 @@
 // nothing only when the configuration cannot be read.
 std::optional<std::string> get_uuid();
 
-// The Wi-Fi hardware address: at most 12 hexadecimal digits in upper case, without colons.
+// The Wi-Fi hardware address: at most 12 hexadecimal digits in upper case, without colons; "" when it cannot
+// be had.
 std::string get_MAC_uppercase();
 
-// The default route's gateway, dotted; nothing when there is none.
+// The default route's gateway, a dotted IPv4 address and nothing else; nothing when there is none.
 std::optional<std::string> get_default_gateway();
 
 // 1 when ifconfig lists wlan0, else 0.

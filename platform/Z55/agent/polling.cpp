@@ -15,6 +15,7 @@
 #include "status_query.h"
 #include "utils/conf_file.h"
 #include "utils/os.h"
+#include "utils/shell_file.h"
 #include "utils/text.h"
 #include "utils/threads.h"
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr char kSource[] = "platform/Z55/agent/polling";
 constexpr long kStartDelayMilliseconds = 9000;
+constexpr size_t kPercentDigits = 9;  // of df's text that are looked at
 
 struct PollEvent {
     const char *name;  // also the camera's status key
@@ -257,13 +259,11 @@ int SendAlarmData(int index, const char *name, int status) {
 int get_SDspace_percent() {
     static constinit std::mutex file_lock;  // around df and the reading of its output
     const std::lock_guard<std::mutex> lock(file_lock);
-    (void)run_shell("df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent");
-    char text[10] = {};
-    if (FILE *file = std::fopen("/tmp/space_percent", "re")) {
-        if (std::fgets(text, sizeof text, file) == nullptr) text[0] = '\0';
-        std::fclose(file);
-    }
-    const int free = 100 - to_int(text);
+    const auto text = shell_file_text(
+        "df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent",
+        "/tmp/space_percent");
+    const std::string line = text ? text->substr(0, text->find('\n')) : "";
+    const int free = 100 - to_int(line.substr(0, kPercentDigits).c_str());
     std::printf(" get_SDspace_percent percent=%d\n", free);
     return free;
 }

@@ -13,7 +13,8 @@ int myPoll(const std::string &key);
 // -1 without the SDK's table, -2 without its entry. `name` is cut to 31 characters. Holds no lock.
 int SendAlarmData(int index, const char *name, int status);
 
-// Free space of the SD card's file system in percent, by df; 100 when df says nothing.
+// Free space of the SD card's file system in percent, by df; 100 when df says nothing or fails.
+// Blocks for df (61 s at most).
 int get_SDspace_percent();
 
 #endif

@@ -5,9 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 
-#include "../agent/utils/os.h"
+#include "../agent/utils/files.h"
 #include "../agent/utils/reply_text.h"
+#include "../agent/utils/shell_file.h"
 #include "../agent/utils/text.h"
 #include "../exports.h"
 #include "../z55cgi.h"
@@ -15,7 +17,8 @@
 
 namespace {
 
-// A df query: its command, the file that the command fills, and the lock around both.
+// A df query: its command, the file that the command fills, and the lock around both, which is held until the
+// command ends (61 s at most).
 struct CardQuery {
     const char *command;
     const char *file;
@@ -26,6 +29,8 @@ constinit CardQuery total_query{
     "sh -c 'df -m' | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $2}' > /tmp/total", "/tmp/total", {}};
 constinit CardQuery space_query{
     "sh -c 'df -m' | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $4}' > /tmp/space", "/tmp/space", {}};
+
+constexpr size_t kLongestVersionText = 16384;
 
 enum class Source { camera, card_total, card_space, firmware, constant };
 
@@ -78,20 +83,14 @@ std::optional<std::string> camera_value(const char *key) {
 }
 
 // The first line of df's answer, read one character short of the file's end: that drops a single line's line
-// end.
-// "" when df said nothing; nothing without an output file.
+// end. "" when df said nothing or failed; nothing without an output file.
 std::optional<std::string> card_number(CardQuery &query) {
     const std::lock_guard<std::mutex> lock(query.lock);
-    (void)run_shell(query.command);
-    FILE *file = std::fopen(query.file, "re");
-    if (file == nullptr) return std::nullopt;
-    std::fseek(file, 0, SEEK_END);
-    const long size = std::min<long>(std::ftell(file), kValueSize);
-    std::rewind(file);
-    char line[kValueSize] = {};
-    if (size > 0 && std::fgets(line, static_cast<int>(size), file) == nullptr) line[0] = '\0';
-    std::fclose(file);
-    return line;
+    const auto text = shell_file_text(query.command, query.file);
+    if (!text) return std::nullopt;
+    if (text->empty()) return "";
+    std::string_view rest(text->data(), std::min(text->size(), kValueSize) - 1);
+    return std::string(next_line(rest));
 }
 
 std::optional<std::string> firmware_value() {
@@ -124,19 +123,17 @@ bool is_card_number(const Status &status) {
 }  // namespace
 
 std::optional<std::string> read_firmware_version() {
-    FILE *file = std::fopen("/tmp/FWVER.txt", "re");
-    if (file == nullptr) return std::nullopt;
-    std::string last;
-    char *line = nullptr;
-    size_t capacity = 0;
-    for (ssize_t length; (length = getline(&line, &capacity, file)) >= 0;) {
-        std::printf("Retrieved line of length %zu :\n", static_cast<size_t>(length));
-        std::printf("%s", line);
-        last = line;
+    const File file = open_regular("/tmp/FWVER.txt");
+    if (!file) return std::nullopt;
+    std::string text(kLongestVersionText, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    std::string line;
+    for (std::string_view rest = text; !rest.empty();) {
+        line = next_line(rest);
+        std::printf("Retrieved line of length %zu :\n", line.size());
+        std::printf("%s", line.c_str());
     }
-    std::free(line);
-    std::fclose(file);
-    return last;
+    return line;
 }
 
 std::string device_status(const char *name) {

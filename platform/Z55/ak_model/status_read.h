@@ -6,11 +6,12 @@
 #include <optional>
 #include <string>
 
-// The last line of "/tmp/FWVER.txt", with its line end if it has one; nothing when the file is missing. Any
-// thread.
+// The last line of the first 16 KiB of "/tmp/FWVER.txt", with its line end if it has one; nothing when there
+// is no regular file (a link is not followed). Any thread.
 std::optional<std::string> read_firmware_version();
 
-// What get_device_status answers, "ERROR" on its failure. Any thread; blocks for one queued request.
+// What get_device_status answers, "ERROR" on its failure. Any thread; blocks for one queued request, for the
+// card's two figures for df and whoever asks it at the same time (61 s each at most).
 std::string device_status(const char *name);
 
 #endif

@@ -2,8 +2,10 @@
 // report's status codes.
 #include "agent/network.h"
 
+#include <signal.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "agent/curlmgr.h"
@@ -27,12 +29,15 @@ struct Device {
     std::string routes =
         std::string(kTable) + "0.0.0.0         192.168.0.1     0.0.0.0         UG 0 0 0 wlan0\n";
     std::string mac = "a1b2c3d4e5f6\n";
-    int ping_status = 0;
+    int netstat_status = 0, ping_status = 0;
 
     fake_os::ShellResult answer(const std::string &command) const {
         if (command == "ifconfig|grep wlan0") return {.output = interfaces};
         if (command == kMacCommand) return {.output = mac};
-        if (command == "netstat -rn > gateway.txt") write_file("gateway.txt", routes);
+        if (command == "netstat -rn > gateway.txt") {
+            write_file("gateway.txt", routes);
+            return {.status = netstat_status};
+        }
         if (command.rfind("ping ", 0) == 0) return {.status = ping_status};
         return {};
     }
@@ -90,14 +95,39 @@ INSTANTIATE_TEST_SUITE_P(
                  "192.168.0.1"},                              // the first one
         RouteRow{"0.0.0.0 gw192.168.0.1x\n", "192.168.0.1"},  // from the first digit to the last
         RouteRow{"0.0.0.0 0.9.8.90\n", "0.9.8.90"}, RouteRow{"0.0.0.0 9.0.0.9\n", "9.0.0.9"},
-        RouteRow{"0.0.0.0 1.2.3.x 5\n", "1.2.3."},  // no digits after the third dot
-        RouteRow{"0.0.0.0 1.2.3.4567.8\n", "1.2.3.4567"}, RouteRow{"0.0.0.0 1.2.3.4", "1.2.3.4"},
+        RouteRow{"0.0.0.0 1.2.3.4.5\n", "1.2.3.4"}, RouteRow{"0.0.0.0 1.2.3.4", "1.2.3.4"},
+        // What is no address is none, and may be a command.
+        RouteRow{"0.0.0.0 1.2.3.x 5\n", nullptr}, RouteRow{"0.0.0.0 1.2.3.4567\n", nullptr},
+        RouteRow{"0.0.0.0 1.2.3.256\n", nullptr}, RouteRow{"0.0.0.0 1;touch /tmp/owned;.2.3.4\n", nullptr},
+        RouteRow{"0.0.0.0 1$(touch /tmp/owned).2.3.4\n0.0.0.0 1.2.3.4\n", "1.2.3.4"},
         RouteRow{"0.0.0.0 1.2.3\n", nullptr}, RouteRow{"0.0.0.0 1.2\n", nullptr},
         RouteRow{"0.0.0.0\n", nullptr}, RouteRow{"", nullptr}));
 
 TEST_F(Network, GatewayWithoutItsFileIsNoneInSilence) {
-    fake_os::on_shell({});
+    std::filesystem::create_directory("gateway.txt");
     EXPECT_EQ(output_of([] { EXPECT_EQ(get_default_gateway(), std::nullopt); }), "");
+    std::filesystem::remove("gateway.txt");
+}
+
+TEST_F(Network, GatewayIsNotTakenFromANetstatThatFailed) {
+    device.netstat_status = 256;
+    const std::string log = output_of([] { EXPECT_EQ(get_default_gateway(), std::nullopt); });
+    EXPECT_EQ(log, "Default gateway not found.\n");
+}
+
+TEST_F(Network, GatewayIsNetstatsAndNotWhatStoodInTheFile) {
+    write_file("gateway.txt", "0.0.0.0 6.6.6.6\n");
+    fake_os::on_shell({});  // which writes nothing
+    const std::string log = output_of([] { EXPECT_EQ(get_default_gateway(), std::nullopt); });
+    EXPECT_EQ(log, "Default gateway not found.\n");
+}
+
+TEST_F(Network, GatewayFileIsNotTheOneThatALinkPointsTo) {
+    write_file("/tmp/victim", "mine");
+    std::filesystem::create_symlink("/tmp/victim", "gateway.txt");
+    output_of([] { EXPECT_EQ(get_default_gateway(), "192.168.0.1"); });
+    EXPECT_EQ(read_file("/tmp/victim"), "mine");
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status("gateway.txt")));
 }
 
 TEST_F(Network, GatewayIsLookedForInPiecesOf255Characters) {
@@ -151,6 +181,16 @@ INSTANTIATE_TEST_SUITE_P(Rows, NetworkMac,
                                          MacRow{"first\na1b2c3d4e5f6 \n", "A1B2C3D4E5F6"},
                                          MacRow{"a1b2c3d4e5f6789", "A1B2C3D4E5F6"}, MacRow{"a1b2\n", "A1B2"},
                                          MacRow{"", ""}, MacRow{"\n", ""}));
+
+TEST_F(Network, WhatAFailedCommandSaysIsNothing) {
+    fake_os::on_shell([](const std::string &) {
+        return fake_os::ShellResult{.status = SIGKILL, .output = "wlan0 a1b2c3d4e5f6\n"};
+    });
+    output_of([] {
+        EXPECT_EQ(get_MAC_uppercase(), "");
+        EXPECT_EQ(wlan0_exists(), 0);
+    });
+}
 
 // --- The interface and the ping.
 
@@ -212,13 +252,6 @@ TEST_F(Network, PingWithoutAGateway) {
     EXPECT_EQ(log,
               std::string(kExists) + "Default gateway not found.\nQuiting try pinging default gateway.\n");
     EXPECT_EQ(fake_os::shell_commands().size(), 2U);
-}
-
-TEST_F(Network, PingCommandIsCutAt63Characters) {
-    const std::string digits(100, '7');
-    device.routes = "0.0.0.0 1.2.3." + digits + "\n";
-    output_of([] { ping_default_gateway(); });
-    EXPECT_EQ(fake_os::shell_commands().at(2), ("ping -c1 -s1 1.2.3." + digits).substr(0, 63));
 }
 
 // --- The connection report.

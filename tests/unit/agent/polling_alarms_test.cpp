@@ -1,4 +1,6 @@
 // The alarms of the status watch: each rule's record, latch and log, the temperature check, the handing over.
+#include <filesystem>
+
 #include "polling_test.h"
 
 namespace {
@@ -298,12 +300,51 @@ TEST_P(CardSpace, IsWhatDfLeavesOfAHundred) {
 
 INSTANTIATE_TEST_SUITE_P(Rows, CardSpace,
                          testing::Values(DfRow{"37%\n", 63}, DfRow{"100%\n", 0}, DfRow{"0%\n", 100},
-                                         DfRow{"", 100}, DfRow{"\n", 100}, DfRow{"-\n", 100},
-                                         DfRow{"5%\n6%\n", 95}, DfRow{"0000000099", 91}));
+                                         DfRow{"", 100}, DfRow{"\n", 100}, DfRow{"\n5%\n", 100},
+                                         DfRow{"-\n", 100}, DfRow{"5%\n6%\n", 95}, DfRow{"0000000099", 91}));
 
-TEST_F(HandingOver, SpaceWithoutDfsFileIsAHundred) {
-    std::remove("/tmp/space_percent");
-    output_of([] { EXPECT_EQ(get_SDspace_percent(), 100); });
+class CardSpaceFile : public AgentTest {
+  protected:
+    static constexpr char kFile[] = "/tmp/space_percent";
+
+    void SetUp() override {
+        AgentTest::SetUp();
+        std::filesystem::remove(kFile);
+    }
+    static int space() {
+        int percent = -1;
+        output_of([&] { percent = get_SDspace_percent(); });
+        return percent;
+    }
+    static void df_says(const std::string &output, int status = 0) {
+        fake_os::on_shell([output, status](const std::string &) {
+            write_file(kFile, output);
+            return fake_os::ShellResult{.status = status};
+        });
+    }
+};
+
+TEST_F(CardSpaceFile, ThatCannotBeMadeIsAHundred) {
+    std::filesystem::create_directory(kFile);
+    EXPECT_EQ(space(), 100);
+}
+
+TEST_F(CardSpaceFile, OfADfThatFailsIsAHundred) {
+    df_says("37%\n", 9);
+    EXPECT_EQ(space(), 100);
+}
+
+TEST_F(CardSpaceFile, FromBeforeIsNotRead) {
+    write_file(kFile, "37%\n");
+    EXPECT_EQ(space(), 100);
+}
+
+TEST_F(CardSpaceFile, IsNotTheOneThatALinkPointsTo) {
+    write_file("/tmp/victim", "mine");
+    std::filesystem::create_symlink("/tmp/victim", kFile);
+    df_says("37%\n");
+    EXPECT_EQ(space(), 63);
+    EXPECT_EQ(read_file("/tmp/victim"), "mine");
 }
 
 }  // namespace

@@ -2,9 +2,11 @@
 #include "ak_model/status_read.h"
 
 #include <curl/curl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <thread>
 #include <vector>
 
@@ -156,8 +158,32 @@ TEST_P(StatusReadCard, IsReadOneCharacterShortOfTheFile) {
     EXPECT_EQ(read(GetParam().name).text, std::string(129, '7'));
 }
 
+TEST_P(StatusReadCard, WithADfThatFailsIsTheName) {
+    fake_os::on_shell([file = std::string(GetParam().file)](const std::string &) {
+        write_file(file, "29000\n");
+        return fake_os::ShellResult{.status = 256};
+    });
+    EXPECT_EQ(read(GetParam().name).text, GetParam().name);
+}
+
+TEST_P(StatusReadCard, IsDfsAndNotWhatStoodInTheFile) {
+    write_file(GetParam().file, "29000\n");
+    fake_os::on_shell({});  // which writes nothing
+    EXPECT_EQ(read(GetParam().name).text, GetParam().name);
+}
+
+TEST_P(StatusReadCard, FileIsNotTheOneThatALinkPointsTo) {
+    write_file("/tmp/victim", "mine");
+    std::filesystem::create_symlink("/tmp/victim", GetParam().file);
+    df_says("29000\n");
+    EXPECT_EQ(read(GetParam().name).text, "29000");
+    EXPECT_EQ(read_file("/tmp/victim"), "mine");
+}
+
 TEST_P(StatusReadCard, WithoutDfsFileIsAnError) {
+    std::filesystem::create_directory(GetParam().file);
     const Outcome outcome = read(GetParam().name);
+    std::filesystem::remove(GetParam().file);
     EXPECT_EQ(outcome.text, "ERROR");
     EXPECT_EQ(outcome.result, 5);
 }
@@ -192,6 +218,20 @@ TEST_F(StatusRead, FirmwareVersionIsTheFilesLastLine) {
     EXPECT_EQ(read("firmware_ver").text, "2.0");
     write_file("/tmp/FWVER.txt", std::string(10'000, '9'));
     EXPECT_EQ(read("firmware_ver").text, std::string(129, '9'));
+}
+
+TEST_F(StatusRead, FirmwareVersionOfAnOverlongFileEndsAt16KiB) {
+    write_file("/tmp/FWVER.txt", std::string(16'380, '\n') + "1.0.3 and more");
+    output_of([] { EXPECT_EQ(read_firmware_version(), "1.0."); });
+}
+
+TEST_F(StatusRead, FirmwareVersionIsReadFromARegularFileOnly) {
+    write_file("/tmp/other", "6.6.6");
+    std::filesystem::create_symlink("/tmp/other", "/tmp/FWVER.txt");
+    EXPECT_EQ(read_firmware_version(), std::nullopt);
+    unlink("/tmp/FWVER.txt");
+    mkfifo("/tmp/FWVER.txt", 0644);
+    EXPECT_EQ(read_firmware_version(), std::nullopt);
 }
 
 TEST_F(StatusRead, FirmwareVersionWithoutItsFileIsAnError) {

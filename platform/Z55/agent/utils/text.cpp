@@ -31,3 +31,11 @@ std::string cut_to_buffer(std::string text, size_t size) {
 int to_int(const char *text) {
     return static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
 }
+
+std::string_view next_line(std::string_view &text, size_t longest) {
+    const size_t end = text.find('\n');
+    const size_t size = end == std::string_view::npos ? text.size() : end + 1;
+    const std::string_view line = text.substr(0, std::min(size, longest));
+    text.remove_prefix(line.size());
+    return line;
+}

@@ -28,4 +28,7 @@ inline const char *text_or_empty(const char *text) {
     return text != nullptr ? text : "";
 }
 
+// Takes the next line off the front of `text`, with its end, `longest` characters of it at most.
+std::string_view next_line(std::string_view &text, size_t longest = std::string_view::npos);
+
 #endif

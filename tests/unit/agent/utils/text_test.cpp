@@ -51,6 +51,21 @@ TEST(ToInt, IsHeldToTheRangeOfInt) {
     EXPECT_EQ(INT_MAX, to_int("99999999999999999999999"));
 }
 
+TEST(NextLine, TakesLineByLineWithItsEnd) {
+    std::string_view text = "one\n\nlast";
+    EXPECT_EQ("one\n", next_line(text));
+    EXPECT_EQ("\n", next_line(text));
+    EXPECT_EQ("last", next_line(text));
+    EXPECT_EQ("", next_line(text));
+}
+
+TEST(NextLine, CutsALongOneIntoPieces) {
+    std::string_view text = "12345\n6";
+    EXPECT_EQ("123", next_line(text, 3));
+    EXPECT_EQ("45\n", next_line(text, 3));
+    EXPECT_EQ("6", next_line(text, 3));
+}
+
 TEST(TextOrEmpty, ReadsNullAsEmpty) {
     EXPECT_STREQ("", text_or_empty(nullptr));
     EXPECT_STREQ("a", text_or_empty("a"));
