@@ -1,6 +1,7 @@
 #include "loginout.h"
 
-#include <condition_variable>
+#include <pthread.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include "../exports.h"
 #include "../shared.h"
 #include "utils/conf_file.h"
+#include "utils/files.h"
 #include "utils/os.h"
 #include "utils/reply.h"
 #include "utils/reply_text.h"
@@ -34,8 +36,15 @@ constexpr char kFirmwareVersionFile[] = "/tmp/FWVER.txt";
 constexpr long kRetrySeconds = 5;
 
 constinit std::mutex key_lock;
-std::condition_variable key_arrived;
+constinit pthread_cond_t key_arrived = PTHREAD_COND_INITIALIZER;
 constinit unsigned long keys_stored = 0;  // under key_lock; tells a waiter that a key came since it looked
+
+// What the configuration should hold as SESSION_KEY but could not be made to; under key_lock.
+constinit bool key_is_unwritten = false;
+constinit char unwritten_key[kSessionKeySize] = {};
+
+// Serialises the logins of several threads in writing what came of them; held for the disk.
+constinit std::mutex storing;
 
 struct LoginSettings {
     char host[16];
@@ -104,6 +113,23 @@ int post_login(const LoginSettings &settings, LoginReply &reply) {
     return result;
 }
 
+// Without luck the file is left out: what it is for is told elsewhere.
+void store_file(const char *path, std::string_view text, mode_t mode) {
+    const std::lock_guard<std::mutex> lock(storing);
+    [[maybe_unused]] const bool stored = replace_file(path, text, mode);
+}
+
+// Stores `key` in the configuration, or where that cannot be written keeps it as what should stand there: the
+// one that does may have expired.
+void store_configured_key(std::string_view key) {
+    const std::lock_guard<std::mutex> order(storing);
+    const bool written = write_conf_value("SESSION_KEY", key) == 0;
+    const std::lock_guard<std::mutex> lock(key_lock);
+    key_is_unwritten = !written;
+    // White space alone is what the file would lose.
+    copy_text(unwritten_key, trim_line(key).empty() ? "" : key);
+}
+
 void save_firmware_version(std::string_view body) {
     const auto version = find_xml_value(body, "FWVER");
     if (!version) {
@@ -111,18 +137,15 @@ void save_firmware_version(std::string_view body) {
         std::puts("login get FWVER failure");
         return;
     }
-    FILE *file = std::fopen(kFirmwareVersionFile, "wte");
-    if (file == nullptr) return;
-    std::fputs(version->c_str(), file);
-    std::fclose(file);
+    store_file(kFirmwareVersionFile, *version, 0644);
 }
 
 // The key that the login has just stored in the configuration; "" when it did not keep a usable one.
 std::string stored_key() {
-    char key[kSessionKeySize];
-    if (!conf_value_into(key, "SESSION_KEY")) std::puts("read session key in config failed.");
-    if (std::strncmp(key, "(null)", 6) != 0) return key;
-    write_conf_value("SESSION_KEY", "");
+    const auto key = configured_session_key();
+    if (!key) std::puts("read session key in config failed.");
+    if (!key || !key->starts_with("(null)")) return key.value_or("");
+    store_configured_key("");
     return {};
 }
 
@@ -130,7 +153,18 @@ void store_key(char *out, const std::string &key) {
     const std::lock_guard<std::mutex> lock(key_lock);
     copy_text(out, kSessionKeySize, key);
     keys_stored++;
-    key_arrived.notify_all();
+    pthread_cond_broadcast(&key_arrived);
+}
+
+// The key in the buffer, nothing when it is empty.
+std::optional<std::string> held_key() {
+    char key[kSessionKeySize];
+    {
+        const std::lock_guard<std::mutex> lock(key_lock);
+        copy_text(key, session_key_buffer);
+    }
+    if (key[0] == '\0') return std::nullopt;
+    return key;
 }
 
 }  // namespace
@@ -150,7 +184,7 @@ int login(void) {
     const auto key = getSessionKeyInHeader(reply.session_header ? reply.session_header.c_str() : nullptr);
     if (!key) return -1;
     std::printf("(login)session_key=%s\n", key->c_str());
-    write_conf_value("SESSION_KEY", *key);
+    store_configured_key(*key);
     save_firmware_version(*reply.body);
     return 0;
 }
@@ -175,7 +209,7 @@ int getSessionKey(char *out) {
         std::puts("Getting Session Key...");
         if (login() != 0) {
             std::puts("*** (getSessionKey) login failed, waiting for next try... ***");
-            write_conf_value("SESSION_KEY", "");
+            store_configured_key("");
             pause_and_start_missing(kRetrySeconds);
             continue;
         }
@@ -196,10 +230,7 @@ void save_cookie_file(const char *key) {
     char path[32];
     conf_value_into(path, "COOKIE");
     if (path[0] == '\0') return;
-    FILE *file = std::fopen(path, "we");
-    if (file == nullptr) return;
-    std::fprintf(file, " Set-Cookie: Session=%s\n", key);
-    std::fclose(file);
+    store_file(path, format_text(64, " Set-Cookie: Session=%s\n", key), 0600);
 }
 
 void load_login_settings() {
@@ -220,7 +251,9 @@ char *copy_session_key() {
 }
 
 std::optional<std::string> session_key() {
-    char *copy = load_shared(get_session_key)();
+    const auto hook = load_shared(get_session_key);
+    if (hook == copy_session_key) return held_key();  // a copy that there is no memory for is not "no key"
+    char *copy = hook();
     if (copy == nullptr) return std::nullopt;
     std::string key = copy;
     std::free(copy);
@@ -228,14 +261,25 @@ std::optional<std::string> session_key() {
 }
 
 std::string wait_for_session_key() {
-    for (;;) {
-        std::unique_lock<std::mutex> lock(key_lock);
-        const unsigned long seen = keys_stored;
-        lock.unlock();
+    for (unsigned long seen = 0;;) {
+        {
+            const std::lock_guard<std::mutex> lock(key_lock);
+            seen = keys_stored;
+        }
         if (auto key = session_key()) return *key;
-        lock.lock();
-        key_arrived.wait(lock, [&] { return keys_stored != seen; });
+        const std::lock_guard<std::mutex> lock(key_lock);
+        while (keys_stored == seen) pthread_cond_wait(&key_arrived, key_lock.native_handle());
     }
+}
+
+std::optional<std::string> configured_session_key() {
+    {
+        const std::lock_guard<std::mutex> lock(key_lock);
+        if (key_is_unwritten) return unwritten_key;
+    }
+    char key[kSessionKeySize];
+    if (!conf_value_into(key, "SESSION_KEY")) return std::nullopt;
+    return key;
 }
 
 std::string session_cookie(const std::string &key) {

@@ -28,6 +28,11 @@ std::optional<std::string> session_key();
 // The same, waiting without limit until a key is held.
 std::string wait_for_session_key();
 
+// The key that the configuration holds, cut to a key buffer: the last login's, "" where that failed. Where it
+// could not be written it is what it should hold, so that a key known to be expired is never used again.
+// Nothing when the configuration cannot be read. Any thread.
+std::optional<std::string> configured_session_key();
+
 // "Session=" and `key`, as every request's cookie has it.
 std::string session_cookie(const std::string &key);
 
@@ -38,7 +43,8 @@ void load_login_settings();
 // The key in a "Session=" response header: its first character whatever it is, then the digits that follow.
 std::optional<std::string> getSessionKeyInHeader(const char *header);
 
-// Writes the key into the file named by "COOKIE", if any.
+// Replaces the file named by "COOKIE", if any, by one that holds the key and only its owner may read. A link
+// in its place is not followed.
 void save_cookie_file(const char *key);
 
 #endif

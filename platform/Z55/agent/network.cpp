@@ -14,6 +14,7 @@
 #include "../sdk/usock.h"
 #include "../z55cgi.h"
 #include "curlmgr.h"
+#include "loginout.h"
 #include "utils/conf_file.h"
 #include "utils/os.h"
 #include "utils/reply_text.h"
@@ -92,20 +93,20 @@ std::optional<std::string> get_uuid() {
         std::perror("Read hostIP failed.");
         return std::nullopt;
     }
-    char key[30];
-    if (!conf_value_into(key, "SESSION_KEY")) {
+    auto key = configured_session_key();
+    if (!key) {
         std::perror("Read session_key failed.");
         return std::nullopt;
     }
     std::printf("get_uuid  start --- %s --- %d ---\n ", kSource, __LINE__);
     const std::string url = format_text(200, "http://%s/CGI/CameraInfo", host);
     std::printf("url = %s\n", url.c_str());
-    auto uuid = ask_uuid(url, key);
+    auto uuid = ask_uuid(url, *key);
     while (!uuid) {
         std::puts("find_xml_value failed. response of perform_curl() is null.");
-        wait_for_curl_worker();               // without one each attempt fails at once
-        conf_value_into(key, "SESSION_KEY");  // the one that was read may have expired meanwhile
-        uuid = ask_uuid(url, key);
+        wait_for_curl_worker();          // without one each attempt fails at once
+        key = configured_session_key();  // the one that was read may have expired meanwhile
+        uuid = ask_uuid(url, key.value_or(""));
     }
     std::printf("get_uuid print value = %s\n ", uuid->c_str());
     return uuid;

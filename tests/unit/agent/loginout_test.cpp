@@ -8,13 +8,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "agent_test.h"
 #include "exports.h"
 #include "intercept.h"
+#include "read_only_conf.h"
 
 namespace {
+
+mode_t mode_of(const std::string &path) {
+    struct stat status {};
+    EXPECT_EQ(0, lstat(path.c_str(), &status));
+    return status.st_mode & 07777;
+}
 
 constexpr char kGoodBody[] = "<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>";
 
@@ -180,6 +188,49 @@ TEST_F(Login, AFirmwareFileThatCannotBeOpenedIsSkipped) {
     log_of_login(0);
     EXPECT_EQ("55", stored("SESSION_KEY"));
     std::filesystem::remove("/tmp/FWVER.txt");
+}
+
+TEST_F(Login, ReplacesTheFirmwareFileWhole) {
+    camera.reply("/CGI/CameraLogin", {good_reply("55")});
+    write_file("/tmp/FWVER.txt", "old");
+    std::ifstream reader("/tmp/FWVER.txt");
+    log_of_login(0);
+    std::string text;
+    reader >> text;
+    EXPECT_EQ("old", text) << "whoever reads meanwhile sees neither an empty one nor half of one";
+    EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
+    EXPECT_EQ(0644u, mode_of("/tmp/FWVER.txt"));
+    const Texts synced = intercept::synced();
+    EXPECT_EQ(1, std::count(synced.begin(), synced.end(), "/tmp/FWVER.txt.veloagent-new"));
+}
+
+TEST_F(Login, DoesNotFollowALinkInTheFirmwareFilesPlace) {
+    camera.reply("/CGI/CameraLogin", {good_reply("55")});
+    write_file("/tmp/victim", "untouched");
+    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/FWVER.txt"));
+    log_of_login(0);
+    EXPECT_EQ("untouched", read_file("/tmp/victim"));
+    EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
+}
+
+TEST_F(Login, OfTwoThreadsAtOnceLeavesOneWholeFirmwareFile) {
+    camera.reply("/CGI/CameraLogin", {good_reply("55")});
+    log_of_login(0);
+    errors_of([] {
+        output_of([] {
+            std::vector<std::thread> threads;
+            for (int i = 0; i < 2; i++) {
+                threads.emplace_back([] {
+                    for (int round = 0; round < 20; round++) {
+                        EXPECT_EQ(0, login());
+                        EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
+                    }
+                });
+            }
+            for (std::thread &thread : threads) thread.join();
+        });
+    });
+    EXPECT_FALSE(file_exists("/tmp/FWVER.txt.veloagent-new"));
 }
 
 TEST_F(Login, WithoutASessionHeaderFails) {
@@ -436,30 +487,23 @@ TEST_F(SessionKey, AKeyThatIsOnlyALineEndIsNotKept) {
     EXPECT_EQ("7", session_key());
 }
 
-// The login stores the key, then the firmware version: while the version's file is a pipe that nobody reads,
-// the configuration can be changed in between.
+// The login stores the key, then the firmware version: in between the configuration is changed.
 class StoredKeyChanged : public SessionKey {
   protected:
     void SetUp() override {
         SessionKey::SetUp();
-        mkfifo("/tmp/FWVER.txt", 0600);
         camera.reply("/CGI/CameraLogin", {good_reply("3"), good_reply("7")});
     }
     // Runs getSessionKey with `change` made once the first login has stored its key.
     std::string log_with(const std::function<void()> &change) {
         fake_os::on_pause([this](const std::string &) {
             key_at_pause = stored("SESSION_KEY");
-            unlink("/tmp/FWVER.txt");
             write_conf(whole);
         });
-        std::thread changer([&] {
-            EXPECT_TRUE(eventually([] { return stored("SESSION_KEY") == "3"; }));
-            change();
-            read_file("/tmp/FWVER.txt");
+        intercept::on_sync([&](const std::string &path) {
+            if (path == "/tmp/FWVER.txt.veloagent-new" && stored("SESSION_KEY") == "3") change();
         });
-        const std::string log = without_logins(log_of_getting());
-        changer.join();
-        return log;
+        return without_logins(log_of_getting());
     }
     const Conf whole = {{"hostIP", FakeCamera::host},
                         {"ITEM_DEVICE", "Cam"},
@@ -476,13 +520,8 @@ TEST_F(StoredKeyChanged, AKeyOfANullTextIsClearedAndTheLoginRepeated) {
 }
 
 TEST_F(StoredKeyChanged, AKeyThatOnlyBeginsLikeOneIsKept) {
-    const std::string log = log_with([this] {
-        set_conf("SESSION_KEY", "(nul)");
-        fake_os::on_pause([](const std::string &) { unlink("/tmp/FWVER.txt"); });
-    });
-    EXPECT_EQ(
-        0u,
-        log.find("Getting Session Key...\n***(getSessionKey) login succeeded. *** \nSession key=(nul)\n"));
+    EXPECT_EQ("Getting Session Key...\n***(getSessionKey) login succeeded. *** \nSession key=(nul)\n",
+              log_with([] { set_conf("SESSION_KEY", "(nul)"); }));
     EXPECT_EQ("(nul)", session_key());
 }
 
@@ -501,9 +540,109 @@ TEST_F(SessionKey, IsCutTo29Characters) {
     EXPECT_EQ(" Set-Cookie: Session=" + std::string(29, '1') + "\n", read_file("/tmp/cookie.txt"));
 }
 
+// --- A configuration that cannot be written.
+
+class UnwrittenKey : public SessionKey {
+  protected:
+    void SetUp() override {
+        SessionKey::SetUp();
+        set_conf("SESSION_KEY", "expired");
+    }
+};
+
+TEST_F(UnwrittenKey, IsUsedFromMemory) {
+    camera.reply("/CGI/CameraLogin", {good_reply("7")});
+    const ReadOnlyConf read_only;
+    EXPECT_EQ(
+        "Getting Session Key...\n"
+        "***(getSessionKey) login succeeded. *** \n"
+        "Session key=7\n",
+        without_logins(log_of_getting()));
+    EXPECT_EQ("expired", stored("SESSION_KEY"));
+    EXPECT_EQ("7", configured_session_key());
+    EXPECT_EQ("7", session_key());
+    EXPECT_EQ(" Set-Cookie: Session=7\n", read_file("/tmp/cookie.txt"));
+}
+
+TEST_F(UnwrittenKey, OfAFailedLoginIsNoKeyAtAll) {
+    camera.go_away();
+    Texts keys_between;
+    fake_os::on_pause([&](const std::string &) {
+        keys_between.push_back(configured_session_key().value_or("none"));
+        camera.reply("/CGI/CameraLogin", {good_reply("7")});
+        camera.come_back();
+    });
+    const ReadOnlyConf read_only;
+    log_of_getting();
+    EXPECT_EQ((Texts{""}), keys_between);
+    EXPECT_EQ("7", session_key());
+}
+
+TEST_F(UnwrittenKey, IsForgottenWithTheNextThatIsWritten) {
+    camera.reply("/CGI/CameraLogin", {good_reply("7"), good_reply("8")});
+    {
+        const ReadOnlyConf read_only;
+        log_of_getting();
+    }
+    EXPECT_EQ("7", configured_session_key()) << "the file holds one that has expired";
+    log_of_getting();
+    EXPECT_EQ("8", stored("SESSION_KEY"));
+    set_conf("SESSION_KEY", "9");
+    EXPECT_EQ("9", configured_session_key());
+}
+
+TEST_F(UnwrittenKey, OfWhiteSpaceIsTriedAgainAsAWrittenOne) {
+    camera.reply("/CGI/CameraLogin",
+                 {{.body = kGoodBody, .headers = {"Set-Cookie: Session= "}}, good_reply("7")});
+    const ReadOnlyConf read_only;
+    EXPECT_EQ(kTriedTwice, without_logins(log_of_getting()));
+}
+
+TEST_F(UnwrittenKey, IsCutTo29Characters) {
+    camera.reply("/CGI/CameraLogin", {good_reply(std::string(40, '1'))});
+    const ReadOnlyConf read_only;
+    log_of_getting();
+    EXPECT_EQ(std::string(29, '1'), session_key());
+    EXPECT_EQ(std::string(29, '1'), configured_session_key());
+}
+
+class ConfiguredKey : public AgentTest {};
+
+TEST_F(ConfiguredKey, IsTheFilesCutTo29Characters) {
+    EXPECT_EQ(std::nullopt, configured_session_key());
+    write_conf({{"hostIP", "1.2.3.4"}});
+    EXPECT_EQ("", configured_session_key());
+    write_conf({{"SESSION_KEY", std::string(40, '5')}});
+    EXPECT_EQ(std::string(29, '5'), configured_session_key());
+}
+
 // --- The cookie file.
 
 class CookieFile : public AgentTest {};
+
+TEST_F(CookieFile, IsItsOwnersAlone) {
+    write_conf({{"COOKIE", "/tmp/cookie.txt"}});
+    write_file("/tmp/cookie.txt", "old");
+    chmod("/tmp/cookie.txt", 0644);
+    std::ifstream reader("/tmp/cookie.txt");
+    save_cookie_file("42");
+    EXPECT_EQ(0600u, mode_of("/tmp/cookie.txt"));
+    std::string text;
+    reader >> text;
+    EXPECT_EQ("old", text) << "who had the old one open cannot read the new key";
+    const Texts synced = intercept::synced();
+    EXPECT_EQ(1, std::count(synced.begin(), synced.end(), "/tmp/cookie.txt.veloagent-new"));
+}
+
+TEST_F(CookieFile, IsNotWrittenThroughALink) {
+    write_conf({{"COOKIE", "/tmp/cookie.txt"}});
+    write_file("/tmp/victim", "untouched");
+    unlink("/tmp/cookie.txt");
+    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/cookie.txt"));
+    save_cookie_file("42");
+    EXPECT_EQ("untouched", read_file("/tmp/victim"));
+    EXPECT_EQ(" Set-Cookie: Session=42\n", read_file("/tmp/cookie.txt"));
+}
 
 TEST_F(CookieFile, ReplacesWhatWasThere) {
     write_conf({{"COOKIE", "/tmp/cookie.txt"}});
@@ -577,6 +716,36 @@ TEST_F(KeyHook, IsAskedEachTime) {
     get_session_key = [] { return strdup("hooked"); };
     EXPECT_EQ("hooked", session_key());
     EXPECT_EQ("hooked", wait_for_session_key());
+}
+
+TEST_F(KeyHook, WithoutMemoryForACopyTheKeyIsStillHeld) {
+    set_session_key("12345");
+    intercept::refuse_next("malloc");
+    EXPECT_EQ("12345", session_key());
+    intercept::refuse_next("malloc");
+    EXPECT_EQ("12345", wait_for_session_key());
+}
+
+// Whether the thread sleeps.
+bool sleeps(pid_t thread) {
+    const std::string status = read_file("/proc/self/task/" + std::to_string(thread) + "/status");
+    return status.find("State:\tS") != std::string::npos;
+}
+
+[[noreturn]] void exit_while_a_thread_waits() {
+    static std::atomic<pid_t> waiter{0};
+    std::thread([] {
+        waiter = gettid();
+        wait_for_session_key();
+    }).detach();
+    eventually([] { return waiter != 0 && sleeps(waiter); });
+    alarm(20);
+    std::exit(3);
+}
+
+TEST_F(KeyHook, WhoWaitsForAKeyDoesNotHoldTheProcessesEnd) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(exit_while_a_thread_waits(), testing::ExitedWithCode(3), "");
 }
 
 TEST_F(KeyHook, CookieText) {

@@ -13,6 +13,7 @@
 #include "exports.h"
 #include "intercept.h"
 #include "marked_log.h"
+#include "read_only_conf.h"
 #include "vanishing_conf.h"
 #include "z55cgi.h"
 
@@ -363,6 +364,16 @@ TEST_F(NetworkUuid, IsNotAskedForAgainWhileTheQueueHasNoWorker) {
     });
     EXPECT_EQ(uuid, "7");
     EXPECT_EQ(camera.seen(), Texts{"GET /CGI/CameraInfo? Session=12345"});
+}
+
+TEST_F(NetworkUuid, IsAskedForWithTheKeyThatCouldNotBeStored) {
+    camera.reply("/CGI/CameraLogin", {{.headers = {"Set-Cookie: Session=678"}}});
+    camera.reply("/CGI/CameraInfo", "<UUID>7</UUID>");
+    const ReadOnlyConf read_only;
+    errors_of([] { output_of([] { EXPECT_EQ(login(), 0); }); });
+    std::optional<std::string> uuid;
+    uuid_log(uuid);
+    EXPECT_EQ(camera.seen().back(), "GET /CGI/CameraInfo? Session=678");
 }
 
 TEST_F(NetworkUuid, AddressAndKeyAreCutToTheirBuffers) {

@@ -25,6 +25,7 @@ struct State {
     std::vector<long> connect_timeouts;
     std::map<int, long> transfer_numbers;
     std::vector<std::string> synced;
+    std::function<void(const std::string &)> sync_hook;
 };
 
 State &state() {
@@ -84,6 +85,11 @@ std::vector<std::string> synced() {
     return state().synced;
 }
 
+void on_sync(std::function<void(const std::string &)> hook) {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    state().sync_hook = std::move(hook);
+}
+
 void reset() {
     const std::lock_guard<std::mutex> guard(state().lock);
     state().refused.clear();
@@ -92,6 +98,7 @@ void reset() {
     state().transfers = 0;
     state().connect_timeouts.clear();
     state().synced.clear();
+    state().sync_hook = nullptr;
     state().transfer_numbers.clear();
 }
 
@@ -173,10 +180,14 @@ int __wrap_fsync(int file) {
     char path[PATH_MAX];
     const std::string link = "/proc/self/fd/" + std::to_string(file);
     const ssize_t length = readlink(link.c_str(), path, sizeof path);
+    const std::string name(path, length > 0 ? static_cast<size_t>(length) : 0);
+    std::function<void(const std::string &)> hook;
     {
         const std::lock_guard<std::mutex> guard(state().lock);
-        state().synced.emplace_back(path, length > 0 ? static_cast<size_t>(length) : 0);
+        state().synced.push_back(name);
+        hook = state().sync_hook;
     }
+    if (hook) hook(name);
     return __real_fsync(file);
 }
 

@@ -33,6 +33,9 @@ int transfers();
 // The path of every file and folder that fsync wrote back, in order.
 std::vector<std::string> synced();
 
+// `hook` is called with the path before each fsync, on its thread.
+void on_sync(std::function<void(const std::string &path)> hook);
+
 void reset();
 
 }  // namespace intercept
