@@ -1,0 +1,208 @@
+#!/usr/bin/env bash
+# shellcheck disable=SC2317 # cases are called by their names
+# before_the_agent_test.sh CASE: what ./run and ./test say before the agent runs, in the situations that a first contact can
+# be. Each function named test_... is a case of ctest.
+. "$(dirname "$0")/situation.sh"
+
+skip() {
+  echo "skipped: $*"
+  exit 77
+}
+
+test_help() {
+  outcome 0 ./run --help
+  says 'usage: ./run' '--log' '--rebuild'
+  outcome 0 ./test --help
+  says 'usage: ./test' '--preset' '--target' '--rebuild'
+  called_not .
+}
+
+test_wrong_options_are_named() {
+  outcome 2 ./run --lgo
+  says 'run: there is no option --lgo; ./run --help tells more'
+  outcome 2 ./test --bogus
+  says 'test: there is no option --bogus; ./test --help tells more'
+  outcome 2 ./test Polling
+  says "test: there is no option 'Polling' (-R Polling runs the tests of that name)"
+  outcome 2 ./test --preset fast
+  says 'test: there is no --preset fast (there are: armhf armhf-asan asan debug release tsan)'
+  called_not '^(apt-get|cmake)'
+}
+
+test_missing_values_are_named() {
+  outcome 2 ./test --preset
+  says 'test: --preset needs a value'
+  outcome 2 ./test --target
+  says 'test: --target needs a value'
+  outcome 2 ./test -V -R
+  says 'test: -R needs a value'
+  outcome 2 ./test --preset= -R x
+  says 'test: --preset needs a value'
+  called_not '^(apt-get|cmake)'
+}
+
+test_options_reach_ctest() {
+  outcome 0 ./test --preset=debug -R 'a b' -V
+  called 'cmake --build --preset debug'
+  called 'ctest --preset debug -j [0-9]+ -R a b -V'
+  FAKE_TESTS=8 outcome 8 ./test
+}
+
+test_download_is_announced_first() {
+  FAKE_MISSING='cmake ninja-build' outcome 127 ./run  # there is no agent in the end
+  says 'setup: these packages are missing:' 'builds' 'setup: to download: 3 packages, 212 MB'
+  called 'apt-get .*update'
+  called 'apt-get install -y --no-install-recommends cmake ninja-build -q'
+  [ "$(grep -o 'to download\|installing' "$work/out" | head -n 1)" = 'to download' ] || wrong "downloaded before it was said"
+}
+
+test_nothing_missing_needs_no_network() {
+  outcome 0 ./test
+  called_not 'apt-get|sudo'
+}
+
+test_no_network() {
+  FAKE_MISSING=cmake FAKE_APT="E: Failed to fetch http://deb  Temporary failure resolving 'deb'" outcome 1 ./run
+  says 'setup: the packages could not be installed: no network: the package servers cannot be reached' \
+    'apt-get install -y --no-install-recommends cmake'
+  called_not '^cmake'
+}
+
+test_full_disk_for_the_packages() {
+  FAKE_MISSING=cmake FAKE_APT="E: You don't have enough free space in /var/cache/apt/archives/." outcome 1 ./run
+  says 'setup: the packages could not be installed: the disk is full'
+}
+
+test_no_sudo() {
+  without sudo
+  FAKE_USER=dev FAKE_MISSING='cmake g++' outcome 1 ./run
+  says 'setup: installing them needs root, and there is no sudo.' \
+    'apt-get update && apt-get install -y --no-install-recommends cmake g++'
+  called_not '^(apt-get|cmake)'
+}
+
+test_sudo_refuses() {
+  fake sudo <<<'echo "dev is not in the sudoers file." >&2; exit 1'
+  FAKE_USER=dev FAKE_MISSING='cmake g++' outcome 1 ./run
+  says 'setup: installing them needs root, and sudo refuses dev.' \
+    'apt-get update && apt-get install -y --no-install-recommends cmake g++'
+  called_not '^(apt-get|cmake)'
+}
+
+test_no_apt() {
+  without apt-get
+  FAKE_MISSING=cmake outcome 1 ./run
+  says 'setup: there is no apt-get here; install these' 'configures the build'
+}
+
+test_read_only_checkout() {
+  local as=()
+  [ "$(id -u)" != 0 ] || as=("${as_nobody[@]}")
+  chmod a-w .
+  outcome 1 "${as[@]}" ./run
+  says "run: $work/VeloAgent cannot be written to." "git clone $work/VeloAgent"
+  outcome 1 "${as[@]}" ./test
+  says "test: $work/VeloAgent cannot be written to."
+  called_not '^(apt-get|cmake)'
+  chmod u+w .
+}
+
+test_built_as_root() {
+  [ "$(id -u)" = 0 ] || skip "needs root"
+  outcome 0 ./test
+  chown -R 65534 .
+  chown root build/release.log
+  : >"$work/calls"
+  outcome 1 "${as_nobody[@]}" ./run
+  says 'run: build/release.log belongs to root, and you are nobody: this checkout was built as root before.' \
+    "sudo chown -R nobody: $work/VeloAgent/build"
+  called_not '^(apt-get|cmake)'
+}
+
+test_full_disk_before_the_build() {
+  FAKE_FREE_MB=199 outcome 1 ./run
+  says "run: the disk is full: 199 MB free in $work/VeloAgent, 210 MB needed"
+  called_not '^(apt-get|cmake)'
+}
+
+test_full_disk_in_the_build() {
+  FAKE_BUILD='/usr/bin/ld: final link failed: No space left on device' outcome 1 ./run
+  says 'run: building release failed: the disk is full (log: build/release.log)'
+}
+
+test_failed_build_shows_its_log() {
+  outcome 0 ./test  # a log of former times
+  FAKE_BUILD='main.cpp:1: error: no such thing' outcome 1 ./run
+  says 'main.cpp:1: error: no such thing' 'run: building release failed (log: build/release.log)'
+  FAKE_BUILD='main.cpp:1: error: no such thing' outcome_on_terminal 1 '' ./run
+  says 'main.cpp:1: error: no such thing' 'run: building release failed (log: build/release.log)'
+}
+
+moved_checkout() {
+  mkdir -p build/release
+  echo 'CMAKE_HOME_DIRECTORY:INTERNAL=/home/dev/elsewhere' >build/release/CMakeCache.txt
+}
+
+test_moved_checkout() {
+  moved_checkout
+  outcome 1 ./run
+  says 'run: build/release was made for /home/dev/elsewhere: this checkout has been moved or copied.' \
+    'run: ./run --rebuild builds it anew'
+  called_not '^(apt-get|cmake)'
+  outcome 0 ./test --rebuild
+  called 'cmake --build --preset release'
+  [ ! -e build/release/CMakeCache.txt ] || wrong "the old build is still there"
+}
+
+test_moved_checkout_on_a_terminal() {
+  moved_checkout
+  outcome_on_terminal 1 $'n\n' ./test
+  says 'build it anew? [y/N]' 'test: ./test --rebuild builds it anew'
+  called_not '^cmake'
+  outcome_on_terminal 0 $'y\n' ./test
+  called 'cmake --build --preset release'
+  [ ! -e build/release/CMakeCache.txt ] || wrong "the old build is still there"
+}
+
+test_a_link_to_the_checkout_is_no_move() {
+  mkdir -p build/release
+  ln -s "$work/VeloAgent" "$work/link"
+  echo "CMAKE_HOME_DIRECTORY:INTERNAL=$work/link" >build/release/CMakeCache.txt
+  outcome 0 ./test
+}
+
+test_running_already() {
+  mkdir -p build/run
+  echo '4711 2025-11-22 10:11:12' >build/run/lock
+  exec 7<build/run/lock
+  flock 7
+  FAKE_MISSING=cmake outcome 1 ./run
+  says 'run: this checkout is running already: process 4711, since 2025-11-22 10:11:12.' 'kill 4711'
+  called_not .
+  exec 7<&-
+  outcome 127 ./run
+  says_not 'running already'
+}
+
+test_progress_on_a_terminal() {
+  FAKE_MISSING=cmake FAKE_WAITS=1 outcome_on_terminal 0 '' ./test
+  says 'setup: fetching the package lists (some 10 MB) 25 %, Retrieving' 'setup: installing 50 %, Unpacking one, ' 'test: building release [2/3], ' 'Start 1: only'
+  says_not '\[2/3\] Building part'
+}
+
+test_silence_is_counted_on_a_terminal() {
+  FAKE_WAITS=1 FAKE_TESTS=8 outcome_on_terminal 8 '' ./test
+  says '... 3 s' '... 4 s' '100% tests passed'
+}
+
+test_plain_lines_without_a_terminal() {
+  FAKE_MISSING=cmake outcome 0 ./test
+  says 'setup: installing (log: build/setup.log)' '[2/3] Building part 2' 'test: building release: done in '
+  says_not $'\r|\e'
+}
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+prepare "$folder"
+"$1"
+exit $((failures > 0))
