@@ -8,6 +8,7 @@ install(FILES packaging/VeloAgent.conf.sample DESTINATION usr/share/veloagent)
 install(DIRECTORY DESTINATION etc/veloagent)
 # The script twice in /etc/init.d: as BusyBox's rcS looks for it, a link; and as update-rc.d wants it.
 set(link ${CMAKE_BINARY_DIR}/packaging/S90veloagent)
+file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/packaging)
 file(CREATE_LINK /usr/lib/veloagent/S90veloagent ${link} SYMBOLIC)
 install(FILES ${link} DESTINATION etc/init.d COMPONENT rcS)
 install(PROGRAMS packaging/debian/init.d RENAME veloagent DESTINATION etc/init.d)
