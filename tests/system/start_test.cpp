@@ -175,6 +175,18 @@ TEST(Start, MissingConfigurationFileIsWaitedFor) {
     desk.wait_until_polling();
 }
 
+TEST(Start, TheStartLogFollowsNoLink) {
+    DeskOptions options;
+    options.wait = DeskOptions::not_started;
+    Desk desk(options);
+    std::ofstream("/tmp/victim") << "precious";
+    std::filesystem::remove("/tmp/fuse_d/nimbo.log");
+    std::filesystem::create_symlink("/tmp/victim", "/tmp/fuse_d/nimbo.log");
+    desk.start_agent();
+    desk.wait_for_log("cannot set time to /tmp/fuse_d/nimbo.log while VeloAgent init.\n");
+    EXPECT_EQ(file_text("/tmp/victim"), "precious");
+}
+
 TEST(Start, WrongPasswordIsTriedAgainUntilItIsRight) {
     DeskOptions options = only_started();
     options.conf = {{"PASSWORD", "wrong"}, {"SESSION_KEY", "4711"}};

@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -115,14 +114,13 @@ void log_result(int result) {
     (result != 0 ? counts.failed : counts.good)++;
     const curl_counts now = counts;
     lock.unlock();
-    std::printf("curlmgr_enqueue_job OK. res = %d, good=%" PRIu64 " NG=%" PRIu64 " fail_rate = %" PRIu64
-                "\n ",
-                result, now.good, now.failed, fail_rate(now));
+    std::printf("curlmgr_enqueue_job OK. res = %d, good=%llu NG=%llu fail_rate = %llu\n ", result, now.good,
+                now.failed, fail_rate(now));
 }
 
 }  // namespace
 
-std::uint64_t fail_rate(const curl_counts &counts_now) {
+unsigned long long fail_rate(const curl_counts &counts_now) {
     return counts_now.failed == 0 ? 0 : counts_now.failed * 100 / (counts_now.good + counts_now.failed);
 }
 

@@ -27,11 +27,11 @@ struct curl_queue {
 
 // Transfers since start; they never come round to 0.
 struct curl_counts {
-    std::uint64_t good, failed;
+    unsigned long long good, failed;  // 64 bits on every target
 };
 
 // The failed ones' share in percent, 0 where there were none at all.
-std::uint64_t fail_rate(const curl_counts &counts_now);
+unsigned long long fail_rate(const curl_counts &counts_now);
 
 inline constexpr std::uint32_t kQueueCapacity = 80;  // jobs waiting, per queue
 

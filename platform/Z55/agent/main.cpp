@@ -12,6 +12,7 @@
 #include "curlmgr.h"
 #include "loginout.h"
 #include "polling.h"
+#include "utils/files.h"
 #include "utils/os.h"
 #include "utils/threads.h"
 
@@ -40,18 +41,17 @@ std::string formatted(const tm &parts) {
 }
 
 void write_start_time() {
-    FILE *file = std::fopen(kStartLog, "a+e");
-    if (file == nullptr) {
+    const File file = open_to_append(kStartLog);
+    if (!file) {
         std::puts("cannot set time to /tmp/fuse_d/nimbo.log while VeloAgent init.");
         return;
     }
     const time_t start = wall_seconds();
     tm parts{};
     localtime_r(&start, &parts);
-    std::fprintf(file, "localtime [ %s ]", formatted(parts).c_str());
+    std::fprintf(file.get(), "localtime [ %s ]", formatted(parts).c_str());
     gmtime_r(&start, &parts);
-    std::fprintf(file, "gmtime [ %s ]\n", formatted(parts).c_str());
-    std::fclose(file);
+    std::fprintf(file.get(), "gmtime [ %s ]\n", formatted(parts).c_str());
 }
 
 void start_agent_threads() {

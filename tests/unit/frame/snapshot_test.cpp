@@ -411,7 +411,7 @@ TEST_F(Snapshot, ThumbnailThatMemoryIsTooSmallFor) {
     add_file("A.THM", "x");
     record.data = static_cast<uint8_t *>(std::malloc(1));
     record.length = 1;
-    intercept::refuse_next("malloc", 1);  // the first is the session key's copy
+    intercept::refuse_next("malloc");
     EXPECT_EQ(log_of(kNewestThumbnail, -99), "JPG_File_is:A.THM\nrealloc memory failed\n");
     EXPECT_EQ(record.length, 1u);
 }
@@ -434,7 +434,7 @@ TEST_F(Snapshot, FilesAreClosed) {
     log_of(kNewestThumbnail, 0);
     const auto before = open_files();
     for (const char *failing : {"none", "malloc", "fread"}) {
-        intercept::refuse_next(failing, failing == std::string("malloc") ? 1 : 0);
+        intercept::refuse_next(failing);
         log_of(kNewestThumbnail, failing == std::string("none") ? 0 : -99);
     }
     EXPECT_EQ(open_files(), before);
