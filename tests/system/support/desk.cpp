@@ -21,6 +21,7 @@ constexpr char kConfiguration[] = "/tmp/working/VeloAgent.conf";
 constexpr char kCameraPorts[] = "/tmp/camera.json";
 constexpr char kSdkPorts[] = "/tmp/sdk.json";
 constexpr char kAgentLog[] = "/tmp/agent.log";
+constexpr char kFirstLine[] = "Try log VeloAgent init time...........\n";
 constexpr char kAgentErrors[] = "/tmp/agent.err";
 constexpr char kSanitizerReports[] = "/tmp/sanitizer";  // with ".PID" appended
 constexpr char kState[] = "/tmp/.device/";
@@ -165,6 +166,7 @@ std::map<std::string, std::string> Desk::agent_environment() const {
 
 void Desk::start_agent() {
     fs::remove(kSdkPorts);
+    former_starts_ = count_in_log(kFirstLine) - reboots();
     supervisor_ = start_process(agent_command(), agent_environment(), "/dev/null");
 }
 
@@ -174,7 +176,9 @@ void Desk::stop_agent() {
 }
 
 void Desk::wait_until_polling() {
-    const size_t start = log().size();
+    wait_until("the agent has begun",
+               [this] { return count_in_log(kFirstLine) > former_starts_ + reboots(); });
+    const size_t start = log().rfind(kFirstLine);
     wait_for_log("vq_ipca_init return\n", start);
     wait_for_log("*** (Polling) end of a time.", start);
     // Capture is prepared last; only then has the cloud thread nothing left to start.
@@ -283,7 +287,7 @@ pid_t Desk::agent_pid() const {
 }
 
 int Desk::reboots() const {
-    return std::stoi(file_text(std::string(kState) + "reboots"));
+    return std::atoi(file_text(std::string(kState) + "reboots").c_str());
 }
 
 std::vector<json> Desk::tool_calls(const std::string &tool) const {

@@ -44,6 +44,7 @@ class Desk {
 
     void start_agent();
     void stop_agent();
+    // Waits until the agent that runs now, also after a reboot that has been counted, polls.
     void wait_until_polling();
     // From now on the agent's end is no failure.
     void expect_end() {
@@ -117,6 +118,8 @@ class Desk {
     pid_t supervisor_ = -1;
     int cgi_port_ = 0, control_port_ = 0;
     bool end_expected_ = false;
+    int former_starts_ =
+        0;  // that the log tells of beyond the reboots counted, before the supervisor was started
     std::string log_;
 };
 
