@@ -13,6 +13,7 @@
 #include "loginout.h"
 #include "polling.h"
 #include "utils/files.h"
+#include "utils/memory.h"
 #include "utils/os.h"
 #include "utils/threads.h"
 
@@ -87,6 +88,7 @@ bool session_expired(int poll_result) {
 
 int main() {
     start_clean();
+    prepare_memory();
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::puts("Try log VeloAgent init time...........");
     write_start_time();

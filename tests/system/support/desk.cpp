@@ -130,12 +130,9 @@ std::vector<std::string> Desk::agent_command() const {
     const std::string bend = from_environment("VELO_BEND", DESK_BEND);
     const std::string libraries = from_environment("LD_LIBRARY_PATH", "");
     const std::vector<std::string> launcher = words(from_environment("VELO_AGENT_LAUNCHER", ""));
-    std::vector<std::string> command = {device_program("supervise"),
-                                        "--",
-                                        "/bin/sh",
-                                        "-c",
-                                        std::string("exec \"$@\" >>") + kAgentLog + " 2>>" + kAgentErrors,
-                                        "sh"};
+    const std::string usual_launch = std::string("exec \"$@\" >>") + kAgentLog + " 2>>" + kAgentErrors;
+    const std::string launch = options_.launch.empty() ? usual_launch : options_.launch;
+    std::vector<std::string> command = {device_program("supervise"), "--", "/bin/sh", "-c", launch, "sh"};
     if (launcher.empty()) {
         command.insert(command.end(), {"/usr/bin/env", "LD_PRELOAD=" + bend});
     } else {

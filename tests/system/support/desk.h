@@ -28,6 +28,8 @@ struct DeskOptions {
     std::map<std::string, std::string> environment;          // the agent's, beside the test's own
     json camera_config = nullptr;                            // what the camera is configured with beforehand
     bool reserve = true;  // the reserve file lies on the SD card already (writing it takes its time)
+    // The shell line that becomes the agent ("$@"); empty: output to the files that log() and errors() read.
+    std::string launch;
     enum { not_started, started, polling } wait = polling;  // what the constructor waits for
 };
 

@@ -1,0 +1,24 @@
+#include "memory.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <new>
+
+namespace {
+
+// Nothing here allocates, and no destructor runs under other threads.
+void end_without_memory() {
+    constexpr char kText[] = "VeloAgent: out of memory\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText, sizeof kText - 1);
+    _exit(1);
+}
+
+}  // namespace
+
+void prepare_memory() {
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 2);
+#endif
+    std::set_new_handler(end_without_memory);
+}

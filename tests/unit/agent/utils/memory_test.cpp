@@ -1,0 +1,115 @@
+// What becomes of memory that is short, and of memory that many threads have used. Each test changes a
+// process of its own.
+#include "agent/utils/memory.h"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <barrier>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kOwnAllocator = false;  // the sanitizer's is in the place of the C library's
+#else
+constexpr bool kOwnAllocator = true;
+#endif
+
+// The wait status of a process that runs `body`, whose standard error becomes `errors`.
+int status_of(const std::function<int()> &body, std::string &errors) {
+    int ends[2];
+    if (pipe(ends) != 0) return -1;
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDERR_FILENO);
+        _exit(body());
+    }
+    close(ends[1]);
+    char piece[256];
+    for (ssize_t count; (count = read(ends[0], piece, sizeof piece)) > 0;) {
+        errors.append(piece, static_cast<size_t>(count));
+    }
+    close(ends[0]);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST(Memory, AnAllocationThatFailsEndsTheProcessWithOneLine) {
+    if (!kOwnAllocator) GTEST_SKIP();
+    std::string errors;
+    const int status = status_of(
+        [] {
+            prepare_memory();
+            volatile size_t much = SIZE_MAX / 4;
+            void *volatile block = operator new(much);
+            return block != nullptr ? 0 : 2;
+        },
+        errors);
+    EXPECT_EQ(1 << 8, status);
+    EXPECT_EQ("VeloAgent: out of memory\n", errors);
+}
+
+TEST(Memory, MallocStillFailsToItsCaller) {
+    if (!kOwnAllocator) GTEST_SKIP();
+    std::string errors;
+    EXPECT_EQ(0, status_of(
+                     [] {
+                         prepare_memory();
+                         volatile size_t much = SIZE_MAX / 4;
+                         void *volatile block = std::malloc(much);
+                         return block == nullptr ? 0 : 2;
+                     },
+                     errors));
+    EXPECT_EQ("", errors);
+}
+
+#ifdef M_ARENA_MAX
+int arenas() {
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    malloc_info(0, stream);
+    std::fclose(stream);
+    int count = 0;
+    const std::string list(text, size);
+    for (size_t at = 0; (at = list.find("<heap nr=", at)) != std::string::npos; at++) count++;
+    std::free(text);
+    return count;
+}
+
+TEST(Memory, ManyThreadsShareTwoArenas) {
+    if (!kOwnAllocator) GTEST_SKIP();
+    std::string errors;
+    const int status = status_of(
+        [] {
+            prepare_memory();
+            constexpr int kThreads = 8;
+            std::barrier together(kThreads);
+            std::vector<std::thread> threads;
+            for (int i = 0; i < kThreads; i++) {
+                threads.emplace_back([&together] {
+                    std::vector<std::string> blocks(100, std::string(200, 'x'));
+                    together.arrive_and_wait();
+                });
+            }
+            for (std::thread &thread : threads) thread.join();
+            return arenas();
+        },
+        errors);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_LE(WEXITSTATUS(status), 2);
+}
+#endif
+
+}  // namespace
