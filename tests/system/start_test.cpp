@@ -1,6 +1,7 @@
 // From the first line of the log to a polling agent that raises alarms.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -125,6 +126,25 @@ TEST(Start, AppendsTheStartTimeOfEachStart) {
     desk.start_agent();
     desk.wait_until_polling();
     EXPECT_EQ(count_of("localtime [ ", file_text("/tmp/fuse_d/nimbo.log")), 2);
+}
+
+TEST(Start, StartTimeIsWrittenToNoFifoAndThroughNoLink) {
+    constexpr char kStartLogFile[] = "/tmp/fuse_d/nimbo.log";
+    DeskOptions options;
+    options.wait = DeskOptions::not_started;
+    Desk desk(options);
+    std::ofstream("/tmp/victim") << "mine";
+    ASSERT_EQ(symlink("/tmp/victim", kStartLogFile), 0);
+    for (int start = 1; start <= 2; start++) {
+        desk.start_agent();
+        desk.wait_until_polling();
+        EXPECT_EQ(desk.count_in_log("cannot set time to /tmp/fuse_d/nimbo.log while VeloAgent init.\n"),
+                  start);
+        EXPECT_EQ(file_text("/tmp/victim"), "mine");
+        desk.stop_agent();
+        unlink(kStartLogFile);
+        ASSERT_EQ(mkfifo(kStartLogFile, 0644), 0);
+    }
 }
 
 TEST(Start, ReserveFileIsWrittenWhereThereIsNone) {

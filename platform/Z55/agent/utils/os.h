@@ -29,10 +29,10 @@ void pause_within_second(long nanoseconds);
 // What a command may take before it is ended, with all that it has started, and counts as failed.
 inline constexpr int kCommandSeconds = 60;
 
-// Runs `command` with /bin/sh and waits for it, `limit_seconds` at most and a second more where even SIGKILL
-// does not end it (a dead disk). Returns its wait status, which is 0 only for success; -1 when it could not
-// be started or did not end. While eight commands that did not end are still there no other one is started.
-// The command dies with the agent.
+// Runs `command` with /bin/sh and waits for it, `limit_seconds` at most (longer on a busy machine) and a
+// second more where even SIGKILL does not end it (a dead disk). Returns its wait status, which is 0 only for
+// success; -1 when it could not be started or did not end. While eight commands that did not end are still
+// there no other one is started. The shell dies with the thread that waits for it, and so with the agent.
 [[nodiscard]] int run_shell(const char *command, int limit_seconds = kCommandSeconds);
 
 // The same within kCommandSeconds. Returns what the command and all that it has started wrote to standard

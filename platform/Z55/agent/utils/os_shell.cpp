@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,17 +25,24 @@ constexpr size_t kMostOutput = 65536;
 constinit std::mutex left_behind_lock;
 constinit pid_t left_behind[8] = {};  // 0: a free place
 
+std::int64_t monotonic_milliseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
+
 // A wait in pauses that grow, so that a short command is not held up. The kernels of the device cannot wait
-// for a child with a limit, and SIGCHLD belongs to the whole process. The pauses are counted, not clocked: on
-// a machine that is busy with other things a command has longer.
+// for a child with a limit, and SIGCHLD belongs to the whole process. A pause counts for what it took, but
+// for twice its length at most: on a machine that is busy with other things a command has longer.
 class Patience {
   public:
     explicit Patience(std::int64_t milliseconds) : left_(milliseconds) {}
     // False when it is over.
     [[nodiscard]] bool pause() {
         if (left_ <= 0) return false;
+        const std::int64_t start = monotonic_milliseconds();
         sleep_milliseconds(pause_);
-        left_ -= pause_;
+        left_ -= std::clamp(monotonic_milliseconds() - start, pause_, 2 * pause_);
         pause_ = std::min(2 * pause_, kLongestPause);
         return true;
     }
