@@ -86,7 +86,7 @@ TEST(CurlQueue, AnEmptyQueueGivesNothingWithItsText) {
 struct CountsRow {
     const char *name;
     curl_counts counts;
-    std::uint64_t rate;
+    unsigned long long rate;
 };
 
 class Counts : public testing::TestWithParam<CountsRow> {};
