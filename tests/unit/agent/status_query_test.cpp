@@ -57,6 +57,18 @@ TEST_F(StatusQuery, AMissingKeyLeavesItsSlotEmptyAndIsLogged) {
         log);
 }
 
+TEST_F(StatusQuery, AnErrorCodeWhoseNumberIs0IsSuccess) {
+    for (const char *code : {"0", "00", "\n0\n", ""}) {
+        camera.reply("/CGI/CameraStatus", std::string("<ErrorCode>") + code + "</ErrorCode><A>1</A>");
+        camera.reply("/CGI/CameraSetting", std::string("<ErrorCode>") + code + "</ErrorCode><A>1</A>");
+        own_lines([] {
+            EXPECT_EQ((Slots{"1"}), getCameraStatuses("777", FakeCamera::host, {"A"}, false));
+            EXPECT_EQ((Slots{"1"}), getCameraSettings("777", FakeCamera::host, {"A"}));
+            EXPECT_EQ("1", getCameraStatus("777", FakeCamera::host, "A"));
+        });
+    }
+}
+
 TEST_F(StatusQuery, ACameraErrorIsAMarkerInTheFirstSlot) {
     camera.reply("/CGI/CameraStatus", "<ErrorCode>-2</ErrorCode><A>1</A><B>2</B>");
     const std::string log = own_lines([] {

@@ -36,6 +36,6 @@ int error_code_number(std::string_view text) {
 
 std::optional<std::string> camera_error(std::string_view text) {
     auto code = read_error_code(text);
-    if (code && *code == "0") code.reset();
+    if (code && to_int(code->c_str()) == 0) code.reset();
     return code;
 }

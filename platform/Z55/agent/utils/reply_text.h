@@ -16,7 +16,7 @@ std::optional<std::string> read_error_code(std::string_view text);
 // The "ErrorCode" element's number, 0 when the reply has none: both mean success.
 int error_code_number(std::string_view text);
 
-// The "ErrorCode" element's text when it tells of an error, that is, holds anything but 0.
+// The "ErrorCode" element's text when it tells of an error: its number is not 0.
 std::optional<std::string> camera_error(std::string_view text);
 
 #endif

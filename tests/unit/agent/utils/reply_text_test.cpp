@@ -66,9 +66,26 @@ TEST(ErrorCode, AnAbsentElementIsSuccess) {
     EXPECT_EQ(std::nullopt, camera_error("<SD>1</SD>"));
 }
 
-TEST(ErrorCode, TextThatIsNoNumberReadsAsZeroButIsAnError) {
-    EXPECT_EQ(0, error_code_number("<ErrorCode>busy</ErrorCode>"));
-    EXPECT_EQ("busy", camera_error("<ErrorCode>busy</ErrorCode>"));
+struct CodeRow {
+    const char *name, *text;
+    bool success;
+};
+
+class ErrorCodeNumber : public testing::TestWithParam<CodeRow> {};
+
+TEST_P(ErrorCodeNumber, DecidesBetweenSuccessAndError) {
+    const CodeRow &row = GetParam();
+    const std::string reply = std::string("<ErrorCode>") + row.text + "</ErrorCode>";
+    EXPECT_EQ(row.success, error_code_number(reply) == 0);
+    EXPECT_EQ(row.success ? std::nullopt : std::optional<std::string>(row.text), camera_error(reply));
 }
+
+INSTANTIATE_TEST_SUITE_P(Row, ErrorCodeNumber,
+                         testing::Values(CodeRow{"Zero", "0", true}, CodeRow{"TwoZeros", "00", true},
+                                         CodeRow{"Lines", "\n0\n", true}, CodeRow{"Empty", "", true},
+                                         CodeRow{"NoNumber", "busy", true}, CodeRow{"Error", "-2", false},
+                                         CodeRow{"ErrorInLines", "\n-2\n", false},
+                                         CodeRow{"ErrorAfterZeros", "007", false}),
+                         by_name);
 
 }  // namespace
