@@ -83,7 +83,8 @@ int take_photo(snapshot_record &record, const std::string &cookie_text) {
         return code != 0 ? code : sent;
     }
     const auto uri = find_xml_value(reply, "URI");
-    if (!uri) return code != 0 ? code : -1;
+    // Anything but a path could turn what stands before it into a login and name another host.
+    if (!uri || !uri->starts_with('/')) return code != 0 ? code : -1;
     const std::string path = cut_to_buffer(*uri, 32);
     sleep_milliseconds(kPhotoDelayMilliseconds);
     return fetch_photo(record, path.c_str());

@@ -241,22 +241,27 @@ TEST_P(PhotoFailure, IsReturned) {
 
 INSTANTIATE_TEST_SUITE_P(
     Replies, PhotoFailure,
-    testing::Values(PhotoRow{"Refused", refused(-8), -8, "PHOTO_TO_MOBILE  ErrorCode: -8\n"},
-                    PhotoRow{"NoAnswer",
-                             {.hang_up = true},
-                             -1,
-                             "res !=CURLE_OK, res = 52. (platform/Z55/z55cgi,line 75\n)"
-                             "After res !=CURLE_OK: platform/Z55/z55cgi,line 77\n"
-                             "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
-                    PhotoRow{"BadStatus",
-                             {.body = "<ErrorCode>-5</ErrorCode>", .status = 500},
-                             -5,
-                             "status != 200, status code = 500  (platform/Z55/z55cgi: 82)\n"
-                             "PHOTO_TO_MOBILE  ErrorCode: -5\n"},
-                    PhotoRow{"NothingAtAll", {.body = "ok"}, 0, "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
-                    PhotoRow{"NoUri", {.body = "PHOTO_TO_MOBILE"}, -1, ""},
-                    PhotoRow{
-                        "NoUriButAnErrorCode", {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode>"}, 44, ""}),
+    testing::Values(
+        PhotoRow{"Refused", refused(-8), -8, "PHOTO_TO_MOBILE  ErrorCode: -8\n"},
+        PhotoRow{"NoAnswer",
+                 {.hang_up = true},
+                 -1,
+                 "res !=CURLE_OK, res = 52. (platform/Z55/z55cgi,line 75\n)"
+                 "After res !=CURLE_OK: platform/Z55/z55cgi,line 77\n"
+                 "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
+        PhotoRow{"BadStatus",
+                 {.body = "<ErrorCode>-5</ErrorCode>", .status = 500},
+                 -5,
+                 "status != 200, status code = 500  (platform/Z55/z55cgi: 82)\n"
+                 "PHOTO_TO_MOBILE  ErrorCode: -5\n"},
+        PhotoRow{"NothingAtAll", {.body = "ok"}, 0, "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
+        PhotoRow{"NoUri", {.body = "PHOTO_TO_MOBILE"}, -1, ""},
+        PhotoRow{"EmptyUri", {.body = "PHOTO_TO_MOBILE<URI></URI>"}, -1, ""},
+        PhotoRow{"UriWithoutItsSlash", {.body = "PHOTO_TO_MOBILE<URI>DCIM/P0001.JPG</URI>"}, -1, ""},
+        PhotoRow{"UriOfAnotherHost", {.body = "PHOTO_TO_MOBILE<URI>@127.0.0.1:8080/x</URI>"}, -1, ""},
+        PhotoRow{
+            "UriOfAnotherPort", {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode><URI>0/x</URI>"}, 44, ""},
+        PhotoRow{"NoUriButAnErrorCode", {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode>"}, 44, ""}),
     [](const auto &row) { return std::string(row.param.name); });
 
 TEST_F(Snapshot, PhotoThatCannotBeFetched) {
