@@ -1,8 +1,10 @@
 #include "quota.h"
 
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -69,22 +71,18 @@ bool fetch_quota(const std::string &token, Reply &reply) {
     return false;
 }
 
-std::optional<std::uint64_t> number_at(const char *text) {
-    char *end = nullptr;
-    const unsigned long long number = std::strtoull(text, &end, 10);
-    if (end == text) return std::nullopt;
-    return number;
-}
-
-// The numbers behind the first two colons: total and used.
-std::optional<Quota> parse_quota(const std::string &reply) {
-    const size_t first = reply.find(':');
-    const size_t second = first == std::string::npos ? first : reply.find(':', first + 1);
-    if (second == std::string::npos) return std::nullopt;
-    const auto total = number_at(reply.c_str() + first + 1);
-    const auto used = number_at(reply.c_str() + second + 1);
-    if (!total || !used || *total == 0) return std::nullopt;
-    return Quota{*total, *used};
+// The first two pieces behind a ":" that begin with a number: total and used.
+std::optional<Quota> parse_quota(const char *reply) {
+    std::uint64_t numbers[2] = {};
+    int found = 0;
+    for (const char *piece = std::strchr(reply, ':'); piece != nullptr && found < 2;
+         piece = std::strchr(piece, ':')) {
+        piece += 1 + std::strspn(piece + 1, " \t\r\n");
+        if (std::isdigit(static_cast<unsigned char>(*piece)) == 0) continue;
+        numbers[found++] = std::strtoull(piece, nullptr, 10);
+    }
+    if (found < 2 || numbers[0] == 0) return std::nullopt;
+    return Quota{numbers[0], numbers[1]};
 }
 
 std::optional<Quota> ask_quota() {

@@ -218,6 +218,13 @@ TEST_F(Quota, TheFirstTwoNumbersCount) {
     EXPECT_EQ(check(), quota_log("1000", "100") + kHeld);
 }
 
+TEST_F(Quota, PiecesThatBeginWithNoDigitDoNotCount) {
+    StorageService storage({reply_of("{\"quota\":{\"total\":1000,\"used\":100},\"request_id\":9}"),
+                            reply_of("a:-5,b:x7:1000,c:+5,d:100")});
+    EXPECT_EQ(check(), quota_log("1000", "100") + kHeld);
+    EXPECT_EQ(check(), quota_log("1000", "100") + kHeld);
+}
+
 TEST_F(Quota, OverlongRepliesAreNotKeptWhole) {
     StorageService storage({reply_of("a:1000,b:100," + std::string(1'000'000, ' ') + "error_code")});
     EXPECT_EQ(check(), quota_log("1000", "100") + kHeld);
