@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "desk.h"
+#include "silent_hosts.h"
 
 namespace {
 
@@ -140,6 +141,38 @@ TEST(Outage, ACameraThatIsAwayWhenTheAgentStarts) {
                         "***(login) error: curl perform failed. error code = 7***\n\n"});
     desk.camera("POST", "/accept");
     desk.wait_until_polling();
+    expect_motion_alarm(desk);
+}
+
+// Keep-alive sends no probe while sent bytes are unacknowledged: without a limit of its own such a transfer
+// would hold the only queue for a quarter of an hour.
+TEST(Outage, ACameraThatAcknowledgesNothingFreesTheQueue) {
+    DeafHost deaf;
+    Desk desk;
+    const AgentSize before = agent_size(desk);
+    const size_t from = desk.log().size();
+    // The recording's requests read their host anew, polls do not.
+    const std::string key = desk.conf_value("SESSION_KEY");
+    desk.write_conf({{"hostIP", deaf.host()}, {"SESSION_KEY", key}});
+    EXPECT_NE(desk.call("start_recording_video", {0})["result"], 0);
+    desk.wait_for_log("res !=CURLE_OK, res = 56. (platform/Z55/z55cgi,line 75\n)", from);
+    expect_motion_alarm(desk);
+    desk.write_conf({{"hostIP", "127.0.0.1:" + std::to_string(desk.camera_port())}, {"SESSION_KEY", key}});
+    EXPECT_EQ(desk.call("start_recording_video", {0})["result"], 0);
+    EXPECT_EQ(desk.call("stop_recording_video", json::array())["result"], 0);
+    expect_same_size(desk, before);
+}
+
+TEST(Outage, ARedirectToANameThatNobodyKnowsFreesTheQueue) {
+    SilentNameServers names;
+    Desk desk;
+    desk.fault({{"endpoint", "CameraSetting"},
+                {"kind", "redirect"},
+                {"location", "http://elsewhere.example/CGI/CameraSetting"}});
+    EXPECT_EQ(desk.call("get_device_param", {"md_armed"}), (json{{"result", 5}, {"value", "ERROR"}}));
+    EXPECT_GT(names.questions(), 0);
+    desk.clear_faults();
+    EXPECT_EQ(desk.call("get_device_param", {"md_armed"}), (json{{"result", 1}, {"value", "0"}}));
     expect_motion_alarm(desk);
 }
 

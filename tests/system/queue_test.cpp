@@ -1,12 +1,18 @@
 // The job queue as the camera sees it: one transfer at a time, polls before commands, at most 80 waiting.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <filesystem>
+#include <iterator>
+#include <sstream>
 #include <thread>
 
 #include "desk.h"
+
+namespace fs = std::filesystem;
 
 TEST(Queue, AStormOfSixteenThreadsIsServedOneByOneAndEachGetsItsOwnAnswer) {
     DeskOptions options;
@@ -82,6 +88,53 @@ TEST(Queue, ThePollGoesBeforeWaitingCommandsAndTheEightyFirstIsRefused) {
     EXPECT_EQ(*(first_setting + 1), "CameraStatus") << "the poll overtakes 80 waiting commands";
     EXPECT_EQ(std::count(order.begin(), order.end(), "CameraSetting"), 81);
     EXPECT_EQ(desk.camera_state()["max_concurrent"], 1);
+}
+
+namespace {
+
+// The socket's inode of each connection to this port of 127.0.0.1.
+std::vector<std::string> inodes_of_connections_to(int port) {
+    char remote[20];
+    std::snprintf(remote, sizeof remote, "0100007F:%04X", port);
+    std::vector<std::string> inodes;
+    std::istringstream lines(file_text("/proc/net/tcp"));
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        const std::vector<std::string> columns{std::istream_iterator<std::string>(words), {}};
+        if (columns.size() > 9 && columns[2] == remote) inodes.push_back(columns[9]);
+    }
+    return inodes;
+}
+
+// The flags of the descriptor that is this socket in the process; 0 where it has none.
+int descriptor_flags(pid_t process, const std::string &inode) {
+    const std::string proc = "/proc/" + std::to_string(process);
+    for (const auto &entry : fs::directory_iterator(proc + "/fd")) {
+        std::error_code gone;
+        if (fs::read_symlink(entry, gone) != "socket:[" + inode + "]") continue;
+        const std::string info = file_text(proc + "/fdinfo/" + entry.path().filename().string());
+        return std::stoi(info.substr(info.find("flags:") + 6), nullptr, 8);
+    }
+    return 0;
+}
+
+}  // namespace
+
+// A camera that serves one connection would wait for the end of every program that holds the last one's
+// socket.
+TEST(Queue, TheSocketOfATransferIsInheritedByNoChild) {
+    Desk desk;
+    desk.fault({{"endpoint", "CameraStatus"}, {"kind", "hang"}});
+    wait_until("a poll is under way", [&] { return desk.camera_state()["in_progress"] == 1; });
+    int sockets = 0;
+    for (const std::string &inode : inodes_of_connections_to(desk.camera_port())) {
+        const int flags = descriptor_flags(desk.agent_pid(), inode);
+        if (flags == 0) continue;
+        sockets++;
+        EXPECT_NE(flags & O_CLOEXEC, 0);
+    }
+    EXPECT_EQ(sockets, 1);
+    desk.clear_faults();
 }
 
 TEST(Queue, FailureRateIsTruncatedAndZeroWithoutFailures) {

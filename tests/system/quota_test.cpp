@@ -9,6 +9,7 @@
 
 #include "poll_gate.h"
 #include "poll_log.h"
+#include "silent_hosts.h"
 
 namespace {
 
@@ -171,6 +172,26 @@ TEST(Quota, ACertificateThatNobodyTrustsEndsTheCheck) {
     Desk desk(watching(server));
     desk.wait_for_logs({"(nimbo_polling) CURL failed: ", "*** (nimb_poll) OK"});
     EXPECT_EQ(server.targets().size(), 0u);
+}
+
+TEST(Quota, NameServersThatKeepSilentHoldThePollForTwoSeconds) {
+    SilentNameServers names;
+    DeskOptions options;
+    options.conf = {{"NIMB_ARMED", "1"}, {"NIMB_HOST", "storage.example"}, {"NIMB_PERIOD", "0"}};
+    Desk desk(options);
+    desk.wait_for_logs({"(nimbo_polling) CURL failed: Timeout was reached\n", "*** (nimb_poll) OK",
+                        "(nimbo_polling) CURL failed: Timeout was reached\n", "*** (nimb_poll) OK"});
+    EXPECT_GT(names.questions(), 0);
+}
+
+TEST(Quota, NoProxyIsTakenFromTheEnvironment) {
+    QuotaServer server;
+    trust_certificate();
+    DeskOptions options = watching(server);
+    for (const char *name : {"https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"})
+        options.environment[name] = "http://127.0.0.1:1";
+    Desk desk(options);
+    EXPECT_GE(server.targets().size(), 1u);
 }
 
 TEST(Quota, UnarmedAsksNobody) {

@@ -1,5 +1,6 @@
 // The session key: when it is renewed, what that looks like, and what survives it.
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include "desk.h"
 
@@ -39,6 +40,27 @@ TEST_P(RenewalTest, CameraErrorEndsThePollAndRenewsTheKey) {
 
 INSTANTIATE_TEST_SUITE_P(Session, RenewalTest, testing::Values(-2, -9),
                          [](const auto &row) { return "Minus" + std::to_string(-row.param); });
+
+TEST(Session, AKeyThatCannotBeStoredIsUsedAllTheSame) {
+    Desk desk;
+    ASSERT_EQ(mount("/tmp/working", "/tmp/working", nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount(nullptr, "/tmp/working", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    for (const char *key : {"1000003", "1000004"}) {
+        const size_t from = desk.log().size();
+        desk.camera("POST", "/session/expire");
+        desk.wait_for_logs({"write_conf_value failed: key = SESSION_KEY, Read-only file system\n",
+                            std::string("Session key=") + key + "\n*** (main) myPoll... ***\n",
+                            "*** (Polling) end of a time."},
+                           from);
+        EXPECT_EQ(desk.requests("CameraStatus").back()["cookie"], std::string("Session=") + key);
+        const long seen = desk.last_alarm();
+        desk.set_status("MotionEvent", "1");
+        wait_until("an alarm", [&] { return desk.last_alarm() > seen; });
+        desk.set_status("MotionEvent", "0");
+    }
+    EXPECT_EQ(desk.conf_value("SESSION_KEY"), "1000002") << "the last that could be stored, expired since";
+    EXPECT_EQ(desk.requests("CameraLogin").size(), kLoginsOfTheStart + 2);
+}
 
 class NoRenewalTest : public testing::TestWithParam<int> {};
 
@@ -102,7 +124,8 @@ TEST(Session, WhileTheLoginIsRefusedNoKeyIsHeld) {
     Desk desk;
     desk.camera("PATCH", "/config", {{"password", "changed"}});
     desk.camera("POST", "/session/expire");
-    const size_t failed = desk.wait_for_log("*** (getSessionKey) login failed, waiting for next try... ***\n");
+    const size_t failed =
+        desk.wait_for_log("*** (getSessionKey) login failed, waiting for next try... ***\n");
     EXPECT_EQ(desk.call("get_session_key", json::array())["value"], nullptr);
     desk.wait_for_log("Getting Session Key...\n", failed);
     EXPECT_EQ(desk.conf_value("SESSION_KEY"), "");

@@ -158,6 +158,15 @@ TEST(Start, ReserveFileIsWrittenWhereThereIsNone) {
                         "create file success\n", "vq_ipca_init return\n"});
 }
 
+TEST(Start, NoProxyIsTakenFromTheEnvironment) {
+    DeskOptions options;
+    for (const char *name : {"http_proxy", "all_proxy", "ALL_PROXY"})
+        options.environment[name] = "http://127.0.0.1:1";
+    Desk desk(options);
+    EXPECT_EQ(desk.requests("CameraLogin").size(), 2u);
+    EXPECT_EQ(desk.count_in_log("res !=CURLE_OK"), 0);
+}
+
 TEST(Start, MissingSdCardDoesNotStopIt) {
     DeskOptions options;
     options.wait = DeskOptions::not_started;
