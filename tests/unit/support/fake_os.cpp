@@ -21,6 +21,7 @@ struct State {
     std::int64_t steady = fake_os::kSteadyStart * kSecond;
     Texts pauses;
     std::vector<long> worker_pauses;
+    std::string held_deadline;
     std::function<void(const std::string &)> pause_hook;
     std::function<fake_os::ShellResult(const std::string &)> shell;
     Texts commands;
@@ -108,6 +109,7 @@ void reset() {
     s.steady = kSteadyStart * kSecond;
     s.pauses.clear();
     s.worker_pauses.clear();
+    s.held_deadline.clear();
     s.pause_hook = nullptr;
     s.shell = nullptr;
     s.commands.clear();
@@ -136,6 +138,10 @@ Texts pauses() {
 
 std::vector<long> worker_pauses() {
     return locked(&State::worker_pauses);
+}
+
+void hold_deadlines(const std::string &pause) {
+    set_locked(&State::held_deadline, pause);
 }
 
 void on_pause(std::function<void(const std::string &pause)> hook) {
@@ -205,6 +211,18 @@ void sleep_milliseconds(std::int64_t milliseconds) {
 
 void pause_seconds(long seconds) {
     record_pause(seconds * kSecond, std::to_string(seconds) + " s");
+}
+
+timespec pause_deadline(long seconds) {
+    const std::string text = std::to_string(seconds) + " s";
+    const bool held = locked(&State::held_deadline) == text;
+    record_pause(held ? 0 : seconds * kSecond, text);
+    timespec deadline{};
+    if (held) {
+        clock_gettime(CLOCK_MONOTONIC, &deadline);
+        deadline.tv_sec += 3600;  // longer than any test
+    }
+    return deadline;
 }
 
 void pause_within_second(long nanoseconds) {

@@ -24,9 +24,13 @@ void set_wall(std::int64_t seconds);
 void set_steady(std::int64_t seconds);
 std::int64_t wall();
 
-// Every pause but the queue worker's so far, in order: "5 s" of pause_seconds, "300 ms" of
+// Every pause but the queue worker's so far, in order: "5 s" of pause_seconds and pause_deadline, "300 ms" of
 // sleep_milliseconds.
 Texts pauses();
+
+// From now on the deadline of a wait of this text ("10 s") never comes, and such a wait moves no clock; ""
+// for none. Every other one has passed when pause_deadline returns.
+void hold_deadlines(const std::string &pause);
 
 // The nanoseconds of every pause_within_second (the queue worker's), in order.
 std::vector<long> worker_pauses();

@@ -19,13 +19,17 @@ std::int64_t to_nanoseconds(const timespec &reading) {
     return static_cast<std::int64_t>(reading.tv_sec) * kNanosecondsPerSecond + reading.tv_nsec;
 }
 
+timespec to_timespec(std::int64_t nanoseconds) {
+    timespec time{};
+    time.tv_sec = static_cast<time_t>(nanoseconds / kNanosecondsPerSecond);
+    time.tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond);
+    return time;
+}
+
 // The deadline is absolute, so that resuming after a signal does not lengthen the sleep.
 void sleep_nanoseconds(std::int64_t length) {
     if (length <= 0) return;
-    const std::int64_t end = to_nanoseconds(now(CLOCK_MONOTONIC)) + length;
-    timespec deadline{};
-    deadline.tv_sec = static_cast<time_t>(end / kNanosecondsPerSecond);
-    deadline.tv_nsec = static_cast<long>(end % kNanosecondsPerSecond);
+    const timespec deadline = to_timespec(to_nanoseconds(now(CLOCK_MONOTONIC)) + length);
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
     }
 }
@@ -55,6 +59,12 @@ void pause_seconds(long seconds) {
 
 void pause_within_second(long nanoseconds) {
     sleep_nanoseconds(nanoseconds - now(CLOCK_REALTIME).tv_nsec);
+}
+
+timespec pause_deadline(long seconds) {
+    return to_timespec(to_nanoseconds(now(CLOCK_MONOTONIC)) +
+                       static_cast<std::int64_t>(seconds) * kNanosecondsPerSecond -
+                       now(CLOCK_REALTIME).tv_nsec);
 }
 
 void drop_page_cache() {

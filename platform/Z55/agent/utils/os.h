@@ -26,6 +26,9 @@ void pause_seconds(long seconds);
 // The same for a deadline `nanoseconds` into the current second; returns at once when that has passed.
 void pause_within_second(long nanoseconds);
 
+// The instant of the monotonic clock at which pause_seconds would end, for a wait that may end before.
+timespec pause_deadline(long seconds);
+
 // What a command may take before it is ended, with all that it has started, and counts as failed.
 inline constexpr int kCommandSeconds = 60;
 

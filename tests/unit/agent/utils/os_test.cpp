@@ -150,6 +150,19 @@ TEST_F(Os, APauseIsItsSecondsLessThePartOfTheCurrentOneGone) {
     EXPECT_EQ(until(steady + 1'000'000 * kSecond), sleeps);
 }
 
+TEST_F(Os, TheDeadlineOfAPauseIsWhereItWouldEnd) {
+    for (const std::int64_t gone : {0, 1, 300'000'000, 999'999'999}) {
+        wall = 100 * kSecond + gone;
+        for (const long seconds : {1L, 5L, 2'000'000'000L}) {
+            const timespec deadline = pause_deadline(seconds);
+            sleeps.clear();
+            pause_seconds(seconds);
+            EXPECT_EQ(until(deadline.tv_sec * kSecond + deadline.tv_nsec), sleeps) << gone << " " << seconds;
+        }
+    }
+    EXPECT_EQ(pause_deadline(5).tv_sec, 54) << "50.7 s and 4 s and a bit";
+}
+
 TEST_F(Os, APauseWithinTheSecondEndsWhereTheSecondHasGoneFar) {
     wall += 30'000'000;
     pause_within_second(100'000'000);
