@@ -1,19 +1,21 @@
 #include "recording_log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "agent/loginout.h"
 #include "agent/utils/conf_file.h"
+#include "agent/utils/files.h"
 #include "agent/utils/reply_text.h"
 #include "agent/utils/text.h"
 #include "exports.h"
 #include "z55cgi.h"
 
-// Written by the first recording's end, under the recording lock.
-constinit char g_dir[64] = {};
+constinit char g_dir[64] = {};  // written by the first recording's end
 
 namespace {
 
@@ -21,31 +23,37 @@ constexpr char kSource[] = "platform/Z55/video_recording";
 constexpr char kMediaFolder[] = "/tmp/fuse_d/DCIM/100MEDIA/";
 constexpr size_t kLineSize = 64;
 
-// Read from the configuration when first needed.
 constinit std::mutex cache_lock;
-std::string cached_log_path;
+constinit char cached_log_path[1024] = {};  // from the configuration when first needed; a value is no longer
 
 std::string log_path() {
     const std::lock_guard<std::mutex> lock(cache_lock);
-    if (cached_log_path.empty()) {
-        const auto path = conf_value("RECORDING_LOG_FILE");
-        if (!path) std::printf("Read conf failed: RECORDING_LOG_FILE. %s:%d\n", kSource, __LINE__);
-        cached_log_path = path.value_or("");
-    }
+    if (cached_log_path[0] == '\0' && !conf_value_into(cached_log_path, "RECORDING_LOG_FILE"))
+        std::printf("Read conf failed: RECORDING_LOG_FILE. %s:%d\n", kSource, __LINE__);
     return cached_log_path;
 }
 
-FILE *open_log() {
-    FILE *file = std::fopen(log_path().c_str(), "a+e");
-    if (file == nullptr) std::printf("fopen failed, %s:%s\n", kSource, std::strerror(errno));
-    return file;
+void set_media_folder() {
+    const std::lock_guard<std::mutex> lock(cache_lock);
+    if (g_dir[0] == '\0') copy_text(g_dir, kMediaFolder);
 }
 
-void append_line(const std::string &line) {
-    FILE *file = open_log();
-    if (file == nullptr) return;
-    std::fprintf(file, "%s\n", line.c_str());
-    std::fclose(file);
+// One write to a file that is opened for appending: lines of several threads do not mix.
+void append(const std::string &text) {
+    File file = open_to_append(log_path().c_str());
+    if (!file) {
+        std::printf("fopen failed, %s:%s\n", kSource, std::strerror(errno));
+        return;
+    }
+    std::fputs(text.c_str(), file.get());
+    if (!close_synced(std::move(file)))
+        std::printf("recording log not written, %s:%s\n", kSource, std::strerror(errno));
+}
+
+std::string before_control_character(std::string text) {
+    const auto is_control = [](unsigned char character) { return character < ' ' || character == 0x7f; };
+    text.erase(std::find_if(text.begin(), text.end(), is_control), text.end());
+    return text;
 }
 
 }  // namespace
@@ -58,14 +66,14 @@ std::string recording_flag_path() {
 
 void touch_recording_flag_temp_file() {
     std::puts("touch_recording_flag_temp_file");
-    FILE *file = std::fopen(recording_flag_path().c_str(), "we");
-    if (file != nullptr) std::fclose(file);
-    std::puts(file != nullptr ? "touch succeeded" : "touch failed");
+    const std::string path = recording_flag_path();
+    const bool touched = !path.empty() && replace_file(path, "", 0666);
+    std::puts(touched ? "touch succeeded" : "touch failed");
 }
 
 void remove_recording_flag_temp_file() {
     std::puts("remove_recording_flag_temp_file");
-    std::puts(std::remove(recording_flag_path().c_str()) == 0 ? "remove succeeded" : "remove failed");
+    std::puts(remove_file(recording_flag_path()) ? "remove succeeded" : "remove failed");
 }
 
 std::string recording_time_text(time_t instant) {
@@ -76,36 +84,33 @@ std::string recording_time_text(time_t instant) {
     return text;
 }
 
-void write_recording_log(time_t start, time_t end) {
+void write_recording_log(time_t start, time_t end, const std::optional<std::string> &session_key) {
     const int length = static_cast<int>(end - start);
     std::printf("starttime: %ld, endtime: %ld, len: %d\n", static_cast<long>(start), static_cast<long>(end),
                 length);
-    if (g_dir[0] == '\0') copy_text(g_dir, kMediaFolder);
+    set_media_folder();
     char name[28] = {};
-    if (get_latest_mp4(g_dir, name) == 0) std::printf("get latest mp4 file: %s \n", name);
+    if (get_latest_mp4(g_dir, name, session_key) == 0) std::printf("get latest mp4 file: %s \n", name);
     const std::string line =
         format_text(kLineSize, "%s_%d_%s", recording_time_text(start).c_str(), length, name);
     std::printf("buffer:%s\n", line.c_str());
     std::printf("Recording log:%s\n", line.c_str());
-    append_line(line);
+    append(line + "\n");
 }
 
 void cancel_last_recording_log() {
     std::puts("*** cancel_last_recording_log ***");
-    FILE *file = open_log();
-    if (file == nullptr) return;
-    std::fputc('X', file);
-    std::fclose(file);
+    append("X");
 }
 
-int get_latest_mp4(const char *, char (&name)[28]) {
+int get_latest_mp4(const char *, char (&name)[28], const std::optional<std::string> &session_key) {
     char host[16];
     if (!conf_value_into(host, "hostIP")) {
         std::puts("read hostIP in login() failed.");
         return -1;
     }
-    const auto reply = perform_curl(format_text(200, "http://%s/CGI/VideoList", host), wait_for_session_key(),
-                                    "start=1&end=1");
+    const auto reply = perform_curl(format_text(200, "http://%s/CGI/VideoList", host),
+                                    session_key ? *session_key : wait_for_session_key(), "start=1&end=1");
     if (!reply) {
         std::puts("getvideolist failed. response of perform_curl() is null.");
         return -1;
@@ -119,7 +124,7 @@ int get_latest_mp4(const char *, char (&name)[28]) {
         std::puts("value = NULL");
         return -1;
     }
-    copy_text(name, *value);
+    copy_text(name, before_control_character(*value));
     std::printf("(get_latest_mp4) latest mp4 is: %s\n", name);
     return 0;
 }

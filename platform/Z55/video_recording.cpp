@@ -1,124 +1,57 @@
 #include "video_recording.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <string>
 
-#include "agent/loginout.h"
 #include "agent/utils/conf_file.h"
+#include "agent/utils/files.h"
 #include "agent/utils/os.h"
-#include "agent/utils/reply_text.h"
-#include "ak_model/clock.h"
-#include "ak_model/status_read.h"
 #include "exports.h"
+#include "recording_job.h"
 #include "recording_log.h"
+#include "recording_piece.h"
 #include "shared.h"
-#include "z55cgi.h"
 
-constinit int video_recording = 0;  // atomic; written under recording_lock
-
-constinit pthread_t recVideo_t{};  // atomic; the autocut thread started last
+constinit pthread_t recVideo_t{};  // atomic; the cutting thread started last
 constinit pthread_attr_t recVideo_attr{};
 
 namespace {
 
-constexpr long kStartCheckMilliseconds = 2000;
-constexpr long kCameraCloseMilliseconds = 5000;
 constexpr int kAlreadyRecording = -10;
 constexpr size_t kStartTimeSize = 15;
 
-// Serialises starts and stops with their requests and pauses. Nobody who only reads the state waits for it.
-constinit std::mutex recording_lock;
-
-constinit std::int64_t g_start_recording_time =
-    0;  // atomic; the running recording's start as the camera has it, or 0
-
-// The one cutting thread: it is claimed by a start and given up by the thread, each in one step with the look
-// at video_recording, so that a recording is never left without the thread that it counts on.
-constinit std::mutex autocut_lock;
-constinit bool autocut_running = false;
-
-// Read from the configuration when first needed; 0 and "" when not yet.
-constinit std::mutex cache_lock;
-constinit int cached_period = 0;
-std::string cached_timezone;
+// Read from the configuration when first needed.
+constinit std::mutex period_lock;
+constinit int cached_period = 0;  // seconds; 0: not yet
 
 int recording_period() {
-    const std::lock_guard<std::mutex> lock(cache_lock);
+    const std::lock_guard<std::mutex> lock(period_lock);
     if (cached_period == 0) cached_period = conf_number("RECORDING_PERIOD").value_or(0);
     return cached_period;
 }
 
-void read_timezone() {
-    const std::lock_guard<std::mutex> lock(cache_lock);
-    if (!cached_timezone.empty()) return;
-    cached_timezone = conf_value("TIMEZONE").value_or("");
-    std::printf("timezonebuf: %s\n", cached_timezone.c_str());
+int refuse_start(int recording) {
+    std::printf("%s:line=%d:video_recording=%d\n", "start_recording_video", 382, recording);
+    return kAlreadyRecording;
 }
 
-bool clock_is_set() {
-    return load_shared(NTP_FAIL) == 0;
+int refuse_stop() {
+    std::puts("Video_recording is 0. Return. ");
+    return kNotRecording;
 }
 
-// Now, as the camera's clock has it: that was set with the offset if it was set at all.
-time_t camera_time() {
-    read_timezone();
-    return wall_seconds() + (clock_is_set() ? kHomeOffsetSeconds : 0);
-}
-
-std::string configured_cookie() {
-    char key[kSessionKeySize];
-    conf_value_into(key, "SESSION_KEY");
-    return session_cookie(key);
-}
-
-bool contains(const std::string &text, const char *word) {
-    return text.find(word) != std::string::npos;
-}
-
-// What asking the camera to start came to: nothing on success, else the result of start_recording_video.
-std::optional<int> send_video_start(const std::string &cookie_text) {
-    std::string reply;
-    if (const int result = easyRemoteControl(cookie_text, "VIDEO_START", reply)) {
-        std::printf("*** (start_recording_video) res != CURLE_OK: res = %d\n", result);
-        return result;
-    }
-    if (contains(reply, "VIDEO_START")) return std::nullopt;
-    const int code = error_code_number(reply);
-    std::printf("VIDEO_START ErrorCode: %d\n", code);
-    return code;
-}
-
-// Claims the autocut thread for a recording; false when one runs, which then goes on with this recording.
-bool claim_autocut() {
-    const std::lock_guard<std::mutex> lock(autocut_lock);
-    if (autocut_running) return false;
-    autocut_running = true;
-    return true;
-}
-
-void give_up_autocut() {
-    const std::lock_guard<std::mutex> lock(autocut_lock);
-    autocut_running = false;
-}
-
-// Gives the thread up if its recording was stopped meanwhile.
-bool leave_if_stopped() {
-    const std::lock_guard<std::mutex> lock(autocut_lock);
-    if (load_shared(video_recording) != 0) return false;
-    autocut_running = false;
-    return true;
-}
-
-int start_autocut(long len) {
-    if (!claim_autocut()) return 0;
+// The turn is held until the thread stands: a stop that comes meanwhile finds both or nothing.
+int give_to_cutting_thread(long len) {
+    if (!make_recording_job(static_cast<int>(std::clamp<long>(len, INT_MIN, INT_MAX)))) return 0;
     pthread_t thread{};
     void *argument = reinterpret_cast<void *>(static_cast<std::intptr_t>(len));
     if (const int error = pthread_create(&thread, &recVideo_attr, autocut_recording, argument)) {
-        give_up_autocut();
+        cutting_thread_failed();
         std::puts("can't create thread qq");
         return error;
     }
@@ -126,142 +59,95 @@ int start_autocut(long len) {
     return 0;
 }
 
-bool refused_as_running(int line) {
-    const int recording = load_shared(video_recording);
-    if (recording == 0) return false;
-    std::printf("%s:line=%d:video_recording=%d\n", "start_recording_video", line, recording);
-    return true;
+// Seconds until the next cut; 0 or less where there is none: one piece without end.
+int piece_length(int left, int period) {
+    if (left == 0) return period;
+    return left > 0 && period > 0 ? std::min(left, period) : left;
 }
 
-bool refused_as_stopped() {
-    if (load_shared(video_recording) != 0) return false;
-    std::puts("Video_recording is 0. Return. ");
-    return true;
+// What the next piece leaves of a job; 0 or less: nothing, or a job without end.
+int left_after_piece(int left, int period) {
+    if (left == 0) return 0;
+    return period > 0 ? left - period : 0;
 }
 
-void enter_recording(time_t start) {
-    store_shared(video_recording, 1);
-    store_shared(g_start_recording_time, static_cast<std::int64_t>(start));
-    touch_recording_flag_temp_file();
-    std::printf("*** (start_recording_video) video_recording = 1, g_start_recording_time = %ld ***\n",
-                static_cast<long>(start));
+// Whether the job goes on with another piece.
+bool close_cut_piece(Cutter &cutter, int remaining) {
+    const bool last = cutter.left > 0 && remaining < 1;
+    Turn turn;
+    const CutTurn found = turn.to_cut(cutter);
+    if (found == CutTurn::new_job || found == CutTurn::leave) return false;
+    std::printf("(autocut_recording) stop_recording_video. len = %d\n", remaining);
+    std::puts("stop_recording_video called");
+    if (found == CutTurn::taken) {
+        close_piece(turn, recording_start(), &cutter, last);
+    } else {
+        refuse_stop();
+    }
+    cutter.left = remaining;
+    if (last) nothing_left_to_cut(cutter);
+    return !last;
 }
 
-void leave_recording() {
-    store_shared(g_start_recording_time, std::int64_t{0});
-    store_shared(video_recording, 0);
-    remove_recording_flag_temp_file();
+void start_next_piece(Cutter &cutter) {
+    Turn turn;
+    const CutTurn found = turn.to_go_on(cutter);
+    if (found == CutTurn::new_job || found == CutTurn::leave) return;
+    std::printf("(autocut_recording). start_recording_video len = %d\n", cutter.left);
+    if (found == CutTurn::as_it_is) {
+        refuse_start(1);
+    } else if (!start_piece(turn, cutter.left, &cutter)) {
+        cutter.job = turn.job_number();
+    }
 }
 
-void log_sleep(int seconds) {
-    std::printf("Start Sleeping for %d sec\n", seconds);
-}
-
-void log_cut_stop(int len) {
-    std::printf("(autocut_recording) stop_recording_video. len = %d\n", len);
-}
-
-void log_cut_start(int len) {
-    std::printf("(autocut_recording). start_recording_video len = %d\n", len);
-}
-
-// Pieces of one period until somebody else stops the recording.
-void cut_until_stopped(int period) {
-    if (period <= 0) {
-        give_up_autocut();
+// One piece of the job: waits for its end and starts the next one. A camera that refuses either is asked
+// again at the next cut.
+void cut_piece(Cutter &cutter, int period) {
+    const int wait = piece_length(cutter.left, period);
+    if (wait <= 0) {
+        nothing_left_to_cut(cutter);
         return;
     }
-    for (;;) {
-        log_sleep(period);
-        pause_seconds(period);
-        if (leave_if_stopped()) return;
-        log_cut_stop(0);
-        stop_recording_video();
-        log_cut_start(0);
-        start_recording_video(0);
-    }
-}
-
-// Pieces of one period until `remaining` seconds are used up; one piece where there is no period.
-void cut_until_used_up(int remaining, int period) {
-    for (;;) {
-        const int wait = period > 0 ? std::min(remaining, period) : remaining;
-        remaining -= period > 0 ? period : remaining;
-        log_sleep(wait);
-        pause_seconds(wait);
-        log_cut_stop(remaining);
-        // Given up before the last stop: a start that follows it must find the thread free.
-        if (remaining < 1) give_up_autocut();
-        stop_recording_video();
-        if (remaining < 1) return;
-        log_cut_start(remaining);
-        start_recording_video(remaining);
-    }
+    std::printf("Start Sleeping for %d sec\n", wait);
+    sleep_as_cutter(cutter, pause_deadline(wait));
+    if (close_cut_piece(cutter, left_after_piece(cutter.left, period))) start_next_piece(cutter);
 }
 
 }  // namespace
 
 int start_recording_video(long len) {
-    if (refused_as_running(382)) return kAlreadyRecording;
-    const std::lock_guard<std::mutex> lock(recording_lock);
-    if (refused_as_running(382)) return kAlreadyRecording;
-    std::printf("start_recording_video called, len = %ld\n", len);
-    const std::string cookie_text = configured_cookie();
-    const time_t start = camera_time();
-    std::printf("rawtime = %ld, cct = %d\n", static_cast<long>(start), clock_is_set() ? 8 : 0);
-    std::puts("(start_recording_video) calling easyRemoteControl to perform cgi");
-    if (const auto failure = send_video_start(cookie_text)) return *failure;
-    sleep_milliseconds(kStartCheckMilliseconds);
-    if (device_status("Recording")[0] == '0') {
-        std::puts("Retry video Recording ");
-        if (const auto failure = send_video_start(cookie_text)) return *failure;
-    }
-    enter_recording(start);
-    return start_autocut(len);
+    if (const int recording = load_shared(video_recording)) return refuse_start(recording);
+    Turn turn;
+    if (!turn.to_start()) return refuse_start(1);
+    if (const auto failure = start_piece(turn, len, nullptr)) return *failure;
+    return give_to_cutting_thread(len);
 }
 
 int stop_recording_video(void) {
     std::puts("stop_recording_video called");
-    if (refused_as_stopped()) return -1;
-    const std::lock_guard<std::mutex> lock(recording_lock);
-    if (refused_as_stopped()) return -1;
-    std::puts("(stop_recording_video) calling easyRemoteControl to perform cgi");
-    std::string reply;
-    if (const int result = easyRemoteControl(configured_cookie(), "VIDEO_STOP", reply)) {
-        std::puts("curl video stop failed");
-        return result;
+    Turn turn;
+    switch (turn.to_stop()) {
+        case StopTurn::taken:
+            return close_piece(turn, recording_start(), nullptr, true).value_or(0);
+        case StopTurn::done:
+            return 0;
+        case StopTurn::nothing_runs:
+            break;
     }
-    if (!contains(reply, "VIDEO_STOP")) {
-        const int code = error_code_number(reply);
-        std::printf("VIDEO_STOP ErrorCode: %d\n", code);
-        return code;
-    }
-    const time_t end = camera_time();
-    std::printf("***(stop_recording_video) video_recording = 0, endtime = %ld ***\n", static_cast<long>(end));
-    sleep_milliseconds(kCameraCloseMilliseconds);
-    if (const time_t start = static_cast<time_t>(load_shared(g_start_recording_time)))
-        write_recording_log(start, end);
-    leave_recording();
-    return 0;
+    return refuse_stop();
 }
 
 void *autocut_recording(void *length) {
-    const int len = static_cast<int>(reinterpret_cast<std::intptr_t>(length));
-    claim_autocut();  // does nothing where the start has claimed it already
+    Cutter cutter = enter_cutting(static_cast<int>(reinterpret_cast<std::intptr_t>(length)));
     const int period = recording_period();
     std::printf("Record Period = %d\n", period);
-    if (len == 0) {
-        cut_until_stopped(period);
-    } else if (len > 0) {
-        cut_until_used_up(len, period);
-    } else {
-        give_up_autocut();
-    }
+    while (cutter_stays(cutter)) cut_piece(cutter, period);
     return nullptr;
 }
 
 int get_record_start_time(char *buffer, int size) {
-    const time_t start = static_cast<time_t>(load_shared(g_start_recording_time));
+    const time_t start = recording_start();
     if (start == 0) {
         std::puts("(get_record_start_time) fail: g+start_recording_video = 0");
         return -1;
@@ -279,19 +165,17 @@ int get_record_start_time(char *buffer, int size) {
 void checkVideoRecording() {
     std::puts("checkVideoRecording");
     const std::string path = recording_flag_path();
-    FILE *file = std::fopen(path.c_str(), "re");
-    if (file == nullptr) {
+    if (!open_regular(path.c_str())) {
         std::printf("recording temp file(%s) not existed\n", path.c_str());
         return;
     }
-    std::fclose(file);
     std::printf("recording temp file(%s) existed, stop recording\n", path.c_str());
     stop_recording_video();
 }
 
 void delayed_video_stop(long seconds) {
     std::printf("delayed_video_stop start sleeping for %ld\n", seconds);
-    sleep_milliseconds(seconds * 1000);
+    sleep_milliseconds(std::int64_t{seconds} * 1000);
     std::puts("delayed_video_stop finish sleeping");
     stop_recording_video();
 }

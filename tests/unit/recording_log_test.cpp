@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <ostream>
@@ -12,12 +13,14 @@
 #include "agent_test.h"
 #include "camera_script.h"
 #include "exports.h"
+#include "intercept.h"
 #include "marked_log.h"
 
 namespace {
 
 constexpr char kFlag[] = "/tmp/recording.flag";
 constexpr char kLog[] = "/tmp/recording.log";
+constexpr char kVictim[] = "/tmp/victim";
 
 // The log's path is kept from its first use on: run with others in one process, only the first sees its own.
 class RecordingLog : public CameraTest {
@@ -70,6 +73,23 @@ TEST_F(RecordingLog, FlagPathIsReadAnewAndCutAt39Characters) {
     EXPECT_EQ(recording_flag_path(), longest);
 }
 
+TEST_F(RecordingLog, FlagFileOutlivesAPowerCut) {
+    output_of(touch_recording_flag_temp_file);
+    const Texts made = intercept::synced();
+    EXPECT_EQ(std::count(made.begin(), made.end(), "/tmp"), 1) << "the folder knows the file";
+    output_of(remove_recording_flag_temp_file);
+    const Texts removed = intercept::synced();
+    EXPECT_EQ(std::count(removed.begin(), removed.end(), "/tmp"), 2);
+}
+
+TEST_F(RecordingLog, LinkInTheFlagFilesPlaceIsReplaced) {
+    write_file(kVictim, "precious");
+    ASSERT_EQ(symlink(kVictim, kFlag), 0);
+    EXPECT_EQ(output_of(touch_recording_flag_temp_file), "touch_recording_flag_temp_file\ntouch succeeded\n");
+    EXPECT_EQ(read_file(kVictim), "precious");
+    EXPECT_EQ(read_file(kFlag), "");
+}
+
 // --- Times
 
 TEST_F(RecordingLog, TimesAreLocal) {
@@ -85,7 +105,7 @@ TEST_F(RecordingLog, TimesAreLocal) {
 
 TEST_F(RecordingLog, LineOfAFinishedRecording) {
     newest_video("DCIM/100MEDIA/A0001.MP4");
-    const std::string log = output_of([] { write_recording_log(1700000000, 1700000025); });
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000025, "12345"); });
     EXPECT_EQ(read_file(kLog), "20231114221320_25_DCIM/100MEDIA/A0001.MP4\n");
     EXPECT_STREQ(g_dir, "/tmp/fuse_d/DCIM/100MEDIA/");
     EXPECT_EQ(marked_log(log),
@@ -95,7 +115,7 @@ TEST_F(RecordingLog, LineOfAFinishedRecording) {
               "get latest mp4 file: DCIM/100MEDIA/A0001.MP4 \n"
               "buffer:20231114221320_25_DCIM/100MEDIA/A0001.MP4\n"
               "Recording log:20231114221320_25_DCIM/100MEDIA/A0001.MP4\n");
-    output_of([] { write_recording_log(1700000100, 1700000099); });
+    output_of([] { write_recording_log(1700000100, 1700000099, "12345"); });
     EXPECT_EQ(read_file(kLog),
               "20231114221320_25_DCIM/100MEDIA/A0001.MP4\n20231114221500_-1_DCIM/100MEDIA/A0001.MP4\n");
 }
@@ -104,14 +124,14 @@ TEST_F(RecordingLog, MediaFolderThatIsSetStays) {
     newest_video("A");
     for (const char *folder : {"/mine/", "/"}) {
         std::strcpy(g_dir, folder);
-        output_of([] { write_recording_log(1, 2); });
+        output_of([] { write_recording_log(1, 2, "12345"); });
         EXPECT_STREQ(g_dir, folder);
     }
 }
 
 TEST_F(RecordingLog, LineWithoutAName) {
     camera.reply("/CGI/VideoList", "<ErrorCode>7</ErrorCode>");
-    const std::string log = output_of([] { write_recording_log(1700000000, 1700000003); });
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000003, "12345"); });
     EXPECT_EQ(read_file(kLog), "20231114221320_3_\n");
     EXPECT_EQ(marked_log(log),
               "starttime: 1700000000, endtime: 1700000003, len: 3\n"
@@ -123,21 +143,21 @@ TEST_F(RecordingLog, LineWithoutAName) {
 
 TEST_F(RecordingLog, NameIsCutAt27Characters) {
     newest_video("123456789012345678901234567890");
-    output_of([] { write_recording_log(1700000000, 1700000001); });
+    output_of([] { write_recording_log(1700000000, 1700000001, "12345"); });
     EXPECT_EQ(read_file(kLog), "20231114221320_1_123456789012345678901234567\n");
 }
 
 TEST_F(RecordingLog, LongestLineIsWhole) {
     newest_video("123456789012345678901234567");
     constexpr time_t kFar = 67767976233532799;  // the last second of year 2147483647
-    output_of([] { write_recording_log(kFar, kFar - 2147483647); });
+    output_of([] { write_recording_log(kFar, kFar - 2147483647, "12345"); });
     EXPECT_EQ(read_file(kLog), "21474836471231235959_-2147483647_123456789012345678901234567\n");
 }
 
 TEST_F(RecordingLog, LogThatCannotBeOpenedIsSkipped) {
     newest_video("A");
     set_conf("RECORDING_LOG_FILE", "/tmp/no/such/folder.log");
-    const std::string log = output_of([] { write_recording_log(1700000000, 1700000003); });
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000003, "12345"); });
     EXPECT_EQ(marked_log(log),
               "starttime: 1700000000, endtime: 1700000003, len: 3\n"
               "[QUERY VideoList?start=1&end=1]\n"
@@ -148,14 +168,42 @@ TEST_F(RecordingLog, LogThatCannotBeOpenedIsSkipped) {
               "fopen failed, platform/Z55/video_recording:No such file or directory\n");
 }
 
+TEST_F(RecordingLog, LineIsOnTheDiskWhenItCountsAsWritten) {
+    newest_video("A");
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_EQ(intercept::synced(), Texts{kLog});
+    output_of(cancel_last_recording_log);
+    EXPECT_EQ(intercept::synced(), (Texts{kLog, kLog}));
+}
+
+TEST_F(RecordingLog, LinkInTheLogsPlaceIsNotFollowed) {
+    newest_video("A");
+    write_file(kVictim, "precious");
+    ASSERT_EQ(symlink(kVictim, kLog), 0);
+    const std::string log = output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_NE(log.find("fopen failed, platform/Z55/video_recording:Too many levels of symbolic links\n"),
+              std::string::npos);
+    EXPECT_NE(output_of(cancel_last_recording_log).find("fopen failed, "), std::string::npos);
+    EXPECT_EQ(read_file(kVictim), "precious");
+}
+
+TEST_F(RecordingLog, LineThatTheDiskDoesNotTakeIsTold) {
+    newest_video("A");
+    intercept::refuse_next("fsync");
+    const std::string log = output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_NE(log.find("recording log not written, platform/Z55/video_recording:Input/output error\n"),
+              std::string::npos)
+        << log;
+}
+
 TEST_F(RecordingLog, LogPathIsReadUntilThereIsOneAndThenKept) {
     newest_video("A");
     set_conf("RECORDING_LOG_FILE", "");
-    output_of([] { write_recording_log(1, 2); });
+    output_of([] { write_recording_log(1, 2, "12345"); });
     set_conf("RECORDING_LOG_FILE", kLog);
-    output_of([] { write_recording_log(1, 2); });
+    output_of([] { write_recording_log(1, 2, "12345"); });
     set_conf("RECORDING_LOG_FILE", "/tmp/another.log");
-    output_of([] { write_recording_log(1, 2); });
+    output_of([] { write_recording_log(1, 2, "12345"); });
     EXPECT_EQ(read_file(kLog), "19700101000001_1_A\n19700101000001_1_A\n");
     EXPECT_FALSE(file_exists("/tmp/another.log"));
 }
@@ -194,6 +242,36 @@ TEST_F(RecordingLog, HostIsCutAt15Characters) {
     char name[28] = "";
     output_of([&] { EXPECT_EQ(ask_newest(name), 0); });
 }
+
+struct NameRow {
+    const char *name;
+    const char *sent;
+    const char *kept;
+};
+
+void PrintTo(const NameRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class NameWithControlCharacters : public RecordingLog, public testing::WithParamInterface<NameRow> {};
+
+TEST_P(NameWithControlCharacters, IsCutAtTheFirst) {
+    newest_video(GetParam().sent);
+    const std::string log = output_of([] { write_recording_log(1700000000, 1700000025, "12345"); });
+    const std::string line = std::string("20231114221320_25_") + GetParam().kept + "\n";
+    EXPECT_EQ(read_file(kLog), line);
+    EXPECT_NE(log.find("(get_latest_mp4) latest mp4 is: " + std::string(GetParam().kept) + "\n"),
+              std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, NameWithControlCharacters,
+                         testing::Values(NameRow{"LineEnd", "A.MP4\n20231115000000_9_FORGED.MP4", "A.MP4"},
+                                         NameRow{"CarriageReturn", "A\rB", "A"},
+                                         NameRow{"Escape", "A\x1b[2J", "A"}, NameRow{"Delete", "A\x7f", "A"},
+                                         NameRow{"First", "\nA", ""},
+                                         NameRow{"NoneInOtherAlphabets", "\xc3\x84 \xe5\xbd\xb1.MP4",
+                                                 "\xc3\x84 \xe5\xbd\xb1.MP4"}),
+                         by_name);
 
 struct FailureRow {
     const char *name;

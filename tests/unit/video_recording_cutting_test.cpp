@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <ostream>
 
+#include "intercept.h"
 #include "video_recording_fixture.h"
 
 namespace {
@@ -100,21 +101,14 @@ TEST_F(Cutting, WithoutALengthPiecesGoOnUntilSomebodyStops) {
     expect_idle();
 }
 
-TEST_F(Cutting, StopFromOutsideDuringALimitedJobIsFollowedByItsRest) {
-    int waits = 0;
-    fake_os::on_pause([&](const std::string &pause) {
-        if (pause != "10 s" || ++waits != 1) return;
+TEST_F(Cutting, StopFromOutsideEndsALimitedJob) {
+    fake_os::on_pause([](const std::string &pause) {
+        if (pause != "10 s") return;
         EXPECT_EQ(stop_recording_video(), 0);
     });
     const std::string log = after_first_start(log_of_whole_job(20));
-    EXPECT_NE(log.find("(autocut_recording) stop_recording_video. len = 10\n"
-                       "stop_recording_video called\n"
-                       "Video_recording is 0. Return. \n"
-                       "(autocut_recording). start_recording_video len = 10\n"),
-              std::string::npos);
-    EXPECT_EQ(commands(camera),
-              (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1",
-                     "VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
+    const std::string stop = log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812);
+    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" + stop.substr(stop.find('\n') + 1), log);
     expect_idle();
 }
 
@@ -128,6 +122,55 @@ TEST_F(Cutting, StartWhileTheCuttingThreadWaitsGetsNoSecondThread) {
     });
     log_of_whole_job(0);
     EXPECT_EQ(waits, 2);
+    EXPECT_EQ(intercept::created(autocut_recording).size(), 1u);
+    expect_idle();
+}
+
+// The deadline of the first job never comes: the thread that sleeps towards it has to be woken.
+TEST_F(Cutting, SleepingThreadTakesANewJobOverAtOnce) {
+    fake_os::hold_deadlines("10 s");
+    log_of_start(0, 0);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    const std::string log = log_of_whole_job(7);
+    EXPECT_LOG("Start Sleeping for 7 sec\n" + log_of_cut_stop(-3, 1700028807, "20231115061327", 1700028816),
+               marked_log(log.substr(log.find("Start Sleeping"))));
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "7 s", "5000 ms"}));
+    EXPECT_EQ(intercept::created(autocut_recording).size(), 1u);
+    expect_idle();
+}
+
+// A camera that does not take the stop of a cut records on, and so does the job.
+TEST_F(Cutting, StopThatTheCameraRefusesMakesTheNextPieceLonger) {
+    camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
+    const std::string log = after_first_start(log_of_whole_job(20));
+    const std::string last = log_of_cut_stop(0, 1700028800, "20231115061320", 1700028822);
+    EXPECT_LOG(
+        "Record Period = 10\nStart Sleeping for 10 sec\n"
+        "(autocut_recording) stop_recording_video. len = 10\n"
+        "stop_recording_video called\n"
+        "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+        "[ACTION]\n"
+        "VIDEO_STOP ErrorCode: 6\n"
+        "(autocut_recording). start_recording_video len = 10\n"
+        "start_recording_video:line=382:video_recording=1\n"
+        "Start Sleeping for 10 sec\n" +
+            last,
+        log);
+    expect_idle();
+}
+
+// While a start is under way a stop cannot be told from one of nothing; the camera has to take it all the
+// same. One that does not records on, and the job stands.
+TEST_F(Cutting, StopOfAStartThatTheCameraRefusesLeavesTheJob) {
+    camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
+    fake_os::on_pause([](const std::string &pause) {
+        if (pause != "2000 ms") return;
+        EXPECT_EQ(stop_recording_video(), -1);
+    });
+    log_of_whole_job(5);
+    EXPECT_EQ(commands(camera),
+              (Texts{"VIDEO_START", "VIDEO_STOP", "VIDEO_STOP", "VideoList?start=1&end=1"}));
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "5 s", "5000 ms"}));
     expect_idle();
 }
 

@@ -13,6 +13,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -20,6 +21,7 @@ struct State {
     std::mutex lock;
     std::map<std::string, int> refused;  // by function: the calls that go well before
     std::function<long()> processor_clock;
+    std::vector<std::pair<void *(*)(void *), pthread_t>> created;
     int semaphore_waits = 0;
     int transfers = 0;
     std::vector<long> connect_timeouts;
@@ -59,6 +61,15 @@ void set_processor_ticks(long ticks) {
     set_processor_clock([ticks] { return ticks; });
 }
 
+std::vector<pthread_t> created(void *(*routine)(void *)) {
+    const std::lock_guard<std::mutex> guard(state().lock);
+    std::vector<pthread_t> threads;
+    for (const auto &[of, thread] : state().created) {
+        if (of == routine) threads.push_back(thread);
+    }
+    return threads;
+}
+
 int semaphore_waits() {
     const std::lock_guard<std::mutex> guard(state().lock);
     return state().semaphore_waits;
@@ -94,6 +105,7 @@ void reset() {
     const std::lock_guard<std::mutex> guard(state().lock);
     state().refused.clear();
     state().processor_clock = nullptr;
+    state().created.clear();
     state().semaphore_waits = 0;
     state().transfers = 0;
     state().connect_timeouts.clear();
@@ -132,7 +144,13 @@ int __wrap_pthread_attr_setdetachstate(pthread_attr_t *attributes, int detach_st
 
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*routine)(void *),
                           void *argument) {
-    return due("pthread_create") ? EAGAIN : __real_pthread_create(thread, attributes, routine, argument);
+    if (due("pthread_create")) return EAGAIN;
+    const int result = __real_pthread_create(thread, attributes, routine, argument);
+    if (result == 0) {
+        const std::lock_guard<std::mutex> guard(state().lock);
+        state().created.emplace_back(routine, *thread);
+    }
+    return result;
 }
 
 int __wrap_sem_init(sem_t *semaphore, int shared, unsigned value) {
@@ -188,7 +206,9 @@ int __wrap_fsync(int file) {
         hook = state().sync_hook;
     }
     if (hook) hook(name);
-    return __real_fsync(file);
+    if (!due("fsync")) return __real_fsync(file);
+    errno = EIO;
+    return -1;
 }
 
 CURL *__wrap_curl_easy_init(void) {

@@ -3,6 +3,8 @@
 #ifndef UNIT_SUPPORT_INTERCEPT_H
 #define UNIT_SUPPORT_INTERCEPT_H
 
+#include <pthread.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -10,13 +12,16 @@
 namespace intercept {
 
 // The next call of `function` fails: pthread_attr_init, pthread_attr_setdetachstate, pthread_create (each
-// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR), curl_easy_init, malloc, calloc,
-// realloc (null) or fread (0). `after` calls go well before it.
+// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR), fsync (-1, errno EIO),
+// curl_easy_init, malloc, calloc, realloc (null) or fread (0). `after` calls go well before it.
 void refuse_next(const std::string &function, int after = 0);
 
 // What clock() returns from now on; `clock` is called on the thread that asks.
 void set_processor_clock(std::function<long()> clock);
 void set_processor_ticks(long ticks);
+
+// The threads that the agent has created with this routine, in order.
+std::vector<pthread_t> created(void *(*routine)(void *));
 
 // How often sem_wait was entered: an enqueued job's thread does so once the job is in its queue.
 int semaphore_waits();

@@ -1,0 +1,256 @@
+// Stops and starts from outside at every instant of a job, and many of them at once.
+#include <algorithm>
+#include <atomic>
+#include <ostream>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "instants.h"
+#include "intercept.h"
+#include "recorder.h"
+#include "video_recording_fixture.h"
+
+namespace {
+
+size_t lines_of(const std::string &text) {
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+class Instants : public VideoRecording {
+  protected:
+    // What one run came to.
+    struct Run {
+        Texts seen;
+        int start_result = 0;
+        bool recorded_on = false;  // until the test gave up
+    };
+
+    void SetUp() override {
+        VideoRecording::SetUp();
+        camera.on_request([this](const CameraRequest &request) {
+            instants::pass("request " + command_of(request));
+            return recorder.answer(request);
+        });
+    }
+
+    enum class LastStop { no_instants, instants };
+
+    // A job of `length` seconds with `act` at instant `number`. A job without end is stopped in the pause of
+    // its `pieces`-th piece.
+    Run run(long length, int pieces, int number, const std::function<void()> &act,
+            LastStop last_stop = LastStop::no_instants) {
+        Run result;
+        fake_os::reset();
+        intercept::reset();
+        unlink(kLog);
+        closed_before = recorder.closed();
+        starting = true;
+        std::atomic<int> pauses = 0;
+        fake_os::on_pause([&](const std::string &pause) {
+            instants::pass("pause " + pause);
+            if (pause != "10 s" || ++pauses < pieces) return;
+            result.recorded_on = true;
+            if (last_stop == LastStop::no_instants) instants::stop_counting();
+            stop_recording_video();
+        });
+        instants::begin(number, act);
+        output_of([&] {
+            result.start_result = start_recording_video(length);
+            starting = false;
+            join_cutters();
+            result.seen = instants::end();
+            join_cutters();
+        });
+        joined = 0;
+        return result;
+    }
+    // The cutting threads so far leave by themselves.
+    void join_cutters() {
+        for (const auto all = intercept::created(autocut_recording); joined < all.size(); joined++)
+            pthread_join(all[joined], nullptr);
+    }
+    void expect_all_closed(const std::string &at) {
+        SCOPED_TRACE(at);
+        expect_idle();
+        EXPECT_FALSE(recorder.records());
+        EXPECT_EQ(recorder.needless(), 0);
+        EXPECT_EQ(lines_of(read_file(kLog)), static_cast<size_t>(recorder.closed() - closed_before));
+    }
+
+    Recorder recorder;
+    std::atomic<bool> starting = false;  // the job's start from outside has not returned
+    size_t joined = 0;
+    int closed_before = 0;
+};
+
+struct JobRow {
+    const char *name;
+    long length;
+};
+
+void PrintTo(const JobRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class EveryInstant : public Instants, public testing::WithParamInterface<JobRow> {
+  protected:
+    Texts all_instants() {
+        run(GetParam().length, 3, -1, {});  // prints what is printed once
+        const Run reference = run(GetParam().length, 3, -1, {});
+        expect_all_closed("without anybody from outside");
+        return reference.seen;
+    }
+    Run run_with(size_t number, const std::function<void()> &act) {
+        // A job that nobody ends is given up three pieces later.
+        return run(GetParam().length, 6, static_cast<int>(number), act);
+    }
+};
+
+TEST_P(EveryInstant, AStopEndsTheJob) {
+    const Texts instants = all_instants();
+    for (size_t i = 0; i < instants.size(); i++) {
+        int wanted = 0, result = 1;
+        bool starts = false;
+        const Run run = run_with(i, [&] {
+            starts = starting;
+            wanted = load_shared(video_recording) != 0 ? 0 : -1;
+            result = stop_recording_video();
+        });
+        const std::string at = std::to_string(i) + ": " + instants[i];
+        EXPECT_EQ(result, wanted) << at;
+        EXPECT_EQ(run.start_result, starts && wanted == -1 ? -1 : 0) << at;
+        EXPECT_FALSE(run.recorded_on) << at;
+        expect_all_closed(at);
+        if (HasFailure()) return;
+    }
+}
+
+TEST_P(EveryInstant, AStartAfterAStopIsAJobOfItsOwnLength) {
+    const Texts instants = all_instants();
+    for (size_t i = 0; i < instants.size(); i++) {
+        int result = 1;
+        const Run run = run_with(i, [&] {
+            stop_recording_video();
+            result = start_recording_video(7);
+        });
+        const std::string at = std::to_string(i) + ": " + instants[i];
+        EXPECT_EQ(result, 0) << at;
+        EXPECT_FALSE(run.recorded_on) << at;
+        const Texts pauses = fake_os::pauses();
+        EXPECT_EQ(std::count(pauses.begin(), pauses.end(), "7 s"), 1) << at;
+        expect_all_closed(at);
+        if (HasFailure()) return;
+    }
+}
+
+TEST_P(EveryInstant, AStartIsRefusedOrTakesTheJobsPlace) {
+    const Texts instants = all_instants();
+    for (size_t i = 0; i < instants.size(); i++) {
+        bool runs = false;
+        int result = 1;
+        run_with(i, [&] {
+            runs = load_shared(video_recording) != 0;
+            result = start_recording_video(7);
+        });
+        const std::string at = std::to_string(i) + ": " + instants[i];
+        if (runs || result != 0) {
+            EXPECT_EQ(result, -10) << at;
+        }
+        const Texts pauses = fake_os::pauses();
+        EXPECT_EQ(std::count(pauses.begin(), pauses.end(), "7 s"), result == 0) << at;
+        expect_all_closed(at);
+        if (HasFailure()) return;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Jobs, EveryInstant,
+                         testing::Values(JobRow{"WithoutEnd", 0}, JobRow{"TwentyFiveSeconds", 25}), by_name);
+
+// A stop while another one from outside closes the only piece, and a start.
+class EveryInstantOfAStop : public Instants {
+  protected:
+    void at_each(const std::function<void()> &act, const std::function<void()> &expect) {
+        run(0, 1, -1, {}, LastStop::instants);
+        const Texts instants = run(0, 1, -1, {}, LastStop::instants).seen;
+        const auto begin = std::find(instants.begin(), instants.end(),
+                                     "line (stop_recording_video) calling easyRemoteControl to perform cgi");
+        ASSERT_NE(begin, instants.end());
+        for (auto at = begin; at != instants.end() && !HasFailure(); at++) {
+            SCOPED_TRACE(*at);
+            run(0, 1, static_cast<int>(at - instants.begin()), act, LastStop::instants);
+            expect();
+            expect_all_closed(*at);
+        }
+    }
+};
+
+TEST_F(EveryInstantOfAStop, ASecondStopFindsNothing) {
+    int result = 1;
+    at_each([&] { result = stop_recording_video(); }, [&] { EXPECT_EQ(result, -1); });
+}
+
+TEST_F(EveryInstantOfAStop, AStartComesTooEarlyOrIsAJobOfItsOwn) {
+    int wanted = 1, result = 1;
+    at_each(
+        [&] {
+            wanted = load_shared(video_recording) != 0 ? -10 : 0;
+            result = start_recording_video(7);
+        },
+        [&] {
+            EXPECT_EQ(result, wanted);
+            const Texts pauses = fake_os::pauses();
+            EXPECT_EQ(std::count(pauses.begin(), pauses.end(), "7 s"), result == 0);
+        });
+}
+
+// --- Many threads
+
+struct StormRow {
+    const char *name;
+    int refuse_each;  // of the camera's commands
+};
+
+void PrintTo(const StormRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class Storm : public Instants, public testing::WithParamInterface<StormRow> {
+  protected:
+    // Whatever comes, in an order of its own for each `seed`.
+    static void call_at_random(unsigned seed) {
+        constexpr int kCalls = 30;
+        constexpr long kLengths[] = {0, 7, 25};
+        std::minstd_rand random(seed);
+        for (int i = 0; i < kCalls; i++) {
+            char text[15];
+            if (random() % 2 == 0) {
+                start_recording_video(kLengths[random() % 3]);
+            } else {
+                stop_recording_video();
+            }
+            get_record_start_time(text, 15);
+            for (auto yields = random() % 50; yields > 0; yields--) std::this_thread::yield();
+        }
+    }
+};
+
+TEST_P(Storm, LeavesCameraAndStateInStep) {
+    recorder.refuse_each(GetParam().refuse_each);
+    output_of([&] {
+        std::vector<std::thread> threads;
+        for (unsigned seed = 1; seed <= 6; seed++) threads.emplace_back(call_at_random, seed);
+        for (std::thread &thread : threads) thread.join();
+        recorder.refuse_each(0);
+        while (stop_recording_video() != -1) {
+        }
+        join_cutters();
+    });
+    EXPECT_GT(recorder.closed(), 0);
+    expect_all_closed("after the storm");
+}
+
+INSTANTIATE_TEST_SUITE_P(Cameras, Storm,
+                         testing::Values(StormRow{"Obeying", 0}, StormRow{"RefusingEachFifth", 5}), by_name);
+
+}  // namespace
