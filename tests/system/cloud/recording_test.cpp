@@ -102,6 +102,46 @@ TEST(Recording, AnEndlessOneIsCutUntilSomebodyStopsIt) {
     EXPECT_EQ(stop(desk), 0);
 }
 
+// The camera is slow to take the stop: the cutting thread wakes while it is under way.
+TEST(Recording, AStopNearACutEndsTheJob) {
+    DeskOptions options;
+    options.speed = 20;
+    Desk desk(options);
+    size_t pieces = 0;
+    for (const int length : {0, 25}) {
+        const long since = desk.last_request();
+        ASSERT_EQ(start(desk, length), 0);
+        desk.fault({{"endpoint", "RemoteControl"}, {"match", "VIDEO_STOP"}, {"kind", "delay"}, {"ms", 700}});
+        EXPECT_EQ(stop(desk), 0);
+        desk.wait_for_cycles(8);  // forty seconds: more than the job would have taken
+        EXPECT_EQ(actions(desk, since), (Names{"VIDEO_START", "VIDEO_STOP"}));
+        EXPECT_EQ(variable(desk, "video_recording"), 0);
+        EXPECT_EQ(desk.camera_state()["recording"]["active"], false);
+        EXPECT_FALSE(std::filesystem::exists(kFlag));
+        EXPECT_EQ(lines(kLog).size(), ++pieces);
+    }
+}
+
+TEST(Recording, AJobAfterAStopIsCutByTheThreadThatStillSleeps) {
+    DeskOptions options;
+    options.speed = 20;
+    options.conf["RECORDING_PERIOD"] = "100000";
+    Desk desk(options);
+    const long since = desk.last_request();
+    const size_t from = desk.log().size();
+    ASSERT_EQ(start(desk, 0), 0);
+    desk.wait_for_log("Start Sleeping for 100000 sec\n", from);
+    EXPECT_EQ(stop(desk), 0);
+    EXPECT_EQ(start(desk, 5), 0);
+    desk.wait_for_logs({"Start Sleeping for 5 sec\n",
+                        "(autocut_recording) stop_recording_video. len = -99995\n", "remove succeeded\n"},
+                       from);
+    EXPECT_EQ(desk.count_in_log("Record Period = 100000\n", from), 1);
+    EXPECT_EQ(actions(desk, since), (Names{"VIDEO_START", "VIDEO_STOP", "VIDEO_START", "VIDEO_STOP"}));
+    EXPECT_EQ(variable(desk, "video_recording"), 0);
+    EXPECT_EQ(lines(kLog).size(), 2u);
+}
+
 TEST(Recording, ASecondStartAndAStopWithoutOneSendNothing) {
     Desk desk;
     long since = desk.last_request();
