@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <regex>
 #include <sstream>
 
@@ -140,6 +141,32 @@ TEST(Recording, AJobAfterAStopIsCutByTheThreadThatStillSleeps) {
     EXPECT_EQ(actions(desk, since), (Names{"VIDEO_START", "VIDEO_STOP", "VIDEO_START", "VIDEO_STOP"}));
     EXPECT_EQ(variable(desk, "video_recording"), 0);
     EXPECT_EQ(lines(kLog).size(), 2u);
+}
+
+// The session key is gone and the login does not come back: a stop cannot ask for the file's name.
+TEST(Recording, AStopThatWaitsForASessionKeyHoldsNobody) {
+    DeskOptions options;
+    options.speed = 20;
+    options.conf["RECORDING_PERIOD"] = "100000";
+    Desk desk(options);
+    ASSERT_EQ(start(desk, 1000), 0);
+    const size_t from = desk.log().size();
+    desk.fault({{"endpoint", "CameraLogin"}, {"kind", "hang"}});
+    desk.fault({{"endpoint", "CameraStatus"}, {"kind", "error_code"}, {"value", -2}, {"count", 1}});
+    desk.wait_for_log("***(login) curl_perform starts ***\n", from);
+    std::future<int> first = std::async(std::launch::async, [&] { return stop(desk); });
+    desk.wait_for_log("remove succeeded\n", from);
+    EXPECT_EQ(variable(desk, "video_recording"), 0);
+    EXPECT_FALSE(std::filesystem::exists(kFlag));
+    for (int i = 0; i < 3; i++) EXPECT_EQ(stop(desk), -1);
+    EXPECT_EQ(start(desk, 1000), 0);
+    EXPECT_EQ(lines(kLog).size(), 0u);
+    desk.clear_faults();
+    EXPECT_EQ(first.get(), 0);
+    EXPECT_EQ(lines(kLog).size(), 1u);
+    EXPECT_EQ(stop(desk), 0);
+    EXPECT_EQ(lines(kLog).size(), 2u);
+    EXPECT_EQ(desk.camera_state()["recording"]["active"], false);
 }
 
 TEST(Recording, ASecondStartAndAStopWithoutOneSendNothing) {
