@@ -31,6 +31,8 @@ foreach(script conffiles preinst postinst prerm postrm)
 endforeach()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/cpack_config.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/source_package.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/after_packing.cmake)
 include(CPack)
 
 include(${CMAKE_CURRENT_LIST_DIR}/test/tests.cmake)
