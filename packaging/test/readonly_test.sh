@@ -34,7 +34,6 @@ mount --bind /proc $root/proc
 mount --rbind /dev $root/dev
 insert_image() {
   mount -t overlay overlay -o "lowerdir=$image/usr:/usr" $root/usr
-  mount -t overlay overlay -o "lowerdir=$image/usr/bin:/usr/bin" $root/usr/bin
   mount --bind $image/etc $root/etc
   mount -o remount,bind,ro $root/etc
 }
@@ -71,7 +70,7 @@ cmp -s $kept /tmp/before || fail "a reboot changed the configuration"
 power_off
 
 # --- A new image: its new keys, with the factory's values before the sample's.
-umount $root/etc $root/usr/bin $root/usr
+umount $root/etc $root/usr
 printf '\n# New.\nNEW_A=1\nNEW_B=2\n' >>$sample
 printf '\nNEW_B=3\nhostIP=1.1.1.1\n' >>$image/etc/veloagent/VeloAgent.conf
 insert_image

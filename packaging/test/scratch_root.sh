@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced by the tests of this folder, which run inside a device view: /tmp is the test's own, and nothing of this machine
-# is changed. A scratch root is this machine's programs with files of the test's laid over them, and the test's /tmp, to
-# be entered by chroot.
+# is changed. A scratch root is this machine's programs (not the view's) with files of the test's laid over them, and the
+# test's /tmp, to be entered by chroot.
 set -euo pipefail
 root=/tmp/root
 
@@ -31,7 +31,6 @@ make_root() { # DEB
   touch $root/var/lib/dpkg/{status,available}
   cp -P /etc/alternatives/*awk $root/etc/alternatives/
   overlay /usr /tmp/upper/usr $root/usr
-  overlay /usr/bin /tmp/upper/usr/bin $root/usr/bin
   local folder
   for folder in bin sbin $(cd /usr && echo lib*); do [ ! -e "/$folder" ] || ln -s "usr/$folder" "$root/$folder"; done
   mount --rbind /dev $root/dev
