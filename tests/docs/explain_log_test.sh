@@ -79,6 +79,7 @@ Nov 22 01:02:03 cam7 VeloAgent[123]: PROGRESS == 0, FAIL!|ak_model/upgrade_monit
 2026-11-22T01:02:03+0100 cam7 VeloAgent[123]: can't create thread qq|video_recording.cpp
 ROWS
 ends_with 0 "libcurl" "$explain" '* Connected to 192.168.1.10 (192.168.1.10) port 80 (#0)' '> GET /CGI/CameraStatus?SD HTTP/1.1' '< HTTP/1.1 200 OK'
+ends_with 0 "the service" "$explain" 'VeloAgent ended (139): starts again in 4 s' '/tmp/working/VeloAgent.conf:12: COOKIE: too long'
 ends_with 1 "nothing known" "$explain" 'segmentation fault'
 says "nothing known" 'no entry'
 

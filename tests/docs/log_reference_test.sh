@@ -70,6 +70,9 @@ notices "a text from a variable" "^$source:[0-9]+: puts text: not a literal"
 fresh_copy
 printf 'void added(va_list list) {\n    std::vprintf("%%d", list);\n}\n' >>$source
 notices "another way to print" "^$source:[0-9]+: .* cannot read what vprintf prints$"
+fresh_copy
+printf 'void added() {\n    write(STDERR_FILENO, "raw\\n", 4);\n}\n' >>$source
+notices "a print past the streams" "^$source:[0-9]+: .* cannot read what STDERR_FILENO prints$"
 
 # --- An entry without a text.
 fresh_copy
