@@ -5,7 +5,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 std::string format_text(size_t size, const char *format, ...) {
     std::string text(size, '\0');
@@ -18,9 +17,7 @@ std::string format_text(size_t size, const char *format, ...) {
 }
 
 void copy_text(char *out, size_t size, std::string_view text) {
-    const size_t length = std::min(text.size(), size - 1);
-    std::memcpy(out, text.data(), length);
-    out[length] = '\0';
+    out[text.copy(out, size - 1)] = '\0';
 }
 
 std::string cut_to_buffer(std::string text, size_t size) {

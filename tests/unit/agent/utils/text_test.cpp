@@ -29,6 +29,12 @@ TEST(CopyText, IsCutAndTerminated) {
     EXPECT_STREQ("", out);
 }
 
+TEST(CopyText, OfNothingIsEmpty) {
+    char out[4] = "xyz";
+    copy_text(out, std::string_view());
+    EXPECT_STREQ("", out);
+}
+
 TEST(CutToBuffer, LeavesRoomForTheTerminator) {
     EXPECT_EQ("abc", cut_to_buffer("abc", 4));
     EXPECT_EQ("abc", cut_to_buffer("abcd", 4));
