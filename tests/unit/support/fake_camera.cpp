@@ -96,7 +96,8 @@ std::string CameraRequest::text() const {
 struct FakeCamera::Server {
     struct Connection {
         int socket;
-        std::thread thread;
+        std::thread thread = {};
+        bool over = false;
     };
 
     mutable std::mutex lock;  // guards all below; not held while answering
@@ -132,11 +133,22 @@ struct FakeCamera::Server {
             const int on = 1;
             setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
             const std::lock_guard<std::mutex> guard(lock);
-            connections.push_back({socket, std::thread([this, socket] { serve(socket); })});
+            connections.remove_if(end_if_over);
+            Connection &connection = connections.emplace_back(Connection{.socket = socket});
+            connection.thread = std::thread([this, &connection] { serve(connection); });
         }
     }
 
-    void serve(int socket) {
+    // The stacks of thousands of threads that nobody has joined fill a 32-bit address space.
+    static bool end_if_over(Connection &connection) {
+        if (!connection.over) return false;
+        connection.thread.join();
+        close(connection.socket);
+        return true;
+    }
+
+    void serve(Connection &connection) {
+        const int socket = connection.socket;
         std::string rest;
         for (CameraRequest request; receive_request(socket, rest, request); request = {}) {
             const CameraReply reply = next_reply(request);
@@ -149,6 +161,8 @@ struct FakeCamera::Server {
             if (reply.hang_up || !send_all(socket, bytes_of(reply)) || !reply.raw.empty()) break;
         }
         shutdown(socket, SHUT_RDWR);
+        const std::lock_guard<std::mutex> guard(lock);
+        connection.over = true;
     }
 
     CameraReply next_reply(const CameraRequest &request) {
