@@ -1,5 +1,6 @@
 #!/bin/bash
 # agent_test.sh PACKAGES BUILD: the packed agent itself, installed and started by the service against a simulated camera.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 devkit=$2/devkit log=/tmp/agent.log
 camera_pid=

@@ -1,12 +1,13 @@
 #!/bin/bash
-# check_conf_test.sh PACKAGES BUILD [busybox]: what veloagent-check-conf finds in configurations, row by row; and that it, the sample, the manual page
-# and the sources know the same keys.
+# check_conf_test.sh PACKAGES BUILD [busybox]: what veloagent-check-conf finds in configurations, row by row; and that it,
+# the sample, the manual page and the sources know the same keys.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 packaging=$(cd "$(dirname "$0")/.." && pwd)
 sample=$packaging/VeloAgent.conf.sample
 export LC_ALL=C
 conf=/tmp/working/VeloAgent.conf
-shell=sh
+shell=dash
 if [ "${3:-}" = busybox ]; then
   command -v busybox >/dev/null || { echo "check_conf_test: no busybox here" && exit 0; }
   shell='busybox sh'
@@ -18,7 +19,7 @@ keys=$(sed -n 's/^\([A-Za-z_]*\)=.*/\1/p' "$sample" | sort)
 expect "the checker's keys" "$keys" "$(sed -n "/^rules='/,/'\$/s/^\(rules='\)\{0,1\}\([A-Za-z_]*\):.*/\2/p" "$packaging"/veloagent-check-conf | sort)"
 page=$(sed -n 's/^\.BR* \([A-Za-z_", ]*\)$/\1/p' "$packaging"/man/VeloAgent.conf.5.in | tr -d '",' | tr ' ' '\n' | grep -xE 'hostIP|[A-Z_]+' | sort)
 expect "the manual page's keys" "$keys" "$page"
-sources=$(cat $(find "$packaging"/../platform -name '*.cpp') |
+sources=$(find "$packaging"/../platform -name '*.cpp' -exec cat {} + |
   grep -oE '(conf_value(_into)?|conf_number|event|armed)\([^;]*"[A-Za-z_]+"|configuration_(switch|text), nullptr, "[A-Z_]+"' |
   grep -oE '"(hostIP|[A-Z]+_?[A-Z_]+)"$' | tr -d '"' | sort -u)
 expect "keys of the sources that nobody describes" "" "$(comm -13 <(echo "$keys") <(echo "$sources"))"

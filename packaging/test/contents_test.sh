@@ -1,6 +1,7 @@
 #!/bin/bash
 # contents_test.sh PACKAGES BUILD: looks into the packages, installs the .deb into a root that nothing runs in, removes and
 # purges it.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 package=$(echo "$1"/*.deb)
 files_of() { (cd "$1" && find . ! -type d ! -path './var/lib/dpkg/*' | sort); }
@@ -21,8 +22,12 @@ contents='./etc/init.d/S90veloagent
 ./usr/share/man/man8/veloagent-check-conf.8.gz
 ./usr/share/veloagent/VeloAgent.conf.sample'
 # And every document, by whatever name.
-contents=$(cd "$(dirname "$0")/../.." && (echo "$contents" && printf './usr/share/doc/veloagent/%s\n' $(ls README.md SECURITY.md \
-  CHANGELOG.md 2>/dev/null) $(cd docs && ls *.md)) | sort)
+contents=$(cd "$(dirname "$0")/../.." && (
+  echo "$contents"
+  for document in README.md SECURITY.md CHANGELOG.md docs/*.md; do
+    [ ! -e "$document" ] || echo "./usr/share/doc/veloagent/${document#docs/}"
+  done
+) | sort)
 rcs_link=./etc/init.d/S90veloagent
 conf=./etc/veloagent/VeloAgent.conf
 
@@ -64,7 +69,7 @@ fi
 # --- Installed into a root that is another system's, removed, installed again and purged.
 mkdir -p $root/var/lib/dpkg/{updates,info,triggers}
 touch $root/var/lib/dpkg/{status,available}
-in_root=(dpkg --root=$root --log=/dev/null --force-not-root --force-script-chrootless --force-depends --force-architecture)
+in_root=(dpkg "--root=$root" --log=/dev/null --force-not-root --force-script-chrootless --force-depends --force-architecture)
 run_dpkg() { "${in_root[@]}" "$@" </dev/null >/tmp/dpkg.log 2>&1 || fail "dpkg $*: $(cat /tmp/dpkg.log)"; }
 run_dpkg -i "$package"
 expect "installed" "$(sort <<<"$contents"$'\n'$conf)" "$(files_of $root)"

@@ -1,6 +1,7 @@
 #!/bin/bash
 # places_test.sh PACKAGES: another user of the device, who can write in /tmp, plants links, files and folders where the
 # service works as root: it refuses with a line that says what is wrong, and touches nothing.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 make_service_root "$(echo "$1"/*.deb)"
 behaves 'exec true-sleep 1000'

@@ -1,6 +1,7 @@
 #!/bin/bash
 # readonly_test.sh PACKAGES: the steps of docs/READONLY.md: a root that is never written, the configuration on a partition
 # that is, with reboots, a new image, and a partition that is not there.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 image=/tmp/image
 kept=/tmp/partition/veloagent/VeloAgent.conf

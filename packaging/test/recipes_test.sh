@@ -2,6 +2,7 @@
 # recipes_test.sh PACKAGES BUILD: the source package of BUILD and the recipes that come with it. Neither bitbake nor Buildroot
 # is here: make reads Buildroot's file, this script the parts of Yocto's that are shell; then the steps that they would take
 # are taken on scratch roots, from the source package alone, against a folder of prebuilt libraries.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 build=$2
 export LC_ALL=C

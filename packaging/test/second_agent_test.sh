@@ -1,6 +1,7 @@
 #!/bin/bash
 # second_agent_test.sh PACKAGES: never two agents at once, whoever started the first: init's script, systemd's unit (which
 # calls `run`), a hand, eight at a time, or a service whose own process was killed.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 make_service_root "$(echo "$1"/*.deb)"
 log=/tmp/agent.log run=/run/veloagent

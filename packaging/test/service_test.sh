@@ -1,6 +1,7 @@
 #!/bin/bash
 # service_test.sh PACKAGES BUILD [busybox]: the service with scripted agents: an agent that ends comes back, after pauses
 # that grow; stop is never lost; the reboot tool is left alone. With this machine's shell, or with BusyBox's.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 make_service_root "$(echo "$1"/*.deb)"
 log=/tmp/agent.log run=/run/veloagent

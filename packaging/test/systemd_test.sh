@@ -2,6 +2,7 @@
 # systemd_test.sh PACKAGES: the package under systemd: enabled and started at its installation, seen and ruled by init's
 # script, stopped before it goes, as its owner left it when it comes back. A stand-in for systemctl does what the unit
 # says.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 package=$(echo "$1"/*.deb)
 make_root "$package"

@@ -2,6 +2,7 @@
 # upgrade_test.sh PACKAGES: upgrades that nobody watches. From version 1.0.0, whose configuration was a conffile, and from
 # this version to a next one with another key: nothing is asked, the configuration stays and gets what it lacks, the agent
 # that ran ends and the new one runs; then the package goes without a trace.
+# shellcheck source-path=SCRIPTDIR source=scratch_root.sh
 . "$(dirname "$0")/scratch_root.sh"
 package=$(echo "$1"/*.deb)
 former_files=$(dirname "$0")/former
