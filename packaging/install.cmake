@@ -1,6 +1,7 @@
 # What is installed, below CMAKE_INSTALL_PREFIX, which is /. No configuration: it is made from the sample, at the
 # package's installation or at the first start, and never replaced.
 install(TARGETS VeloAgent RUNTIME DESTINATION usr/bin)
+install(CODE [[file(RPATH_REMOVE FILE "$ENV{DESTDIR}${CMAKE_INSTALL_PREFIX}/usr/bin/VeloAgent")]])
 install(PROGRAMS packaging/veloagent-check-conf DESTINATION usr/sbin)
 install(PROGRAMS packaging/S90veloagent packaging/keep-conf DESTINATION usr/lib/veloagent)
 install(FILES packaging/veloagent.service DESTINATION usr/lib/systemd/system)
