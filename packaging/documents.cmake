@@ -7,9 +7,6 @@ function(compressed_document input output)
   execute_process(COMMAND ${VELO_GZIP} -9nf ${documents}/${output} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-if(NOT DEFINED VELO_VERSION_EPOCH)
-  set(VELO_VERSION_EPOCH 1795219200)
-endif()
 # The changelog's date is the version's.
 set(ENV{SOURCE_DATE_EPOCH} ${VELO_VERSION_EPOCH})
 string(TIMESTAMP VELO_VERSION_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)
