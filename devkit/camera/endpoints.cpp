@@ -40,8 +40,8 @@ std::string document_in(const std::string &body) {
 }
 
 answer camera_login(camera &cam, const http_request &request) {
-    const bool accepted = query_value(request.query(), "Device") == cam.config["device"] &&
-                          query_value(request.query(), "Stream") == cam.config["stream"] &&
+    const bool accepted = query_value(request.query(), "Device") == cam.config["device"].get<std::string>() &&
+                          query_value(request.query(), "Stream") == cam.config["stream"].get<std::string>() &&
                           request.body == "password=" + cam.config["password"].get<std::string>();
     if (!accepted) return {login_refused, "", {}};
     return {0,

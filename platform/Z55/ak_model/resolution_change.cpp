@@ -50,9 +50,9 @@ std::optional<Detections> read_detections(const std::string &key) {
     }
     if (query_error(*values) != nullptr) return std::nullopt;
     Detections detections{};
-    for (int i = 0; i < 2; i++) {
+    for (size_t i = 0; i < 2; i++) {
         if (!(*values)[i]) {
-            std::printf("values[%d] = NULL, aborting %s : %d\n", i, kModelSource, __LINE__);
+            std::printf("values[%d] = NULL, aborting %s : %d\n", static_cast<int>(i), kModelSource, __LINE__);
             return std::nullopt;
         }
         detections.armed[i] = (*values)[i]->rfind(kArmed, 0) == 0;

@@ -33,7 +33,7 @@ constexpr uint32_t kHeaderSize = sizeof wav_header;
 constexpr uint32_t kClipSize = 102400;         // bytes
 constexpr uint32_t kFullLength = 72000;        // bytes from which on the next frame starts a new clip
 constexpr unsigned long kClipTicks = 3000000;  // of clock(), after which the next frame starts a new clip
-constexpr uint32_t kBytesPerSecond = 24000;
+constexpr long kBytesPerSecond = 24000;
 constexpr long kFillMilliseconds = 3000;
 constexpr int kMostClips = 32;  // alive at once; a camera that takes no audio must not take all memory
 
