@@ -84,18 +84,20 @@ bool set_owner_and_mode(int file, const struct stat &wanted) {
     return (owned && (now.st_mode & 07777) == mode) || fchmod(file, mode) == 0;
 }
 
-enum class Replaced { done, not_possible, disk_failed };
+enum class Replaced { done, not_possible, failed };
 
 Replaced replace_by_rename(const std::string &path, std::string_view text, mode_t mode,
                            const struct stat *like) {
     const std::string beside = path + kNewFileSuffix;
     unlink(beside.c_str());  // what a power cut has left
     const Descriptor file(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-    if (file < 0) return Replaced::not_possible;
+    // Where somebody keeps a thing of that name there, nothing is written: the file itself may be his as
+    // well.
+    if (file < 0) return errno == EEXIST ? Replaced::failed : Replaced::not_possible;
     Replaced result = Replaced::not_possible;
     if (like == nullptr || set_owner_and_mode(file, *like)) {
         if (!write_all(file, text)) {
-            result = Replaced::disk_failed;
+            result = Replaced::failed;
         } else if (std::rename(beside.c_str(), path.c_str()) == 0) {
             sync_folder_of(path);
             return Replaced::done;
@@ -107,11 +109,23 @@ Replaced replace_by_rename(const std::string &path, std::string_view text, mode_
     return result;
 }
 
+// Whether the file is ours alone: no other user's, and no second name of one of ours. Others' rights beyond
+// `mode` are taken away, as far as its file system knows any.
+bool claim(int file, mode_t mode) {
+    struct stat now {};
+    if (fstat(file, &now) != 0) return false;
+    errno = EPERM;
+    if (now.st_uid != geteuid() || now.st_nlink != 1) return false;
+    if ((now.st_mode & 0777 & ~mode) != 0) fchmod(file, now.st_mode & mode);
+    return true;
+}
+
 // The length is set last: what a full disk refuses must not cost what is there already.
-bool overwrite(const std::string &path, std::string_view text, mode_t mode) {
+bool overwrite(const std::string &path, std::string_view text, mode_t mode, bool whoever_owns_it) {
     const Descriptor file(
         open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
-    if (file < 0 || !is_regular(file) || !write_all(file, text)) return false;
+    if (file < 0 || !is_regular(file) || !(whoever_owns_it || claim(file, mode))) return false;
+    if (!write_all(file, text)) return false;
     return ftruncate(file, static_cast<off_t>(text.size())) == 0 && synced(file);
 }
 
@@ -136,7 +150,8 @@ bool close_synced(File file) {
 
 bool replace_file(const std::string &path, std::string_view text, mode_t mode, const struct stat *like) {
     const Replaced replaced = replace_by_rename(path, text, mode, like);
-    return replaced == Replaced::done || (replaced == Replaced::not_possible && overwrite(path, text, mode));
+    return replaced == Replaced::done ||
+           (replaced == Replaced::not_possible && overwrite(path, text, mode, like != nullptr));
 }
 
 bool remove_file(const std::string &path) {

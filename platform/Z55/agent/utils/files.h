@@ -31,9 +31,9 @@ File open_to_append(const char *path);
 
 // Replaces the file at `path` by one that holds `text`, with `mode` as far as the umask allows, or with mode
 // and owner of `like`: who reads meanwhile and a power cut see the old file or the new one. A link in its
-// place is replaced, not followed. A folder that takes no new file has it written in place. Returns false,
-// errno set, when it could not be written; the old one then stands, but for a disk that fails while it is
-// written in place.
+// place is replaced, not followed. A folder that takes no new file has it written in place, but, without
+// `like`, none that another user owns or that has a second name. Returns false, errno set, when it could not
+// be written; the old one then stands, but for a disk that fails while it is written in place.
 [[nodiscard]] bool replace_file(const std::string &path, std::string_view text, mode_t mode,
                                 const struct stat *like = nullptr);
 

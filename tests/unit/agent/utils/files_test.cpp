@@ -102,6 +102,39 @@ TEST_F(Files, AFolderThatTakesNoNewFileHasItWrittenInPlace) {
     EXPECT_FALSE(replace_file(path, "new", 0644)) << "and nobody waits for its reader";
 }
 
+// In a folder like /tmp others may keep the new file from being made and have one of theirs in its place.
+TEST_F(Files, AFileOfSomebodyElsesIsNotWrittenInPlace) {
+    const std::string path = "/tmp/files/" + std::string(250, 'c');
+    write_file(path, "planted");
+    if (chown(path.c_str(), 1, 1) != 0) GTEST_SKIP() << "there is nobody else in this view";
+    EXPECT_FALSE(replace_file(path, "secret", 0600));
+    EXPECT_EQ(EPERM, errno);
+    EXPECT_EQ("planted", read_file(path));
+}
+
+TEST_F(Files, AFileWithASecondNameIsNotWrittenInPlace) {
+    const std::string path = "/tmp/files/" + std::string(250, 'c');
+    ASSERT_EQ(0, link(kVictim, path.c_str()));
+    EXPECT_FALSE(replace_file(path, "new", 0600));
+    EXPECT_EQ("precious", read_file(kVictim));
+}
+
+TEST_F(Files, AFileThatIsWrittenInPlaceLosesTheRightsOfOthers) {
+    const std::string path = "/tmp/files/" + std::string(250, 'c');
+    write_file(path, "old");
+    chmod(path.c_str(), 0666);
+    EXPECT_TRUE(replace_file(path, "secret", 0600));
+    EXPECT_EQ(0600u, mode_of(path.c_str()));
+}
+
+TEST_F(Files, WhoKeepsTheNewFileFromBeingMadeHasNothingWritten) {
+    write_file(kPath, "planted");
+    ASSERT_EQ(0, mkdir("/tmp/files/file.veloagent-new", 0755));
+    EXPECT_FALSE(replace_file(kPath, "secret", 0600));
+    EXPECT_EQ(EEXIST, errno);
+    EXPECT_EQ("planted", read_file(kPath));
+}
+
 TEST_F(Files, AMissingFolderIsAFailureThatSaysWhy) {
     EXPECT_FALSE(replace_file("/tmp/files/none/file", "new", 0644));
     EXPECT_EQ(ENOENT, errno);
