@@ -744,7 +744,6 @@ bool sleeps(pid_t thread) {
 }
 
 TEST_F(KeyHook, WhoWaitsForAKeyDoesNotHoldTheProcessesEnd) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(exit_while_a_thread_waits(), testing::ExitedWithCode(3), "");
 }
 
