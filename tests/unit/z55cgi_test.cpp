@@ -287,7 +287,11 @@ TEST_P(CgiMember, ReportsATransferError) {
 
 TEST_P(CgiMember, EndsAReplyThatIsTooLong) {
     const Member &member = GetParam();
-    const size_t limit = (std::string(member.name) == "z55_get_photo" ? 32 : 4) * 1024 * 1024;
+    const bool is_photo = std::string(member.name) == "z55_get_photo";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    if (is_photo) GTEST_SKIP() << "a sanitizer copies the photo for each of 2000 pieces";
+#endif
+    const size_t limit = (is_photo ? 32 : 4) * 1024 * 1024;
     std::string log;
     const auto result_of_reply = [&](size_t length) {
         camera.on_request(
