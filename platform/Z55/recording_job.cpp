@@ -245,10 +245,10 @@ void Turn::ended_by_stop() {
     give_back();
 }
 
-void Turn::ended_by_cut(const Cutter &cutter, bool last, bool gives_up) {
+void Turn::ended_by_cut(const Cutter &cutter, bool gives_up) {
     const Locked locked;
-    if (last || job.stops_waiting > 0) end_job();
-    if (last || gives_up) give_up_role(cutter);
+    if (job.stops_waiting > 0) end_job();
+    if (gives_up) give_up_role(cutter);
     serve_waiting_stops(StopTurn::done);
     give_back();
 }

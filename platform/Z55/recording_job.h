@@ -72,11 +72,11 @@ class Turn {
         return job_;
     }
 
-    // The turn ends: after a stop from outside or of a stopped start; after the cutting thread's stop, which
-    // is the last of the job or not and may give up its role; after anything else. Does nothing when it has
-    // ended.
+    // The turn ends: after a stop from outside or of a stopped start; after the cutting thread's stop, with
+    // which it may give up its role, so that a start from then on gets a thread of its own; after anything
+    // else (does nothing when it has ended).
     void ended_by_stop();
-    void ended_by_cut(const Cutter &cutter, bool last, bool gives_up);
+    void ended_by_cut(const Cutter &cutter, bool gives_up);
     void ended();
 
   private:

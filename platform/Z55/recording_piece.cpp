@@ -93,9 +93,9 @@ std::optional<int> make_camera_start(const Turn &turn, const std::string &cookie
     return send_video_start(cookie_text);
 }
 
-void end_turn(Turn &turn, const Cutter *cutter, bool last, bool gives_up) {
+void end_turn(Turn &turn, const Cutter *cutter, bool gives_up) {
     if (cutter != nullptr) {
-        turn.ended_by_cut(*cutter, last, gives_up);
+        turn.ended_by_cut(*cutter, gives_up);
     } else {
         turn.ended_by_stop();
     }
@@ -130,7 +130,7 @@ std::optional<int> close_piece(Turn &turn, time_t start, const Cutter *cutter, b
     if (key) write_recording_log(start, end, key);
     if (leave_recording()) remove_recording_flag_temp_file();
     // The log line may have to wait for a key; nobody else does.
-    end_turn(turn, cutter, last, !key);
+    end_turn(turn, cutter, last || !key);
     if (start != 0 && !key) write_recording_log(start, end, key);
     return std::nullopt;
 }

@@ -1,6 +1,8 @@
 // The thread that cuts a recording into pieces.
+#include <algorithm>
 #include <cstdint>
 #include <ostream>
+#include <vector>
 
 #include "intercept.h"
 #include "video_recording_fixture.h"
@@ -159,18 +161,56 @@ TEST_F(Cutting, StopThatTheCameraRefusesMakesTheNextPieceLonger) {
     expect_idle();
 }
 
-// While a start is under way a stop cannot be told from one of nothing; the camera has to take it all the
-// same. One that does not records on, and the job stands.
-TEST_F(Cutting, StopOfAStartThatTheCameraRefusesLeavesTheJob) {
+// The job is over all the same, though the recording goes on.
+TEST_F(Cutting, LastStopThatTheCameraRefusesIsNotRepeated) {
     camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
-    fake_os::on_pause([](const std::string &pause) {
-        if (pause != "2000 ms") return;
+    EXPECT_LOG(
+        "Record Period = 10\nStart Sleeping for 10 sec\n"
+        "(autocut_recording) stop_recording_video. len = 0\n"
+        "stop_recording_video called\n"
+        "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+        "[ACTION]\n"
+        "VIDEO_STOP ErrorCode: 6\n",
+        after_first_start(log_of_whole_job(10)));
+    EXPECT_EQ(load_shared(video_recording), 1);
+    output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
+    expect_idle();
+}
+
+// What a stop during a start has the camera close, it has to take; one that does not records on, and the job
+// stands, be it its first piece or the next one.
+TEST_F(Cutting, StopOfAStartThatTheCameraRefusesLeavesTheJob) {
+    for (const int piece : {1, 2}) {
+        camera.forget();
+        std::vector<CameraReply> stops(static_cast<size_t>(piece - 1), taken("VIDEO_STOP"));
+        stops.push_back(refused(6));
+        stops.push_back(taken("VIDEO_STOP"));
+        camera_obeys({{"VIDEO_STOP", stops}});
+        int starts = 0;
+        fake_os::on_pause([&](const std::string &pause) {
+            if (pause != "2000 ms" || ++starts != piece) return;
+            EXPECT_EQ(stop_recording_video(), -1);
+        });
+        log_of_whole_job(20);
+        const Texts all = commands(camera);
+        EXPECT_EQ(std::count(all.begin(), all.end(), "VIDEO_START"), 2) << piece;
+        EXPECT_EQ(std::count(all.begin(), all.end(), "VIDEO_STOP"), 3) << piece;
+        EXPECT_EQ(std::count(all.begin(), all.end(), "CameraStatus?Recording"), 1) << piece;
+        expect_idle();
+    }
+}
+
+TEST_F(Cutting, StoppedStartIsNotAskedForOnceMore) {
+    camera.on_request([](const CameraRequest &request) -> CameraReply {
+        const std::string command = command_of(request);
+        if (command == "VideoList?start=1&end=1") return {.body = "<Name>A</Name>"};
+        if (command != "CameraStatus?Recording") return taken(command);
         EXPECT_EQ(stop_recording_video(), -1);
+        return recording("0");
     });
-    log_of_whole_job(5);
+    output_of([] { EXPECT_EQ(start_recording_video(0), -1); });
     EXPECT_EQ(commands(camera),
-              (Texts{"VIDEO_START", "VIDEO_STOP", "VIDEO_STOP", "VideoList?start=1&end=1"}));
-    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "5 s", "5000 ms"}));
+              (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
     expect_idle();
 }
 

@@ -112,13 +112,21 @@ TEST_P(EveryInstant, AStopEndsTheJob) {
     for (size_t i = 0; i < instants.size(); i++) {
         int wanted = 0, result = 1;
         bool starts = false;
+        size_t sent = 0;
+        camera.forget();
         const Run run = run_with(i, [&] {
             starts = starting;
             wanted = load_shared(video_recording) != 0 ? 0 : -1;
             result = stop_recording_video();
+            sent = camera.requests().size();
         });
         const std::string at = std::to_string(i) + ": " + instants[i];
         EXPECT_EQ(result, wanted) << at;
+        Texts more = commands(camera);
+        more.erase(more.begin(), more.begin() + static_cast<long>(sent));
+        EXPECT_TRUE(more.empty() || more == (Texts{"VIDEO_STOP", "VideoList?start=1&end=1"}) ||
+                    (instants[i] == "request VIDEO_STOP" && more == Texts{"VideoList?start=1&end=1"}))
+            << at << testing::PrintToString(more);
         EXPECT_EQ(run.start_result, starts && wanted == -1 ? -1 : 0) << at;
         EXPECT_FALSE(run.recorded_on) << at;
         expect_all_closed(at);
@@ -162,6 +170,39 @@ TEST_P(EveryInstant, AStartIsRefusedOrTakesTheJobsPlace) {
         expect_all_closed(at);
         if (HasFailure()) return;
     }
+}
+
+// The cutting thread has nothing more to do then and leaves.
+TEST_F(Instants, AStartWhileTheLastPieceIsSettledHasAThreadOfItsOwn) {
+    run(10, 3, -1, {});
+    const Texts instants = run(10, 3, -1, {}).seen;
+    ASSERT_EQ(instants.back(), "line remove succeeded");
+    int result = 1;
+    size_t threads = 0;
+    run(10, 3, static_cast<int>(instants.size()) - 1, [&] {
+        result = start_recording_video(7);
+        threads = intercept::created(autocut_recording).size();
+    });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(threads, 2u);
+    expect_all_closed(instants.back());
+}
+
+// Both the cut and the stop that has waited for it are refused: as if neither had come.
+TEST_F(Instants, AStopThatWaitedAndIsRefusedLeavesTheJob) {
+    run(25, 3, -1, {});
+    const Texts instants = run(25, 3, -1, {}).seen;
+    const auto cut = std::find(instants.begin(), instants.end(), "request VIDEO_STOP");
+    ASSERT_NE(cut, instants.end());
+    camera.forget();
+    recorder.refuse(2);
+    int result = 1;
+    run(25, 3, static_cast<int>(cut - instants.begin()), [&] { result = stop_recording_video(); });
+    EXPECT_EQ(result, -9);
+    EXPECT_EQ(commands(camera), (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VIDEO_STOP",
+                                       "VIDEO_STOP", "VideoList?start=1&end=1", "VIDEO_START",
+                                       "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
+    expect_all_closed("after two refusals");
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, EveryInstant,

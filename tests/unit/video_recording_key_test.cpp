@@ -73,6 +73,25 @@ TEST_F(WithoutAKey, CutWaitsWithTheNextPiece) {
     expect_idle();
 }
 
+TEST_F(WithoutAKey, CutThatHasWaitedKeepsItsThread) {
+    int cuts = 0;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause != "10 s") return;
+        if (++cuts == 1) return lose_key();
+        EXPECT_EQ(stop_recording_video(), 0);
+        EXPECT_EQ(start_recording_video(7), 0);
+    });
+    output_of([&] {
+        EXPECT_EQ(start_recording_video(0), 0);
+        EXPECT_TRUE(eventually([&] { return recorder.closed() == 1 && idle(); }));
+        log_in();
+        join_cutters();
+    });
+    EXPECT_EQ(recorder.closed(), 3);
+    EXPECT_EQ(intercept::created(autocut_recording).size(), 1u);
+    expect_idle();
+}
+
 TEST_F(WithoutAKey, StopEndsAJobWhoseCutWaits) {
     fake_os::on_pause([](const std::string &pause) {
         if (pause == "10 s") lose_key();

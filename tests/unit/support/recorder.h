@@ -19,12 +19,18 @@ class Recorder {
         if (command == "VideoList?start=1&end=1")
             return {.body = "<Name>" + std::to_string(closed_) + ".MP4</Name>"};
         if (refuse_each_ != 0 && ++commands_ % refuse_each_ == 0) return refused(-9);
-        return command == "VIDEO_START" ? start() : stop();
+        if (command == "VIDEO_START") return start();
+        return stops_to_refuse_ > 0 && stops_to_refuse_-- > 0 ? refused(-9) : stop();
     }
     // Refuses each `n`-th start or stop from now on; 0: none.
     void refuse_each(int n) {
         const std::lock_guard<std::mutex> guard(lock_);
         refuse_each_ = n;
+    }
+    // Refuses the next `stops`.
+    void refuse(int stops) {
+        const std::lock_guard<std::mutex> guard(lock_);
+        stops_to_refuse_ = stops;
     }
     bool records() {
         const std::lock_guard<std::mutex> guard(lock_);
@@ -56,7 +62,7 @@ class Recorder {
     std::mutex lock_;
     bool records_ = false;
     int closed_ = 0, needless_ = 0;
-    int commands_ = 0, refuse_each_ = 0;
+    int commands_ = 0, refuse_each_ = 0, stops_to_refuse_ = 0;
 };
 
 #endif
