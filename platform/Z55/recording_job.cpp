@@ -110,11 +110,10 @@ void give_up_role(const Cutter &cutter) {
     if (job.cutter == cutter.role) job.cutter = 0;
 }
 
-// `taken` while its job stands; the role is its own again if it had given that up and nobody has it.
+// `taken` while its job stands; the role is its own again if it had given that up.
 CutTurn look_as_cutter(Cutter &cutter) {
     if (take_over(cutter)) return CutTurn::new_job;
-    const bool replaced = job.cutter != 0 && job.cutter != cutter.role;
-    if (!replaced && holds_job(cutter)) {
+    if (holds_job(cutter)) {
         job.cutter = cutter.role;
         return CutTurn::taken;
     }
@@ -141,10 +140,8 @@ Cutter enter_cutting(int length) {
 
 void sleep_as_cutter(const Cutter &cutter, const timespec &deadline) {
     Locked locked;
-    const auto replaced = [&] {
-        return job.cutter != cutter.role || (job.to_be_cut && job.number != cutter.job);
-    };
-    while (!replaced() && locked.wait_until(deadline)) {
+    const auto is_replaced = [&cutter] { return job.to_be_cut && job.number != cutter.job; };
+    while (!is_replaced() && locked.wait_until(deadline)) {
     }
 }
 
@@ -245,10 +242,10 @@ void Turn::ended_by_stop() {
     give_back();
 }
 
-void Turn::ended_by_cut(const Cutter &cutter, bool gives_up) {
+void Turn::ended_by_cut(const Cutter &cutter) {
     const Locked locked;
     if (job.stops_waiting > 0) end_job();
-    if (gives_up) give_up_role(cutter);
+    give_up_role(cutter);
     serve_waiting_stops(StopTurn::done);
     give_back();
 }

@@ -73,10 +73,10 @@ class Turn {
     }
 
     // The turn ends: after a stop from outside or of a stopped start; after the cutting thread's stop, with
-    // which it may give up its role, so that a start from then on gets a thread of its own; after anything
-    // else (does nothing when it has ended).
+    // which it gives up its role: it has it again for the next piece, and a job that is made before has a
+    // thread of its own; after anything else (does nothing when it has ended).
     void ended_by_stop();
-    void ended_by_cut(const Cutter &cutter, bool gives_up);
+    void ended_by_cut(const Cutter &cutter);
     void ended();
 
   private:

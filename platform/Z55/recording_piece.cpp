@@ -93,14 +93,6 @@ std::optional<int> make_camera_start(const Turn &turn, const std::string &cookie
     return send_video_start(cookie_text);
 }
 
-void end_turn(Turn &turn, const Cutter *cutter, bool gives_up) {
-    if (cutter != nullptr) {
-        turn.ended_by_cut(*cutter, gives_up);
-    } else {
-        turn.ended_by_stop();
-    }
-}
-
 }  // namespace
 
 std::optional<int> start_piece(Turn &turn, long length, const Cutter *cutter) {
@@ -112,7 +104,7 @@ std::optional<int> start_piece(Turn &turn, long length, const Cutter *cutter) {
     if (turn.stopped()) return kNotRecording;
     if (const auto failure = make_camera_start(turn, cookie_text)) return failure;
     if (!turn.begun(start)) {
-        if (!close_piece(turn, start, cutter, false)) return kNotRecording;
+        if (!close_piece(turn, start, cutter)) return kNotRecording;
         turn.begun_in_spite(start);
     }
     touch_recording_flag_temp_file();
@@ -121,7 +113,7 @@ std::optional<int> start_piece(Turn &turn, long length, const Cutter *cutter) {
     return std::nullopt;
 }
 
-std::optional<int> close_piece(Turn &turn, time_t start, const Cutter *cutter, bool last) {
+std::optional<int> close_piece(Turn &turn, time_t start, const Cutter *cutter) {
     if (const auto failure = send_video_stop()) return failure;
     const time_t end = camera_time();
     std::printf("***(stop_recording_video) video_recording = 0, endtime = %ld ***\n", static_cast<long>(end));
@@ -130,7 +122,11 @@ std::optional<int> close_piece(Turn &turn, time_t start, const Cutter *cutter, b
     if (key) write_recording_log(start, end, key);
     if (leave_recording()) remove_recording_flag_temp_file();
     // The log line may have to wait for a key; nobody else does.
-    end_turn(turn, cutter, last || !key);
+    if (cutter != nullptr) {
+        turn.ended_by_cut(*cutter);
+    } else {
+        turn.ended_by_stop();
+    }
     if (start != 0 && !key) write_recording_log(start, end, key);
     return std::nullopt;
 }

@@ -80,7 +80,7 @@ bool close_cut_piece(Cutter &cutter, int remaining) {
     std::printf("(autocut_recording) stop_recording_video. len = %d\n", remaining);
     std::puts("stop_recording_video called");
     if (found == CutTurn::taken) {
-        close_piece(turn, recording_start(), &cutter, last);
+        close_piece(turn, recording_start(), &cutter);
     } else {
         refuse_stop();
     }
@@ -129,7 +129,7 @@ int stop_recording_video(void) {
     Turn turn;
     switch (turn.to_stop()) {
         case StopTurn::taken:
-            return close_piece(turn, recording_start(), nullptr, true).value_or(0);
+            return close_piece(turn, recording_start(), nullptr).value_or(0);
         case StopTurn::done:
             return 0;
         case StopTurn::nothing_runs:

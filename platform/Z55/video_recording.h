@@ -37,9 +37,9 @@
 // next deadline where the job has a length, and ends it otherwise.
 //
 // Nobody waits for the cutting thread: a stop lets it sleep on, and it leaves when it wakes; a new job wakes
-// it and is its own at once. While it waits for a session key, to write the log line of a closed piece, a new
-// job gets a thread of its own. The other waits are for the turn: a start takes up to three requests and 2 s,
-// a stop two and 5 s, a start that is stopped both.
+// it and is its own at once. Between two pieces, where it may wait for a session key to write the log line, a
+// new job gets a thread of its own. The other waits are for the turn: a start takes up to three requests and
+// 2 s, a stop two and 5 s, a start that is stopped both.
 #ifndef Z55_VIDEO_RECORDING_H
 #define Z55_VIDEO_RECORDING_H
 

@@ -208,7 +208,8 @@ TEST_F(Cutting, StoppedStartIsNotAskedForOnceMore) {
         EXPECT_EQ(stop_recording_video(), -1);
         return recording("0");
     });
-    output_of([] { EXPECT_EQ(start_recording_video(0), -1); });
+    const std::string log = output_of([] { EXPECT_EQ(start_recording_video(0), -1); });
+    EXPECT_EQ(log.find("recording_flag_temp_file"), std::string::npos) << "never made";
     EXPECT_EQ(commands(camera),
               (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
     expect_idle();

@@ -49,7 +49,9 @@ class Instants : public VideoRecording {
         std::atomic<int> pauses = 0;
         fake_os::on_pause([&](const std::string &pause) {
             instants::pass("pause " + pause);
-            if (pause != "10 s" || ++pauses < pieces) return;
+            if (pause != "10 s") return;
+            if (in_piece) in_piece();
+            if (++pauses < pieces) return;
             result.recorded_on = true;
             if (last_stop == LastStop::no_instants) instants::stop_counting();
             stop_recording_video();
@@ -79,6 +81,7 @@ class Instants : public VideoRecording {
     }
 
     Recorder recorder;
+    std::function<void()> in_piece;      // in every pause of a whole period
     std::atomic<bool> starting = false;  // the job's start from outside has not returned
     size_t joined = 0;
     int closed_before = 0;
@@ -196,8 +199,14 @@ TEST_F(Instants, AStopThatWaitedAndIsRefusedLeavesTheJob) {
     ASSERT_NE(cut, instants.end());
     camera.forget();
     recorder.refuse(2);
-    int result = 1;
-    run(25, 3, static_cast<int>(cut - instants.begin()), [&] { result = stop_recording_video(); });
+    std::atomic<bool> stops = false;
+    std::atomic<int> result = 1;
+    // The next cut comes after the stop, as it does where periods take their time.
+    in_piece = [&] { EXPECT_TRUE(!stops || eventually([&] { return result != 1; })); };
+    run(25, 3, static_cast<int>(cut - instants.begin()), [&] {
+        stops = true;
+        result = stop_recording_video();
+    });
     EXPECT_EQ(result, -9);
     EXPECT_EQ(commands(camera), (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VIDEO_STOP",
                                        "VIDEO_STOP", "VideoList?start=1&end=1", "VIDEO_START",
