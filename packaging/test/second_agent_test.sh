@@ -75,13 +75,15 @@ gone $other && fail "stop ended a stranger"
 service stop >/dev/null
 kill $other
 
-# Eight at a time.
+# Eight at a time, the first that the device ever sees.
+rm -r /tmp/working $root/etc/veloagent
 : >/tmp/starts; : >/tmp/done
 for ((i = 0; i < 8; i++)); do
   (service start >/dev/null 2>&1 || true; echo >>/tmp/done) &
 done
 until_true "eight starts are through" eval '[ "$(wc -l </tmp/done)" = 8 ]'
 expect "agents after eight starts at once" 1 "$(starts)"
+cmp $root/etc/veloagent/VeloAgent.conf $root/usr/share/veloagent/VeloAgent.conf.sample || fail "the configuration is not whole"
 refuses "$(last_start)"
 service stop >/dev/null
 

@@ -21,12 +21,16 @@ an_agent_runs() {
   settings
   behaves 'umask >/tmp/umask; pwd >/tmp/pwd; exec true-sleep 1000'
   service status >/dev/null && fail "runs before it was started"
-  [[ $(service start) == *'VeloAgent started'* ]] || fail "start: $(cat $log)"
+  [ -e $root/etc/veloagent/VeloAgent.conf ] || { service start && service stop; } >/dev/null 2>&1
+  grep -q NEW= $root/etc/veloagent/VeloAgent.conf || echo NEW=1 >>$root/etc/veloagent/VeloAgent.conf
+  : >/tmp/starts
+  [[ $(service start 2>/tmp/said) == *'VeloAgent started'* ]] || fail "start: $(cat $log)"
   expect "agents" 1 "$(starts)"
   expect "mask" 0022 "$(cat /tmp/umask)"
   expect "current folder" /tmp "$(cat /tmp/pwd)"
   expect "status" "VeloAgent runs (pid $(last_start))" "$(service status)"
   gone "$(note pid)" && fail "the pid is nobody's"
+  expect "what start says of the configuration" "/tmp/working/VeloAgent.conf: NEW: no such key, ignored" "$(sed -n 's/:[0-9]*: NEW/: NEW/p' /tmp/said)"
   expect "mode of the pid's folder" 700 "$(stat -c %a $root$run)"
   stopped "$(last_start)"
   service stop >/dev/null || fail "stop of a stopped service"
