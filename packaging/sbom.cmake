@@ -1,10 +1,6 @@
 # Run by cpack when it has made packages: an SPDX 2.3 document beside each, PACKAGE.spdx.json, that says what is in it and
-# what is linked with it, with versions and licences. The same package gives the same document.
-set(time ${CPACK_VELO_VERSION_EPOCH})
-if(DEFINED ENV{SOURCE_DATE_EPOCH})
-  set(time $ENV{SOURCE_DATE_EPOCH})
-endif()
-set(ENV{SOURCE_DATE_EPOCH} ${time})
+# what is linked with it, with versions and licences. The same package gives the same document: its time is
+# SOURCE_DATE_EPOCH, which is set by then.
 string(TIMESTAMP created "%Y-%m-%dT%H:%M:%SZ" UTC)
 
 # Soname (a pattern), component, licence, supplier.

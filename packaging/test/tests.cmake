@@ -34,5 +34,6 @@ velo_package_test(readonly readonly)
 velo_package_test(check_conf check_conf)
 velo_package_test(check_conf_busybox check_conf busybox)
 velo_package_test(recipes recipes)
+set_tests_properties(package.recipes PROPERTIES TIMEOUT 600)  # it builds the agent
 velo_package_test(keep_conf keep_conf)
 velo_package_test(keep_conf_busybox keep_conf busybox)
