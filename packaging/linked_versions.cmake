@@ -1,37 +1,31 @@
-# CPACK_VELO_VERSIONS, for the bill of materials: what the compiler takes the C and C++ libraries from, as name=version.
-# Asked of the preprocessor, which knows the target's headers in a cross build too.
-set(dump ${CMAKE_CXX_COMPILER})
-separate_arguments(flags UNIX_COMMAND "${CMAKE_CXX_FLAGS}")
-list(APPEND dump ${flags})
-if(CMAKE_SYSROOT)
-  list(APPEND dump --sysroot=${CMAKE_SYSROOT})
-endif()
-if(CMAKE_CXX_COMPILER_TARGET)
-  list(APPEND dump --target=${CMAKE_CXX_COMPILER_TARGET})
-endif()
-execute_process(COMMAND ${dump} -x c++ -E -dM -include cstdlib /dev/null OUTPUT_VARIABLE macros ERROR_QUIET)
-
-function(macro_value name variable)
-  set(${variable} "" PARENT_SCOPE)
-  if(macros MATCHES "#define ${name} ([0-9]+)")
-    set(${variable} ${CMAKE_MATCH_1} PARENT_SCOPE)
+# CPACK_VELO_VERSIONS, for the bill of materials: what the libraries that the compiler brings were at the build, as
+# name=version. Read from a program that it made, as it makes the agent.
+if(NOT VELO_LINKED_VERSIONS)
+  set(program ${CMAKE_BINARY_DIR}/CMakeFiles/linked_versions)
+  try_compile(made SOURCE_FROM_CONTENT linked_versions.cpp [[
+#include <cstdlib>
+#define TEXT_OF(number) #number
+#define TEXT(number) TEXT_OF(number)
+#ifdef __GLIBC__
+#define GLIBC "linked:glibc=" TEXT(__GLIBC__) "." TEXT(__GLIBC_MINOR__) "\n"
+#else
+#define GLIBC ""
+#endif
+#ifdef _LIBCPP_VERSION
+#define LIBRARY "linked:llvm=" TEXT(_LIBCPP_VERSION) "\n"
+#elif defined __clang__
+#define LIBRARY "linked:gcc=" TEXT(_GLIBCXX_RELEASE) "\n"
+#else
+#define LIBRARY "linked:gcc=" __VERSION__ "\n"
+#endif
+volatile const char text[] = "\n" GLIBC LIBRARY;
+int main(int count, char **) { return text[count]; }
+]] COPY_FILE ${program})
+  if(made)
+    file(STRINGS ${program} versions REGEX "^linked:")
+    # "12.2.0 20220819 (...)", as compilers call themselves: the number.
+    list(TRANSFORM versions REPLACE "^linked:([a-z]+=[0-9.]+).*" "\\1")
+    set(VELO_LINKED_VERSIONS "${versions}" CACHE INTERNAL "")
   endif()
-endfunction()
-macro_value(__GLIBC__ glibc)
-macro_value(__GLIBC_MINOR__ glibc_minor)
-macro_value(_GLIBCXX_RELEASE glibcxx)
-macro_value(__GNUC__ gcc)
-macro_value(_LIBCPP_VERSION libcxx)
-
-set(CPACK_VELO_VERSIONS "curl=${CURL_VERSION_STRING}")
-if(glibc)
-  list(APPEND CPACK_VELO_VERSIONS "glibc=${glibc}.${glibc_minor}")
 endif()
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  list(APPEND CPACK_VELO_VERSIONS "gcc=${CMAKE_CXX_COMPILER_VERSION}")
-elseif(glibcxx)
-  list(APPEND CPACK_VELO_VERSIONS "gcc=${glibcxx}")
-endif()
-if(libcxx)
-  list(APPEND CPACK_VELO_VERSIONS "llvm=${CMAKE_CXX_COMPILER_VERSION}")
-endif()
+set(CPACK_VELO_VERSIONS "curl=${CURL_VERSION_STRING}" ${VELO_LINKED_VERSIONS})
