@@ -44,8 +44,8 @@ for unpacked in deb tgz; do
   for program in bin/VeloAgent sbin/veloagent-check-conf lib/veloagent/S90veloagent lib/veloagent/keep-conf; do
     expect "$unpacked: $program" 755 "$(stat -c %a $unpacked/usr/$program)"
   done
-  ! readelf -S $unpacked/usr/bin/VeloAgent | grep -q '\.symtab' || fail "the binary is not stripped"
-  ! readelf -d $unpacked/usr/bin/VeloAgent | grep -qE 'RPATH|RUNPATH' || fail "the binary names a build folder"
+  ! readelf -S $unpacked/usr/bin/VeloAgent | grep '\.symtab' >/dev/null || fail "the binary is not stripped"
+  ! readelf -d $unpacked/usr/bin/VeloAgent | grep -E 'RPATH|RUNPATH' >/dev/null || fail "the binary names a build folder"
 done
 # What one package says of itself and what its binary is.
 machine=$(readelf -h deb/usr/bin/VeloAgent | sed -n 's/ *Machine: *//p')
@@ -57,9 +57,9 @@ esac
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$2/CMakeCache.txt")
 expect "version" "$version" "$(dpkg-deb -f "$package" Version)"
 for page in deb/usr/share/man/man?/*.gz; do
-  zcat "$page" | grep -q "VeloAgent $version" || fail "$page is not of version $version"
+  zcat "$page" | grep "VeloAgent $version" >/dev/null || fail "$page is not of version $version"
 done
-zcat deb/usr/share/doc/veloagent/changelog.gz | grep -q "^veloagent ($version) " || fail "the changelog is of another version"
+zcat deb/usr/share/doc/veloagent/changelog.gz | grep "^veloagent ($version) " >/dev/null || fail "the changelog is of another version"
 
 # --- Debian's own checker, where it is installed.
 if command -v lintian >/dev/null; then

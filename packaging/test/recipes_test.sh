@@ -83,7 +83,7 @@ done
 # --- Built from the source package alone, installed as CMake does for either.
 cmake -S "$source" -B /tmp/build -G Ninja -DCMAKE_BUILD_TYPE=MinSizeRel $buildroot_options >/tmp/build.log 2>&1 || fail "$(tail -n 20 /tmp/build.log)"
 cmake --build /tmp/build -j 2 >/tmp/build.log 2>&1 || fail "$(tail -n 20 /tmp/build.log)"
-strings /tmp/build/VeloAgent | grep -qx storage.example.com || fail "the storage host was not compiled in"
+strings /tmp/build/VeloAgent | grep -x storage.example.com >/dev/null || fail "the storage host was not compiled in"
 for target in busybox systemd yocto; do DESTDIR=/tmp/$target cmake --install /tmp/build >/dev/null; done
 
 # --- Buildroot's steps, with BusyBox's init and with systemd.

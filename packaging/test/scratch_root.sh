@@ -2,7 +2,7 @@
 # Sourced by the tests of this folder, which run inside a device view: /tmp is the test's own, and nothing of this machine
 # is changed. A scratch root is this machine's programs (not the view's) with files of the test's laid over them, and the
 # test's /tmp, to be entered by chroot.
-set -euo pipefail
+set -euo pipefail  # hence no "| grep -q": it would end what writes to it
 root=/tmp/root
 
 fail() { echo "${0##*/}: $*" >&2; exit 1; }
