@@ -5,7 +5,11 @@
 set -euo pipefail
 source "$(dirname "$0")/product_build"
 source=$1 build=$2 compiler=$3
-[ "${4:-}" = hidden ] || exec unshare --user --map-root-user --mount "$0" "$@" hidden
+if [ "${4:-}" != hidden ]; then
+  namespaces=(--mount)
+  [ "$(id -u)" = 0 ] || namespaces+=(--user --map-root-user)
+  exec unshare "${namespaces[@]}" "$0" "$@" hidden
+fi
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
