@@ -13,14 +13,14 @@ build_and_pack() {  # FOLDER
   pack "$1" "$1/packages"
 }
 pack() { cpack --config "$1/build/release/CPackConfig.cmake" -B "$2" >"$work/cpack.log" 2>&1 || fail "$(cat "$work/cpack.log")"; }
-sums() { (cd "$1" && sha256sum build/release/VeloAgent packages/*.deb packages/*.tar.gz); }
+sums() { (cd "$1" && sha256sum build/release/VeloAgent packages/*.deb packages/*.tar.gz packages/*.spdx.json); }
 
 source=$1 compiler=$3
 one=$work/one/VeloAgent two=$work/and/the/other/one
 build_and_pack "$one" &
 (umask 077; export TZ=Asia/Tokyo LC_ALL=C.UTF-8 USER=another HOME=/; build_and_pack "$two")
 wait $!
-[ "$(sums "$one" | wc -l)" = 3 ] || fail "packages: $(ls "$one/packages")"
+[ "$(sums "$one" | wc -l)" = 5 ] || fail "packages: $(ls "$one/packages")"
 [ "$(sums "$one")" = "$(sums "$two")" ] || fail "$(printf '%s\nand\n%s' "$(sums "$one")" "$(sums "$two")")"
 ! grep -aqF "$work" "$one/build/release/VeloAgent" || fail "the binary names the folder that it was built in"
 
