@@ -29,6 +29,7 @@ endforeach()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_LIST_DIR}/cpack_config.cmake)
 # The same files give the same packages, whoever makes them, where and when.
+set(CPACK_VELO_VERSION_EPOCH ${VELO_VERSION_EPOCH})
 set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/reproducible_before.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_LIST_DIR}/reproducible_after.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/source_package.cmake)

@@ -44,9 +44,7 @@ time_t camera_time() {
 }
 
 std::string configured_cookie() {
-    char key[kSessionKeySize];
-    conf_value_into(key, "SESSION_KEY");
-    return session_cookie(key);
+    return session_cookie(configured_session_key().value_or(""));
 }
 
 bool contains(const std::string &text, const char *word) {

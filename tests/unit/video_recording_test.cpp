@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "intercept.h"
+#include "read_only_conf.h"
 #include "video_recording_fixture.h"
 
 namespace {
@@ -46,6 +47,20 @@ TEST_F(VideoRecording, CookieComesFromTheConfiguration) {
     EXPECT_EQ(camera.requests().at(0).cookie, "Session=678");
     output_of([] { stop_recording_video(); });
     EXPECT_EQ(camera.requests().at(2).cookie, "Session=678");
+}
+
+TEST_F(VideoRecording, CookieIsTheLoginsWhereTheConfigurationCannotBeWritten) {
+    set_conf("SESSION_KEY", "expired");
+    camera.on_request(
+        [](const CameraRequest &) { return CameraReply{.headers = {"Set-Cookie: Session=7"}}; });
+    {
+        const ReadOnlyConf read_only;
+        output_of([] { EXPECT_EQ(login(), 0); });
+    }
+    camera_obeys();
+    camera.forget();
+    start_quietly();
+    EXPECT_EQ(camera.requests().at(0).cookie, "Session=7");
 }
 
 TEST_F(VideoRecording, TimezoneIsReadOnce) {
