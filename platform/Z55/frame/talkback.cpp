@@ -124,6 +124,12 @@ void enable_speaker(const std::string &cookie_text) {
     if (!speaker_enabled) std::printf("AUDIO_ON ErrorCode: %d\n", error_code_number(reply));
 }
 
+// Whether there is anything to play in a clip that may still be taking frames.
+bool playable(const talk_clip *clip) {
+    const std::lock_guard<std::mutex> lock(talk_lock);
+    return clip != nullptr && clip->data != nullptr && clip->length >= kHeaderSize;
+}
+
 // From here on the clip takes no more frames.
 void close_clip(const talk_clip *clip) {
     const std::lock_guard<std::mutex> lock(talk_lock);
@@ -165,7 +171,7 @@ int device_play_audio(talkback_frame *frame) {
 
 void *waitAndPlay(void *argument) {
     talk_clip *clip = static_cast<talk_clip *>(argument);
-    if (clip == nullptr || clip->data == nullptr || clip->length < kHeaderSize) {  // nothing to play
+    if (!playable(clip)) {
         free_clip(clip);
         return nullptr;
     }
