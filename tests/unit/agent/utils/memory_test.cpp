@@ -51,7 +51,7 @@ TEST(Memory, AnAllocationThatFailsEndsTheProcessWithOneLine) {
     const int status = status_of(
         [] {
             prepare_memory();
-            volatile size_t much = SIZE_MAX / 4;
+            volatile size_t much = SIZE_MAX / 2 + 1;
             void *volatile block = operator new(much);
             return block != nullptr ? 0 : 2;
         },
@@ -66,7 +66,7 @@ TEST(Memory, MallocStillFailsToItsCaller) {
     EXPECT_EQ(0, status_of(
                      [] {
                          prepare_memory();
-                         volatile size_t much = SIZE_MAX / 4;
+                         volatile size_t much = SIZE_MAX / 2 + 1;
                          void *volatile block = std::malloc(much);
                          return block == nullptr ? 0 : 2;
                      },
