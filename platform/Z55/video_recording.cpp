@@ -80,7 +80,7 @@ bool close_cut_piece(Cutter &cutter, int remaining) {
     std::printf("(autocut_recording) stop_recording_video. len = %d\n", remaining);
     std::puts("stop_recording_video called");
     if (found == CutTurn::taken) {
-        close_piece(turn, recording_start(), &cutter);
+        (void)close_piece(turn, recording_start(), &cutter);  // one that stays open is cut the next time
     } else {
         refuse_stop();
     }
