@@ -33,12 +33,12 @@ stop() {
   wait "$running" || status=$?
   [ "$status" = 0 ] || wrong "./run gave $status when it was stopped"
 }
-out_has() { grep -qF -e "$1" "$work/out"; }
+out_has() { grep -sqF -e "$1" "$work/out"; }
 
 # ./run in a terminal until TEXT is on the screen; then Ctrl-C is typed.
 run_on_terminal_until() {
   { wait_until out_has "$1" && printf '\003'; } |
-    TERM=xterm script -fqec "stty cols 100; ./run" "$work/out" >/dev/null || wrong "./run gave $?"
+    TERM=xterm script -fqec "stty cols 100; exec ./run" "$work/out" >/dev/null || wrong "./run gave $?"
 }
 
 # The order of the first lines that hold these texts.

@@ -112,10 +112,11 @@ wait_until() {
   done
 }
 
-# outcome_on_terminal CODE TYPED COMMAND: the same in a terminal of 100 columns, where TYPED is typed.
+# outcome_on_terminal CODE TYPED COMMAND: the same in a terminal of 100 columns, where TYPED is typed. COMMAND takes the
+# shell's place: some shells end by a Ctrl-C that their last command has survived.
 outcome_on_terminal() {
   local code=$1 status=0
-  printf '%s' "$2" | TERM=xterm script -fqec "stty cols 100; $3" "$work/out" >/dev/null || status=$?
+  printf '%s' "$2" | TERM=xterm script -fqec "stty cols 100; exec $3" "$work/out" >/dev/null || status=$?
   [ "$status" = "$code" ] || wrong "$3 gave $status instead of $code"
 }
 
