@@ -22,8 +22,8 @@ void grow_recording(camera &cam, unsigned count, std::size_t bytes) {
     cam.timer.after_ms(growth_ms, [&cam, count, grown] { grow_recording(cam, count, grown); });
 }
 
+// The lock is held.
 void finish_photo(camera &cam, const std::string &name) {
-    std::lock_guard guard(cam.lock);
     const auto seed = static_cast<unsigned>(++cam.photos);
     cam.last_photo = make_jpeg(640, 480, seed, cam.config["photo_bytes"]);
     write_media_file(media_file(cam, name, ".JPG"), cam.last_photo);
@@ -67,6 +67,14 @@ int take_photo(camera &cam, std::string &uri) {
     const auto seed = static_cast<unsigned>(cam.photos + 1);
     if (!write_media_file(media_file(cam, name, ".THM"), make_jpeg(160, 120, seed, 0))) return write_error;
     uri = "/" + media_file(cam, name, ".JPG").lexically_relative(cam.card).generic_string();
-    cam.timer.after_ms(cam.config["photo_delay_ms"], [&cam, name] { finish_photo(cam, name); });
+    const int delay = cam.config["photo_delay_ms"];
+    if (delay > 0) {
+        cam.timer.after_ms(delay, [&cam, name] {
+            std::lock_guard guard(cam.lock);
+            finish_photo(cam, name);
+        });
+    } else {
+        finish_photo(cam, name);  // there before the reply, however busy the machine is
+    }
     return 0;
 }

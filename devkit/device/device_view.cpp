@@ -197,14 +197,14 @@ void wait_for_stop() {
     }
 }
 
-// Process 1. `launcher` is the reading end of a pipe that only the launcher can write: it hangs up when that
-// dies.
+// Process 1. `launcher` is the reading end of a pipe that only the launcher can write: a byte comes when it has done its
+// part; it hangs up when that dies.
 int run_view(const view_options &options, const sigset_t &mask, int launcher) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // A new user namespace has cleared this; without it nobody could look into the view by /proc/PID/root.
     prctl(PR_SET_DUMPABLE, 1);
-    pollfd gone = {launcher, 0, 0};
-    if (poll(&gone, 1, 0) > 0) return kKilled;
+    char ready = 0;
+    if (read(launcher, &ready, 1) != 1) return kKilled;
     mount_view(options.files);
     if (options.private_network) bring_loopback_up();
     if (chdir("/tmp") != 0) fail("cannot enter /tmp");
@@ -243,7 +243,9 @@ int launch(view_options options) {
         close(alive[1]);
         return run_view(options, mask, alive[0]);
     }
+    // Before the command runs: whoever hears of it may look for the file.
     if (!options.pid_file.empty()) write_text(pid_file, options.pid_file.c_str(), std::to_string(view));
+    if (write(alive[1], "", 1) != 1) fail("cannot start the view");
     if (options.keep) std::fprintf(stderr, "device-view: to enter: nsenter --all --target %d\n", view);
     return watch_view(view);
 }

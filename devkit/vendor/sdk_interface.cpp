@@ -1,6 +1,7 @@
 #include "sdk_interface.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -93,6 +94,15 @@ json_reply post_talk(const json_request &request) {
     return {200, talk(request.body)};
 }
 
+json_reply get_heap(const json_request &) {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
+    const struct mallinfo2 heap = mallinfo2();
+    return {200, {{"in_use", heap.uordblks + heap.hblkhd}}};
+#else
+    return {200, {{"in_use", nullptr}}};
+#endif
+}
+
 json_reply get_variable(const json_request &request) {
     const auto name = request.query.find("name");
     if (name == request.query.end()) throw bad_request{"which name?"};
@@ -140,6 +150,7 @@ const route routes[] = {
     {"POST", "/call", post_call},
     {"GET", "/calls", get_calls},
     {"POST", "/talk", post_talk},
+    {"GET", "/heap", get_heap},
     {"GET", "/variable", get_variable},
     {"PUT", "/variable", put_variable},
     {"GET", "/frames", get_frames},

@@ -71,9 +71,13 @@ class QuotaServer {
 
 DeskOptions watching(const QuotaServer &server) {
     DeskOptions options;
-    options.speed = sanitized_agent() ? 4 : 20;  // the agent has 2 bent seconds to connect, 10 for it all
-    options.conf = {
-        {"NIMB_ARMED", "1"}, {"NIMB_LOW", "10"}, {"NIMB_HOST", server.host()}, {"NIMB_PERIOD", "0"}};
+    // The agent has 2 bent seconds to connect and 10 for it all; the server lives in plain time.
+    options.speed = 3;
+    options.conf = {{"NIMB_ARMED", "1"},
+                    {"NIMB_LOW", "10"},
+                    {"NIMB_HOST", server.host()},
+                    {"NIMB_PERIOD", "0"},
+                    {"POLL_STATUS_PERIOD_SEC", "1"}};
     return options;
 }
 

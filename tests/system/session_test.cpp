@@ -89,7 +89,8 @@ TEST(Session, FiveSecondsPassBeforeTheLoginAndNineBeforeTheFirstPollAfterIt) {
     wait_until("the poll after the login", [&] { return !desk.requests("CameraStatus", login).empty(); });
     std::vector<json> polls = desk.requests("CameraStatus");
     while (polls.back()["seq"] > login) polls.pop_back();
-    const double refused = polls.back()["end_ms"], renewed = desk.requests("CameraLogin").back()["time_ms"],
+    // The camera notes when a request begins: before it answers, and so before the agent begins its pause.
+    const double refused = polls.back()["time_ms"], renewed = desk.requests("CameraLogin").back()["time_ms"],
                  polled = desk.requests("CameraStatus", login).front()["time_ms"];
     EXPECT_GT((renewed - refused) * desk.speed(), 3900) << "5 s less the part of a second that had gone";
     EXPECT_GT((polled - renewed) * desk.speed(), 8900);
@@ -129,8 +130,9 @@ TEST(Session, WhileTheLoginIsRefusedNoKeyIsHeld) {
     EXPECT_EQ(desk.call("get_session_key", json::array())["value"], nullptr);
     desk.wait_for_log("Getting Session Key...\n", failed);
     EXPECT_EQ(desk.conf_value("SESSION_KEY"), "");
+    const size_t refused = desk.log().size();
     desk.camera("PATCH", "/config", {{"password", "secret"}});
-    const size_t held = desk.wait_for_log("Session key=", desk.log().size());
+    const size_t held = desk.wait_for_log("Session key=", refused);
     desk.wait_for_log("*** (Polling) end of a time.", held);
     EXPECT_EQ(desk.call("get_session_key", json::array())["value"], desk.conf_value("SESSION_KEY"));
 }

@@ -9,7 +9,7 @@
 #include <cstdint>
 
 constexpr double kSpeed = 100;
-constexpr double kLate = 2;  // real seconds that a loaded machine may add
+constexpr double kLate = 4;  // real seconds that a loaded machine may add
 
 // Seconds of the real monotonic clock.
 inline double real_seconds() {

@@ -141,10 +141,12 @@ TEST(ViewStart, files_can_be_seen_from_outside) {
 }
 
 // All of these hold the output open as long as one process of the view lives.
-constexpr char kStubborn[] = "trap '' TERM; (trap '' TERM INT; echo ready; sleep 1000; sleep 1000) & ";
+constexpr char kStubborn[] =
+    "trap '' TERM; (trap '' TERM INT; echo ready; [ ! -e go ] || echo >go; sleep 1000; sleep 1000) & ";
 
 TEST(ViewEnd, ends_with_its_command) {
-    view_process view = start_view({}, {"sh", "-c", std::string(kStubborn) + "sleep 0.1; exit 4"});
+    view_process view = start_view(
+        {}, {"sh", "-c", std::string("mkfifo go; ") + kStubborn + "read line <go; exit 4"});
     EXPECT_EQ(view.read_to_end(), "ready\n");
     EXPECT_EQ(view.wait(), 4);
 }

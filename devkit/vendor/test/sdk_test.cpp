@@ -52,6 +52,17 @@ TEST(Sdk, OldAlarmsGiveWayToNewOnes) {
     EXPECT_EQ(alarms.at("alarms").at(0).at("seq"), 177);
 }
 
+TEST(Sdk, TheHeapGrowsAndShrinksByWhatIsHeld) {
+    agent_process agent;
+    const auto in_use = [&] { return agent.get("/heap").at("in_use").get<double>(); };
+    const double before = in_use();
+    EXPECT_GT(before, 0);
+    agent.put("/token", {{"token", std::string(1'000'000, 'x')}});
+    EXPECT_GE(in_use(), before + 1'000'000);
+    agent.put("/token", {{"token", "short"}});
+    EXPECT_LT(in_use(), before + 500'000);
+}
+
 TEST(Sdk, TableAnswersAsOrdered) {
     agent_process agent;
     agent.put("/table", {{"alarm_result", -1}});

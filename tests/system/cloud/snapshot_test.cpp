@@ -39,7 +39,7 @@ class Photo : public testing::TestWithParam<int> {};
 
 TEST_P(Photo, ArrivesWhole) {
     DeskOptions options;
-    options.camera_config = {{"photo_bytes", GetParam()}};
+    options.camera_config = {{"photo_bytes", GetParam()}, {"photo_delay_ms", 0}};
     Desk desk(options);
     desk.fault({{"endpoint", "photo"}, {"kind", "pieces"}, {"pieces", 7}, {"ms", 1}});
     const long since = desk.last_request();
@@ -80,7 +80,9 @@ TEST(Snapshot, NoneIsTakenWhileTheCameraRecords) {
 }
 
 TEST(Snapshot, TheCamerasErrorsArePassedOn) {
-    Desk desk;
+    DeskOptions options;
+    options.camera_config = {{"photo_delay_ms", 0}};
+    Desk desk(options);
     const json recording = {{"endpoint", "CameraStatus"}, {"match", "?Recording"}, {"count", 1}};
     const json photo = {{"endpoint", "RemoteControl"}, {"match", "PHOTO_TO_MOBILE"}, {"count", 1}};
     const auto faulty = [&](json order, const json &fault) {

@@ -107,7 +107,7 @@ TEST(Storm, AllHandlersAtOnceOnAMisbehavingCameraLeaveTheAgentWell) {
     run_storm(desk, sanitized_agent() ? 6 : 14, true);
     desk.call("stop_recording_video", json::array());
     settled_size(desk, threads);
-    expect_same_size(desk, before, 2048);
+    expect_same_size(desk, before);
     EXPECT_EQ(desk.reboots(), 0);
 
     desk.wait_for_cycles(2);

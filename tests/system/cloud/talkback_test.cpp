@@ -141,7 +141,7 @@ TEST(Talkback, ASpeakerThatNeverGoesOnLocksNothingUp) {
     const long since = desk.last_request();
     for (size_t i = 1; i <= 3; i++) talk(desk, sweep(1280), i, since);
     EXPECT_EQ(desk.requests("RemoteControl", since).size(), 3u) << "tried with every clip";
-    expect_same_size(desk, before, 1024);
+    expect_same_size(desk, before);
 }
 
 TEST(Talkback, AHundredTalksLeaveNothingBehind) {
@@ -157,13 +157,26 @@ TEST(Talkback, AHundredTalksLeaveNothingBehind) {
                    [&] { return desk.requests("MobileAudio", since).size() >= static_cast<size_t>(count); });
         played += static_cast<size_t>(count);
     };
-    const int threads = agent_size(desk).threads;
-    talks(20);
-    wait_until("the clips' threads have ended", [&] { return agent_size(desk).threads <= threads; });
+    const int threads = thread_count(desk.agent_pid());
+    const auto heap_after_twenty = [&] {
+        talks(20);
+        wait_until("the clips' threads have ended",
+                   [&] { return thread_count(desk.agent_pid()) <= threads; });
+        return heap_in_use(desk).value_or(0);
+    };
+    double heap = heap_after_twenty();
     const AgentSize before = agent_size(desk);
-    for (int i = 0; i < 5; i++) talks(20);
+    std::vector<double> growth;
+    for (int i = 0; i < 5; i++) {
+        const double now = heap_after_twenty();
+        growth.push_back(now - heap);
+        heap = now;
+    }
     EXPECT_EQ(played, 120u);
-    expect_same_size(desk, before, 1024);
+    // The middle one: what is allocated once, or by a poll that is under way, shows in one of them or two.
+    std::sort(growth.begin(), growth.end());
+    EXPECT_LT(growth[2], 20 * 16) << "bytes in twenty talks; the smallest block kept of each makes 640";
+    expect_same_size(desk, before);
 }
 
 TEST(Talkback, BeyondThirtyTwoClipsFramesAreRefusedUntilOneIsPlayed) {

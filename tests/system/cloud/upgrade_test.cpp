@@ -207,5 +207,5 @@ TEST(Upgrade, AFailedDownloadIsReportedAndItsMonitorLeaves) {
     desk.wait_for_log("(OTA_monitor) OTA Failed. Leaving...\n");
     EXPECT_EQ(desk.alarms(), std::vector<int>{17});
     EXPECT_EQ(desk.sdk("GET", "/variable?name=ota_enable")["value"], 1) << "the watchdog stays off";
-    expect_same_size(desk, before, 1024);
+    expect_same_size(desk, before);
 }

@@ -87,8 +87,8 @@ int thread_count(pid_t process) {
     return static_cast<int>(status_number(process, "Threads"));
 }
 
-long resident_kib(pid_t process) {
-    return status_number(process, "VmRSS");
+long mapped_kib(pid_t process) {
+    return status_number(process, "VmData");
 }
 
 int count_of(const std::string &text, const std::string &whole) {

@@ -21,8 +21,8 @@ bool runs(pid_t child);
 int open_descriptors(pid_t process);
 int thread_count(pid_t process);
 
-// Memory that is resident now, in KiB.
-long resident_kib(pid_t process);
+// Writable memory of its own, whether touched or not, in KiB.
+long mapped_kib(pid_t process);
 
 // How often `text` stands in `whole`, without overlaps.
 int count_of(const std::string &text, const std::string &whole);

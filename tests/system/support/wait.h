@@ -6,4 +6,4 @@
 
 // Returns once `condition` holds; throws std::runtime_error naming `what` when it does not within so many
 // seconds. The deadline is generous because machines are loaded; it is no part of what a test measures.
-void wait_until(const std::string &what, const std::function<bool()> &condition, double seconds = 60);
+void wait_until(const std::string &what, const std::function<bool()> &condition, double seconds = 120);
