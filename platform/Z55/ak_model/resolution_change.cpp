@@ -71,12 +71,12 @@ bool switch_detections(const Detections &detections, const char *value) {
 }
 
 bool change_stream() {
-    const std::string document =
-        format_text(sizeof post_fields,
-                    "<RemoteControl><Action>STREAM_CHANGE</Action><STREAM>%s</STREAM></RemoteControl>",
-                    profile_name(load_shared(gResolutionType)));
+    const char *profile = profile_name(load_shared(gResolutionType));
+    const std::string document = format_text(
+        sizeof post_fields,
+        "<RemoteControl><Action>STREAM_CHANGE</Action><STREAM>%s</STREAM></RemoteControl>", profile);
     std::printf("!!!***%s %d ***!!!\n ****  resolution change ******\n", kModelSource, __LINE__);
-    std::printf("charPara = %s\n", document.c_str());
+    std::printf("charPara = %s\n", profile);
     return post_remote_control(post_body(document)) == 0;
 }
 

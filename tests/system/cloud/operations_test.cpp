@@ -133,7 +133,7 @@ TEST(Resolution, DetectionsAreOffForTheWholeChange) {
                     stream("RTP_H264_HD"), md, switched("MOTION_DETECTION", "ON", "4"), sd,
                     switched("AUDIO_DETECTION", "ON", "6")}));
     EXPECT_GT(desk.count_in_log("ptz_direction_control: change resolution= 3\n", from), 0);
-    EXPECT_GT(desk.count_in_log(" ****  resolution change ******\ncharPara = <RemoteControl>", from), 0);
+    EXPECT_GT(desk.count_in_log(" ****  resolution change ******\ncharPara = RTP_H264_", from), 0);
     EXPECT_EQ(desk.call("get_device_param", {"high_definition"})["value"], "3");
     std::vector<json> settings;
     for (const json &request : desk.requests("CameraSetting", since)) settings.push_back(request);

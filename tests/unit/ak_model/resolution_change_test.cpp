@@ -48,7 +48,7 @@ std::string switch_log(const std::string &name, const std::string &group, const 
 
 std::string stream_log(const std::string &profile) {
     return "!!!***platform/Z55/ak_model <N> ***!!!\n ****  resolution change ******\ncharPara = " +
-           stream_document(profile) + "\n[POST RemoteControl]\n";
+           profile + "\n[POST RemoteControl]\n";
 }
 
 const std::string kQueryLog = std::string("[QUERY ") + kQuery + "]\n";
