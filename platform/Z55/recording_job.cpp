@@ -8,8 +8,6 @@
 #include "exports.h"
 #include "shared.h"
 
-constinit int video_recording = 0;  // atomic; written under the job's lock
-
 namespace {
 
 constinit std::int64_t g_start_recording_time = 0;  // atomic, see recording_start(); as video_recording

@@ -7,15 +7,14 @@
 #include <mutex>
 #include <utility>
 
-#include "agent/loginout.h"
+#include "agent/exchange.h"
+#include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
 #include "agent/utils/files.h"
 #include "agent/utils/reply_text.h"
 #include "agent/utils/text.h"
 #include "exports.h"
 #include "z55cgi.h"
-
-constinit char g_dir[64] = {};  // written by the first recording's end
 
 namespace {
 
@@ -109,7 +108,7 @@ int get_latest_mp4(const char *, char (&name)[28], const std::optional<std::stri
         std::puts("read hostIP in login() failed.");
         return -1;
     }
-    const auto reply = perform_curl(format_text(200, "http://%s/CGI/VideoList", host),
+    const auto reply = perform_curl(camera_url(host, "/CGI/VideoList"),
                                     session_key ? *session_key : wait_for_session_key(), "start=1&end=1");
     if (!reply) {
         std::puts("getvideolist failed. response of perform_curl() is null.");

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
 #include "agent/utils/os.h"
 #include "agent/utils/reply_text.h"
@@ -43,8 +43,8 @@ time_t camera_time() {
     return wall_seconds() + (clock_is_set() ? kHomeOffsetSeconds : 0);
 }
 
-std::string configured_cookie() {
-    return session_cookie(configured_session_key().value_or(""));
+std::string configured_key() {
+    return configured_session_key().value_or("");
 }
 
 bool contains(const std::string &text, const char *word) {
@@ -52,9 +52,9 @@ bool contains(const std::string &text, const char *word) {
 }
 
 // Nothing when the camera takes it, else the result of start_recording_video.
-std::optional<int> send_video_start(const std::string &cookie_text) {
+std::optional<int> send_video_start(const std::string &key) {
     std::string reply;
-    if (const int result = easyRemoteControl(cookie_text, "VIDEO_START", reply)) {
+    if (const int result = easyRemoteControl(key, "VIDEO_START", reply)) {
         std::printf("*** (start_recording_video) res != CURLE_OK: res = %d\n", result);
         return result;
     }
@@ -68,7 +68,7 @@ std::optional<int> send_video_start(const std::string &cookie_text) {
 std::optional<int> send_video_stop() {
     std::puts("(stop_recording_video) calling easyRemoteControl to perform cgi");
     std::string reply;
-    if (const int result = easyRemoteControl(configured_cookie(), "VIDEO_STOP", reply)) {
+    if (const int result = easyRemoteControl(configured_key(), "VIDEO_STOP", reply)) {
         std::puts("curl video stop failed");
         return result;
     }
@@ -83,24 +83,24 @@ bool did_not_start(const Turn &turn) {
     return !turn.stopped() && device_status("Recording")[0] == '0' && !turn.stopped();
 }
 
-std::optional<int> make_camera_start(const Turn &turn, const std::string &cookie_text) {
-    if (const auto failure = send_video_start(cookie_text)) return failure;
+std::optional<int> make_camera_start(const Turn &turn, const std::string &key) {
+    if (const auto failure = send_video_start(key)) return failure;
     sleep_milliseconds(kStartCheckMilliseconds);
     if (!did_not_start(turn)) return std::nullopt;
     std::puts("Retry video Recording ");
-    return send_video_start(cookie_text);
+    return send_video_start(key);
 }
 
 }  // namespace
 
 std::optional<int> start_piece(Turn &turn, long length, const Cutter *cutter) {
     std::printf("start_recording_video called, len = %ld\n", length);
-    const std::string cookie_text = configured_cookie();
+    const std::string key = configured_key();
     const time_t start = camera_time();
     std::printf("rawtime = %ld, cct = %d\n", static_cast<long>(start), clock_is_set() ? 8 : 0);
     std::puts("(start_recording_video) calling easyRemoteControl to perform cgi");
     if (turn.stopped()) return kNotRecording;
-    if (const auto failure = make_camera_start(turn, cookie_text)) return failure;
+    if (const auto failure = make_camera_start(turn, key)) return failure;
     if (!turn.begun(start)) {
         if (!close_piece(turn, start, cutter)) return kNotRecording;
         turn.begun_in_spite(start);

@@ -17,9 +17,6 @@
 #include "recording_piece.h"
 #include "shared.h"
 
-constinit pthread_t recVideo_t{};  // atomic; the cutting thread started last
-constinit pthread_attr_t recVideo_attr{};
-
 namespace {
 
 constexpr int kAlreadyRecording = -10;
@@ -31,7 +28,7 @@ constinit int cached_period = 0;  // seconds; 0: not yet
 
 int recording_period() {
     const std::lock_guard<std::mutex> lock(period_lock);
-    if (cached_period == 0) cached_period = conf_number("RECORDING_PERIOD").value_or(0);
+    if (cached_period == 0) cached_period = conf_number("RECORDING_PERIOD", 0).value_or(0);
     return cached_period;
 }
 

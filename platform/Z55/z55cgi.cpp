@@ -7,16 +7,10 @@
 #include <mutex>
 
 #include "agent/curlmgr.h"
-#include "agent/loginout.h"
+#include "agent/exchange.h"
+#include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
-#include "agent/utils/transfer.h"
 #include "shared.h"
-
-// Copies of the last generic request, for the SDK to read. Written under last_request_lock by any thread.
-constinit char cookie[50] = {};
-constinit char post_fields[350] = {};
-constinit char *response = nullptr;  // atomic besides
-constinit int res = 0;               // atomic
 
 namespace {
 
@@ -24,16 +18,11 @@ constexpr char kModelSource[] = "platform/Z55/ak_model";
 constexpr char kPollingSource[] = "platform/Z55/agent/polling";
 constexpr char kCgiSource[] = "platform/Z55/z55cgi";
 
-constexpr size_t kUrlSize = 200;
 constexpr size_t kResultSize = 128;                 // bytes that result_write_callback fills
 constexpr size_t kLargestPhoto = 32 * 1024 * 1024;  // bytes
 
 constinit std::mutex last_request_lock;
 constinit char *response_before = nullptr;  // what `response` was before: somebody may still read it
-
-void set_cookie(CURL *handle, const std::string &text) {
-    curl_easy_setopt(handle, CURLOPT_COOKIE, text.c_str());
-}
 
 bool read_host(char (&host)[16]) {
     if (conf_value_into(host, "hostIP")) return true;
@@ -46,8 +35,22 @@ void log_transfer_error(const char *source, int line, int after_line) {
     std::printf("After res !=CURLE_OK: %s,line %d\n", source, after_line);
 }
 
-void log_status(int status, const char *source, int line) {
+bool is_ok(int status, const char *source, int line) {
+    if (status == 200) return true;
     std::printf("status != 200, status code = %d  (%s: %d)\n", status, source, line);
+    return false;
+}
+
+// What the log says of where a primitive failed: these numbers are texts.
+struct Place {
+    const char *source;
+    int error_line, after_line, status_line;
+};
+
+bool succeeded(int result, const Exchange &exchange, const Place &place) {
+    if (result == 0) return is_ok(exchange.status(), place.source, place.status_line);
+    log_transfer_error(place.source, place.error_line, place.after_line);
+    return false;
 }
 
 std::string current_cookie() {
@@ -63,36 +66,12 @@ void remember_response(Reply reply) {
     store_shared(response, reply.release());
 }
 
-// One request and what comes back.
-struct Exchange {
-    int status = 0;  // HTTP; stays 0 where nobody looks at it
-    Sink body, header{http_status_code_checker, &status};
-    Transfer transfer;  // null without memory
-
-    Exchange(const std::string &url, curl_write_callback keep, void *target, size_t room = kLargestReply)
-        : body{keep, target, room}, transfer(new_transfer(url)) {
-        set_body_sink(transfer, body);
-        set_header_sink(transfer, header);
-    }
-    Exchange(const Exchange &) = delete;
-    Exchange &operator=(const Exchange &) = delete;
-    CURL *handle() const {
-        return transfer.get();
-    }
-    // The libcurl result, or -1 where the queue refused it.
-    int perform(int priority, const char *job_name) {
-        return transfer ? curlmgr_enqueue_job(handle(), priority, job_name) : CURLE_FAILED_INIT;
-    }
-};
-
-// One whose reply goes into a 128-byte result buffer.
-struct ResultExchange : Exchange {
+// An exchange whose reply goes into a 128-byte result buffer.
+struct ResultExchange {
     char buffer[kResultSize + 1] = {};
+    Exchange exchange;
 
-    ResultExchange(const std::string &url, const std::string &cookie_text)
-        : Exchange(url, result_write_callback, buffer) {
-        set_cookie(handle(), cookie_text);
-    }
+    explicit ResultExchange(const Request &request) : exchange(request, {result_write_callback, buffer}) {}
 };
 
 }  // namespace
@@ -151,17 +130,24 @@ size_t photo_write_callback(char *chunk, size_t size, size_t nmemb, void *photo)
     return length;
 }
 
-size_t http_status_code_checker(char *line, size_t size, size_t nmemb, void *status) {
-    const std::string_view text = piece_text(line, size * nmemb);
-    const size_t version = text.find("HTTP/1.1");
-    if (version != std::string_view::npos && status != nullptr) {
-        char digits[4];
-        copy_text(digits, text.substr(std::min(version + 9, text.size())));
-        const int code = to_int(digits);
-        *static_cast<int *>(status) = code;
-        std::printf("res: %d\n", code);
-    }
-    return size * nmemb;
+Reply get_status(const std::string &name) {
+    return curl_GET(camera_url(hostIP, "/CGI/CameraStatus?" + name));
+}
+
+Reply get_setting(const std::string &group) {
+    return curl_GET(camera_url(hostIP, "/CGI/CameraSetting?" + group));
+}
+
+int post_setup(const std::string &document) {
+    return curl_POST(camera_url(hostIP, "/CGI/CameraSetup"), post_body(document));
+}
+
+int post_remote_control(const std::string &document) {
+    return post_remote_control(document, static_cast<int>(document.size()));
+}
+
+int post_remote_control(const std::string &document, int length) {
+    return curl_POST(camera_url(hostIP, "/CGI/RemoteControl"), post_body(document, length));
 }
 
 Reply curl_GET(const std::string &url) {
@@ -169,19 +155,10 @@ Reply curl_GET(const std::string &url) {
     std::printf("curl_GET url = %s , cookie = %s\n,---  %s,%d -----\n", url.c_str(), cookie_text.c_str(),
                 kModelSource, 1345);
     Reply body;
-    Exchange exchange(url, poll_write_callback, &body);
-    curl_easy_setopt(exchange.handle(), CURLOPT_HTTPGET, 1L);
-    set_cookie(exchange.handle(), cookie_text);
-    const int result = exchange.perform(kDefaultPriority, "curl_GET");
+    Exchange exchange({.url = url, .cookie = cookie_text}, {poll_write_callback, &body});
+    const int result = exchange.queue(kDefaultPriority, "curl_GET");
     store_shared(res, result);
-    if (result != CURLE_OK) {
-        log_transfer_error(kModelSource, 1364, 1366);
-        return {};
-    }
-    if (exchange.status != 200) {
-        log_status(exchange.status, kModelSource, 1370);
-        return {};
-    }
+    if (!succeeded(result, exchange, {kModelSource, 1364, 1366, 1370})) return {};
     return body;
 }
 
@@ -191,14 +168,11 @@ int curl_POST(const std::string &url, const std::string &body) {
     std::printf("curl_POST  url = %s , cookie = %s,---  %s,%d -----\n", url.c_str(), cookie_text.c_str(),
                 kModelSource, 1304);
     Reply reply;
-    Exchange exchange(url, poll_write_callback, &reply);
-    exchange.header.take = nullptr;
-    curl_easy_setopt(exchange.handle(), CURLOPT_POSTFIELDS, body.c_str());
-    set_cookie(exchange.handle(), cookie_text);
-    const int result = exchange.perform(kDefaultPriority, "curl_POST");
+    Exchange exchange({.url = url, .cookie = cookie_text, .body = body}, {poll_write_callback, &reply}, {});
+    const int result = exchange.queue(kDefaultPriority, "curl_POST");
     store_shared(res, result);
     remember_response(std::move(reply));
-    if (result != CURLE_OK) {
+    if (result != 0) {
         log_transfer_error(kModelSource, 1321, 1323);
         std::printf("curl_POST failure res = %d\n", result);
         return result;
@@ -211,96 +185,69 @@ Reply perform_curl(const std::string &url, const std::string &key, const std::st
     const std::string whole = format_text(kUrlSize, "%s?%s", url.c_str(), query.c_str());
     std::printf("(poll) perform_curl url = %s\n", whole.c_str());
     Reply body;
-    Exchange exchange(whole, poll_write_callback, &body);
+    Exchange exchange({.url = whole, .cookie = session_cookie(key), .traced = true},
+                      {poll_write_callback, &body});
     std::puts("*** (poll) curl_perform starts ***");
-    curl_easy_setopt(exchange.handle(), CURLOPT_HTTPGET, 1L);
-    set_cookie(exchange.handle(), session_cookie(key));
-    curl_easy_setopt(exchange.handle(), CURLOPT_VERBOSE, 1L);
-    const int result = exchange.perform(kHighPriority, "polling");
+    const int result = exchange.queue(kHighPriority, "polling");
     std::puts("*** (poll) curl_perform ends ***");
-    if (result != CURLE_OK) {
-        std::fprintf(stderr, "curl_easy_perform() failed: %s\n",
-                     curl_easy_strerror(static_cast<CURLcode>(result)));
+    if (result != 0) {
+        std::fprintf(stderr, "curl_easy_perform() failed: %s\n", transfer_error_text(result));
         std::printf("After res !=CURLE_OK: %s,line %d\n", kPollingSource, 126);
         return {};
     }
-    if (exchange.status != 200) {
-        log_status(exchange.status, kPollingSource, 132);
-        return {};
-    }
+    if (!is_ok(exchange.status(), kPollingSource, 132)) return {};
     return body;
 }
 
-int mobileAudio(const std::string &cookie_text, const void *audio, size_t length, std::string &reply) {
+int mobileAudio(const std::string &key, const void *audio, size_t length, std::string &reply) {
     char host[16];
     if (!read_host(host)) return -1;
     std::puts("\n***(easy remote control) curl_perform starts ***");
-    ResultExchange exchange(format_text(kUrlSize, "http://%s/CGI/MobileAudio", host), cookie_text);
-    curl_easy_setopt(exchange.handle(), CURLOPT_POST, 1L);
-    curl_easy_setopt(exchange.handle(), CURLOPT_POSTFIELDS, audio);
-    curl_easy_setopt(exchange.handle(), CURLOPT_POSTFIELDSIZE, static_cast<long>(length));
-    int result = CURLE_OK;
-    if (exchange.transfer) {
-        result = exchange.perform(kDefaultPriority, "mobileAudio");
-    } else {
-        exchange.status = 200;  // without a handle nothing is sent and nothing has failed
-    }
+    ResultExchange post({.url = camera_url(host, "/CGI/MobileAudio"),
+                         .cookie = session_cookie(key),
+                         .body = std::string_view(static_cast<const char *>(audio), length)});
+    const bool sent = post.exchange.prepared();
+    const int result = sent ? post.exchange.queue(kDefaultPriority, "mobileAudio") : 0;
     std::puts("\n***(easy remote control) curl_perform ends ***");
-    reply = exchange.buffer;
-    if (result != CURLE_OK) {
-        log_transfer_error(kCgiSource, 300, 301);
-        return -1;
-    }
-    if (exchange.status != 200) {
-        log_status(exchange.status, kCgiSource, 305);
-        return -1;
-    }
+    reply = post.buffer;
+    // Where there was no memory nothing was sent and nothing has failed.
+    if (sent && !succeeded(result, post.exchange, {kCgiSource, 300, 301, 305})) return -1;
     std::puts(reply.c_str());
     return 0;
 }
 
-int getSingleCameraStatus(const std::string &cookie_text, const char *query, std::string &reply) {
+int getSingleCameraStatus(const std::string &key, const char *query, std::string &reply) {
     char host[16];
     if (!read_host(host)) return -1;
     std::puts("\n***(get camera status) curl_perform starts ***");
-    ResultExchange exchange(format_text(kUrlSize, "http://%s/CGI/CameraStatus?%s", host, query), cookie_text);
-    curl_easy_setopt(exchange.handle(), CURLOPT_HTTPGET, 1L);
-    const int result = exchange.perform(kDefaultPriority, "getSingleCameraStatus");
+    ResultExchange get(
+        {.url = camera_url(host, std::string("/CGI/CameraStatus?") + query), .cookie = session_cookie(key)});
+    const int result = get.exchange.queue(kDefaultPriority, "getSingleCameraStatus");
     std::puts("\n***(get camera status) curl_perform ends ***");
-    exchange.transfer.reset();
+    get.exchange.release();
     std::puts("\n***(After clean) curl_perform ends ***");
-    reply = exchange.buffer;
-    if (result != CURLE_OK) {
-        log_transfer_error(kCgiSource, 227, 229);
-        return -1;
-    }
-    if (exchange.status != 200) {
-        log_status(exchange.status, kCgiSource, 234);
-        return -1;
-    }
+    reply = get.buffer;
+    if (!succeeded(result, get.exchange, {kCgiSource, 227, 229, 234})) return -1;
     std::printf("CURL: PHOTO_TO_MOBILE: %d\n", result);
     return 0;
 }
 
-int easyRemoteControl(const std::string &cookie_text, const char *action, std::string &reply) {
+int easyRemoteControl(const std::string &key, const char *action, std::string &reply) {
     char host[16];
     if (!read_host(host)) return -1;
     const std::string body =
         format_text(150, "\r\n\r\n<RemoteControl><Action>%s</Action></RemoteControl>", action);
     std::puts("\n***(easy remote control) curl_perform starts ***");
-    ResultExchange exchange(format_text(kUrlSize, "http://%s/CGI/RemoteControl", host), cookie_text);
-    curl_easy_setopt(exchange.handle(), CURLOPT_POSTFIELDS, body.c_str());
-    const int result = exchange.perform(kDefaultPriority, "easyRemoteControl");
-    reply = exchange.buffer;
-    if (result != CURLE_OK) {
+    ResultExchange post(
+        {.url = camera_url(host, "/CGI/RemoteControl"), .cookie = session_cookie(key), .body = body});
+    const int result = post.exchange.queue(kDefaultPriority, "easyRemoteControl");
+    reply = post.buffer;
+    if (result != 0) {
         std::printf("res !=CURLE_OK, res = %d. (%s,line %d\n)", result, kCgiSource, 75);
         std::printf("After res !=CURLE_OK: %s,line %d\n", kCgiSource, 77);
         return -1;
     }
-    if (exchange.status != 200) {
-        log_status(exchange.status, kCgiSource, 82);
-        return -1;
-    }
+    if (!is_ok(post.exchange.status(), kCgiSource, 82)) return -1;
     std::printf("easy remote: %s,line %d \n", kCgiSource, 86);
     std::puts(reply.c_str());
     return 0;
@@ -311,19 +258,10 @@ int z55_get_photo(photo_buffer *photo, const char *path) {
     char host[16];
     if (!read_host(host)) return -1;
     std::puts("\n***(photo to mobile) curl_perform starts ***");
-    Exchange exchange(format_text(kUrlSize, "http://%s%s", host, path), photo_write_callback, photo,
-                      kLargestPhoto);
-    curl_easy_setopt(exchange.handle(), CURLOPT_HTTPGET, 1L);
-    const int result = exchange.perform(kDefaultPriority, "z55_get_photo");
+    Exchange get({.url = camera_url(host, path)}, {photo_write_callback, photo, kLargestPhoto});
+    const int result = get.queue(kDefaultPriority, "z55_get_photo");
     std::puts("\n***(photo to mobile) curl_perform ends ***");
-    if (result != CURLE_OK) {
-        log_transfer_error(kCgiSource, 167, 169);
-        return -1;
-    }
-    if (exchange.status != 200) {
-        log_status(exchange.status, kCgiSource, 174);
-        return -1;
-    }
+    if (!succeeded(result, get, {kCgiSource, 167, 169, 174})) return -1;
     std::printf("CURL: PHOTO_TO_MOBILE: %d\n", result);
     return 0;
 }

@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "intercept.h"
 #include "recorder.h"
 #include "video_recording_fixture.h"

@@ -2,21 +2,21 @@
 
 #include <cstdio>
 
-#include "polling.h"
+#include "alarm_sink.h"
 
-void apply_level(LevelAlarm &alarm, std::optional<bool> low, int trace_line) {
-    switch (level_action(low, alarm.latched)) {
+void apply_level(const PollEvent &event, bool &latched, std::optional<bool> low, int trace_line) {
+    switch (level_action(low, latched)) {
         case LevelAction::raise:
-            std::puts(alarm.raised_text);
-            alarm.latched = SendAlarmData(1, "alarm", alarm.status) == 0;
+            std::puts(event.raised_text);
+            latched = send_alarm("(poll)", event.status) == 0;
             break;
         case LevelAction::recover:
-            std::puts(alarm.recover_text);
-            alarm.latched = false;
+            std::puts(event.recover_text);
+            latched = false;
             break;
         case LevelAction::none:
             if (trace_line != 0) std::printf("--%s, line %d -- \n", "platform/Z55/agent/polling", trace_line);
-            std::puts(alarm.held_text);
+            std::puts(event.held_text);
             break;
     }
 }

@@ -1,14 +1,5 @@
 #include "alarm_rules.h"
 
-#include <cstring>
-
-AlarmRule alarm_rule(const char *name, bool battery_armed, bool sdcard_armed) {
-    if (battery_armed && std::strncmp(name, "Battery", 7) == 0) return AlarmRule::battery;
-    if (sdcard_armed && std::strncmp(name, "Space", 5) == 0) return AlarmRule::card_space;
-    if (std::strncmp(name, "SD", 2) == 0) return AlarmRule::card_presence;
-    return AlarmRule::trigger;
-}
-
 LevelAction level_action(std::optional<bool> low, bool latched) {
     if (!low || *low == latched) return LevelAction::none;
     return *low ? LevelAction::raise : LevelAction::recover;

@@ -1,49 +1,27 @@
 #include "loginout.h"
 
-#include <pthread.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
 #include "../exports.h"
-#include "../shared.h"
+#include "exchange.h"
+#include "session_key.h"
 #include "utils/conf_file.h"
 #include "utils/files.h"
 #include "utils/os.h"
 #include "utils/reply.h"
 #include "utils/reply_text.h"
 #include "utils/threads.h"
-#include "utils/transfer.h"
-
-// Written by the cloud thread before the SDK starts, read by the SDK's threads afterwards.
-constinit char hostIP[16] = {};
-constinit char device[30] = {};
-constinit char stream[30] = {};
-constinit char password[30] = {};
-
-// The current key, written by the main thread. All accesses hold key_lock.
-constinit char session_key_buffer[kSessionKeySize] = {};
-
-// Set by the threads that are started with the hook as their argument; never null.
-char *(*get_session_key)(void) = copy_session_key;
 
 namespace {
 
 constexpr char kSource[] = "platform/Z55/agent/loginout";
-constexpr char kFirmwareVersionFile[] = "/tmp/FWVER.txt";
+constexpr size_t kPathSize = 200;
 constexpr long kRetrySeconds = 5;
 
-constinit std::mutex key_lock;
-constinit pthread_cond_t key_arrived = PTHREAD_COND_INITIALIZER;
-constinit unsigned long keys_stored = 0;  // under key_lock; tells a waiter that a key came since it looked
-
-// What the configuration should hold as SESSION_KEY but could not be made to; under key_lock.
-constinit bool key_is_unwritten = false;
-constinit char unwritten_key[kSessionKeySize] = {};
-
-// Serialises the logins of several threads in writing what came of them; held for the disk.
+// Serialises the logins of several threads in writing their files; held for the disk.
 constinit std::mutex storing;
 
 struct LoginSettings {
@@ -97,18 +75,13 @@ struct LoginReply {
 
 int post_login(const LoginSettings &settings, LoginReply &reply) {
     const std::string body = format_text(150, "password=%s", settings.password);
-    Sink body_sink{login_body_callback, &reply.body};
-    Sink header_sink{login_header_callback, &reply.session_header};
-    const Transfer transfer = new_transfer(format_text(200, "http://%s/CGI/CameraLogin?Device=%s&Stream=%s",
-                                                       settings.host, settings.device, settings.stream));
-    if (!transfer) return CURLE_FAILED_INIT;
-    CURL *handle = transfer.get();
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
-    set_body_sink(transfer, body_sink);
-    set_header_sink(transfer, header_sink);
-    curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+    const std::string path =
+        format_text(kPathSize, "/CGI/CameraLogin?Device=%s&Stream=%s", settings.device, settings.stream);
+    Exchange exchange({.url = camera_url(settings.host, path), .body = body, .traced = true},
+                      {login_body_callback, &reply.body}, {login_header_callback, &reply.session_header});
+    if (!exchange.prepared()) return kNoTransfer;
     std::puts("***(login) curl_perform starts ***");
-    const int result = curl_easy_perform(handle);
+    const int result = exchange.perform();
     std::puts("***(login) curl_perform ends ***");
     return result;
 }
@@ -117,17 +90,6 @@ int post_login(const LoginSettings &settings, LoginReply &reply) {
 void store_file(const char *path, std::string_view text, mode_t mode) {
     const std::lock_guard<std::mutex> lock(storing);
     [[maybe_unused]] const bool stored = replace_file(path, text, mode);
-}
-
-// Stores `key` in the configuration, or where that cannot be written keeps it as what should stand there: the
-// one that does may have expired.
-void store_configured_key(std::string_view key) {
-    const std::lock_guard<std::mutex> order(storing);
-    const bool written = write_conf_value("SESSION_KEY", key) == 0;
-    const std::lock_guard<std::mutex> lock(key_lock);
-    key_is_unwritten = !written;
-    // White space alone is what the file would lose.
-    copy_text(unwritten_key, trim_line(key).empty() ? "" : key);
 }
 
 void save_firmware_version(std::string_view body) {
@@ -149,24 +111,6 @@ std::string stored_key() {
     return {};
 }
 
-void store_key(char *out, const std::string &key) {
-    const std::lock_guard<std::mutex> lock(key_lock);
-    copy_text(out, kSessionKeySize, key);
-    keys_stored++;
-    pthread_cond_broadcast(&key_arrived);
-}
-
-// The key in the buffer, nothing when it is empty.
-std::optional<std::string> held_key() {
-    char key[kSessionKeySize];
-    {
-        const std::lock_guard<std::mutex> lock(key_lock);
-        copy_text(key, session_key_buffer);
-    }
-    if (key[0] == '\0') return std::nullopt;
-    return key;
-}
-
 }  // namespace
 
 int login(void) {
@@ -175,7 +119,7 @@ int login(void) {
     if (!read_login_settings(settings.host, settings.device, settings.stream, settings.password)) return -1;
     LoginReply reply;
     const int result = post_login(settings, reply);
-    if (result != CURLE_OK) {
+    if (result != 0) {
         std::printf("res !=CURLE_OK: %s,line %d\n", kSource, 263);
         std::printf("***(login) error: curl perform failed. error code = %d***\n\n", result);
         std::printf("After res !=CURLE_OK: %s,line %d\n", kSource, 266);
@@ -222,7 +166,7 @@ int getSessionKey(char *out) {
     }
     save_cookie_file(key.c_str());
     std::printf("Session key=%s\n", key.c_str());
-    store_key(out, key);
+    store_session_key(out, key);
     return 0;
 }
 
@@ -235,53 +179,4 @@ void save_cookie_file(const char *key) {
 
 void load_login_settings() {
     read_login_settings(hostIP, device, stream, password);
-}
-
-void clear_session_key() {
-    const std::lock_guard<std::mutex> lock(key_lock);
-    std::memset(session_key_buffer, 0, sizeof session_key_buffer);
-}
-
-char *copy_session_key() {
-    const std::lock_guard<std::mutex> lock(key_lock);
-    if (session_key_buffer[0] == '\0') return nullptr;
-    char *copy = static_cast<char *>(std::malloc(kSessionKeySize));
-    if (copy != nullptr) copy_text(copy, kSessionKeySize, session_key_buffer);
-    return copy;
-}
-
-std::optional<std::string> session_key() {
-    const auto hook = load_shared(get_session_key);
-    if (hook == copy_session_key) return held_key();  // a copy that there is no memory for is not "no key"
-    char *copy = hook();
-    if (copy == nullptr) return std::nullopt;
-    std::string key = copy;
-    std::free(copy);
-    return key;
-}
-
-std::string wait_for_session_key() {
-    for (unsigned long seen = 0;;) {
-        {
-            const std::lock_guard<std::mutex> lock(key_lock);
-            seen = keys_stored;
-        }
-        if (auto key = session_key()) return *key;
-        const std::lock_guard<std::mutex> lock(key_lock);
-        while (keys_stored == seen) pthread_cond_wait(&key_arrived, key_lock.native_handle());
-    }
-}
-
-std::optional<std::string> configured_session_key() {
-    {
-        const std::lock_guard<std::mutex> lock(key_lock);
-        if (key_is_unwritten) return unwritten_key;
-    }
-    char key[kSessionKeySize];
-    if (!conf_value_into(key, "SESSION_KEY")) return std::nullopt;
-    return key;
-}
-
-std::string session_cookie(const std::string &key) {
-    return "Session=" + key;
 }

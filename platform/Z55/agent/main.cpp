@@ -1,5 +1,4 @@
 // Start-up, the three threads, the main loop: nothing else.
-#include <curl/curl.h>
 #include <signal.h>
 
 #include <cstdio>
@@ -12,10 +11,12 @@
 #include "curlmgr.h"
 #include "loginout.h"
 #include "polling.h"
+#include "session_key.h"
 #include "utils/files.h"
 #include "utils/memory.h"
 #include "utils/os.h"
 #include "utils/threads.h"
+#include "utils/transfer.h"
 
 namespace {
 
@@ -92,7 +93,7 @@ int main() {
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     std::puts("Try log VeloAgent init time...........");
     write_start_time();
-    curl_global_init(CURL_GLOBAL_ALL);
+    prepare_transfers();
     if (getSessionKey(session_key_buffer) != 0) {
         std::puts("Get session key failed. Finishing.");
         return -1;

@@ -14,7 +14,8 @@
 #include "../sdk/usock.h"
 #include "../z55cgi.h"
 #include "curlmgr.h"
-#include "loginout.h"
+#include "exchange.h"
+#include "session_key.h"
 #include "utils/conf_file.h"
 #include "utils/os.h"
 #include "utils/reply_text.h"
@@ -99,7 +100,7 @@ std::optional<std::string> get_uuid() {
         return std::nullopt;
     }
     std::printf("get_uuid  start --- %s --- %d ---\n ", kSource, __LINE__);
-    const std::string url = format_text(200, "http://%s/CGI/CameraInfo", host);
+    const std::string url = camera_url(host, "/CGI/CameraInfo");
     std::printf("url = %s\n", url.c_str());
     auto uuid = ask_uuid(url, *key);
     while (!uuid) {

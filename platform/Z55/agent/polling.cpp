@@ -2,15 +2,14 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <mutex>
 #include <optional>
-#include <string_view>
 #include <vector>
 
-#include "../exports.h"
-#include "../shared.h"
 #include "alarm_latch.h"
 #include "alarm_rules.h"
+#include "alarm_sink.h"
 #include "quota.h"
 #include "status_query.h"
 #include "utils/conf_file.h"
@@ -25,77 +24,68 @@ constexpr char kSource[] = "platform/Z55/agent/polling";
 constexpr long kStartDelayMilliseconds = 9000;
 constexpr size_t kPercentDigits = 9;  // of df's text that are looked at
 
-struct PollEvent {
-    const char *name;  // also the camera's status key
-    int enabled;
-    time_t last;               // wall clock when last polled, 0 when not yet; for the log
-    int period;                // seconds; 0: every cycle
-    std::int64_t last_steady;  // the same instant on the steady clock, which decides; kNever when not yet
-};
-
-constexpr std::int64_t kNever = INT64_MIN / 2;
-
+// When an event was polled last: by the wall clock for the log, by the steady one to decide.
 struct PollTime {
     time_t wall;
     std::int64_t steady;
 };
+constexpr PollTime kNever = {0, INT64_MIN / 2};
 
-// The latches outlive myPoll: an alarm sent before a new login is not sent again while its condition lasts.
-constinit LevelAlarm battery_alarm{kBatteryAlarm, false, "(poll) low battery event detected",
-                                   "battery alarm end , recover flag",
-                                   "battery alarm had send , don't do something"};
-constinit LevelAlarm card_space_alarm{kCardSpaceAlarm, false, "(poll) low SDcard space event detected",
-                                      "SDspace alarm end , recover flag",
-                                      "SDspace alarm had send , don't do something"};
-constinit LevelAlarm no_card_alarm{kNoCardAlarm, false, "NO_SD_CARD Alarm event detected",
-                                   "SD alarm end , recover flag", "SD alarm had send , don't do something"};
-
-PollEvent event(const char *name, const char *period_key) {
-    return {name, 1, 0, period_key != nullptr ? conf_number(period_key).value_or(0) : 0, kNever};
-}
-
-struct PollTable {
-    std::vector<PollEvent> events;
-    PollEvent nimb;
+struct Timer {
+    int period = 0;  // seconds; 0: every cycle
+    PollTime last = kNever;
 };
 
-PollTable init_events() {
-    PollTable table{{
-                        event("MotionEvent", nullptr),
-                        event("AudioEvent", nullptr),
-                        event("TemperatureEvent", nullptr),
-                        event("Battery", "BATTERY_PERIOD"),
-                        event("Space", "SDCARD_PERIOD"),
-                        event("SD", "SDCARD_PERIOD"),
-                    },
-                    {}};
-    std::printf("before_init_nimb_status  %s,line %d\n", kSource, __LINE__);
-    table.nimb = event("Nimb", "NIMB_PERIOD");
-    std::printf("after_init_nimb_status  %s,line %d\n", kSource, __LINE__);
-    std::puts("Events initialized.");
-    return table;
+struct Timers {
+    Timer events[std::size(kPollEvents)];
+    Timer quota;
+};
+
+// Of each event. They outlive myPoll: an alarm sent before a new login is not sent again while its condition
+// lasts.
+constinit bool latches[std::size(kPollEvents)] = {};
+
+int configured_period(const PollEvent &event) {
+    return event.period_key != nullptr ? conf_number(event.period_key, 0).value_or(0) : 0;
 }
 
-// Whether `entry` may be polled `now`; if so, `now` becomes its last time. Every entry is due the first time.
-bool due(PollEvent &entry, const PollTime &now) {
-    if (now.steady - entry.last_steady < entry.period) return false;
-    entry.last = now.wall;
-    entry.last_steady = now.steady;
+Timers init_timers() {
+    Timers timers;
+    for (size_t i = 0; i < std::size(kPollEvents); i++)
+        timers.events[i].period = configured_period(kPollEvents[i]);
+    std::printf("before_init_nimb_status  %s,line %d\n", kSource, __LINE__);
+    timers.quota.period = configured_period(kQuotaEvent);
+    std::printf("after_init_nimb_status  %s,line %d\n", kSource, __LINE__);
+    std::puts("Events initialized.");
+    return timers;
+}
+
+// Whether it is time `now`; if so, `now` becomes the last time. The first time it always is.
+bool due(Timer &timer, const PollTime &now) {
+    if (now.steady - timer.last.steady < timer.period) return false;
+    timer.last = now;
     return true;
 }
 
-std::vector<const PollEvent *> due_events(PollTable &table, const PollTime &now) {
-    std::vector<const PollEvent *> polled;
-    polled.reserve(table.events.size());
-    for (PollEvent &entry : table.events) {
-        if (due(entry, now)) {
-            polled.push_back(&entry);
+// The places in kPollEvents of what is to be polled now.
+std::vector<size_t> due_events(Timers &timers, const PollTime &now) {
+    std::vector<size_t> polled;
+    polled.reserve(std::size(kPollEvents));
+    for (size_t i = 0; i < std::size(kPollEvents); i++) {
+        if (due(timers.events[i], now)) {
+            polled.push_back(i);
         } else {
             std::printf("*** (poll) not long enough, curr tv_sec:%ld, last sec: %ld, key:%s ***\n",
-                        static_cast<long>(now.wall), static_cast<long>(entry.last), entry.name);
+                        static_cast<long>(now.wall), static_cast<long>(timers.events[i].last.wall),
+                        kPollEvents[i].name);
         }
     }
     return polled;
+}
+
+// The record was handed over or the log says why not; nothing is latched.
+void send_unlatched(AlarmStatus status) {
+    (void)send_alarm("(poll)", status);
 }
 
 void check_temperature(const std::string &key, const std::string &host) {
@@ -118,68 +108,56 @@ void check_temperature(const std::string &key, const std::string &host) {
     const auto status = temperature_alarm(temperature, max, min);
     if (!status) return;
     std::puts(*status == kTemperatureHighAlarm ? "TemperatureMax alarm" : "TemperatureMin alarm");
-    SendAlarmData(1, "alarm", *status);
+    send_unlatched(*status);
 }
 
 // Motion and sound are not latched: one alarm per cycle while they last.
-void apply_trigger(const std::string &name, const char *value, const std::string &key,
+void apply_trigger(const PollEvent &event, const char *value, const std::string &key,
                    const std::string &host) {
     if (!triggered(value)) return;
     std::puts("(poll) Alarm event detected   ");
-    if (name == "MotionEvent") SendAlarmData(1, "alarm", kMotionAlarm);
-    if (name == "AudioEvent") SendAlarmData(1, "alarm", kSoundAlarm);
-    if (name == "TemperatureEvent") check_temperature(key, host);
+    if (event.rule == AlarmRule::trigger) send_unlatched(event.status);
+    if (event.rule == AlarmRule::temperature) check_temperature(key, host);
 }
 
-bool armed(const char *key) {
-    char text[16];
-    conf_value_into(text, key);
-    return std::string_view(text) == "1";
+bool armed(const PollEvent &event) {
+    return event.armed_key == nullptr || conf_value(event.armed_key).value_or("") == "1";
 }
 
-void apply_alarm_rules(const char *name, const char *value, const std::string &key, const std::string &host) {
-    const bool battery_armed = armed("BATTERY_ARMED");
-    const bool sdcard_armed = armed("SDCARD_ARMED");
-    switch (alarm_rule(name, battery_armed, sdcard_armed)) {
-        case AlarmRule::battery:
-            apply_level(battery_alarm, to_int(value) < conf_number("BATTERY_LOW").value_or(0), __LINE__);
-            break;
-        case AlarmRule::card_space: {
-            const int low = conf_number("SDCARD_LOW").value_or(0);
-            apply_level(card_space_alarm, get_SDspace_percent() < low, __LINE__);
-            break;
-        }
-        case AlarmRule::card_presence:
-            apply_level(no_card_alarm, card_missing(value), __LINE__);
-            break;
-        case AlarmRule::trigger:
-            apply_trigger(name, value, key, host);
-            break;
-    }
+// Whether an armed level is low; nothing when its value says neither.
+std::optional<bool> is_low(const PollEvent &event, const char *value) {
+    if (event.rule == AlarmRule::missing_card) return card_missing(value);
+    const int threshold = conf_number(event.threshold_key, 0).value_or(0);
+    return (event.rule == AlarmRule::low_card_space ? get_SDspace_percent() : to_int(value)) < threshold;
 }
 
-void watch_quota(PollEvent &nimb, const PollTime &now) {
-    const time_t last = nimb.last;
-    if (!due(nimb, now)) {
+void watch_quota(Timer &timer, const PollTime &now) {
+    const PollTime last = timer.last;
+    if (!due(timer, now)) {
         std::printf("*** (nimb_poll) not long enough, curr tv_sec:%ld, last sec: %ld***\n",
-                    static_cast<long>(now.wall), static_cast<long>(last));
+                    static_cast<long>(now.wall), static_cast<long>(last.wall));
         return;
     }
     check_quota();
     std::printf("*** (nimb_poll) OK curr tv_sec:%ld, last sec: %ld***\n", static_cast<long>(now.wall),
-                static_cast<long>(nimb.last));
+                static_cast<long>(timer.last.wall));
 }
 
-void apply_values(const std::vector<const PollEvent *> &polled, const QueryResult &values,
-                  const std::string &key, const std::string &host) {
+void apply_values(const std::vector<size_t> &polled, const QueryResult &values, const std::string &key,
+                  const std::string &host) {
     for (size_t j = 0; j < polled.size(); j++) {
-        const char *name = polled[j]->name;
+        const PollEvent &event = kPollEvents[polled[j]];
         if (!values[j]) {
             std::printf("values[%d] = NULL,  %s : %d\n", static_cast<int>(j), kSource, __LINE__);
             continue;
         }
-        if (polled[j]->enabled != 0) apply_alarm_rules(name, values[j]->c_str(), key, host);
-        std::printf("Value of %s:%s\n", name, values[j]->c_str());
+        const char *value = values[j]->c_str();
+        if (is_level(event.rule) && armed(event)) {
+            apply_level(event, latches[polled[j]], is_low(event, value), __LINE__);
+        } else {
+            apply_trigger(event, value, key, host);
+        }
+        std::printf("Value of %s:%s\n", event.name, value);
     }
 }
 
@@ -190,20 +168,20 @@ void sleep_until_next_cycle(int period) {
 }
 
 // One cycle. Nothing, or the camera's error as the "ERRORCODE:" marker that ends the polling.
-std::optional<std::string> poll_once(PollTable &table, const std::string &key, const std::string &host) {
+std::optional<std::string> poll_once(Timers &timers, const std::string &key, const std::string &host) {
     std::printf("\n*** (polling) beginning of a time ***\n");
     const PollTime now{wall_seconds(), steady_seconds()};
-    const auto polled = due_events(table, now);
+    const auto polled = due_events(timers, now);
     std::vector<const char *> names;
     names.reserve(polled.size());
-    for (const PollEvent *entry : polled) names.push_back(entry->name);
+    for (const size_t place : polled) names.push_back(kPollEvents[place].name);
     const auto values = getCameraStatuses(key, host, names, true);
     if (!values) {
         std::puts("getMultipleCameraStatuses failed: return value is null.");
         return std::nullopt;
     }
     if (query_error(*values) != nullptr) return (*values)[0];
-    watch_quota(table.nimb, now);
+    watch_quota(timers.quota, now);
     apply_values(polled, *values, key, host);
     return std::nullopt;
 }
@@ -211,7 +189,7 @@ std::optional<std::string> poll_once(PollTable &table, const std::string &key, c
 }  // namespace
 
 int myPoll(const std::string &key) {
-    PollTable table = init_events();
+    Timers timers = init_timers();
     std::puts("start polling");
     const auto host_text = conf_value("hostIP");
     if (!host_text) {
@@ -219,7 +197,7 @@ int myPoll(const std::string &key) {
         return 1;
     }
     const std::string host = cut_to_buffer(*host_text, 16);
-    const auto period = conf_number("POLL_STATUS_PERIOD_SEC");
+    const auto period = conf_number("POLL_STATUS_PERIOD_SEC", 0);
     if (!period) {
         std::perror("Read polling period failed.");
         return 1;
@@ -228,32 +206,12 @@ int myPoll(const std::string &key) {
     std::printf("*** Polling Period: %d ***\n", *period);
     sleep_milliseconds(kStartDelayMilliseconds);
     for (;;) {
-        if (const auto error = poll_once(table, key, host)) {
+        if (const auto error = poll_once(timers, key, host)) {
             std::printf("myPoll failed. error:%s\n", error->c_str());
             return to_int(error->c_str() + 10);
         }
         sleep_until_next_cycle(*period);
     }
-}
-
-int SendAlarmData(int index, const char *name, int status) {
-    mipc_api_table *table = load_shared(mipc_api);
-    if (table == nullptr) {
-        std::puts("(poll) mipc_api == NULL");
-        return -1;
-    }
-    if (table->SendAlarmData == nullptr) {
-        std::puts("(poll) mipc_api->SendAlarmData == NULL");
-        return -2;
-    }
-    alarm_record record{};
-    record.index = index;
-    copy_text(record.name, name);
-    record.status = status;
-    std::printf("(poll) SendAlarmData!! index:%d, name:%s, status: %d \n", index, record.name, status);
-    table->SendAlarmData(&record, table);
-    std::puts("(poll) end SendAlarmData");
-    return 0;
 }
 
 int get_SDspace_percent() {

@@ -9,10 +9,6 @@
 // no longer valid); 1 when the configuration cannot be read. Blocks for as long as polling goes well.
 int myPoll(const std::string &key);
 
-// Hands an alarm record to the SDK, synchronously. Returns 0 once handed over, whatever the SDK says of it,
-// -1 without the SDK's table, -2 without its entry. `name` is cut to 31 characters. Holds no lock.
-int SendAlarmData(int index, const char *name, int status);
-
 // Free space of the SD card's file system in percent, by df; 100 when df says nothing or fails.
 // Blocks for df (61 s at most).
 int get_SDspace_percent();

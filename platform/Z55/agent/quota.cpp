@@ -20,9 +20,7 @@ constexpr long kConnectSeconds = 2;
 constexpr long kTransferSeconds = 10;
 constexpr size_t kReplyLimit = 4096;  // bytes of a reply that are kept
 
-constinit LevelAlarm quota_alarm{kQuotaAlarm, false, "(poll) low nimb space event detected",
-                                 "nimb space alarm end , recover flag",
-                                 "nimb alarm had send , don't do something"};
+constinit bool latched = false;  // an alarm that was sent lasts
 
 struct Quota {
     std::uint64_t total, used;  // bytes
@@ -57,17 +55,16 @@ std::string storage_host() {
 
 bool fetch_quota(const std::string &token, Reply &reply) {
     Sink sink{quota_write_callback, &reply};
-    const Transfer transfer =
-        new_transfer("https://" + storage_host() + "/rest/2.0/cbx/quota?method=info&access_token=" + token);
+    const Transfer transfer = new_transfer(
+        {.url = "https://" + storage_host() + "/rest/2.0/cbx/quota?method=info&access_token=" + token,
+         .https_redirects_only = true,
+         .connect_seconds = kConnectSeconds,
+         .whole_seconds = kTransferSeconds});
     if (!transfer) return false;
-    curl_easy_setopt(transfer.get(), CURLOPT_HTTPGET, 1L);
-    curl_easy_setopt(transfer.get(), CURLOPT_REDIR_PROTOCOLS_STR, "https");
-    curl_easy_setopt(transfer.get(), CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
-    curl_easy_setopt(transfer.get(), CURLOPT_TIMEOUT, kTransferSeconds);
     set_body_sink(transfer, sink);
-    const CURLcode result = curl_easy_perform(transfer.get());
-    if (result == CURLE_OK) return true;
-    std::printf("(nimbo_polling) CURL failed: %s\n", curl_easy_strerror(result));
+    const int result = perform(transfer);
+    if (result == 0) return true;
+    std::printf("(nimbo_polling) CURL failed: %s\n", transfer_error_text(result));
     return false;
 }
 
@@ -108,9 +105,9 @@ std::optional<Quota> ask_quota() {
 }  // namespace
 
 void check_quota() {
-    if (conf_value("NIMB_ARMED").value_or("") != "1") return;
+    if (conf_value(kQuotaEvent.armed_key).value_or("") != "1") return;
     const auto quota = ask_quota();
     if (!quota) return;
-    const int low = conf_number("NIMB_LOW").value_or(0);
-    apply_level(quota_alarm, static_cast<int>(free_percent(quota->total, quota->used)) < low, 0);
+    const int low = conf_number(kQuotaEvent.threshold_key, 0).value_or(0);
+    apply_level(kQuotaEvent, latched, static_cast<int>(free_percent(quota->total, quota->used)) < low, 0);
 }

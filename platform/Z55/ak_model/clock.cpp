@@ -3,20 +3,18 @@
 #include <cstdio>
 
 #include "../agent/curlmgr.h"
-#include "../agent/loginout.h"
+#include "../agent/exchange.h"
+#include "../agent/session_key.h"
 #include "../agent/utils/conf_file.h"
 #include "../agent/utils/os.h"
-#include "../agent/utils/transfer.h"
 #include "../exports.h"
 #include "../shared.h"
 #include "../z55cgi.h"
-
-// Written once, by the main thread before it starts the others; the others read it.
-constinit int NTP_FAIL = 0;
+#include "handler_value.h"
+#include "reboot.h"
 
 namespace {
 
-constexpr char kSource[] = "platform/Z55/ak_model";
 constexpr char kNtpCommand[] = "/usr/bin/ntpdate pool.ntp.org ";
 constexpr long kDefaultPeriodSeconds = 60;  // where the configured period is not positive
 
@@ -40,30 +38,6 @@ std::string time_document() {
                        t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
 }
 
-struct PushResult {
-    int result;
-    int status;
-};
-
-PushResult push_time(const std::string &url, const std::string &cookie_text, const std::string &body,
-                     bool direct) {
-    PushResult push{CURLE_FAILED_INIT, 0};
-    Reply reply;
-    Sink body_sink{poll_write_callback, &reply};
-    Sink header_sink{http_status_code_checker, &push.status};
-    const Transfer transfer = new_transfer(url);
-    if (!transfer) return push;
-    CURL *handle = transfer.get();
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
-    curl_easy_setopt(handle, CURLOPT_COOKIE, cookie_text.c_str());
-    set_body_sink(transfer, body_sink);
-    curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
-    set_header_sink(transfer, header_sink);
-    push.result =
-        direct ? curl_easy_perform(handle) : curlmgr_enqueue_job(handle, kHighPriority, "perform_NTP");
-    return push;
-}
-
 }  // namespace
 
 int perform_NTP(const std::string &key, bool direct) {
@@ -72,18 +46,21 @@ int perform_NTP(const std::string &key, bool direct) {
     const std::string body = post_body(time_document());
     char host[16];
     conf_value_into(host, "hostIP");
-    const std::string url = format_text(64, "http://%s/CGI/CameraSetup", host);
     const std::string cookie_text = session_cookie(key);
     remember_post_fields(body);
     remember_cookie(cookie_text);
     std::puts("~~~~~");
-    const PushResult push = push_time(url, cookie_text, body, direct);
-    if (push.result != CURLE_OK) {
-        std::printf("res !=CURLE_OK, res = %d: %s,line %d\n", push.result, kSource, __LINE__);
+    Reply reply;
+    Exchange exchange(
+        {.url = camera_url(host, "/CGI/CameraSetup"), .cookie = cookie_text, .body = body, .traced = true},
+        {poll_write_callback, &reply});
+    const int result = direct ? exchange.perform() : exchange.queue(kHighPriority, "perform_NTP");
+    if (result != 0) {
+        std::printf("res !=CURLE_OK, res = %d: %s,line %d\n", result, kModelSource, __LINE__);
         return -1;
     }
-    if (push.status != 200) {
-        std::printf("status != 200, status code = %d  (%s: %d)\n", push.status, kSource, __LINE__);
+    if (exchange.status() != 200) {
+        std::printf("status != 200, status code = %d  (%s: %d)\n", exchange.status(), kModelSource, __LINE__);
         return -1;
     }
     std::puts("(NTP) curl finished succeeded");
@@ -93,7 +70,7 @@ int perform_NTP(const std::string &key, bool direct) {
 void *NTP_poll(void *key_function) {
     store_shared(get_session_key, reinterpret_cast<char *(*)(void)>(key_function));
     std::puts("start NTP_poll polling");
-    const auto period = conf_number("POOL_NTP_PERIOD_SEC");
+    const auto period = conf_number("POOL_NTP_PERIOD_SEC", 0);
     if (!period) {
         std::perror("Read polling period failed.");
         return reinterpret_cast<void *>(1);
@@ -102,7 +79,7 @@ void *NTP_poll(void *key_function) {
     for (;;) {
         std::puts("NTP_poll polling");
         const int result = perform_NTP(session_key().value_or(""), false);
-        if (load_shared(NTP_FAIL) != 0 && result == 0) rebootOperation();
+        if (load_shared(NTP_FAIL) != 0 && result == 0) reboot_device();
         pause_seconds(*period > 0 ? *period : kDefaultPeriodSeconds);
     }
 }

@@ -9,7 +9,6 @@
 #include "../exports.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
-#include "remote_operations.h"
 #include "reserve_file.h"
 #include "status_read.h"
 #include "upgrade_marker.h"
@@ -28,15 +27,14 @@ auto six_tries(Ask ask) {
 }
 
 Reply fetch_status(const char *key) {
-    return six_tries(
-        [&] { return curl_GET(format_text(200, "http://%s/CGI/CameraStatus?%s", hostIP, key)); });
+    return six_tries([&] { return get_status(key); });
 }
 
 // A status by its cloud name; nothing when six tries gave no value.
 std::optional<std::string> status_value(const char *name) {
-    return six_tries([&]() -> std::optional<std::string> {
-        std::string value = device_status(name);
-        if (value == "ERROR") return std::nullopt;
+    return six_tries([&] {
+        auto value = read_device_status(name);
+        if (value == "ERROR") value.reset();
         return value;
     });
 }
@@ -117,7 +115,7 @@ int request_upgrade() {
     }
     std::puts("delete file success");
     const std::string document = "<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>";
-    if (const int result = post_remote_control(post_body(document))) {
+    if (const int result = post_remote_control(document)) {
         std::printf("(OTA) curl_Post failed . res = %d , %s:%d\n", result, kModelSource, __LINE__);
         restore_reserve();
         return -1;
@@ -174,10 +172,9 @@ int doOTA() {
 }
 
 int otaON() {
-    const std::string body = post_body("<CameraSetup><Item><FW_UPGRADE>ON</FW_UPGRADE></Item></CameraSetup>");
-    const std::string url = format_text(200, "http://%s/CGI/CameraSetup", hostIP);
+    const std::string document = "<CameraSetup><Item><FW_UPGRADE>ON</FW_UPGRADE></Item></CameraSetup>";
     int result = -1;
-    for (int i = 0; i < kTries && result != 0; i++) result = curl_POST(url, body);
+    for (int i = 0; i < kTries && result != 0; i++) result = post_setup(document);
     std::printf("otaON res = %d \n", result);
     if (result != 0) std::puts("otaON FAILED!");
     return result;

@@ -1,12 +1,11 @@
 #include "handler_value.h"
 
-#include <curl/curl.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "../agent/utils/text.h"
+#include "../agent/utils/transfer.h"
 #include "../exports.h"
 #include "../shared.h"
 
@@ -36,6 +35,6 @@ int set_handler_error(char *buffer) {
 
 void log_no_reply(int line) {
     std::printf("res !=CURLE_OK: %s,line %d\n", kModelSource, line);
-    std::fprintf(stderr, "curl failed : %s  (%s, %d)\n",
-                 curl_easy_strerror(static_cast<CURLcode>(load_shared(res))), kModelSource, line);
+    std::fprintf(stderr, "curl failed : %s  (%s, %d)\n", transfer_error_text(load_shared(res)), kModelSource,
+                 line);
 }

@@ -15,8 +15,7 @@ namespace {
 
 // The setting's value in the camera's own words; nothing when there is no reply or no such element.
 std::optional<std::string> camera_value(const Parameter &parameter) {
-    const auto reply =
-        curl_GET(format_text(200, "http://%s/CGI/CameraSetting?%s", hostIP, parameter.group->name));
+    const auto reply = get_setting(parameter.group->name);
     if (!reply) {
         log_no_reply(__LINE__);
         return std::nullopt;
@@ -44,7 +43,7 @@ std::optional<std::string> read_value(const Parameter &parameter) {
     switch (parameter.kind) {
         case ParameterKind::configuration_switch:
         case ParameterKind::configuration_text:
-            return conf_value(parameter.element).value_or("");
+            return conf_value(parameter.key).value_or("");
         case ParameterKind::resolution:
             return resolution_text();
         case ParameterKind::camera_switch:

@@ -26,12 +26,15 @@ enum class ParameterKind {
 struct Parameter {
     const char *name;
     ParameterKind kind;
-    CameraGroup *group;   // of the camera kinds
-    const char *element;  // the group's element, or the configuration key
-    bool readable;
-    const char *
-        first_text;  // logged: a configuration switch's "off", a text's "before"; a camera switch's complaint
-    const char *second_text;  // logged: a configuration switch's "on", a text's "after"
+    bool readable = true;
+    // Where a camera's value lives.
+    CameraGroup *group = nullptr;
+    const char *element = nullptr;
+    const char *complaint = nullptr;  // logged for a camera switch's value that is neither 0 nor 1
+    // Where a configuration's value lives, and what is logged of its change.
+    const char *key = nullptr;
+    const char *off_text = nullptr, *on_text = nullptr;        // of a switch
+    const char *before_text = nullptr, *after_text = nullptr;  // of a text
 };
 
 // The row of that name; null when there is none. Any thread.

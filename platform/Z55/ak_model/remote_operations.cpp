@@ -3,21 +3,21 @@
 #include <cstdio>
 #include <optional>
 
-#include "../agent/utils/os.h"
 #include "../agent/utils/text.h"
 #include "../exports.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
+#include "reboot.h"
 #include "reserve_file.h"
+#include "resolution_change.h"
 
 namespace {
 
-constexpr int kNightLightFixedLength =
-    78;  // what the night light's pseudo-header counts besides the setting's digits
+constexpr int kNightLightFixedLength = 78;  // that its pseudo-header counts besides the setting's digits
 constexpr int kFormatLength = 56;
 constexpr int kSongs = 6;
 
-// The lullaby player's documents, each chosen by operation and param; a `%d` row holds the number itself.
+// The lullaby player's fixed documents, each chosen by operation and param.
 struct LullabyRow {
     int operation;
     int param;
@@ -66,13 +66,13 @@ std::optional<std::string> lullaby_document(int operation, int param) {
 
 int control_lullaby(int operation, int param) {
     std::printf("!!!***%s %d ***!!!\n ***** sound operation*****\n", kModelSource, __LINE__);
-    if (!curl_GET(format_text(200, "http://%s/CGI/CameraStatus?LullabyMode", hostIP))) {
+    if (!get_status("LullabyMode")) {
         std::fprintf(stderr, "local_response is null:  (%s, %d)\n", kModelSource, __LINE__);
         return -1;
     }
     const auto document = lullaby_document(operation, param);
     if (!document) return -1;
-    return post_remote_control(post_body(*document)) == 1 ? 1 : -1;
+    return post_remote_control(*document) == 1 ? 1 : -1;
 }
 
 int set_night_light(int, int param) {
@@ -81,7 +81,7 @@ int set_night_light(int, int param) {
     const std::string document =
         "<RemoteControl><Action>NIGHT_LIGHT</Action><Setting>" + setting + "</Setting></RemoteControl>";
     const int length = static_cast<int>(setting.size()) + kNightLightFixedLength;
-    return post_remote_control(post_body(document, length)) == 0 ? 0 : -1;
+    return post_remote_control(document, length) == 0 ? 0 : -1;
 }
 
 int change_resolution(int, int param) {
@@ -105,10 +105,6 @@ constexpr Command kCommands[] = {
 
 }  // namespace
 
-int post_remote_control(const std::string &body) {
-    return curl_POST(format_text(200, "http://%s/CGI/RemoteControl", hostIP), body);
-}
-
 int ptz_direction_control(int command, int param) {
     std::printf("!!!***%s %d ***!!!\n", kModelSource, __LINE__);
     std::printf("command=%d,param=%d\n", command, param);
@@ -128,19 +124,11 @@ int ptz_direction_control(int command, int param) {
 int formatSD() {
     std::printf("!!!***%s %d ***!!!\n ***** formatsd operation*****\n", kModelSource, __LINE__);
     const std::string document = "<RemoteControl><Action>FORMATSD</Action></RemoteControl>";
-    if (post_remote_control(post_body(document, kFormatLength)) != 0) return -1;
+    if (post_remote_control(document, kFormatLength) != 0) return -1;
     restore_reserve();
     return 0;
 }
 
 int rebootOperation() {
-    std::printf("!!!***%s %d ***!!!\n ***** reboot operation*****\n", kModelSource, __LINE__);
-    const int local_res = exec_reboot_tool();
-    if (local_res == 0) {
-        std::puts("system reboot ok");
-        return 0;
-    }
-    std::puts("system reboot failure");
-    std::printf("local_res = %d\n", local_res);
-    return -1;
+    return reboot_device();
 }

@@ -1,10 +1,10 @@
-// The change of the live stream's profile: detections off, stream changed, detections back on, on a detached
-// thread of its own per request. Threads may overlap; each posts the profile selected last.
+#include "resolution_change.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
-#include "../agent/loginout.h"
+#include "../agent/session_key.h"
 #include "../agent/status_query.h"
 #include "../agent/utils/os.h"
 #include "../agent/utils/text.h"
@@ -13,12 +13,7 @@
 #include "../shared.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
-#include "remote_operations.h"
-
-constinit int gResolutionType = 1;  // atomic; any SDK thread
-
-constinit pthread_t resolutionChange_t{};  // atomic; the thread started last
-constinit pthread_attr_t resolutionChange_attr{};
+#include "parameter_store.h"
 
 namespace {
 
@@ -65,7 +60,8 @@ bool switch_detections(const Detections &detections, const char *value) {
     for (int i = 0; i < 2; i++) {
         if (!detections.armed[i]) continue;
         sleep_milliseconds(kSwitchDelayMilliseconds);
-        if (set_device_param(kSwitches[i], value, 1) != 0) return false;
+        log_parameter_write(kSwitches[i], value, 1);
+        if (write_parameter(*find_parameter(kSwitches[i]), value) != 0) return false;
     }
     return true;
 }
@@ -77,7 +73,7 @@ bool change_stream() {
         "<RemoteControl><Action>STREAM_CHANGE</Action><STREAM>%s</STREAM></RemoteControl>", profile);
     std::printf("!!!***%s %d ***!!!\n ****  resolution change ******\n", kModelSource, __LINE__);
     std::printf("charPara = %s\n", profile);
-    return post_remote_control(post_body(document)) == 0;
+    return post_remote_control(document) == 0;
 }
 
 int change_resolution() {

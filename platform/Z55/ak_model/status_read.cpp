@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "../agent/loginout.h"
 #include "../agent/utils/files.h"
 #include "../agent/utils/reply_text.h"
 #include "../agent/utils/shell_file.h"
@@ -70,7 +71,7 @@ const Status *find_status(const char *name) {
 }
 
 std::optional<std::string> camera_value(const char *key) {
-    const auto reply = curl_GET(format_text(200, "http://%s/CGI/CameraStatus?%s", hostIP, key));
+    const auto reply = get_status(key);
     if (!reply) {
         log_no_reply(__LINE__);
         return std::nullopt;
@@ -123,7 +124,7 @@ bool is_card_number(const Status &status) {
 }  // namespace
 
 std::optional<std::string> read_firmware_version() {
-    const File file = open_regular("/tmp/FWVER.txt");
+    const File file = open_regular(kFirmwareVersionFile);
     if (!file) return std::nullopt;
     std::string text(kLongestVersionText, '\0');
     text.resize(std::fread(text.data(), 1, text.size(), file.get()));
@@ -136,29 +137,28 @@ std::optional<std::string> read_firmware_version() {
     return line;
 }
 
-std::string device_status(const char *name) {
-    char *value = nullptr;
-    get_device_status(name, &value);
-    std::string text = text_or_empty(value);
-    std::free(value);
-    return text;
-}
-
-int get_device_status(const char *name, char **value) {
-    name = text_or_empty(name);
+std::optional<std::string> read_device_status(const char *name) {
     std::printf("!!!***%s %d ***!!!\n status_name=%s\n , status_length =%d\n", kModelSource, __LINE__, name,
                 static_cast<int>(std::strlen(name)));
-    char *buffer = new_handler_value(value);
-    int length = set_handler_value(buffer, name);
     const Status *status = find_status(name);
     if (status == nullptr) {
         std::puts("get_device_param This parameter undefined");
-        return set_handler_error(buffer);
+        return std::nullopt;
     }
-    const auto text = read_value(*status);
-    if (!text) return set_handler_error(buffer);
+    auto text = read_value(*status);
+    if (!text) return std::nullopt;
     // An empty df answer (no card) leaves the name: the cloud knows it as such.
-    if (!text->empty() || !is_card_number(*status)) length = set_handler_value(buffer, *text);
+    if (text->empty() && is_card_number(*status)) text = name;
     std::printf("!!!***%s %d ***!!! status_name=%s\n", kModelSource, __LINE__, name);
-    return length;
+    return cut_to_buffer(*std::move(text), kValueSize);
+}
+
+std::string device_status(const char *name) {
+    return read_device_status(name).value_or("ERROR");
+}
+
+int get_device_status(const char *name, char **value) {
+    char *buffer = new_handler_value(value);
+    const auto text = read_device_status(text_or_empty(name));
+    return text ? set_handler_value(buffer, *text) : set_handler_error(buffer);
 }

@@ -10,8 +10,10 @@
 // is no regular file (a link is not followed). Any thread.
 std::optional<std::string> read_firmware_version();
 
-// What get_device_status answers, "ERROR" on its failure. Any thread; blocks for one queued request, for the
-// card's two figures for df and whoever asks it at the same time (61 s each at most).
+// The state of that name, as long as the cloud's buffer would hold it; nothing when it could not be had, or
+// "ERROR" in its place. Any thread; block for one queued request, for the card's two figures for df and
+// whoever asks it at the same time (61 s each at most).
+std::optional<std::string> read_device_status(const char *name);
 std::string device_status(const char *name);
 
 #endif

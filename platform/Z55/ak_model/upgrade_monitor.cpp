@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "../agent/alarm_rules.h"
+#include "../agent/alarm_sink.h"
 #include "../agent/utils/conf_file.h"
 #include "../agent/utils/os.h"
 #include "../agent/utils/threads.h"
@@ -12,8 +12,6 @@
 #include "handler_value.h"
 #include "status_read.h"
 #include "upgrade_marker.h"
-
-constinit int ota_enable = 0;  // atomic; set by the monitor, read by the watchdog
 
 namespace {
 
@@ -33,7 +31,7 @@ struct Round {
 };
 
 int configured_period() {
-    const int period = conf_number("OTA_POLLING_PERIOD").value_or(0);
+    const int period = conf_number("OTA_POLLING_PERIOD", 0).value_or(0);
     return period > 0 ? period : kDefaultPeriodSeconds;
 }
 
@@ -106,6 +104,11 @@ State next_state(State state, Round &round) {
     return state;
 }
 
+// No latch hangs on it: where there is no SDK the log has said so.
+void notify(AlarmStatus status) {
+    (void)send_alarm("(OTA)", status);
+}
+
 }  // namespace
 
 void *OTA_monitor(void *) {
@@ -128,41 +131,22 @@ void start_OTA_monitoring() {
     start_thread(&ota_monitor_thread, OTA_monitor, nullptr);
 }
 
-void send_ota_alarm(int index, const char *name, int status) {
-    mipc_api_table *table = load_shared(mipc_api);
-    if (table == nullptr) {
-        std::puts("(OTA) mipc_api == NULL");
-        return;
-    }
-    if (table->SendAlarmData == nullptr) {
-        std::puts("(OTA) mipc_api->SendAlarmData == NULL");
-        return;
-    }
-    alarm_record record{};
-    record.index = index;
-    copy_text(record.name, name);
-    record.status = status;
-    std::printf("(OTA) SendAlarmData!! index:%d, name:%s, status: %d \n", index, record.name, status);
-    table->SendAlarmData(&record, table);
-    std::puts("(OTA) end SendAlarmData");
-}
-
 void soap_OTA_download_failed() {
     std::puts("soap_OTA_download_failed called");
-    send_ota_alarm(1, "alarm", kDownloadFailedNotice);
+    notify(kDownloadFailedNotice);
 }
 
 void soap_OTA_upgrade_start() {
     std::puts("soap_OTA_upgrade_start called");
-    send_ota_alarm(1, "alarm", kUpgradeStartNotice);
+    notify(kUpgradeStartNotice);
 }
 
 void soap_OTA_succeeded() {
     std::puts("soap_OTA_succeeded called");
-    send_ota_alarm(1, "alarm", kUpgradeSucceededNotice);
+    notify(kUpgradeSucceededNotice);
 }
 
 void soap_OTA_failed() {
     std::puts("soap_OTA_failed called");
-    send_ota_alarm(1, "alarm", kUpgradeFailedNotice);
+    notify(kUpgradeFailedNotice);
 }

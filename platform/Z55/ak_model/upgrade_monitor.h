@@ -6,9 +6,6 @@
 // Starts OTA_monitor; a failure is reported on standard error only. Any thread.
 void start_OTA_monitoring();
 
-// Hands an alarm record to the SDK, or logs why it cannot. Any thread; holds no lock.
-void send_ota_alarm(int index, const char *name, int status);
-
 // The four notices of an upgrade, each a log line and an alarm record.
 void soap_OTA_download_failed();
 void soap_OTA_upgrade_start();

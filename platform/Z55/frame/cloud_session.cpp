@@ -10,14 +10,12 @@
 #include "../agent/utils/os.h"
 #include "../agent/utils/tick.h"
 #include "../ak_model/firmware_upgrade.h"
+#include "../ak_model/reboot.h"
 #include "../ak_model/reserve_file.h"
 #include "../exports.h"
 #include "../sdk/usock.h"
 #include "../shared.h"
 #include "../video_recording.h"
-
-constinit mipc_api_table *mipc_api = nullptr;  // atomic; written once, by this thread
-constinit int get_frame_callback_flag = 0;     // atomic; counts frames since the watchdog cleared it
 
 namespace {
 
@@ -87,7 +85,7 @@ void watch_frames() {
         sleep_milliseconds(kWatchMilliseconds);
         if (video_wanted() && load_shared(get_frame_callback_flag) == 0 && !upgrade_runs()) {
             std::puts("getframe callback was die lock , system reboot!!");
-            rebootOperation();
+            reboot_device();
         }
     }
 }

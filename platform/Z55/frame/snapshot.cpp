@@ -11,7 +11,7 @@
 #include <string>
 #include <utility>
 
-#include "../agent/loginout.h"
+#include "../agent/session_key.h"
 #include "../agent/utils/files.h"
 #include "../agent/utils/os.h"
 #include "../agent/utils/reply_text.h"
@@ -54,9 +54,9 @@ int fetch_photo(snapshot_record &record, const char *path) {
 }
 
 // Nothing when the camera is idle, else the result to return.
-std::optional<int> check_recording(const std::string &cookie_text) {
+std::optional<int> check_recording(const std::string &key) {
     std::string reply;
-    if (const int result = getSingleCameraStatus(cookie_text, "Recording", reply)) {
+    if (const int result = getSingleCameraStatus(key, "Recording", reply)) {
         std::printf("curl_res = %d != 0 \n --%s,line %d--\n", result, "platform/Z55/ak_model", __LINE__);
         return result;
     }
@@ -72,10 +72,10 @@ std::optional<int> check_recording(const std::string &cookie_text) {
     return std::nullopt;
 }
 
-int take_photo(snapshot_record &record, const std::string &cookie_text) {
-    if (const auto result = check_recording(cookie_text)) return *result;
+int take_photo(snapshot_record &record, const std::string &key) {
+    if (const auto result = check_recording(key)) return *result;
     std::string reply;
-    const int sent = easyRemoteControl(cookie_text, "PHOTO_TO_MOBILE", reply);
+    const int sent = easyRemoteControl(key, "PHOTO_TO_MOBILE", reply);
     store_shared(res, sent);
     const int code = error_code_number(reply);
     if (reply.find("PHOTO_TO_MOBILE") == std::string::npos) {
@@ -154,6 +154,6 @@ int get_camera_snapshot(snapshot_record *record, int mode) {
     record->word4 = 0;
     record->word5 = 0;
     record->capture_time = static_cast<int32_t>(wall_seconds());
-    const std::string cookie_text = session_cookie(wait_for_session_key());
-    return mode == 0 ? take_photo(*record, cookie_text) : read_newest_thumbnail(*record);
+    const std::string key = wait_for_session_key();
+    return mode == 0 ? take_photo(*record, key) : read_newest_thumbnail(*record);
 }

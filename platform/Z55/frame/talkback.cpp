@@ -11,21 +11,12 @@
 #include <mutex>
 #include <string>
 
-#include "../agent/loginout.h"
+#include "../agent/session_key.h"
 #include "../agent/utils/os.h"
 #include "../agent/utils/reply_text.h"
 #include "../exports.h"
 #include "../shared.h"
 #include "../z55cgi.h"
-
-// RIFF, PCM, 1 channel, 12000 samples and 24000 bytes per second, 16 bits; both sizes are filled in per clip.
-constinit unsigned char wav_header[44] = {
-    'R', 'I', 'F',  'F',  0, 0, 0,    0,    'W', 'A', 'V', 'E', 'f', 'm', 't', ' ', 16,  0,   0, 0, 1, 0,
-    1,   0,   0xE0, 0x2E, 0, 0, 0xC0, 0x5D, 0,   0,   2,   0,   16,  0,   'd', 'a', 't', 'a', 0, 0, 0, 0};
-constinit int wav_header_len = 44;
-
-constinit pthread_t audioback_thread{};  // atomic; the clip thread started last
-constinit pthread_attr_t audioback_attr{};
 
 namespace {
 
@@ -115,11 +106,11 @@ void append(const talkback_frame &frame) {
     last_sequence = frame.sequence;
 }
 
-void enable_speaker(const std::string &cookie_text) {
+void enable_speaker(const std::string &key) {
     const std::lock_guard<std::mutex> lock(speaker_lock);
     if (speaker_enabled) return;
     std::string reply;
-    easyRemoteControl(cookie_text, "AUDIO_ON", reply);
+    (void)easyRemoteControl(key, "AUDIO_ON", reply);  // the reply tells
     speaker_enabled = reply.find("AUDIO_ON") != std::string::npos;
     if (!speaker_enabled) std::printf("AUDIO_ON ErrorCode: %d\n", error_code_number(reply));
 }
@@ -148,11 +139,11 @@ void finish_clip(talk_clip &clip) {
     amplify(static_cast<int16_t *>(samples), (clip.length - kHeaderSize) / 2);
 }
 
-void play(const talk_clip &clip, const std::string &cookie_text) {
+void play(const talk_clip &clip, const std::string &key) {
     while (sem_wait(play_semaphore()) != 0 && errno == EINTR) {
     }
     std::string reply;
-    mobileAudio(cookie_text, clip.data, clip.length, reply);
+    (void)mobileAudio(key, clip.data, clip.length, reply);  // a clip that is lost is over
     sleep_milliseconds(1000L * static_cast<long>(clip.length - kHeaderSize) / kBytesPerSecond);
     sem_post(play_semaphore());
 }
@@ -175,12 +166,12 @@ void *waitAndPlay(void *argument) {
         free_clip(clip);
         return nullptr;
     }
-    const std::string cookie_text = session_cookie(wait_for_session_key());
-    enable_speaker(cookie_text);
+    const std::string key = wait_for_session_key();
+    enable_speaker(key);
     sleep_milliseconds(kFillMilliseconds);
     close_clip(clip);
     finish_clip(*clip);
-    play(*clip, cookie_text);
+    play(*clip, key);
     free_clip(clip);
     return nullptr;
 }

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+#include <string>
+
 #include <climits>
 
 namespace {
@@ -22,37 +26,47 @@ TEST(AlarmRules, StatusNumbersAreThoseOfTheCloud) {
     EXPECT_EQ(kUpgradeFailedNotice, 20);
 }
 
-struct RuleRow {
+struct EventRow {
     const char *name;
-    bool battery_armed, sdcard_armed;
     AlarmRule rule;
+    int status;
+    const char *period_key, *armed_key, *threshold_key;
 };
 
-class AlarmRuleTable : public testing::TestWithParam<RuleRow> {};
+class PollEventTable : public testing::TestWithParam<EventRow> {};
 
-TEST_P(AlarmRuleTable, ChoosesTheRule) {
-    const RuleRow &row = GetParam();
-    EXPECT_EQ(alarm_rule(row.name, row.battery_armed, row.sdcard_armed), row.rule);
+std::string text(const char *key) {
+    return key != nullptr ? key : "-";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, AlarmRuleTable,
-    testing::Values(RuleRow{"Battery", true, false, AlarmRule::battery},
-                    RuleRow{"Battery", false, true, AlarmRule::trigger},
-                    RuleRow{"BatteryLevel", true, true, AlarmRule::battery},  // seven characters count
-                    RuleRow{"Batters", true, true, AlarmRule::trigger},
-                    RuleRow{"Space", false, true, AlarmRule::card_space},
-                    RuleRow{"Space", true, false, AlarmRule::trigger},
-                    RuleRow{"SpaceLeft", true, true, AlarmRule::card_space},  // five characters count
-                    RuleRow{"Spaca", true, true, AlarmRule::trigger},
-                    RuleRow{"SD", false, false, AlarmRule::card_presence},  // gated by no switch
-                    RuleRow{"SD", true, true, AlarmRule::card_presence},
-                    RuleRow{"SDcard", false, false, AlarmRule::card_presence},  // two characters count
-                    RuleRow{"Sd", true, true, AlarmRule::trigger},
-                    RuleRow{"MotionEvent", true, true, AlarmRule::trigger},
-                    RuleRow{"AudioEvent", true, true, AlarmRule::trigger},
-                    RuleRow{"TemperatureEvent", true, true, AlarmRule::trigger},
-                    RuleRow{"", true, true, AlarmRule::trigger}));
+TEST_P(PollEventTable, HoldsTheEvent) {
+    const EventRow &row = GetParam();
+    const auto event = std::find_if(std::begin(kPollEvents), std::end(kPollEvents),
+                                    [&](const PollEvent &polled) { return text(polled.name) == row.name; });
+    ASSERT_NE(event, std::end(kPollEvents));
+    EXPECT_EQ(event->rule, row.rule);
+    EXPECT_EQ(event->status, row.status);
+    EXPECT_EQ(text(event->period_key), row.period_key);
+    EXPECT_EQ(text(event->armed_key), row.armed_key);
+    EXPECT_EQ(text(event->threshold_key), row.threshold_key);
+}
+
+constexpr EventRow kEventRows[] = {
+    {"MotionEvent", AlarmRule::trigger, 1, "-", "-", "-"},
+    {"AudioEvent", AlarmRule::trigger, 3, "-", "-", "-"},
+    {"TemperatureEvent", AlarmRule::temperature, 0, "-", "-", "-"},
+    {"Battery", AlarmRule::low_value, 13, "BATTERY_PERIOD", "BATTERY_ARMED", "BATTERY_LOW"},
+    {"Space", AlarmRule::low_card_space, 11, "SDCARD_PERIOD", "SDCARD_ARMED", "SDCARD_LOW"},
+    {"SD", AlarmRule::missing_card, 15, "SDCARD_PERIOD", "-", "-"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Rows, PollEventTable, testing::ValuesIn(kEventRows),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST(PollEvents, AreAskedForInThisOrder) {
+    ASSERT_EQ(std::size(kPollEvents), std::size(kEventRows));
+    for (size_t i = 0; i < std::size(kEventRows); i++) EXPECT_STREQ(kPollEvents[i].name, kEventRows[i].name);
+}
 
 TEST(AlarmRules, LevelIsRaisedOnceAndRecoversOnce) {
     EXPECT_EQ(level_action(true, false), LevelAction::raise);

@@ -1,4 +1,5 @@
 #include "agent/loginout.h"
+#include "agent/session_key.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

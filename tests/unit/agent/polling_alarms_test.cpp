@@ -1,6 +1,7 @@
 // The alarms of the status watch: each rule's record, latch and log, the temperature check, the handing over.
 #include <filesystem>
 
+#include "agent/alarm_sink.h"
 #include "polling_test.h"
 
 namespace {
@@ -243,7 +244,7 @@ INSTANTIATE_TEST_SUITE_P(Indexes, PollingMissing, testing::Values(0, 1, 2));
 class HandingOver : public AgentTest {};
 
 TEST_F(HandingOver, GivesTheRecordAndTheTable) {
-    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData(7, "noise", 42), 0); }),
+    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData("(poll)", 7, "noise", 42), 0); }),
               "(poll) SendAlarmData!! index:7, name:noise, status: 42 \n(poll) end SendAlarmData\n");
     ASSERT_EQ(fake_vendor::alarms().size(), 1U);
     const alarm_record record = fake_vendor::alarms()[0];
@@ -255,7 +256,7 @@ TEST_F(HandingOver, GivesTheRecordAndTheTable) {
 
 TEST_F(HandingOver, CutsTheNameAt31Characters) {
     const std::string name(10'000, 'n');
-    EXPECT_EQ(output_of([&] { SendAlarmData(1, name.c_str(), 2); }),
+    EXPECT_EQ(output_of([&] { (void)SendAlarmData("(poll)", 1, name.c_str(), 2); }),
               "(poll) SendAlarmData!! index:1, name:" + name.substr(0, 31) +
                   ", status: 2 \n(poll) end SendAlarmData\n");
     const alarm_record record = fake_vendor::alarms().at(0);
@@ -265,12 +266,13 @@ TEST_F(HandingOver, CutsTheNameAt31Characters) {
 
 TEST_F(HandingOver, WithoutATableIsMinusOne) {
     mipc_api = nullptr;
-    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData(1, "alarm", 1), -1); }), "(poll) mipc_api == NULL\n");
+    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData("(poll)", 1, "alarm", 1), -1); }),
+              "(poll) mipc_api == NULL\n");
 }
 
 TEST_F(HandingOver, WithoutAnEntryIsMinusTwo) {
     fake_vendor::table().SendAlarmData = nullptr;
-    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData(1, "alarm", 1), -2); }),
+    EXPECT_EQ(output_of([] { EXPECT_EQ(SendAlarmData("(poll)", 1, "alarm", 1), -2); }),
               "(poll) mipc_api->SendAlarmData == NULL\n");
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "handler_test.h"
 #include "intercept.h"
 
@@ -47,8 +48,8 @@ std::string switch_log(const std::string &name, const std::string &group, const 
 }
 
 std::string stream_log(const std::string &profile) {
-    return "!!!***platform/Z55/ak_model <N> ***!!!\n ****  resolution change ******\ncharPara = " +
-           profile + "\n[POST RemoteControl]\n";
+    return "!!!***platform/Z55/ak_model <N> ***!!!\n ****  resolution change ******\ncharPara = " + profile +
+           "\n[POST RemoteControl]\n";
 }
 
 const std::string kQueryLog = std::string("[QUERY ") + kQuery + "]\n";

@@ -2,6 +2,7 @@
 
 #include <ostream>
 
+#include "agent/alarm_sink.h"
 #include "intercept.h"
 #include "upgrade_fixture.h"
 
@@ -304,7 +305,7 @@ INSTANTIATE_TEST_SUITE_P(Upgrade, Notice,
                          [](const auto &row) { return std::string(row.param.name); });
 
 TEST_F(AgentTest, UpgradeAlarmToTheByte) {
-    EXPECT_EQ(output_of([] { send_ota_alarm(-5, "name", 99); }),
+    EXPECT_EQ(output_of([] { (void)SendAlarmData("(OTA)", -5, "name", 99); }),
               "(OTA) SendAlarmData!! index:-5, name:name, status: 99 \n(OTA) end SendAlarmData\n");
     ASSERT_EQ(fake_vendor::alarms().size(), 1u);
     const alarm_record sent = fake_vendor::alarms()[0];
@@ -318,7 +319,7 @@ TEST_F(AgentTest, UpgradeAlarmToTheByte) {
 
 TEST_F(AgentTest, UpgradeAlarmsNameIsCutAt31Characters) {
     const std::string name(10000, 'n');
-    const std::string log = output_of([&] { send_ota_alarm(1, name.c_str(), 2); });
+    const std::string log = output_of([&] { (void)SendAlarmData("(OTA)", 1, name.c_str(), 2); });
     const std::string cut(31, 'n');
     EXPECT_EQ(log, "(OTA) SendAlarmData!! index:1, name:" + cut + ", status: 2 \n(OTA) end SendAlarmData\n");
     EXPECT_EQ(fake_vendor::alarms().at(0).name, cut);
@@ -326,12 +327,13 @@ TEST_F(AgentTest, UpgradeAlarmsNameIsCutAt31Characters) {
 
 TEST_F(AgentTest, UpgradeAlarmWithoutATable) {
     store_shared(mipc_api, static_cast<mipc_api_table *>(nullptr));
-    EXPECT_EQ(output_of([] { send_ota_alarm(1, "alarm", 17); }), "(OTA) mipc_api == NULL\n");
+    EXPECT_EQ(output_of([] { (void)SendAlarmData("(OTA)", 1, "alarm", 17); }), "(OTA) mipc_api == NULL\n");
 }
 
 TEST_F(AgentTest, UpgradeAlarmWithoutASlot) {
     fake_vendor::table().SendAlarmData = nullptr;
-    EXPECT_EQ(output_of([] { send_ota_alarm(1, "alarm", 17); }), "(OTA) mipc_api->SendAlarmData == NULL\n");
+    EXPECT_EQ(output_of([] { (void)SendAlarmData("(OTA)", 1, "alarm", 17); }),
+              "(OTA) mipc_api->SendAlarmData == NULL\n");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <string>
 #include <thread>
 
-#include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "agent_test.h"
 #include "camera_script.h"
 #include "exports.h"

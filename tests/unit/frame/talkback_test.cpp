@@ -8,6 +8,7 @@
 #include <string>
 
 #include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "marked_log.h"
 #include "talkback_fixture.h"
 

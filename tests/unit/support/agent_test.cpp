@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "agent/curlmgr.h"
-#include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "exports.h"
 #include "intercept.h"
 

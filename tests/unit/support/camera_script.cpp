@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "agent/loginout.h"
+#include "agent/session_key.h"
 
 namespace {
 

@@ -19,6 +19,7 @@ namespace {
 
 constexpr size_t kLongestLine =
     1022;  // characters of one reading, line end included; what is longer is read as several
+constexpr size_t kNumberSize = 16;  // of the buffer that a number is read into
 constexpr char kWhiteSpace[] = " \t\n\r\v\f";
 
 constinit std::mutex rewriting;  // held from reading a file to having replaced it
@@ -180,10 +181,12 @@ std::optional<std::string> conf_value(std::string_view key, const char *path) {
     return value;
 }
 
-std::optional<int> conf_number(std::string_view key) {
-    char text[16];
-    if (!conf_value_into(text, key)) return std::nullopt;
-    return to_int(text);
+std::optional<int> conf_number(std::string_view key, int if_missing) {
+    Lines lines(kConfPath);
+    const auto value = find_value(lines, key);
+    if (value) return to_int(cut_to_buffer(*value, kNumberSize).c_str());
+    if (!lines.readable()) return std::nullopt;
+    return if_missing;
 }
 
 int write_conf_value(std::string_view key, std::string_view value, const char *path) {

@@ -36,13 +36,15 @@ bool conf_value_into(char (&out)[N], std::string_view key) {
     return value.has_value();
 }
 
-// The value as a decimal number; 0 when it is missing or no number; nothing when the file cannot be read.
-std::optional<int> conf_number(std::string_view key);
+// The value as a decimal number, 0 when it is none; `if_missing` when the file has no such key; nothing when
+// the file cannot be read.
+std::optional<int> conf_number(std::string_view key, int if_missing);
 
 // Replaces the value of the first line with `key`, cut at its first line end; a key that the file lacks is
 // not added. Comments and blank lines go. A value that the file holds already is not written again. Returns
 // 0, or 1 after a log line with the key and the error when the file cannot be written and stays as it is.
 // Blocks for the disk.
-int write_conf_value(std::string_view key, std::string_view value, const char *path = kConfPath);
+[[nodiscard]] int write_conf_value(std::string_view key, std::string_view value,
+                                   const char *path = kConfPath);
 
 #endif

@@ -58,21 +58,42 @@ size_t give(char *piece, size_t size, size_t nmemb, void *argument) {
     return sink.take != nullptr ? sink.take(piece, size, nmemb, sink.target) : length;
 }
 
+// An option that a lean libcurl lacks is one that it needs not be told; a text that there was no memory for
+// is another matter.
+bool tell(CURL *handle, CURLoption option, const char *text) {
+    return curl_easy_setopt(handle, option, text) != CURLE_OUT_OF_MEMORY;
+}
+
+bool set_request(CURL *handle, const Request &request) {
+    bool told = tell(handle, CURLOPT_URL, request.url.c_str());
+    if (request.cookie) told = tell(handle, CURLOPT_COOKIE, request.cookie->c_str()) && told;
+    if (request.https_redirects_only) told = tell(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https") && told;
+    if (request.body) {
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request.body->data());
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE, static_cast<long>(request.body->size()));
+    }
+    if (request.traced) curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+    if (request.connect_seconds > 0)
+        curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, request.connect_seconds);
+    if (request.whole_seconds > 0) curl_easy_setopt(handle, CURLOPT_TIMEOUT, request.whole_seconds);
+    return told;
+}
+
 }  // namespace
 
-Transfer new_transfer(const std::string &url) {
+void prepare_transfers() {
+    curl_global_init(CURL_GLOBAL_ALL);
+}
+
+Transfer new_transfer(const Request &request) {
     Transfer transfer(curl_easy_init());
     CURL *handle = transfer.get();
     if (handle == nullptr) return transfer;
     for (const NumberOption &number : kNumbers) curl_easy_setopt(handle, number.option, number.value);
-    // An option that a lean libcurl lacks is one that it needs not be told; a text that there was no memory
-    // for is another matter.
-    bool told = curl_easy_setopt(handle, CURLOPT_URL, url.c_str()) != CURLE_OUT_OF_MEMORY;
-    for (const TextOption &text : kTexts) {
-        told = curl_easy_setopt(handle, text.option, text.value) != CURLE_OUT_OF_MEMORY && told;
-    }
     curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, open_socket);
-    if (!told) transfer.reset();
+    bool told = true;
+    for (const TextOption &text : kTexts) told = tell(handle, text.option, text.value) && told;
+    if (!set_request(handle, request) || !told) transfer.reset();
     return transfer;
 }
 
@@ -84,6 +105,14 @@ void set_body_sink(const Transfer &transfer, Sink &sink) {
 void set_header_sink(const Transfer &transfer, Sink &sink) {
     curl_easy_setopt(transfer.get(), CURLOPT_HEADERFUNCTION, give);
     curl_easy_setopt(transfer.get(), CURLOPT_HEADERDATA, &sink);
+}
+
+int perform(const Transfer &transfer) {
+    return transfer ? curl_easy_perform(transfer.get()) : kNoTransfer;
+}
+
+const char *transfer_error_text(int result) {
+    return curl_easy_strerror(static_cast<CURLcode>(result));
 }
 
 std::string_view piece_text(const char *piece, size_t length) {

@@ -153,16 +153,16 @@ TEST_F(ConfFile, ValuesAreCutToTheirBuffers) {
 }
 
 TEST_F(ConfFile, NumbersReadAsDecimalsAndZeroOtherwise) {
-    EXPECT_FALSE(conf_number("A"));
+    EXPECT_FALSE(conf_number("A", 0));
     write_conf({{"A", "42"}, {"B", "-7x"}, {"C", ""}, {"D", "x"}, {"E", "99999999999"}});
-    EXPECT_EQ(42, conf_number("A"));
-    EXPECT_EQ(-7, conf_number("B"));
-    EXPECT_EQ(0, conf_number("C"));
-    EXPECT_EQ(0, conf_number("D"));
-    EXPECT_EQ(2147483647, conf_number("E"));
-    EXPECT_EQ(0, conf_number("none"));
+    EXPECT_EQ(42, conf_number("A", 0));
+    EXPECT_EQ(-7, conf_number("B", 0));
+    EXPECT_EQ(0, conf_number("C", 0));
+    EXPECT_EQ(0, conf_number("D", 0));
+    EXPECT_EQ(2147483647, conf_number("E", 0));
+    EXPECT_EQ(0, conf_number("none", 0));
     write_conf({{"A", std::string(14, '0') + "123"}});
-    EXPECT_EQ(1, conf_number("A")) << "a number is read from the value's first 15 characters";
+    EXPECT_EQ(1, conf_number("A", 0)) << "a number is read from the value's first 15 characters";
 }
 
 TEST_F(ConfFile, ARewriteChangesOneValueAndDropsAllButTheEntries) {
@@ -392,7 +392,7 @@ TEST_F(ConfFile, WritersOfDifferentKeysLoseNothingAndReadersSeeWholeFiles) {
     for (int i = 0; i < kWriters; i++) {
         writers.emplace_back([i] {
             for (int round = 1; round <= kRounds; round++) {
-                write_conf_value("K" + std::to_string(i), std::to_string(round));
+                (void)write_conf_value("K" + std::to_string(i), std::to_string(round));
             }
         });
     }
@@ -415,8 +415,8 @@ TEST_F(ConfFile, NoDescriptorIsLeftOpen) {
     for (int i = 0; i < 20; i++) {
         read_conf_value("A", out, kFile);
         read_conf_value("none", out, kFile);
-        write_conf_value("A", "2", kFile);
-        write_conf_value("A", "2", "/tmp/working");
+        (void)write_conf_value("A", "2", kFile);
+        (void)write_conf_value("A", "2", "/tmp/working");
     }
     EXPECT_EQ(before, descriptors());
 }

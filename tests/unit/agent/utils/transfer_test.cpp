@@ -27,26 +27,26 @@ class NewTransfer : public AgentTest {
 
 TEST_F(NewTransfer, GetsItsUrl) {
     camera.reply("/CGI/X", "x");
-    EXPECT_EQ(CURLE_OK, perform(new_transfer(url("/CGI/X?a&b"))));
+    EXPECT_EQ(CURLE_OK, perform(new_transfer({url("/CGI/X?a&b")})));
     EXPECT_EQ((Texts{"GET /CGI/X?a&b -"}), camera.seen());
 }
 
 TEST_F(NewTransfer, FollowsRedirectsButNotForEver) {
     camera.reply("/1", {{.status = 302, .headers = {"Location: /2"}}});
     camera.reply("/2", "x");
-    EXPECT_EQ(CURLE_OK, perform(new_transfer(url("/1"))));
+    EXPECT_EQ(CURLE_OK, perform(new_transfer({url("/1")})));
     EXPECT_EQ((Texts{"GET /1 -", "GET /2 -"}), camera.seen());
     camera.forget();
     camera.reply("/round", {{.status = 302, .headers = {"Location: /round"}}});
-    EXPECT_EQ(CURLE_TOO_MANY_REDIRECTS, perform(new_transfer(url("/round"))));
+    EXPECT_EQ(CURLE_TOO_MANY_REDIRECTS, perform(new_transfer({url("/round")})));
     EXPECT_EQ(31u, camera.requests().size());
 }
 
 TEST_F(NewTransfer, SpeaksHttpOnly) {
     for (const char *place : {"ftp://127.0.0.1:8080/x", "file:///etc/passwd", "gopher://127.0.0.1:8080/x"}) {
         camera.reply("/1", {{.status = 302, .headers = {std::string("Location: ") + place}}});
-        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer(url("/1")))) << place;
-        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer(place))) << place;
+        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer({url("/1")}))) << place;
+        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer({place}))) << place;
     }
     EXPECT_EQ(3u, camera.requests().size());
 }
@@ -56,7 +56,7 @@ class NewTransferProxy : public NewTransfer, public testing::WithParamInterface<
 TEST_P(NewTransferProxy, IsNotTakenFromTheEnvironment) {
     setenv(GetParam(), "http://127.0.0.1:1", 1);
     camera.reply("/x", "x");
-    EXPECT_EQ(CURLE_OK, perform(new_transfer(url("/x"))));
+    EXPECT_EQ(CURLE_OK, perform(new_transfer({url("/x")})));
     EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
     unsetenv(GetParam());
 }
@@ -78,7 +78,7 @@ int socket_option(const Transfer &transfer, int level, int option) {
 
 TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
     camera.reply("/x", "x");
-    const Transfer transfer = new_transfer(url("/x"));
+    const Transfer transfer = new_transfer({url("/x")});
     EXPECT_EQ(CURLE_OK, perform(transfer));
     EXPECT_EQ(1, socket_option(transfer, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(10, socket_option(transfer, IPPROTO_TCP, TCP_KEEPIDLE));
@@ -87,13 +87,13 @@ TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
 
 TEST_F(NewTransfer, NoticesAVanishedHostWithBytesUnacknowledged) {
     camera.reply("/x", "x");
-    const Transfer transfer = new_transfer(url("/x"));
+    const Transfer transfer = new_transfer({url("/x")});
     EXPECT_EQ(CURLE_OK, perform(transfer));
     EXPECT_EQ(30'000, socket_option(transfer, IPPROTO_TCP, TCP_USER_TIMEOUT));
 }
 
 TEST_F(NewTransfer, EndsWhenNothingComesForTenMinutes) {
-    new_transfer(url("/x"));
+    (void)new_transfer({url("/x")});
     EXPECT_EQ(1, intercept::transfer_number(CURLOPT_LOW_SPEED_LIMIT));
     EXPECT_EQ(600, intercept::transfer_number(CURLOPT_LOW_SPEED_TIME));
     EXPECT_EQ(1, intercept::transfer_number(CURLOPT_NOSIGNAL));
@@ -101,14 +101,14 @@ TEST_F(NewTransfer, EndsWhenNothingComesForTenMinutes) {
 
 TEST_F(NewTransfer, HasASocketThatNoChildInherits) {
     camera.reply("/x", "x");
-    const Transfer transfer = new_transfer(url("/x"));
+    const Transfer transfer = new_transfer({url("/x")});
     EXPECT_EQ(CURLE_OK, perform(transfer));
     EXPECT_EQ(FD_CLOEXEC, fcntl(socket_of(transfer), F_GETFD));
 }
 
 TEST_F(NewTransfer, IsNullWithoutAHandle) {
     intercept::refuse_next("curl_easy_init");
-    EXPECT_EQ(nullptr, new_transfer(url("/x")));
+    EXPECT_EQ(nullptr, new_transfer({url("/x")}));
 }
 
 // --- The sinks.
@@ -125,7 +125,7 @@ class TransferSinks : public NewTransfer {
         body.clear();
         header.clear();
         Sink body_sink{gather, &body, body_room}, header_sink{gather, &header, header_room};
-        const Transfer transfer = new_transfer(url("/x"));
+        const Transfer transfer = new_transfer({url("/x")});
         set_body_sink(transfer, body_sink);
         set_header_sink(transfer, header_sink);
         return perform(transfer);
@@ -158,7 +158,7 @@ TEST_F(TransferSinks, OfNoCallbackOnlyCount) {
     camera.reply("/x", "12345");
     for (const size_t room : {4, 5}) {
         Sink nowhere{nullptr, nullptr, room};
-        const Transfer transfer = new_transfer(url("/x"));
+        const Transfer transfer = new_transfer({url("/x")});
         set_body_sink(transfer, nowhere);
         EXPECT_EQ(room == 5 ? CURLE_OK : CURLE_WRITE_ERROR, perform(transfer));
     }

@@ -1,0 +1,43 @@
+#include "exchange.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "../exports.h"
+#include "curlmgr.h"
+#include "utils/text.h"
+
+std::string camera_url(std::string_view host, std::string_view path) {
+    return format_text(kUrlSize, "http://%.*s%.*s", static_cast<int>(host.size()), host.data(),
+                       static_cast<int>(path.size()), path.data());
+}
+
+Exchange::Exchange(const Request &request, Sink body)
+    : Exchange(request, body, Sink{http_status_code_checker, &status_}) {}
+
+Exchange::Exchange(const Request &request, Sink body, Sink header)
+    : body_(body), header_(header), transfer_(new_transfer(request)) {
+    set_body_sink(transfer_, body_);
+    set_header_sink(transfer_, header_);
+}
+
+int Exchange::queue(int priority, const char *job_name) {
+    return transfer_ ? curlmgr_enqueue_job(transfer_.get(), priority, job_name) : kNoTransfer;
+}
+
+int Exchange::perform() {
+    return ::perform(transfer_);
+}
+
+size_t http_status_code_checker(char *line, size_t size, size_t nmemb, void *status) {
+    const std::string_view text = piece_text(line, size * nmemb);
+    const size_t version = text.find("HTTP/1.1");
+    if (version != std::string_view::npos && status != nullptr) {
+        char digits[4];
+        copy_text(digits, text.substr(std::min(version + 9, text.size())));
+        const int code = to_int(digits);
+        *static_cast<int *>(status) = code;
+        std::printf("res: %d\n", code);
+    }
+    return size * nmemb;
+}
