@@ -10,13 +10,13 @@ use warnings;
 my ($nm, @objects) = @ARGV;
 @objects or die "usage: link_graph_test.pl NM OBJECT...\n";
 
-sub name_of { my $name = shift; $name =~ s{.*\.dir/}{}; $name =~ s{\.cpp\.o(?:bj)?$}{}; return $name; }
+sub name_of { my $name = shift; $name =~ s{.*\.dir/(?:\./)?}{}; $name =~ s{\.cpp\.o(?:bj)?$}{}; return $name; }
 
 my (%home, %wanted);
 for my $object (@objects) {
     open my $names, '-|', $nm, '-P', '-C', $object or die "$nm: $!\n";
     while (<$names>) {
-        my ($symbol, $kind) = /^(.*) ([A-Za-z?])(?: [0-9a-f]+)*\s*$/ or next;
+        my ($symbol, $kind) = /^(.*?) ([A-Za-z?])(?: [0-9a-f]+)*\s*$/ or next;
         if ($kind =~ /[Uw]/) { $wanted{$object}{$symbol} = 1 }
         elsif ($kind =~ /[TDBRSG]/) { $home{$symbol} = $object }  # weak ones (inline functions) stand in each user
     }
