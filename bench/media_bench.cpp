@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "exports.h"
+#include "frame/amplify.h"
 #include "frame/frame_sink.h"
-#include "frame/talkback.h"
 
 namespace {
 

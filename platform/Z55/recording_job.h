@@ -49,21 +49,21 @@ class Turn {
     Turn &operator=(const Turn &) = delete;
 
     // For a start from outside. Waits for the turn; false when a recording runs then.
-    bool to_start();
+    [[nodiscard]] bool to_start();
 
     // For a stop from outside. Waits for the turn only while a recording runs. `nothing_runs` ends the job
     // between two pieces and a start under way. `done`: the cutting thread has closed the piece meanwhile.
-    StopTurn to_stop();
+    [[nodiscard]] StopTurn to_stop();
 
     // For the cutting thread's stop and for its start. Both wait for the turn.
-    CutTurn to_cut(Cutter &cutter);
-    CutTurn to_go_on(Cutter &cutter);
+    [[nodiscard]] CutTurn to_cut(Cutter &cutter);
+    [[nodiscard]] CutTurn to_go_on(Cutter &cutter);
 
     // Whether a stop from outside has come since the start took its turn.
     bool stopped() const;
 
     // The piece runs since `start`. Refused, and nothing changes, when stopped().
-    bool begun(time_t start);
+    [[nodiscard]] bool begun(time_t start);
 
     // The same although a stop has come: the camera would not take it, so that the job goes on.
     void begun_in_spite(time_t start);
@@ -91,10 +91,10 @@ class Turn {
 
 // The recording that has begun is a job of `length` seconds. True when it needs a cutting thread, which is to
 // be created then; false when there is one, which takes it over.
-bool make_recording_job(int length);
+[[nodiscard]] bool make_recording_job(int length);
 void cutting_thread_failed();
 
 // The piece is closed: no recording runs. Returns whether one did.
-bool leave_recording();
+[[nodiscard]] bool leave_recording();
 
 #endif

@@ -13,13 +13,13 @@
 #include "agent/utils/files.h"
 #include "agent/utils/reply_text.h"
 #include "agent/utils/text.h"
+#include "device.h"
 #include "exports.h"
+#include "log_sources.h"
 #include "z55cgi.h"
 
 namespace {
 
-constexpr char kSource[] = "platform/Z55/video_recording";
-constexpr char kMediaFolder[] = "/tmp/fuse_d/DCIM/100MEDIA/";
 constexpr size_t kLineSize = 64;
 
 constinit std::mutex cache_lock;
@@ -28,7 +28,7 @@ constinit char cached_log_path[1024] = {};  // from the configuration when first
 std::string log_path() {
     const std::lock_guard<std::mutex> lock(cache_lock);
     if (cached_log_path[0] == '\0' && !conf_value_into(cached_log_path, "RECORDING_LOG_FILE"))
-        std::printf("Read conf failed: RECORDING_LOG_FILE. %s:%d\n", kSource, __LINE__);
+        std::printf("Read conf failed: RECORDING_LOG_FILE. %s:%d\n", kRecordingSource, __LINE__);
     return cached_log_path;
 }
 
@@ -41,12 +41,12 @@ void set_media_folder() {
 void append(const std::string &text) {
     File file = open_to_append(log_path().c_str());
     if (!file) {
-        std::printf("fopen failed, %s:%s\n", kSource, std::strerror(errno));
+        std::printf("fopen failed, %s:%s\n", kRecordingSource, std::strerror(errno));
         return;
     }
     std::fputs(text.c_str(), file.get());
     if (!close_synced(std::move(file)))
-        std::printf("recording log not written, %s:%s\n", kSource, std::strerror(errno));
+        std::printf("recording log not written, %s:%s\n", kRecordingSource, std::strerror(errno));
 }
 
 std::string before_control_character(std::string text) {

@@ -25,8 +25,8 @@ void cancel_last_recording_log();
 // Asks the camera for its newest video and copies its name, cut to fit and before any control character, into
 // `name`. Returns 0, or -1 with `name` as it was. `directory` is not used. Blocks for one request, and
 // without limit for a session key where none is given.
-int get_latest_mp4(const char *directory, char (&name)[28],
-                   const std::optional<std::string> &session_key = std::nullopt);
+[[nodiscard]] int get_latest_mp4(const char *directory, char (&name)[28],
+                                 const std::optional<std::string> &session_key = std::nullopt);
 
 // "%Y%m%d%H%M%S" of `instant` in local time.
 std::string recording_time_text(time_t instant);

@@ -51,31 +51,33 @@ bool contains(const std::string &text, const char *word) {
     return text.find(word) != std::string::npos;
 }
 
-// Nothing when the camera takes it, else the result of start_recording_video.
-std::optional<int> send_video_start(const std::string &key) {
+// Whether the camera takes it; else `result` is that of start_recording_video.
+bool send_video_start(const std::string &key, int &result) {
     std::string reply;
-    if (const int result = easyRemoteControl(key, "VIDEO_START", reply)) {
+    result = easyRemoteControl(key, "VIDEO_START", reply);
+    if (result != 0) {
         std::printf("*** (start_recording_video) res != CURLE_OK: res = %d\n", result);
-        return result;
+        return false;
     }
-    if (contains(reply, "VIDEO_START")) return std::nullopt;
-    const int code = error_code_number(reply);
-    std::printf("VIDEO_START ErrorCode: %d\n", code);
-    return code;
+    if (contains(reply, "VIDEO_START")) return true;
+    result = error_code_number(reply);
+    std::printf("VIDEO_START ErrorCode: %d\n", result);
+    return false;
 }
 
 // The same for a stop.
-std::optional<int> send_video_stop() {
+bool send_video_stop(int &result) {
     std::puts("(stop_recording_video) calling easyRemoteControl to perform cgi");
     std::string reply;
-    if (const int result = easyRemoteControl(configured_key(), "VIDEO_STOP", reply)) {
+    result = easyRemoteControl(configured_key(), "VIDEO_STOP", reply);
+    if (result != 0) {
         std::puts("curl video stop failed");
-        return result;
+        return false;
     }
-    if (contains(reply, "VIDEO_STOP")) return std::nullopt;
-    const int code = error_code_number(reply);
-    std::printf("VIDEO_STOP ErrorCode: %d\n", code);
-    return code;
+    if (contains(reply, "VIDEO_STOP")) return true;
+    result = error_code_number(reply);
+    std::printf("VIDEO_STOP ErrorCode: %d\n", result);
+    return false;
 }
 
 // A start that was stopped meanwhile asks no further.
@@ -83,36 +85,39 @@ bool did_not_start(const Turn &turn) {
     return !turn.stopped() && device_status("Recording")[0] == '0' && !turn.stopped();
 }
 
-std::optional<int> make_camera_start(const Turn &turn, const std::string &key) {
-    if (const auto failure = send_video_start(key)) return failure;
+bool make_camera_start(const Turn &turn, const std::string &key, int &result) {
+    if (!send_video_start(key, result)) return false;
     sleep_milliseconds(kStartCheckMilliseconds);
-    if (!did_not_start(turn)) return std::nullopt;
+    if (!did_not_start(turn)) return true;
     std::puts("Retry video Recording ");
-    return send_video_start(key);
+    return send_video_start(key, result);
 }
 
 }  // namespace
 
-std::optional<int> start_piece(Turn &turn, long length, const Cutter *cutter) {
+bool start_piece(Turn &turn, long length, const Cutter *cutter, int &result) {
     std::printf("start_recording_video called, len = %ld\n", length);
     const std::string key = configured_key();
     const time_t start = camera_time();
     std::printf("rawtime = %ld, cct = %d\n", static_cast<long>(start), clock_is_set() ? 8 : 0);
     std::puts("(start_recording_video) calling easyRemoteControl to perform cgi");
-    if (turn.stopped()) return kNotRecording;
-    if (const auto failure = make_camera_start(turn, key)) return failure;
+    result = kNotRecording;
+    if (turn.stopped() || !make_camera_start(turn, key, result)) return false;
     if (!turn.begun(start)) {
-        if (!close_piece(turn, start, cutter)) return kNotRecording;
+        if (close_piece(turn, start, cutter, result)) {
+            result = kNotRecording;
+            return false;
+        }
         turn.begun_in_spite(start);
     }
     touch_recording_flag_temp_file();
     std::printf("*** (start_recording_video) video_recording = 1, g_start_recording_time = %ld ***\n",
                 static_cast<long>(start));
-    return std::nullopt;
+    return true;
 }
 
-std::optional<int> close_piece(Turn &turn, time_t start, const Cutter *cutter) {
-    if (const auto failure = send_video_stop()) return failure;
+bool close_piece(Turn &turn, time_t start, const Cutter *cutter, int &result) {
+    if (!send_video_stop(result)) return false;
     const time_t end = camera_time();
     std::printf("***(stop_recording_video) video_recording = 0, endtime = %ld ***\n", static_cast<long>(end));
     sleep_milliseconds(kCameraCloseMilliseconds);
@@ -126,5 +131,5 @@ std::optional<int> close_piece(Turn &turn, time_t start, const Cutter *cutter) {
         turn.ended_by_stop();
     }
     if (start != 0 && !key) write_recording_log(start, end, key);
-    return std::nullopt;
+    return true;
 }

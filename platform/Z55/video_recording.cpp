@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr int kAlreadyRecording = -10;
 constexpr size_t kStartTimeSize = 15;
 
 // Read from the configuration when first needed.
@@ -77,7 +76,9 @@ bool close_cut_piece(Cutter &cutter, int remaining) {
     std::printf("(autocut_recording) stop_recording_video. len = %d\n", remaining);
     std::puts("stop_recording_video called");
     if (found == CutTurn::taken) {
-        (void)close_piece(turn, recording_start(), &cutter);  // one that stays open is cut the next time
+        int refusal = 0;
+        // One that stays open is cut the next time.
+        (void)close_piece(turn, recording_start(), &cutter, refusal);
     } else {
         refuse_stop();
     }
@@ -93,9 +94,10 @@ void start_next_piece(Cutter &cutter) {
     std::printf("(autocut_recording). start_recording_video len = %d\n", cutter.left);
     if (found == CutTurn::as_it_is) {
         refuse_start(1);
-    } else if (!start_piece(turn, cutter.left, &cutter)) {
-        cutter.job = turn.job_number();
+        return;
     }
+    int refusal = 0;
+    if (start_piece(turn, cutter.left, &cutter, refusal)) cutter.job = turn.job_number();
 }
 
 // One piece of the job: waits for its end and starts the next one. A camera that refuses either is asked
@@ -117,16 +119,18 @@ int start_recording_video(long len) {
     if (const int recording = load_shared(video_recording)) return refuse_start(recording);
     Turn turn;
     if (!turn.to_start()) return refuse_start(1);
-    if (const auto failure = start_piece(turn, len, nullptr)) return *failure;
+    int result = 0;
+    if (!start_piece(turn, len, nullptr, result)) return result;
     return give_to_cutting_thread(len);
 }
 
 int stop_recording_video(void) {
     std::puts("stop_recording_video called");
     Turn turn;
+    int result = 0;
     switch (turn.to_stop()) {
         case StopTurn::taken:
-            return close_piece(turn, recording_start(), nullptr).value_or(0);
+            return close_piece(turn, recording_start(), nullptr, result) ? 0 : result;
         case StopTurn::done:
             return 0;
         case StopTurn::nothing_runs:

@@ -43,6 +43,9 @@
 #ifndef Z55_VIDEO_RECORDING_H
 #define Z55_VIDEO_RECORDING_H
 
+// What is refused because a recording runs.
+inline constexpr int kAlreadyRecording = -10;
+
 // At start-up: stops a recording that the flag file tells of. Blocks for the stop.
 void checkVideoRecording();
 

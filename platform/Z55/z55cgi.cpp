@@ -10,13 +10,10 @@
 #include "agent/exchange.h"
 #include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
+#include "log_sources.h"
 #include "shared.h"
 
 namespace {
-
-constexpr char kModelSource[] = "platform/Z55/ak_model";
-constexpr char kPollingSource[] = "platform/Z55/agent/polling";
-constexpr char kCgiSource[] = "platform/Z55/z55cgi";
 
 constexpr size_t kResultSize = 128;                 // bytes that result_write_callback fills
 constexpr size_t kLargestPhoto = 32 * 1024 * 1024;  // bytes

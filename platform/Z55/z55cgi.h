@@ -12,8 +12,8 @@
 // --- What the handlers ask of the camera at hostIP, with the key that the hook hands out.
 
 // The reply to one status key or setting group; null as curl_GET.
-Reply get_status(const std::string &name);
-Reply get_setting(const std::string &group);
+[[nodiscard]] Reply get_status(const std::string &name);
+[[nodiscard]] Reply get_setting(const std::string &group);
 
 // Post a settings or a remote-control document. `length` is the number in the pseudo-header where it is not
 // the document's length. Return curl_POST's result.
@@ -25,7 +25,7 @@ Reply get_setting(const std::string &group);
 
 // GET of `url` with the hook's key. The last piece of the body on status 200; null on any other status or on
 // a transfer error, whose libcurl code is then in `res`.
-Reply curl_GET(const std::string &url);
+[[nodiscard]] Reply curl_GET(const std::string &url);
 
 // POST of `body` (from post_body) to `url` with the hook's key. Returns the libcurl result, 0 on success, or
 // -1 when the queue is full; the HTTP status is not looked at.
@@ -37,7 +37,7 @@ std::string post_body(const std::string &document, int length);
 std::string post_body(const std::string &document);
 
 // High-priority GET of "url?query". The last piece of the body on status 200, else null.
-Reply perform_curl(const std::string &url, const std::string &key, const std::string &query);
+[[nodiscard]] Reply perform_curl(const std::string &url, const std::string &key, const std::string &query);
 
 // The four below read the camera's address from the configuration at each call and return 0, or -1 on a
 // transfer error or a status other than 200. `reply` holds at most the last piece's first 128 bytes.

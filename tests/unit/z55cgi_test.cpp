@@ -351,7 +351,7 @@ TEST_F(Cgi, TheGenericRequestsLeaveCopiesOfWhatTheySent) {
 
     set_session_key("6");
     body = "second";
-    log_of([] { curl_GET("http://127.0.0.1:8080/CGI/X"); });
+    log_of([] { (void)curl_GET("http://127.0.0.1:8080/CGI/X"); });
     EXPECT_STREQ("Session=6", cookie);
     EXPECT_STREQ("<A>1</A>", response) << "a GET leaves the last POST's reply";
 
@@ -360,7 +360,7 @@ TEST_F(Cgi, TheGenericRequestsLeaveCopiesOfWhatTheySent) {
     EXPECT_STREQ("b", post_fields);
 
     camera.go_away();
-    log_of([] { curl_GET("http://127.0.0.1:8080/CGI/X"); });
+    log_of([] { (void)curl_GET("http://127.0.0.1:8080/CGI/X"); });
     EXPECT_EQ(7, res);
     res = 0;
     log_of([] { EXPECT_EQ(7, curl_POST("http://127.0.0.1:8080/CGI/X", "c")); });
@@ -371,9 +371,9 @@ TEST_F(Cgi, TheGenericRequestsLeaveCopiesOfWhatTheySent) {
 TEST_F(Cgi, WithoutASessionKeyTheCookieIsEmpty) {
     set_session_key("");
     const std::string log = log_of([] {
-        curl_GET("http://127.0.0.1:8080/CGI/X");
+        (void)curl_GET("http://127.0.0.1:8080/CGI/X");
         (void)curl_POST("http://127.0.0.1:8080/CGI/X", "b");
-        perform_curl("http://127.0.0.1:8080/CGI/X", "", "a");
+        (void)perform_curl("http://127.0.0.1:8080/CGI/X", "", "a");
     });
     EXPECT_EQ((Texts{"GET /CGI/X Session=", "POST /CGI/X Session=\nb", "GET /CGI/X?a Session="}),
               camera.seen());
@@ -382,7 +382,7 @@ TEST_F(Cgi, WithoutASessionKeyTheCookieIsEmpty) {
 
 TEST_F(Cgi, AnOverlongKeyOfTheHookIsCutToTheCookie) {
     get_session_key = [] { return strdup(std::string(100, '1').c_str()); };
-    log_of([] { curl_GET("http://127.0.0.1:8080/CGI/X"); });
+    log_of([] { (void)curl_GET("http://127.0.0.1:8080/CGI/X"); });
     EXPECT_EQ((Texts{"GET /CGI/X Session=" + std::string(41, '1')}), camera.seen());
     EXPECT_EQ("Session=" + std::string(41, '1'), cookie);
 }
@@ -460,7 +460,7 @@ TEST_F(Cgi, OverlongAddressesAndActionsAreCut) {
     std::string reply;
     photo_buffer photo{};
     log_of([&] {
-        perform_curl(std::string(kBase) + "/CGI/X", "7", text);
+        (void)perform_curl(std::string(kBase) + "/CGI/X", "7", text);
         (void)getSingleCameraStatus("7", text.c_str(), reply);
         (void)easyRemoteControl("7", text.c_str(), reply);
         (void)z55_get_photo(&photo, ("/" + text).c_str());

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "../log_sources.h"
 #include "alarm_sink.h"
 
 void apply_level(const PollEvent &event, bool &latched, std::optional<bool> low, int trace_line) {
@@ -15,7 +16,7 @@ void apply_level(const PollEvent &event, bool &latched, std::optional<bool> low,
             latched = false;
             break;
         case LevelAction::none:
-            if (trace_line != 0) std::printf("--%s, line %d -- \n", "platform/Z55/agent/polling", trace_line);
+            if (trace_line != 0) std::printf("--%s, line %d -- \n", kPollingSource, trace_line);
             std::puts(event.held_text);
             break;
     }

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "../exports.h"
+#include "../log_sources.h"
 #include "utils/os.h"
 #include "utils/text.h"
 #include "utils/threads.h"
@@ -15,13 +16,21 @@
 namespace {
 
 constexpr long kConnectTimeoutSeconds = 2;
-constexpr long kPacingNanoseconds =
-    100'000'000;  // requests start at most this far into a second, or back to back
+// Requests start at most this far into a second, or back to back.
+constexpr long kPacingNanoseconds = 100'000'000;
 
 // Guards all of this but the semaphore's waits; held for list operations only.
 constinit std::mutex queue_lock;
-constinit curl_queue default_queue{};
-constinit curl_queue high_queue{};
+struct Lane {
+    int priority;
+    const char *name;  // in the log: "high size: %d"
+    curl_queue queue;
+};
+constinit Lane lanes[] = {
+    // the worker looks into them in this order
+    {kHighPriority, "high", {}},
+    {kDefaultPriority, "default", {}},
+};
 
 constinit sem_t curl_sem{};           // the idle worker sleeps on it; at most one wake-up is pending
 constinit int curl_sem_error = 0;     // errno of its initialisation
@@ -45,15 +54,15 @@ void wait_resuming(sem_t *semaphore) {
 void init_once() {
     static std::once_flag once;
     std::call_once(once, [] {
-        curl_queue_init(&default_queue, kQueueCapacity);
-        curl_queue_init(&high_queue, kQueueCapacity);
+        for (Lane &lane : lanes) curl_queue_init(&lane.queue, kQueueCapacity);
         if (sem_init(&curl_sem, 0, 0) != 0) curl_sem_error = errno;
     });
 }
 
 curl_queue *queue_of(int priority) {
-    if (priority == kHighPriority) return &high_queue;
-    if (priority == kDefaultPriority) return &default_queue;
+    for (Lane &lane : lanes) {
+        if (lane.priority == priority) return &lane.queue;
+    }
     return nullptr;
 }
 
@@ -70,9 +79,8 @@ Pushed push_and_wake(curl_queue *queue, curl_job *job) {
 
 // The lock is held.
 void fail_waiting_jobs() {
-    for (curl_queue *queue : {&high_queue, &default_queue}) {
-        while (queue->count > 0) {
-            curl_job *job = curl_queue_pop(queue);
+    for (Lane &lane : lanes) {
+        while (curl_job *job = curl_queue_pop(&lane.queue)) {
             job->result = kNotPerformed;
             sem_post(&job->done);
         }
@@ -92,19 +100,20 @@ std::uint32_t waiting_in(const curl_queue &queue) {
 }
 
 curl_job *pop_from(curl_queue &queue) {
-    const std::lock_guard<std::mutex> lock(queue_lock);
-    return curl_queue_pop(&queue);
+    std::unique_lock<std::mutex> lock(queue_lock);
+    curl_job *job = curl_queue_pop(&queue);
+    lock.unlock();
+    if (job == nullptr) std::puts("curl_queue_pop: EMPTY");
+    return job;
 }
 
-// The next job by strict priority, null when both queues are empty.
+// The next job by strict priority, null when all queues are empty.
 curl_job *next_job() {
-    if (const std::uint32_t size = waiting_in(high_queue)) {
-        std::printf("high size: %d\n", static_cast<int>(size));
-        return pop_from(high_queue);
-    }
-    if (const std::uint32_t size = waiting_in(default_queue)) {
-        std::printf("default size: %d\n", static_cast<int>(size));
-        return pop_from(default_queue);
+    for (Lane &lane : lanes) {
+        if (const std::uint32_t size = waiting_in(lane.queue)) {
+            std::printf("%s size: %d\n", lane.name, static_cast<int>(size));
+            return pop_from(lane.queue);
+        }
     }
     return nullptr;
 }
@@ -125,14 +134,11 @@ unsigned long long fail_rate(const curl_counts &counts_now) {
 }
 
 void curl_queue_init(curl_queue *queue, std::uint32_t capacity) {
-    *queue = curl_queue{nullptr, nullptr, 0, capacity, 1};
+    *queue = curl_queue{nullptr, nullptr, 0, capacity};
 }
 
 int curl_queue_push_back(curl_queue *queue, curl_job *job) {
-    if (queue->count == queue->capacity) {
-        std::puts("curl_queue_push_back: FULL");
-        return 1;
-    }
+    if (queue->count == queue->capacity) return 1;
     job->prev = queue->tail;
     job->next = nullptr;
     (queue->tail != nullptr ? queue->tail->next : queue->head) = job;
@@ -142,10 +148,7 @@ int curl_queue_push_back(curl_queue *queue, curl_job *job) {
 }
 
 curl_job *curl_queue_pop(curl_queue *queue) {
-    if (queue->count == 0) {
-        std::puts("curl_queue_pop: EMPTY");
-        return nullptr;
-    }
+    if (queue->count == 0) return nullptr;
     curl_job *job = queue->head;
     queue->head = job->next;
     (queue->head != nullptr ? queue->head->prev : queue->tail) = nullptr;
@@ -164,6 +167,7 @@ int curlmgr_enqueue_job(CURL *handle, int priority, const char *name) {
     sem_init(&job.done, 0, 0);
     const Pushed pushed = push_and_wake(queue, &job);
     if (pushed == Pushed::full) {
+        std::puts("curl_queue_push_back: FULL");
         std::puts("curlmgr_enqueue_job failed. The queue is full. res = -1.");
         return -1;
     }
@@ -195,7 +199,7 @@ void *start_curl_thread(void *) {
     init_once();
     std::printf("Start Curl Performing Thread.\n");
     if (pthread_create(&worker_thread, &thread_attr, perform_curls_in_queue, nullptr) != 0) {
-        std::printf("!!!***%s %d***!!!\n", "platform/Z55/agent/curlmgr", 203);
+        std::printf("!!!***%s %d***!!!\n", kQueueSource, 203);
         std::puts("*** error in create curl_thread ***");
         want_thread_again(start_curl_thread);
         curl_worker_missing();

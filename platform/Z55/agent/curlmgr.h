@@ -1,5 +1,5 @@
-// The HTTP job queue: two bounded queues of prepared libcurl transfers and one worker thread that performs
-// them, one at a time, high priority first. It knows no camera.
+// The HTTP job queue: a bounded queue of prepared libcurl transfers for each priority, and one worker thread
+// that performs them, one at a time, by strict priority. It knows no camera.
 #ifndef Z55_AGENT_CURLMGR_H
 #define Z55_AGENT_CURLMGR_H
 
@@ -22,7 +22,6 @@ struct curl_job {
 struct curl_queue {
     curl_job *head, *tail;
     std::uint32_t count, capacity;
-    int initialised;
 };
 
 // Transfers since start; they never come round to 0.
@@ -38,7 +37,7 @@ inline constexpr std::uint32_t kQueueCapacity = 80;  // jobs waiting, per queue
 void curl_queue_init(curl_queue *queue, std::uint32_t capacity);
 
 // Links `job` at the back. Returns 0, or 1 when the queue is full.
-int curl_queue_push_back(curl_queue *queue, curl_job *job);
+[[nodiscard]] int curl_queue_push_back(curl_queue *queue, curl_job *job);
 
 // Unlinks and returns the head, null when the queue is empty.
 curl_job *curl_queue_pop(curl_queue *queue);
@@ -47,7 +46,7 @@ curl_job *curl_queue_pop(curl_queue *queue);
 // the libcurl result, or -1 when the queue of that priority is full, when there is no such priority, or at
 // once when the worker could not be created. The handle stays the caller's. `name` may be null. Any thread
 // but the worker.
-int curlmgr_enqueue_job(CURL *handle, int priority, const char *name);
+[[nodiscard]] int curlmgr_enqueue_job(CURL *handle, int priority, const char *name);
 
 // The worker's life. Not yet there when the agent starts: requests wait for it. Standing, to the process's
 // end. Or missing, because it or its starter could not be created: requests fail, those that wait too, until

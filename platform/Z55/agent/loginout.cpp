@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "../exports.h"
+#include "../log_sources.h"
 #include "exchange.h"
 #include "session_key.h"
 #include "utils/conf_file.h"
@@ -17,7 +18,6 @@
 
 namespace {
 
-constexpr char kSource[] = "platform/Z55/agent/loginout";
 constexpr size_t kPathSize = 200;
 constexpr long kRetrySeconds = 5;
 
@@ -95,7 +95,7 @@ void store_file(const char *path, std::string_view text, mode_t mode) {
 void save_firmware_version(std::string_view body) {
     const auto version = find_xml_value(body, "FWVER");
     if (!version) {
-        std::printf("res !=CURLE_OK: %s,line %d\n", kSource, 285);
+        std::printf("res !=CURLE_OK: %s,line %d\n", kLoginSource, 285);
         std::puts("login get FWVER failure");
         return;
     }
@@ -120,9 +120,9 @@ int login(void) {
     LoginReply reply;
     const int result = post_login(settings, reply);
     if (result != 0) {
-        std::printf("res !=CURLE_OK: %s,line %d\n", kSource, 263);
+        std::printf("res !=CURLE_OK: %s,line %d\n", kLoginSource, 263);
         std::printf("***(login) error: curl perform failed. error code = %d***\n\n", result);
-        std::printf("After res !=CURLE_OK: %s,line %d\n", kSource, 266);
+        std::printf("After res !=CURLE_OK: %s,line %d\n", kLoginSource, 266);
         return -1;
     }
     const auto key = getSessionKeyInHeader(reply.session_header ? reply.session_header.c_str() : nullptr);

@@ -17,7 +17,7 @@ int getSessionKey(char *out);
 void load_login_settings();
 
 // The key in a "Session=" response header: its first character whatever it is, then the digits that follow.
-std::optional<std::string> getSessionKeyInHeader(const char *header);
+[[nodiscard]] std::optional<std::string> getSessionKeyInHeader(const char *header);
 
 // Replaces the file named by "COOKIE", if any, by one that holds the key and only its owner may read. A link
 // in its place is not followed.

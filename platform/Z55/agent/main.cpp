@@ -57,9 +57,10 @@ void write_start_time() {
 }
 
 void start_agent_threads() {
-    start_wanted_thread(&cloud_thread, run_cloud_session, reinterpret_cast<void *>(copy_session_key));
+    // Those that cannot be started now are tried again.
+    (void)start_wanted_thread(&cloud_thread, run_cloud_session, reinterpret_cast<void *>(copy_session_key));
     if (start_wanted_thread(&queue_thread, start_curl_thread, nullptr) != 0) curl_worker_missing();
-    start_wanted_thread(&clock_thread, NTP_poll, reinterpret_cast<void *>(copy_session_key));
+    (void)start_wanted_thread(&clock_thread, NTP_poll, reinterpret_cast<void *>(copy_session_key));
 }
 
 bool session_expired(int poll_result) {

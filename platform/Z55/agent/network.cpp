@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../sdk/usock.h"
 #include "../z55cgi.h"
 #include "curlmgr.h"
@@ -24,7 +25,6 @@
 
 namespace {
 
-constexpr char kSource[] = "platform/Z55/agent/utils";
 constexpr char kDefaultRoute[] = "0.0.0.0";
 constexpr size_t kLongestDestinationOffset = 9;  // further right the match is another column's
 constexpr size_t kLineSize = 255;                // a longer line of the routing table counts as several
@@ -99,7 +99,7 @@ std::optional<std::string> get_uuid() {
         std::perror("Read session_key failed.");
         return std::nullopt;
     }
-    std::printf("get_uuid  start --- %s --- %d ---\n ", kSource, __LINE__);
+    std::printf("get_uuid  start --- %s --- %d ---\n ", kUtilsSource, __LINE__);
     const std::string url = camera_url(host, "/CGI/CameraInfo");
     std::printf("url = %s\n", url.c_str());
     auto uuid = ask_uuid(url, *key);

@@ -8,19 +8,19 @@
 
 // The device's UUID as the camera tells it. Asks again without a pause or limit until the camera answers;
 // nothing only when the configuration cannot be read.
-std::optional<std::string> get_uuid();
+[[nodiscard]] std::optional<std::string> get_uuid();
 
 // The Wi-Fi hardware address: at most 12 hexadecimal digits in upper case, without colons; "" when it cannot
 // be had.
 std::string get_MAC_uppercase();
 
 // The default route's gateway, a dotted IPv4 address and nothing else; nothing when there is none.
-std::optional<std::string> get_default_gateway();
+[[nodiscard]] std::optional<std::string> get_default_gateway();
 
 // 1 when ifconfig lists wlan0, else 0.
-int wlan0_exists();
+[[nodiscard]] int wlan0_exists();
 
 // One ping of the default gateway: 0 when it answered, else -1.
-int ping_default_gateway();
+[[nodiscard]] int ping_default_gateway();
 
 #endif

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "../log_sources.h"
 #include "alarm_latch.h"
 #include "alarm_rules.h"
 #include "alarm_sink.h"
@@ -20,7 +21,6 @@
 
 namespace {
 
-constexpr char kSource[] = "platform/Z55/agent/polling";
 constexpr long kStartDelayMilliseconds = 9000;
 constexpr size_t kPercentDigits = 9;  // of df's text that are looked at
 
@@ -53,9 +53,9 @@ Timers init_timers() {
     Timers timers;
     for (size_t i = 0; i < std::size(kPollEvents); i++)
         timers.events[i].period = configured_period(kPollEvents[i]);
-    std::printf("before_init_nimb_status  %s,line %d\n", kSource, __LINE__);
+    std::printf("before_init_nimb_status  %s,line %d\n", kPollingSource, __LINE__);
     timers.quota.period = configured_period(kQuotaEvent);
-    std::printf("after_init_nimb_status  %s,line %d\n", kSource, __LINE__);
+    std::printf("after_init_nimb_status  %s,line %d\n", kPollingSource, __LINE__);
     std::puts("Events initialized.");
     return timers;
 }
@@ -98,7 +98,7 @@ void check_temperature(const std::string &key, const std::string &host) {
     if (query_error(*values) != nullptr) return;
     for (size_t i = 0; i < values->size(); i++) {
         if ((*values)[i]) continue;
-        std::printf("values[%d] = NULL, aborting %s : %d\n", static_cast<int>(i), kSource, __LINE__);
+        std::printf("values[%d] = NULL, aborting %s : %d\n", static_cast<int>(i), kPollingSource, __LINE__);
         return;
     }
     const int temperature = to_int((*values)[0]->c_str());
@@ -148,7 +148,7 @@ void apply_values(const std::vector<size_t> &polled, const QueryResult &values, 
     for (size_t j = 0; j < polled.size(); j++) {
         const PollEvent &event = kPollEvents[polled[j]];
         if (!values[j]) {
-            std::printf("values[%d] = NULL,  %s : %d\n", static_cast<int>(j), kSource, __LINE__);
+            std::printf("values[%d] = NULL,  %s : %d\n", static_cast<int>(j), kPollingSource, __LINE__);
             continue;
         }
         const char *value = values[j]->c_str();
@@ -208,7 +208,7 @@ int myPoll(const std::string &key) {
     for (;;) {
         if (const auto error = poll_once(timers, key, host)) {
             std::printf("myPoll failed. error:%s\n", error->c_str());
-            return to_int(error->c_str() + 10);
+            return to_int(error->c_str() + kErrorMarker.size());
         }
         sleep_until_next_cycle(*period);
     }

@@ -7,7 +7,7 @@
 
 // Polls with `key` until the camera answers with an error, whose code it returns (-2 and -9: the session is
 // no longer valid); 1 when the configuration cannot be read. Blocks for as long as polling goes well.
-int myPoll(const std::string &key);
+[[nodiscard]] int myPoll(const std::string &key);
 
 // Free space of the SD card's file system in percent, by df; 100 when df says nothing or fails.
 // Blocks for df (61 s at most).

@@ -1,7 +1,6 @@
 #include "status_query.h"
 
 #include <cstdio>
-#include <cstring>
 
 #include "../z55cgi.h"
 #include "exchange.h"
@@ -10,12 +9,12 @@
 
 namespace {
 
-constexpr char kMarker[] = "ERRORCODE:";
+constexpr size_t kMarkerSize = 40;  // with its error code and a NUL
 constexpr size_t kStatusQuerySize = 200;
 constexpr size_t kSettingKeyBudget = 20;  // bytes of a settings query per key, and once more as a spare
 
 std::string error_marker(const std::string &code) {
-    return format_text(40, "ERRORCODE:%s", code.c_str());
+    return cut_to_buffer(std::string(kErrorMarker) + code, kMarkerSize);
 }
 
 std::string joined(const char *prefix, const std::vector<const char *> &names, size_t size) {
@@ -76,6 +75,6 @@ std::optional<QueryResult> getCameraSettings(const std::string &key, const std::
 }
 
 const char *query_error(const QueryResult &values) {
-    if (values.empty() || !values[0] || values[0]->rfind(kMarker, 0) != 0) return nullptr;
-    return values[0]->c_str() + std::strlen(kMarker);
+    if (values.empty() || !values[0] || !values[0]->starts_with(kErrorMarker)) return nullptr;
+    return values[0]->c_str() + kErrorMarker.size();
 }

@@ -5,23 +5,30 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
+
+// What stands before the error code of a query that the camera refused.
+inline constexpr std::string_view kErrorMarker = "ERRORCODE:";
 
 // A slot per key in the order of the keys: its value, or nothing where the reply lacks it. On a camera error
 // slot 0 holds "ERRORCODE:" and the error code, cut to 39 characters, and the others hold nothing.
 using QueryResult = std::vector<std::optional<std::string>>;
 
-// One status key. Its value, an "ERRORCODE:" marker, or nothing when there was no reply or no such element.
-std::optional<std::string> getCameraStatus(const std::string &key, const std::string &host, const char *name);
+// Kept though nothing calls it: one status key. Its value, an "ERRORCODE:" marker, or nothing when there was
+// no reply or no such element.
+[[nodiscard]] std::optional<std::string> getCameraStatus(const std::string &key, const std::string &host,
+                                                         const char *name);
 
 // Several status keys, with the camera's pending notifications when `notification` is set. Nothing without a
 // reply.
-std::optional<QueryResult> getCameraStatuses(const std::string &key, const std::string &host,
-                                             const std::vector<const char *> &names, bool notification);
+[[nodiscard]] std::optional<QueryResult> getCameraStatuses(const std::string &key, const std::string &host,
+                                                           const std::vector<const char *> &names,
+                                                           bool notification);
 
 // Several setting groups. Nothing without a reply.
-std::optional<QueryResult> getCameraSettings(const std::string &key, const std::string &host,
-                                             const std::vector<const char *> &names);
+[[nodiscard]] std::optional<QueryResult> getCameraSettings(const std::string &key, const std::string &host,
+                                                           const std::vector<const char *> &names);
 
 // The error code behind an "ERRORCODE:" marker in slot 0, as text; null when the query succeeded.
 const char *query_error(const QueryResult &values);

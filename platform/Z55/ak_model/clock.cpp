@@ -19,8 +19,8 @@ constexpr char kNtpCommand[] = "/usr/bin/ntpdate pool.ntp.org ";
 constexpr long kDefaultPeriodSeconds = 60;  // where the configured period is not positive
 
 bool set_clock() {
-    const int status = run_shell(kNtpCommand);
-    if (status == 0) return true;
+    int status = -1;
+    if (run_shell(kNtpCommand, kCommandSeconds, &status) == 0) return true;
     std::printf("fail to NTP calibration, system() return: %d\n ", status);
     return false;
 }
@@ -79,7 +79,7 @@ void *NTP_poll(void *key_function) {
     for (;;) {
         std::puts("NTP_poll polling");
         const int result = perform_NTP(session_key().value_or(""), false);
-        if (load_shared(NTP_FAIL) != 0 && result == 0) reboot_device();
+        if (load_shared(NTP_FAIL) != 0 && result == 0) (void)reboot_device();  // tried again after the period
         pause_seconds(*period > 0 ? *period : kDefaultPeriodSeconds);
     }
 }

@@ -10,7 +10,7 @@ inline constexpr time_t kHomeOffsetSeconds = 28800;
 
 // One synchronisation. With `direct` the transfer runs on the calling thread, else through the job queue.
 // Returns 0, or -1 when ntpdate or the transfer failed. Blocks for both, for ntpdate 61 s at most.
-int perform_NTP(const std::string &key, bool direct);
+[[nodiscard]] int perform_NTP(const std::string &key, bool direct);
 
 // Thread routine: synchronises on the configured period for ever; its argument is the value of
 // get_session_key. Returns 1 (as a pointer) when the configuration cannot be read.

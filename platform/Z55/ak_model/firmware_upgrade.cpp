@@ -39,74 +39,77 @@ std::optional<std::string> status_value(const char *name) {
     });
 }
 
-// What the checks collect; each of them ends the request with its result where it fails.
+// What the checks collect. One that fails ends the request with `result`.
 struct Checks {
     std::string event, adaptor, card, space;
+    int result = -1;
 };
 
-std::optional<int> check_event(Checks &checks) {
+// Whether `reply` has the element; where it lacks it the camera's error code is the result.
+bool take_element(Checks &checks, const Reply &reply, const char *element, std::string &value) {
+    const auto found = find_xml_value(*reply, element);
+    if (found)
+        value = *found;
+    else
+        checks.result = error_code_number(*reply);
+    return found.has_value();
+}
+
+bool take_status(const char *name, std::string &value) {
+    const auto found = status_value(name);
+    if (found) value = *found;
+    return found.has_value();
+}
+
+bool check_event(Checks &checks) {
     const auto reply = fetch_status("NewFirmwareEvent");
     if (!reply) {
         std::fprintf(stderr, "local_response is null:   (%s, %d)\n", kModelSource, __LINE__);
-        return -1;
+        return false;
     }
-    const auto event = find_xml_value(*reply, "NewFirmwareEvent");
-    if (!event) {
-        const int code = error_code_number(*reply);
-        std::printf("fwEvent ErrorCode: %d\n", code);
-        return code;
+    if (!take_element(checks, reply, "NewFirmwareEvent", checks.event)) {
+        std::printf("fwEvent ErrorCode: %d\n", checks.result);
+        return false;
     }
-    checks.event = *event;
-    std::printf("debug , fwEvent = %s,---  %s,%d -----\n", event->c_str(), kModelSource, __LINE__);
-    return std::nullopt;
+    std::printf("debug , fwEvent = %s,---  %s,%d -----\n", checks.event.c_str(), kModelSource, __LINE__);
+    return true;
 }
 
-std::optional<int> check_new_version(Checks &) {
-    const auto version = status_value("firmware_newver");
-    if (!version) return -1;
-    std::printf("debug , firmware_newver = %s,---  %s,%d -----\n", version->c_str(), kModelSource, __LINE__);
-    return std::nullopt;
+bool check_new_version(Checks &) {
+    std::string version;
+    if (!take_status("firmware_newver", version)) return false;
+    std::printf("debug , firmware_newver = %s,---  %s,%d -----\n", version.c_str(), kModelSource, __LINE__);
+    return true;
 }
 
-std::optional<int> check_adaptor(Checks &checks) {
-    const auto value = status_value("Adapt");
-    if (!value) return -1;
-    checks.adaptor = *value;
-    return std::nullopt;
+bool check_adaptor(Checks &checks) {
+    return take_status("Adapt", checks.adaptor);
 }
 
-std::optional<int> check_card(Checks &checks) {
-    const auto value = status_value("Sdcard");
-    if (!value) return -1;
-    checks.card = *value;
-    return std::nullopt;
+bool check_card(Checks &checks) {
+    return take_status("Sdcard", checks.card);
 }
 
-std::optional<int> check_space(Checks &checks) {
+bool check_space(Checks &checks) {
     const auto reply = fetch_status("Space");
     if (!reply) {
         std::printf("res !=CURLE_OK: %s,line %d\n", kModelSource, __LINE__);
-        return -1;
+        return false;
     }
-    const auto space = find_xml_value(*reply, "Space");
-    if (!space) {
-        const int code = error_code_number(*reply);
-        std::printf("space ErrorCode: %d\n", code);
-        return code;
-    }
-    checks.space = *space;
-    return std::nullopt;
+    if (take_element(checks, reply, "Space", checks.space)) return true;
+    std::printf("space ErrorCode: %d\n", checks.result);
+    return false;
 }
 
-std::optional<int> check_idle(Checks &) {
+bool check_idle(Checks &) {
     const std::string status = device_status("Upgrade_SW_status");
-    if (status == "Idle") return std::nullopt;
+    if (status == "Idle") return true;
     std::printf("Firmware Upgrade %s...\n", status.c_str());
-    return -1;
+    return false;
 }
 
-constexpr std::optional<int> (*kChecks[])(Checks &) = {check_event, check_new_version, check_adaptor,
-                                                       check_card,  check_space,       check_idle};
+constexpr bool (*kChecks[])(Checks &) = {check_event, check_new_version, check_adaptor,
+                                         check_card,  check_space,       check_idle};
 
 int request_upgrade() {
     if (deleteDummyFile() != 0) {
@@ -117,7 +120,7 @@ int request_upgrade() {
     const std::string document = "<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>";
     if (const int result = post_remote_control(document)) {
         std::printf("(OTA) curl_Post failed . res = %d , %s:%d\n", result, kModelSource, __LINE__);
-        restore_reserve();
+        (void)restore_reserve();  // its log says what comes of it
         return -1;
     }
     std::puts("curl_Post OK, starting OTA monitoring");
@@ -159,7 +162,7 @@ int doOTA() {
     std::printf("!!!***%s %d ***!!! OTA function \n", kModelSource, __LINE__);
     Checks checks;
     for (const auto check : kChecks) {
-        if (const auto failure = check(checks)) return *failure;
+        if (!check(checks)) return checks.result;
     }
     const int card = to_int(checks.card.c_str());
     const int adaptor = to_int(checks.adaptor.c_str());

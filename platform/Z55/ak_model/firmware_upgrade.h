@@ -6,10 +6,10 @@
 // Checks that an upgrade is possible, requests it and starts its monitor. Returns 0 when requested, -1 on a
 // failed check or transfer, or the camera's error code where a reply lacks what was asked. Any SDK thread;
 // blocks for up to six requests per check, and where the request failed while the reserve is made anew.
-int doOTA();
+[[nodiscard]] int doOTA();
 
 // Switches the camera's upgrade facility on, in up to six tries. Returns 0 or the last transfer result.
-int otaON();
+[[nodiscard]] int otaON();
 
 // Tells the cloud how an upgrade ended that the marker file says was running, and deletes the marker.
 void checkOtaTmpFile();

@@ -4,8 +4,9 @@
 
 #include <string_view>
 
+#include "../log_sources.h"
+
 inline constexpr size_t kValueSize = 130;
-inline constexpr char kModelSource[] = "platform/Z55/ak_model";
 
 // Allocates the buffer and hands it out through `value`, which may be null (nothing is allocated then).
 // Returns the buffer, null when there is none.

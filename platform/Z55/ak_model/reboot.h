@@ -3,6 +3,6 @@
 #define Z55_AK_MODEL_REBOOT_H
 
 // Replaces the process with the reboot tool, after a log line. Returns only on failure: -1. Any thread.
-int reboot_device();
+[[nodiscard]] int reboot_device();
 
 #endif

@@ -125,7 +125,7 @@ int formatSD() {
     std::printf("!!!***%s %d ***!!!\n ***** formatsd operation*****\n", kModelSource, __LINE__);
     const std::string document = "<RemoteControl><Action>FORMATSD</Action></RemoteControl>";
     if (post_remote_control(document, kFormatLength) != 0) return -1;
-    restore_reserve();
+    (void)restore_reserve();  // its log says what comes of it
     return 0;
 }
 

@@ -4,6 +4,6 @@
 
 // Formats the SD card and makes the upgrade's reserve file on the fresh card. Returns 0, or -1 when the
 // camera could not be asked. Blocks for the request and the writing of the file.
-int formatSD();
+[[nodiscard]] int formatSD();
 
 #endif

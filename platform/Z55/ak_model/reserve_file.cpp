@@ -8,11 +8,11 @@
 #include <cstdio>
 
 #include "../agent/utils/os.h"
+#include "../device.h"
 #include "handler_value.h"
 
 namespace {
 
-constexpr char kCard[] = "/tmp/fuse_d";
 constexpr char kReserveFile[] = "/tmp/fuse_d/.ota.tmp";
 constexpr char kFill[] = "/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100";
 constexpr int kFillSeconds = 600;
@@ -30,14 +30,14 @@ mode_t kind_of(const char *path) {
 // a file.
 bool reserve_stands() {
     const mode_t kind = kind_of(kReserveFile);
-    return kind_of(kCard) == S_IFDIR && (kind == S_IFREG || kind == S_IFDIR);
+    return kind_of(kCardFolder) == S_IFDIR && (kind == S_IFREG || kind == S_IFDIR);
 }
 
 // Without a card its folder lies in /tmp, which is memory.
 bool card_is_mounted() {
     struct stat card {};
     struct stat memory {};
-    return lstat(kCard, &card) == 0 && S_ISDIR(card.st_mode) && lstat("/tmp", &memory) == 0 &&
+    return lstat(kCardFolder, &card) == 0 && S_ISDIR(card.st_mode) && lstat("/tmp", &memory) == 0 &&
            card.st_dev != memory.st_dev;
 }
 

@@ -10,13 +10,13 @@
 
 // Makes the reserve file, on a mounted card only, whole or not at all. Returns 0, or -1 when it exists, is
 // lent or could not be filled. Blocks while dd writes, for ten minutes at most.
-int dummyFileCreator();
+[[nodiscard]] int dummyFileCreator();
 
 // Deletes the reserve file, so that an upgrade has its space. Returns 0, or -1 when it is missing or cannot
 // be deleted.
-int deleteDummyFile();
+[[nodiscard]] int deleteDummyFile();
 
 // The same as dummyFileCreator where the upgrade that it was lent to does not come or the card is a new one.
-int restore_reserve();
+[[nodiscard]] int restore_reserve();
 
 #endif

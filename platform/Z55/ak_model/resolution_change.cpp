@@ -8,9 +8,11 @@
 #include "../agent/status_query.h"
 #include "../agent/utils/os.h"
 #include "../agent/utils/text.h"
+#include "../device.h"
 #include "../exports.h"
 #include "../sdk/usock.h"
 #include "../shared.h"
+#include "../video_recording.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
 #include "parameter_store.h"
@@ -19,8 +21,6 @@ namespace {
 
 constexpr long kSwitchDelayMilliseconds = 1000;
 constexpr long kBitrateDelayMilliseconds = 5000;
-constexpr int kBitrateKilobits = 512;
-constexpr int kRecording = -10;
 
 constexpr char kArmed[] = "<ENABLE>ON</ENABLE>";  // what an armed group's value begins with
 
@@ -79,7 +79,7 @@ bool change_stream() {
 int change_resolution() {
     if (const int recording = load_shared(video_recording)) {
         std::printf("%s:line=%d:video_recording=%d\n", "resolutionChange", __LINE__, recording);
-        return kRecording;
+        return kAlreadyRecording;
     }
     const auto detections = read_detections(wait_for_session_key());
     if (!detections) return -1;
@@ -87,7 +87,7 @@ int change_resolution() {
     if (!change_stream()) return -1;
     if (!switch_detections(*detections, "1")) return -1;
     sleep_milliseconds(kBitrateDelayMilliseconds);
-    set_video_bitrate(kBitrateKilobits);
+    set_video_bitrate(kStreamKilobits);
     return 0;
 }
 

@@ -32,7 +32,7 @@ std::string running_firmware_version();
 [[nodiscard]] bool write_upgrade_marker(const std::string &path, const std::string &version);
 
 // The marker that the process before left at `path`; nothing when there is none. A link or a FIFO is none.
-std::optional<UpgradeMarker> take_left_marker(const std::string &path);
+[[nodiscard]] std::optional<UpgradeMarker> take_left_marker(const std::string &path);
 
 // Deletes the marker that was taken, durably, unless ours stands in its place by now.
 [[nodiscard]] Forgotten forget_left_marker(const UpgradeMarker &marker);

@@ -128,7 +128,7 @@ void *OTA_monitor(void *) {
 void start_OTA_monitoring() {
     std::puts("start_OTA_monitoring called");
     pthread_t ota_monitor_thread{};
-    start_thread(&ota_monitor_thread, OTA_monitor, nullptr);
+    (void)start_thread(&ota_monitor_thread, OTA_monitor, nullptr);  // the upgrade goes on without
 }
 
 void soap_OTA_download_failed() {

@@ -1,5 +1,5 @@
 // Compiled for speed: the compiler makes vector code of this loop, with NEON on the target.
-#include "talkback.h"
+#include "amplify.h"
 
 void amplify(int16_t *samples, size_t count) {
     for (size_t i = 0; i < count; i++) {

@@ -12,6 +12,18 @@ namespace {
 
 constexpr int kVideo = 1;
 constexpr int kAudio = 2;
+// The kinds of NAL units that decide. The camera's encoder uses none above 15.
+constexpr int kNalKindMask = 0x0F;
+constexpr int kSequenceParameters = 7;  // stand before a key frame
+constexpr int kOtherSlice = 1;          // of no key frame
+
+// Of an ADTS header.
+constexpr int kSync = 0xFFF;
+constexpr int kMpeg4WithoutChecksum = 1;
+constexpr int kLowComplexity = 1;  // the audio object type less 1
+constexpr int k48Kilohertz = 3;    // an index
+constexpr int kStereo = 2;
+
 constexpr uint32_t kTimestampUnit = 100000;  // of the capture library's clock, per unit of the SDK's
 constexpr uint32_t kVideoStep = 4;
 constexpr uint32_t kAudioStep = 3;
@@ -74,19 +86,19 @@ int is_key_frame(const uint8_t *data, size_t length) {
         at = static_cast<const uint8_t *>(std::memchr(at, 0x01, static_cast<size_t>(end - at)));
         if (at == nullptr) return 0;
         if (at[-1] != 0 || at[-2] != 0 || at[-3] != 0) continue;
-        const int kind = at[1] & 0x0F;
-        if (kind == 7) return 1;
-        if (kind == 1) return 0;
+        const int kind = at[1] & kNalKindMask;
+        if (kind == kSequenceParameters) return 1;
+        if (kind == kOtherSlice) return 0;
     }
     return 0;
 }
 
 void write_adts_header(uint8_t (&header)[kAdtsHeaderSize], size_t length) {
     const size_t whole = length + kAdtsHeaderSize;
-    header[0] = 0xFF;
-    header[1] = 0xF1;
-    header[2] = 0x4C;
-    header[3] = static_cast<uint8_t>(0x80 | ((whole >> 11) & 3));
+    header[0] = kSync >> 4;
+    header[1] = (kSync & 0xF) << 4 | kMpeg4WithoutChecksum;
+    header[2] = kLowComplexity << 6 | k48Kilohertz << 2;
+    header[3] = static_cast<uint8_t>(kStereo << 6 | ((whole >> 11) & 3));
     header[4] = static_cast<uint8_t>((whole >> 3) & 0xFF);
     header[5] = static_cast<uint8_t>(((whole & 7) << 5) | 0x1F);
     header[6] = static_cast<uint8_t>(0xFC | ((length >> 10) & 3));

@@ -16,19 +16,20 @@
 #include "../agent/utils/os.h"
 #include "../agent/utils/reply_text.h"
 #include "../agent/utils/text.h"
+#include "../device.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../shared.h"
 #include "../z55cgi.h"
 
 namespace {
 
-constexpr char kMediaFolder[] = "/tmp/fuse_d/DCIM/100MEDIA/";
 constexpr char kThumbnail[] = ".THM";
 constexpr int kPictureKind = 11;
 constexpr int kLocalFailure = -99;
 constexpr long kPhotoDelayMilliseconds = 3000;
-constexpr off_t kLargestThumbnail =
-    32 * 1024 * 1024;  // bytes; what is larger is no thumbnail and not worth the memory
+// In bytes; what is larger is no thumbnail and not worth the memory.
+constexpr off_t kLargestThumbnail = 32 * 1024 * 1024;
 
 // A picture in one malloc block.
 struct Picture {
@@ -53,27 +54,28 @@ int fetch_photo(snapshot_record &record, const char *path) {
     return result;
 }
 
-// Nothing when the camera is idle, else the result to return.
-std::optional<int> check_recording(const std::string &key) {
+// Whether the camera is idle; else `result` is what the cloud gets.
+bool is_idle(const std::string &key, int &result) {
     std::string reply;
-    if (const int result = getSingleCameraStatus(key, "Recording", reply)) {
-        std::printf("curl_res = %d != 0 \n --%s,line %d--\n", result, "platform/Z55/ak_model", __LINE__);
-        return result;
+    result = getSingleCameraStatus(key, "Recording", reply);
+    if (result != 0) {
+        std::printf("curl_res = %d != 0 \n --%s,line %d--\n", result, kModelSource, __LINE__);
+        return false;
     }
     const auto recording = find_xml_value(reply, "Recording");
     if (!recording) {
-        const int code = error_code_number(reply);
-        store_shared(res, code);
-        std::printf("VIDEO_START ErrorCode: %d\n", code);
-        return code;
+        result = error_code_number(reply);
+        store_shared(res, result);
+        std::printf("VIDEO_START ErrorCode: %d\n", result);
+        return false;
     }
-    const int value = to_int(recording->c_str());
-    if (value != 0) return value;
-    return std::nullopt;
+    result = to_int(recording->c_str());
+    return result == 0;
 }
 
 int take_photo(snapshot_record &record, const std::string &key) {
-    if (const auto result = check_recording(key)) return *result;
+    int result = 0;
+    if (!is_idle(key, result)) return result;
     std::string reply;
     const int sent = easyRemoteControl(key, "PHOTO_TO_MOBILE", reply);
     store_shared(res, sent);

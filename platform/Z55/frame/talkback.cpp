@@ -17,6 +17,7 @@
 #include "../exports.h"
 #include "../shared.h"
 #include "../z55cgi.h"
+#include "amplify.h"
 
 namespace {
 

@@ -13,7 +13,4 @@ struct talk_clip {
     uint32_t length;  // bytes used, the header included
 };
 
-// Raises the volume of `count` 16-bit samples by half, truncating toward zero and wrapping around.
-void amplify(int16_t *samples, size_t count);
-
 #endif

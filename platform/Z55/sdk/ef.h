@@ -17,8 +17,8 @@ struct captured_frame {
 };
 
 void SetErrorCallback(int (*callback)(int error_code));
-int ExFramer_Capture_Init(
-    void (*sink)(captured_frame *frame));  // 0 on success; the sink runs on the library's thread
+// 0 on success; the sink runs on the library's thread.
+int ExFramer_Capture_Init(void (*sink)(captured_frame *frame));
 int ExFramer_Capture_Start(void);
 int ExFramer_Capture_Stop(void);
 

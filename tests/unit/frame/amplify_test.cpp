@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/talkback.h"
+#include "frame/amplify.h"
 
 namespace {
 

@@ -231,13 +231,15 @@ void pause_within_second(long nanoseconds) {
     s.worker_pauses.push_back(nanoseconds);
 }
 
-int run_shell(const char *command, int limit_seconds) {
+int run_shell(const char *command, int limit_seconds, int *wait_status) {
     {
         State &s = state();
         const std::lock_guard<std::mutex> lock(s.lock);
         s.limits.push_back(limit_seconds);
     }
-    return shell(command).status;
+    const int status = shell(command).status;
+    if (wait_status != nullptr) *wait_status = status;
+    return status;
 }
 
 std::optional<std::string> read_shell(const char *command) {

@@ -47,8 +47,7 @@ void run_act() {
 
 // How the lines begin that the request primitives print around a transfer: the request is the instant.
 constexpr std::string_view kTransferLines[] = {
-    "curl",   "default size", "high size", "res: ",           "easy remote",
-    "(poll)", "*** (poll)",   "!!!***",    "<RemoteControl>",
+    "curl", "%s size", "res: ", "easy remote", "(poll)", "*** (poll)", "!!!***", "<RemoteControl>",
 };
 
 bool is_of_transfer(std::string_view line) {

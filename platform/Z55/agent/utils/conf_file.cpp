@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr size_t kLongestLine =
-    1022;  // characters of one reading, line end included; what is longer is read as several
+// Characters of one reading, line end included; what is longer is read as several.
+constexpr size_t kLongestLine = 1022;
 constexpr size_t kNumberSize = 16;  // of the buffer that a number is read into
 constexpr char kWhiteSpace[] = " \t\n\r\v\f";
 

@@ -22,11 +22,11 @@ struct conf_pair {
 std::string_view trim_line(std::string_view line);
 
 // Every key=value line of `path` in file order; nothing when the file cannot be read.
-std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path);
+[[nodiscard]] std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path);
 
 // The value of the first line with `key`, "" when there is none; nothing when the file cannot be read. What
 // stands behind that line is not read.
-std::optional<std::string> conf_value(std::string_view key, const char *path = kConfPath);
+[[nodiscard]] std::optional<std::string> conf_value(std::string_view key, const char *path = kConfPath);
 
 // The same into a buffer, cut to fit and emptied first. Returns false when the file cannot be read.
 template <size_t N>
@@ -38,7 +38,7 @@ bool conf_value_into(char (&out)[N], std::string_view key) {
 
 // The value as a decimal number, 0 when it is none; `if_missing` when the file has no such key; nothing when
 // the file cannot be read.
-std::optional<int> conf_number(std::string_view key, int if_missing);
+[[nodiscard]] std::optional<int> conf_number(std::string_view key, int if_missing);
 
 // Replaces the value of the first line with `key`, cut at its first line end; a key that the file lacks is
 // not added. Comments and blank lines go. A value that the file holds already is not written again. Returns

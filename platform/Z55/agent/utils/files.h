@@ -19,11 +19,11 @@ using File = std::unique_ptr<FILE, FileClose>;
 
 // Opens a regular file for reading. A link in its place is not followed and a FIFO not waited for: like a
 // missing file they give null, errno set.
-File open_regular(const char *path);
+[[nodiscard]] File open_regular(const char *path);
 
 // Opens a regular file for appending, which is created where it is missing. A link in its place gives null,
 // errno set.
-File open_to_append(const char *path);
+[[nodiscard]] File open_to_append(const char *path);
 
 // Writes what `file` still buffers to the disk and closes it. Returns false, errno set, when that or any
 // writing before it failed.

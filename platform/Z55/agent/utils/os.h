@@ -33,10 +33,12 @@ timespec pause_deadline(long seconds);
 inline constexpr int kCommandSeconds = 60;
 
 // Runs `command` with /bin/sh and waits for it, `limit_seconds` at most (longer on a busy machine) and a
-// second more where even SIGKILL does not end it (a dead disk). Returns its wait status, which is 0 only for
-// success; -1 when it could not be started or did not end. While eight commands that did not end are still
-// there no other one is started. The shell dies with the thread that waits for it, and so with the agent.
-[[nodiscard]] int run_shell(const char *command, int limit_seconds = kCommandSeconds);
+// second more where even SIGKILL does not end it (a dead disk). Returns its exit code, 128 and the signal's
+// number where one ended it; -1 when it could not be started or did not end. `wait_status` gets the raw
+// status. While eight commands that did not end are still there no other one is started. The shell dies with
+// the thread that waits for it, and so with the agent.
+[[nodiscard]] int run_shell(const char *command, int limit_seconds = kCommandSeconds,
+                            int *wait_status = nullptr);
 
 // The same within kCommandSeconds. Returns what the command and all that it has started wrote to standard
 // output; nothing when it failed or wrote more than 64 KiB.
@@ -52,7 +54,7 @@ void start_clean();
 // Replaces this process with the reboot tool, which inherits descriptors 0 to 2, no alarm, an empty mask and
 // every signal at its default. Returns only on failure: -1, errno set, and everything goes on as before, the
 // tick too. Any number of threads at a time, after start_clean.
-int exec_reboot_tool();
+[[nodiscard]] int exec_reboot_tool();
 
 // Writes all dirty pages back and drops the kernel's page cache. Failures are ignored.
 void drop_page_cache();

@@ -125,6 +125,12 @@ int wait_for(pid_t child, Patience &patience) {
     return ends_within(patience, child, status) ? status : end_group(child);
 }
 
+// Of a wait status; -1 stays what it is.
+int exit_code(int status) {
+    if (status == -1) return -1;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
 // Reads to the end of the output. False when the patience is over first or the output is too long.
 bool read_all(int output, Patience &patience, std::string &text) {
     char piece[1024];
@@ -142,11 +148,12 @@ bool read_all(int output, Patience &patience, std::string &text) {
 
 }  // namespace
 
-int run_shell(const char *command, int limit_seconds) {
+int run_shell(const char *command, int limit_seconds, int *wait_status) {
     const pid_t child = may_start() ? start_shell(command, -1) : -1;
-    if (child < 0) return -1;
     Patience patience(std::int64_t{limit_seconds} * 1000);
-    return wait_for(child, patience);
+    const int status = child >= 0 ? wait_for(child, patience) : -1;
+    if (wait_status != nullptr) *wait_status = status;
+    return exit_code(status);
 }
 
 std::optional<std::string> read_shell(const char *command) {

@@ -10,6 +10,6 @@
 // 64 KiB at most; "" when the command failed, nothing when the file cannot be made. Whatever stood at the
 // path, a link too, is removed and not followed; nobody else can put anything there before the shell opens it
 // where the folder is sticky, as /tmp is. Any thread, one at a time for a path. Blocks for run_shell.
-std::optional<std::string> shell_file_text(const char *command, const char *path);
+[[nodiscard]] std::optional<std::string> shell_file_text(const char *command, const char *path);
 
 #endif

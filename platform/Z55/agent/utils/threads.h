@@ -5,11 +5,11 @@
 #include <pthread.h>
 
 // Starts `routine` on a detached thread. Returns 0, or -1 after a line on standard error. Any thread.
-int start_thread(pthread_t *thread, void *(*routine)(void *), void *argument);
+[[nodiscard]] int start_thread(pthread_t *thread, void *(*routine)(void *), void *argument);
 
 // The same for a thread that the agent cannot do without, of which there are at most four: where it could not
 // be started the main thread tries again once a minute. `thread` and `argument` are kept. Main thread.
-int start_wanted_thread(pthread_t *thread, void *(*routine)(void *), void *argument);
+[[nodiscard]] int start_wanted_thread(pthread_t *thread, void *(*routine)(void *), void *argument);
 
 // Tells that `routine`, of a wanted thread, could not do its work: it will be started again. Any thread.
 void want_thread_again(void *(*routine)(void *));

@@ -15,13 +15,9 @@ struct NumberOption {
     long value;
 };
 constexpr NumberOption kNumbers[] = {
-    {CURLOPT_FOLLOWLOCATION, 1},
-    {CURLOPT_MAXREDIRS, 30},  // a camera that redirects in circles must not
-                              // hold the queue
-    {CURLOPT_NOSIGNAL, 1},
-    {CURLOPT_TCP_KEEPALIVE, 1},
-    {CURLOPT_TCP_KEEPIDLE, 10},     // seconds
-    {CURLOPT_TCP_KEEPINTVL, 5},     // seconds
+    {CURLOPT_FOLLOWLOCATION, 1},   {CURLOPT_MAXREDIRS, 30},  // circles must not hold the queue
+    {CURLOPT_NOSIGNAL, 1},         {CURLOPT_TCP_KEEPALIVE, 1}, {CURLOPT_TCP_KEEPIDLE, 10},  // seconds
+    {CURLOPT_TCP_KEEPINTVL, 5},                                                             // seconds
     {CURLOPT_LOW_SPEED_LIMIT, 1},   // bytes per second
     {CURLOPT_LOW_SPEED_TIME, 600},  // seconds
 #if LIBCURL_VERSION_NUM >= 0x075700

@@ -242,7 +242,7 @@ class RebootTool : public Inherited {
         return in_process([&] {
                    start_clean();
                    prepare();
-                   exec_reboot_tool();
+                   (void)exec_reboot_tool();
                    _exit(99);
                    return "";
                })
@@ -275,7 +275,7 @@ TEST_F(RebootTool, InheritsNoIgnoredSignal) {
         signal(SIGHUP, SIG_IGN);  // as from the script that starts the agent
         start_clean();
         signal(SIGUSR1, SIG_IGN);  // as by a vendor's library
-        exec_reboot_tool();
+        (void)exec_reboot_tool();
         return "";
     });
     EXPECT_EQ(0, ended.status);

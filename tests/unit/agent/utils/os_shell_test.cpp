@@ -138,11 +138,14 @@ INSTANTIATE_TEST_SUITE_P(Shell, EachWay, testing::ValuesIn(kWays),
 
 // --- Results.
 
-TEST_F(Shell, RunningGivesTheWaitStatus) {
+TEST_F(Shell, RunningGivesTheExitCode) {
     EXPECT_EQ(0, run_shell("true"));
-    EXPECT_EQ(3 * 256, run_shell("exit 3"));
-    EXPECT_EQ(127 * 256, run_shell("no_such_program 2>/dev/null"));
-    EXPECT_EQ(SIGKILL, run_shell("kill -9 $$"));
+    EXPECT_EQ(3, run_shell("exit 3"));
+    EXPECT_EQ(127, run_shell("no_such_program 2>/dev/null"));
+    EXPECT_EQ(128 + SIGKILL, run_shell("kill -9 $$"));
+    int wait_status = 0;
+    EXPECT_EQ(3, run_shell("exit 3", kCommandSeconds, &wait_status));
+    EXPECT_EQ(3 * 256, wait_status);
 }
 
 TEST_F(Shell, ReadingGivesAllThatWasWritten) {
@@ -346,7 +349,7 @@ TEST_F(Shell, AGrandchildThatKeepsTheOutputIsEndedAfterAMinute) {
 TEST_F(Shell, TheLimitIsTheCallers) {
     speed = 100;
     const double start = seconds();
-    EXPECT_EQ(SIGKILL, run_shell("exec " HANG, 100));
+    EXPECT_EQ(128 + SIGKILL, run_shell("exec " HANG, 100));
     EXPECT_GE(seconds() - start, 100);
 }
 
