@@ -19,8 +19,8 @@ keys=$(sed -n 's/^\([A-Za-z_]*\)=.*/\1/p' "$sample" | sort)
 expect "the checker's keys" "$keys" "$(sed -n "/^rules='/,/'\$/s/^\(rules='\)\{0,1\}\([A-Za-z_]*\):.*/\2/p" "$packaging"/veloagent-check-conf | sort)"
 page=$(sed -n 's/^\.BR* \([A-Za-z_", ]*\)$/\1/p' "$packaging"/man/VeloAgent.conf.5.in | tr -d '",' | tr ' ' '\n' | grep -xE 'hostIP|[A-Z_]+' | sort)
 expect "the manual page's keys" "$keys" "$page"
-sources=$(find "$packaging"/../platform -name '*.cpp' -exec cat {} + |
-  grep -oE '(conf_value(_into)?|conf_number|event|armed)\([^;]*"[A-Za-z_]+"|configuration_(switch|text), nullptr, "[A-Z_]+"' |
+sources=$(find "$packaging"/../platform -name '*.cpp' -exec cat {} + -o -name '*.h' -exec cat {} + |
+  grep -oE '(conf_value(_into)?|conf_number)\([^;"]*"[A-Za-z_]+"|key = "[A-Z_]+"' |
   grep -oE '"(hostIP|[A-Z]+_?[A-Z_]+)"$' | tr -d '"' | sort -u)
 expect "keys of the sources that nobody describes" "" "$(comm -13 <(echo "$keys") <(echo "$sources"))"
 expect "described keys that no source reads" LULLABY_SONG "$(comm -23 <(echo "$keys") <(echo "$sources"))"
