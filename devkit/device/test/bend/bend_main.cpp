@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "../bend_file.h"
+#include "../../bend_file.h"
 #include "bend_test.h"
 
 void step_wall_clock(double seconds) {
