@@ -44,8 +44,24 @@ test_missing_values_are_named() {
 test_options_reach_ctest() {
   outcome 0 ./test --preset=debug -R 'a b' -V
   called 'cmake --build --preset debug'
-  called 'ctest --preset debug -j [0-9]+ -R a b -V'
+  called 'ctest --preset debug -j [0-9]+ .*-R a b -V'
   FAKE_TESTS=8 outcome 8 ./test
+}
+
+test_slowest_tests_close_the_run() {
+  # A number in seconds as ctest writes it may have an exponent; names are XML.
+  FAKE_TIMES='a 0.9 b 2e-05 Row/C&lt;&amp;&gt;.&quot;x&quot; 12.04 d 1.5 e 1.6 f 1.7 g 1.8 h 1.9 i 2 j 3.25 k 4 l 110' \
+    FAKE_TESTS=8 outcome 8 ./test
+  says 'test: the slowest of 12 tests:'
+  [ "$(tail -n 11 "$work/out" | sed -E 's/ +/ /g; s/^ //' | xargs -d '\n' printf '%s|')" = \
+    'test: the slowest of 12 tests:|110.0 s l|12.0 s Row/C<&>."x"|4.0 s k|3.2 s j|2.0 s i|1.9 s h|1.8 s g|1.7 s f|1.6 s e|1.5 s d|' ] ||
+    wrong "not the ten slowest, the slowest first"
+}
+
+test_no_times_are_shown_of_another_run() {
+  FAKE_TIMES='former 3' outcome 0 ./test
+  outcome 0 ./test
+  says_not 'slowest|former'
 }
 
 test_download_is_announced_first() {

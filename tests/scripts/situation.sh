@@ -6,6 +6,7 @@
 #   FAKE_BUILD    text that the build fails with
 #   FAKE_WAITS    set: each step waits until the screen shows what a changing line should, but 30 s at most
 #   FAKE_TESTS    what ctest returns
+#   FAKE_TIMES    the tests that ctest has run and their seconds: "NAME SECONDS" in pairs
 #   FAKE_FREE_MB  free space on the disk
 #   FAKE_USER     who the user is, where it is not the real one
 # Each call of apt-get, sudo, cmake and ctest is a line of $work/calls.
@@ -69,6 +70,10 @@ for step in 1 2 3; do echo "[$step/3] Building part $step" && shown "[$step/3]";
 F
   fake_action ctest <<'F'
 [ "$*" != --help ] || { printf -- '  -R <regex>, --tests-regex <regex>\n  -V,--verbose   = Verbose.\n' && exit; }
+previous= times=
+for word; do [ "$previous" != --output-junit ] || times=$word; previous=$word; done
+[ -z "${FAKE_TIMES:-}" ] || xargs -n 2 printf '\t<testcase name="%s" classname="" time="%s" status="run">\n' \
+  <<<"$FAKE_TIMES" >"$times"
 echo "Start 1: only" && shown '... 4 s' && echo "100% tests passed" && exit "${FAKE_TESTS:-0}"
 F
   fake df <<'F'
