@@ -7,8 +7,7 @@
 namespace {
 
 std::string sent(int code) {
-    return "(poll) SendAlarmData!! index:1, name:alarm, status: " + std::to_string(code) +
-           " \n(poll) end SendAlarmData\n";
+    return log_of_alarm("(poll)", code);
 }
 
 std::string held(const std::string &text) {
@@ -30,7 +29,7 @@ TEST_F(PollingAlarms, BatteryIsTakenByItsThreshold) {
     EXPECT_EQ(rules("Battery", "20"), "battery alarm end , recover flag\n");  // equality clears a set latch
     EXPECT_LOG(held("battery"), rules("Battery", "100"));
     EXPECT_LOG("(poll) low battery event detected\n" + sent(13), rules("Battery", "none"));  // reads as 0
-    EXPECT_EQ(alarms(), (std::vector<int>{13, 13}));
+    EXPECT_EQ(alarm_statuses(), (std::vector<int>{13, 13}));
 }
 
 TEST_F(PollingAlarms, BatteryWithoutAThresholdIsNeverLow) {
@@ -51,7 +50,7 @@ TEST_F(PollingAlarms, CardSpaceIsDfsNotTheCameras) {
     free_percent(10);
     EXPECT_EQ(rules("Space", "0"), free_is + "10\nSDspace alarm end , recover flag\n");
     EXPECT_LOG(free_is + "10\n" + held("SDspace"), rules("Space", "0"));
-    EXPECT_EQ(alarms(), std::vector<int>{11});
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{11});
 }
 
 TEST_F(PollingAlarms, CardPresenceNeedsNoArming) {
@@ -64,7 +63,7 @@ TEST_F(PollingAlarms, CardPresenceNeedsNoArming) {
     EXPECT_EQ(rules("SD", "1"), "SD alarm end , recover flag\n");
     EXPECT_LOG(held("SD"), rules("SD", "unknown"));
     EXPECT_EQ(rules("SD", "01"), "NO_SD_CARD Alarm event detected\n" + sent(15));
-    EXPECT_EQ(alarms(), (std::vector<int>{15, 15}));
+    EXPECT_EQ(alarm_statuses(), (std::vector<int>{15, 15}));
 }
 
 struct ArmedRow {
@@ -81,7 +80,7 @@ TEST_P(PollingArmed, IsExactlyOne) {
     set_conf("BATTERY_LOW", "90");
     set_conf("SDCARD_LOW", "95");
     poll({status()});
-    EXPECT_EQ(alarms(), armed ? (std::vector<int>{13, 11}) : std::vector<int>{});
+    EXPECT_EQ(alarm_statuses(), armed ? (std::vector<int>{13, 11}) : std::vector<int>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, PollingArmed,
@@ -93,13 +92,13 @@ TEST_F(PollingAlarms, LevelsThatAreNotArmedOnlyLogALeadingOne) {
     EXPECT_EQ(rules("Battery", "90"), "");
     EXPECT_EQ(rules("Space", "1024"), kDetected);
     EXPECT_EQ(rules("Space", "2048"), "");
-    EXPECT_EQ(alarms(), std::vector<int>{});
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 
 TEST_F(PollingAlarms, LatchesOutliveANewEntry) {
     poll({status({{"SD", "0"}})});
     poll({status({{"SD", "0"}}), status({{"SD", "0"}})});
-    EXPECT_EQ(alarms(), std::vector<int>{15});
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{15});
 }
 
 TEST_F(PollingAlarms, OnlyADeliveredAlarmSetsItsLatch) {
@@ -117,13 +116,13 @@ TEST_F(PollingAlarms, OnlyADeliveredAlarmSetsItsLatch) {
     EXPECT_EQ(rules_of("SD", log), "NO_SD_CARD Alarm event detected\n(poll) mipc_api == NULL\n");
     mipc_api = &fake_vendor::table();
     poll({low, low});
-    EXPECT_EQ(alarms(), (std::vector<int>{13, 11, 15}));
+    EXPECT_EQ(alarm_statuses(), (std::vector<int>{13, 11, 15}));
 }
 
 TEST_F(PollingAlarms, WhatTheSdkReturnsMeansNothing) {
     fake_vendor::alarm_result(-5);
     poll({status({{"SD", "0"}}), status({{"SD", "0"}})});
-    EXPECT_EQ(alarms(), std::vector<int>{15});
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{15});
 }
 
 // --- Events: an alarm in every cycle.
@@ -140,7 +139,7 @@ TEST_P(PollingEvent, IsSentEveryCycle) {
     const std::string on = status({{name, "1"}});
     const std::string log = poll({on, on, status()});
     EXPECT_EQ(rules_of(name, log), kDetected + sent(code));
-    EXPECT_EQ(alarms(), (std::vector<int>{code, code}));
+    EXPECT_EQ(alarm_statuses(), (std::vector<int>{code, code}));
     for (const char *value : {"", "0", "2", "01"}) EXPECT_EQ(rules(name, value), "") << value;
     EXPECT_EQ(rules(name, "1 since noon"), kDetected + sent(code));
 }
@@ -152,7 +151,7 @@ TEST_F(PollingAlarms, SeveralEventsComeInTheOrderOfTheTable) {
     set_conf("BATTERY_ARMED", "1");
     set_conf("BATTERY_LOW", "90");
     poll({status({{"MotionEvent", "1"}, {"AudioEvent", "1"}, {"SD", "0"}})});
-    EXPECT_EQ(alarms(), (std::vector<int>{1, 3, 13, 15}));
+    EXPECT_EQ(alarm_statuses(), (std::vector<int>{1, 3, 13, 15}));
 }
 
 // --- The temperature check.
@@ -185,7 +184,7 @@ TEST_P(PollingTemperature, IsComparedWithItsBounds) {
                                 " TemperatureMin=" + std::to_string(row.numbers[2]) + " \n";
     EXPECT_EQ(rules("TemperatureEvent", "1"),
               kCheck + numbers + (row.code != 0 ? row.text + std::string("\n") + sent(row.code) : ""));
-    EXPECT_EQ(alarms(), row.code != 0 ? std::vector<int>{row.code} : std::vector<int>{});
+    EXPECT_EQ(alarm_statuses(), row.code != 0 ? std::vector<int>{row.code} : std::vector<int>{});
     EXPECT_EQ(camera.seen().at(1),
               std::string("GET /CGI/CameraStatus?") + kTemperatureKeys + " Session=12345");
 }
@@ -202,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(PollingAlarms, TemperatureIsNotLatched) {
     camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, temperature_reply("31", "30", "10"));
     poll({status({{"TemperatureEvent", "1"}}), status({{"TemperatureEvent", "1"}})});
-    EXPECT_EQ(alarms(), (std::vector<int>{10, 10}));
+    EXPECT_EQ(alarm_statuses(), (std::vector<int>{10, 10}));
 }
 
 TEST_F(PollingAlarms, TemperatureWithoutAReplyIsNotChecked) {
@@ -217,7 +216,7 @@ TEST_F(PollingAlarms, TemperatureErrorsAreIgnored) {
     camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, "<ErrorCode>-9</ErrorCode>");
     EXPECT_EQ(rules("TemperatureEvent", "1"),
               kCheck + "getCameraStatuses failed due to polling failing.Errorcode: -9 \n");
-    EXPECT_EQ(alarms(), std::vector<int>{});
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 
 class PollingMissing : public PollingTest, public testing::WithParamInterface<int> {};
@@ -234,7 +233,7 @@ TEST_P(PollingMissing, TemperatureIsNotChecked) {
     EXPECT_LOG(kCheck + "value  " + index + " = NULL\nvalues[" + index +
                    "] = NULL, aborting platform/Z55/agent/polling : <N>\n",
                rules("TemperatureEvent", "1"));
-    EXPECT_EQ(alarms(), std::vector<int>{});
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Indexes, PollingMissing, testing::Values(0, 1, 2));

@@ -81,16 +81,6 @@ class PollingTest : public CameraTest {
         });
     }
 
-    static std::vector<int> alarms() {
-        std::vector<int> statuses;
-        for (const alarm_record &record : fake_vendor::alarms()) {
-            EXPECT_EQ(record.index, 1);
-            EXPECT_STREQ(record.name, "alarm");
-            statuses.push_back(record.status);
-        }
-        return statuses;
-    }
-
     std::string errors_;
 
   private:

@@ -63,7 +63,8 @@ TEST_P(Outcome, IsToldToTheCloud) {
     EXPECT_LOG(std::string("checkOtaTmpFile called\n"
                            "ota temp file(/tmp/ota.marker) existed\n") +
                    row.log + (row.succeeded ? "soap_OTA_succeeded called\n" : "soap_OTA_failed called\n") +
-                   log_of_alarm(status) + "OTA Temp file \"/tmp/ota.marker\" file is deleted successfully.\n",
+                   log_of_alarm("(OTA)", status) +
+                   "OTA Temp file \"/tmp/ota.marker\" file is deleted successfully.\n",
                output_of(checkOtaTmpFile));
     EXPECT_EQ(alarm_statuses(), std::vector{status});
     EXPECT_FALSE(file_exists(kMarker));
@@ -114,7 +115,7 @@ TEST_F(Upgrade, MarkerThatCanNeitherBeReadNorDeleted) {
               "Retrieved line of length 1 :\n1fwver_curr = \"1\"\n"
               "getline failed\n"
               "soap_OTA_failed called\n" +
-                  log_of_alarm(20) + "Unable to delete OTA Temp File file:\"/tmp/ota.marker\".\n");
+                  log_of_alarm("(OTA)", 20) + "Unable to delete OTA Temp File file:\"/tmp/ota.marker\".\n");
     EXPECT_EQ(errors, "Error: Is a directory\n");
     rmdir(kMarker);
 }

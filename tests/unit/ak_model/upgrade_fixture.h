@@ -7,7 +7,6 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "agent_test.h"
 #include "camera_script.h"
@@ -21,22 +20,6 @@ inline constexpr char kReserve[] = "/tmp/fuse_d/.ota.tmp";
 
 inline CameraReply element(const std::string &tag, const std::string &value) {
     return {.body = "<" + tag + ">" + value + "</" + tag + ">"};
-}
-
-inline std::vector<int> alarm_statuses() {
-    std::vector<int> statuses;
-    for (const alarm_record &record : fake_vendor::alarms()) {
-        EXPECT_EQ(record.index, 1);
-        EXPECT_STREQ(record.name, "alarm");
-        statuses.push_back(record.status);
-    }
-    return statuses;
-}
-
-// What handing an alarm record over prints.
-inline std::string log_of_alarm(int status) {
-    return "(OTA) SendAlarmData!! index:1, name:alarm, status: " + std::to_string(status) +
-           " \n(OTA) end SendAlarmData\n";
 }
 
 class UpgradeTest : public CameraTest {

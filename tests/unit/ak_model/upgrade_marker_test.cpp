@@ -85,7 +85,7 @@ TEST_F(Marker, WrittenBeforeAnOlderOneWasSettledLosesNoOutcome) {
               "checkOtaTmpFile called\nota temp file(/tmp/ota.marker) existed\n"
               "Retrieved line of length 5 :\n1.0.3fwver_curr = \"1.0.3\"\nfwver_last = \"1.0.2\"\n"
               "soap_OTA_succeeded called\n" +
-                  log_of_alarm(19));
+                  log_of_alarm("(OTA)", 19));
     EXPECT_EQ(output_of(checkOtaTmpFile), kNoMarker);
     EXPECT_EQ(alarm_statuses(), std::vector{19});
     EXPECT_EQ(read_file(kMarker), "1.0.3");

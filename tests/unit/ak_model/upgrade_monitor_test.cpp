@@ -36,13 +36,13 @@ const std::string kFinishedLog =
     "(OTA_monitor) Download finished!!\n"
     "(OTA_monitor) SOAP to AA!\n"
     "soap_OTA_upgrade_start called\n" +
-    log_of_alarm(18);
+    log_of_alarm("(OTA)", 18);
 const std::string kUpgradingLog = "(OTA_monitor) start upgrading\n";
 const std::string kFailedLog =
     "PROGRESS == 0, FAIL!\n"
     "\n\nOTA FAILED!!!!!!!\n SOAP!\n"
     "soap_OTA_download_failed called\n" +
-    log_of_alarm(17) + "(OTA_monitor) OTA Failed. Leaving...\n";
+    log_of_alarm("(OTA)", 17) + "(OTA_monitor) OTA Failed. Leaving...\n";
 
 std::string idle_log(const char *progress) {
     return std::string("(OTA_monitor) Became Idle. Weird?  progress = ") + progress + "\n";
@@ -292,7 +292,7 @@ class Notice : public AgentTest, public testing::WithParamInterface<NoticeRow> {
 
 TEST_P(Notice, IsALineAndAnAlarm) {
     EXPECT_EQ(output_of(GetParam().send),
-              std::string(GetParam().name) + " called\n" + log_of_alarm(GetParam().status));
+              std::string(GetParam().name) + " called\n" + log_of_alarm("(OTA)", GetParam().status));
     EXPECT_EQ(alarm_statuses(), std::vector{GetParam().status});
     EXPECT_TRUE(fake_vendor::alarms_name_the_table());
 }

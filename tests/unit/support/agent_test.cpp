@@ -130,6 +130,21 @@ std::string errors_of(const std::function<void()> &body) {
     return testing::internal::GetCapturedStderr();
 }
 
+std::vector<int> alarm_statuses() {
+    std::vector<int> statuses;
+    for (const alarm_record &record : fake_vendor::alarms()) {
+        EXPECT_EQ(record.index, 1);
+        EXPECT_STREQ(record.name, "alarm");
+        statuses.push_back(record.status);
+    }
+    return statuses;
+}
+
+std::string log_of_alarm(const std::string &prefix, int status) {
+    return prefix + " SendAlarmData!! index:1, name:alarm, status: " + std::to_string(status) + " \n" +
+           prefix + " end SendAlarmData\n";
+}
+
 std::string without_statistics(std::string log) {
     for (size_t start; (start = log.find("curlmgr_enqueue_job OK.")) != std::string::npos;) {
         log.erase(start, log.find("\n ", start) + 2 - start);

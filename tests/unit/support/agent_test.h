@@ -44,6 +44,12 @@ std::string output_of(const std::function<void()> &body);
 // What it writes to standard error.
 std::string errors_of(const std::function<void()> &body);
 
+// The statuses of the alarm records handed over so far, in order; each must be the cloud's "alarm" of
+// index 1.
+std::vector<int> alarm_statuses();
+// What handing such a record over prints; `prefix` is the module's, "(poll)".
+std::string log_of_alarm(const std::string &prefix, int status);
+
 // A log without the queue's statistics lines, whose counters tell of earlier tests in the process.
 std::string without_statistics(std::string log);
 

@@ -8,15 +8,16 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <utility>
 
 #include "agent/utils/os.h"
+#include "locked_state.h"
 
 namespace {
 
 constexpr std::int64_t kSecond = 1'000'000'000;  // nanoseconds
 
 struct State {
-    std::mutex lock;
     std::int64_t wall = fake_os::kStart * kSecond;
     std::int64_t steady = fake_os::kSteadyStart * kSecond;
     Texts pauses;
@@ -32,9 +33,8 @@ struct State {
     int drops = 0;
 };
 
-// Never destroyed: parked threads and the queue worker outlive main.
-State &state() {
-    static State &instance = *new State;
+LockedState<State> &state() {
+    static LockedState<State> instance;
     return instance;
 }
 
@@ -60,42 +60,22 @@ void park_if_due() {
 }
 
 void record_pause(std::int64_t nanoseconds, const std::string &text) {
-    std::function<void(const std::string &)> hook;
-    {
-        State &s = state();
-        const std::lock_guard<std::mutex> lock(s.lock);
+    const auto hook = state().with([&](State &s) {
         s.wall += nanoseconds;
         s.steady += nanoseconds;
         s.pauses.push_back(text);
-        hook = s.pause_hook;
-    }
+        return s.pause_hook;
+    });
     if (hook) hook(text);
     park_if_due();
 }
 
 fake_os::ShellResult shell(const char *command) {
-    std::function<fake_os::ShellResult(const std::string &)> answer;
-    {
-        State &s = state();
-        const std::lock_guard<std::mutex> lock(s.lock);
+    const auto answer = state().with([&](State &s) {
         s.commands.push_back(command);
-        answer = s.shell;
-    }
+        return s.shell;
+    });
     return answer ? answer(command) : fake_os::ShellResult{};
-}
-
-template <typename T>
-T locked(T State::*member) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    return s.*member;
-}
-
-template <typename T>
-void set_locked(T State::*member, T value) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.*member = std::move(value);
 }
 
 }  // namespace
@@ -103,49 +83,35 @@ void set_locked(T State::*member, T value) {
 namespace fake_os {
 
 void reset() {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.wall = kStart * kSecond;
-    s.steady = kSteadyStart * kSecond;
-    s.pauses.clear();
-    s.worker_pauses.clear();
-    s.held_deadline.clear();
-    s.pause_hook = nullptr;
-    s.shell = nullptr;
-    s.commands.clear();
-    s.limits.clear();
-    s.reboot_result = -1;
-    s.reboot_action = nullptr;
-    s.reboots = 0;
-    s.drops = 0;
+    state().reset();
 }
 
 void set_wall(std::int64_t seconds) {
-    set_locked(&State::wall, seconds * kSecond);
+    state().set(&State::wall, seconds * kSecond);
 }
 
 void set_steady(std::int64_t seconds) {
-    set_locked(&State::steady, seconds * kSecond);
+    state().set(&State::steady, seconds * kSecond);
 }
 
 std::int64_t wall() {
-    return locked(&State::wall) / kSecond;
+    return state().get(&State::wall) / kSecond;
 }
 
 Texts pauses() {
-    return locked(&State::pauses);
+    return state().get(&State::pauses);
 }
 
 std::vector<long> worker_pauses() {
-    return locked(&State::worker_pauses);
+    return state().get(&State::worker_pauses);
 }
 
 void hold_deadlines(const std::string &pause) {
-    set_locked(&State::held_deadline, pause);
+    state().set(&State::held_deadline, pause);
 }
 
 void on_pause(std::function<void(const std::string &pause)> hook) {
-    set_locked(&State::pause_hook, std::move(hook));
+    state().set(&State::pause_hook, std::move(hook));
 }
 
 bool run_until_pause(int n, std::function<void()> body) {
@@ -169,28 +135,28 @@ void park() {
 }
 
 void on_shell(std::function<ShellResult(const std::string &command)> answer) {
-    set_locked(&State::shell, std::move(answer));
+    state().set(&State::shell, std::move(answer));
 }
 
 Texts shell_commands() {
-    return locked(&State::commands);
+    return state().get(&State::commands);
 }
 
 std::vector<int> shell_limits() {
-    return locked(&State::limits);
+    return state().get(&State::limits);
 }
 
 void on_reboot(int result, std::function<void()> action) {
-    set_locked(&State::reboot_result, result);
-    set_locked(&State::reboot_action, std::move(action));
+    state().set(&State::reboot_result, result);
+    state().set(&State::reboot_action, std::move(action));
 }
 
 int reboots() {
-    return locked(&State::reboots);
+    return state().get(&State::reboots);
 }
 
 int page_cache_drops() {
-    return locked(&State::drops);
+    return state().get(&State::drops);
 }
 
 }  // namespace fake_os
@@ -202,7 +168,7 @@ time_t wall_seconds() {
 }
 
 std::int64_t steady_seconds() {
-    return locked(&State::steady) / kSecond;
+    return state().get(&State::steady) / kSecond;
 }
 
 void sleep_milliseconds(std::int64_t milliseconds) {
@@ -215,7 +181,7 @@ void pause_seconds(long seconds) {
 
 timespec pause_deadline(long seconds) {
     const std::string text = std::to_string(seconds) + " s";
-    const bool held = locked(&State::held_deadline) == text;
+    const bool held = state().get(&State::held_deadline) == text;
     record_pause(held ? 0 : seconds * kSecond, text);
     timespec deadline{};
     if (held) {
@@ -226,17 +192,11 @@ timespec pause_deadline(long seconds) {
 }
 
 void pause_within_second(long nanoseconds) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.worker_pauses.push_back(nanoseconds);
+    state().with([=](State &s) { s.worker_pauses.push_back(nanoseconds); });
 }
 
 int run_shell(const char *command, int limit_seconds, int *wait_status) {
-    {
-        State &s = state();
-        const std::lock_guard<std::mutex> lock(s.lock);
-        s.limits.push_back(limit_seconds);
-    }
+    state().with([=](State &s) { s.limits.push_back(limit_seconds); });
     const int status = shell(command).status;
     if (wait_status != nullptr) *wait_status = status;
     return status;
@@ -249,22 +209,15 @@ std::optional<std::string> read_shell(const char *command) {
 }
 
 int exec_reboot_tool() {
-    State &s = state();
-    std::function<void()> action;
-    int result = -1;
-    {
-        const std::lock_guard<std::mutex> lock(s.lock);
+    const auto [result, action] = state().with([](State &s) {
         s.reboots++;
-        action = s.reboot_action;
-        result = s.reboot_result;
-    }
+        return std::pair(s.reboot_result, s.reboot_action);
+    });
     if (action) action();
     errno = ENOENT;
     return result;
 }
 
 void drop_page_cache() {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.drops++;
+    state().with([](State &s) { s.drops++; });
 }

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
-#include <mutex>
+
+#include "locked_state.h"
 
 namespace {
 
@@ -13,7 +14,6 @@ struct Result {
 };
 
 struct State {
-    std::mutex lock;
     Texts calls;
     std::map<std::string, Result> results;
     std::string token;
@@ -28,62 +28,44 @@ struct State {
     std::vector<fake_vendor::AudioFrame> audio;
 };
 
-State &state() {
-    static State &instance = *new State;
+LockedState<State> &state() {
+    static LockedState<State> instance;
     return instance;
-}
-
-template <typename T>
-T locked(T State::*member) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    return s.*member;
-}
-
-template <typename T>
-void set_locked(T State::*member, T value) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.*member = std::move(value);
 }
 
 // Records the call and gives the result that the test wants.
 int called(const std::string &function, const std::string &arguments = "") {
-    Result result;
-    {
-        State &s = state();
-        const std::lock_guard<std::mutex> lock(s.lock);
+    const Result result = state().with([&](State &s) {
         s.calls.push_back(function + arguments);
-        result = s.results[function];
-    }
+        return s.results[function];
+    });
     if (result.action) result.action();
     return result.value;
 }
 
-int take_video(video_record *record) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    const char *data = reinterpret_cast<const char *>(record->data);
-    s.video.push_back({*record, std::string(data, record->length)});
+// Keeps the record and a copy of its data, which it frees.
+template <typename Frame, typename Record>
+int take_frame(std::vector<Frame> State::*frames, Record *record) {
+    const std::string data(reinterpret_cast<const char *>(record->data), record->length);
     std::free(record->data);
+    state().with([&](State &s) { (s.*frames).push_back({*record, data}); });
     return 0;
+}
+
+int take_video(video_record *record) {
+    return take_frame(&State::video, record);
 }
 
 int take_audio(audio_record *record) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    const char *data = reinterpret_cast<const char *>(record->data);
-    s.audio.push_back({*record, std::string(data, record->length)});
-    std::free(record->data);
-    return 0;
+    return take_frame(&State::audio, record);
 }
 
 int take_alarm(alarm_record *record, mipc_api_table *table) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.alarms.push_back(*record);
-    if (table != &s.table) s.alarms_name_the_table = false;
-    return s.alarm_result;
+    return state().with([=](State &s) {
+        s.alarms.push_back(*record);
+        if (table != &s.table) s.alarms_name_the_table = false;
+        return s.alarm_result;
+    });
 }
 
 pthread_attr_t prepared_attributes() {
@@ -98,74 +80,60 @@ pthread_attr_t prepared_attributes() {
 namespace fake_vendor {
 
 void reset() {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.calls.clear();
-    s.results.clear();
-    s.token.clear();
-    s.table = mipc_api_table{};
-    s.table.audio_frame = take_audio;
-    s.table.video_frame = take_video;
-    s.table.SendAlarmData = take_alarm;
-    s.callbacks = nullptr;
-    s.sink = nullptr;
-    s.error_callback = nullptr;
-    s.alarms.clear();
-    s.alarms_name_the_table = true;
-    s.alarm_result = 0;
-    s.video.clear();
-    s.audio.clear();
+    state().reset();
+    mipc_api_table &slots = table();
+    slots.audio_frame = take_audio;
+    slots.video_frame = take_video;
+    slots.SendAlarmData = take_alarm;
     __atomic_store_n(&request_vedio, 0, __ATOMIC_SEQ_CST);
 }
 
 Texts calls() {
-    return locked(&State::calls);
+    return state().get(&State::calls);
 }
 
 void result(const std::string &function, int value, std::function<void()> action) {
-    State &s = state();
-    const std::lock_guard<std::mutex> lock(s.lock);
-    s.results[function] = {value, std::move(action)};
+    state().with([&](State &s) { s.results[function] = {value, std::move(action)}; });
 }
 
 void token(const std::string &text) {
-    set_locked(&State::token, text);
+    state().set(&State::token, text);
 }
 
 mipc_api_table &table() {
-    return state().table;
+    return state().with([](State &s) -> mipc_api_table & { return s.table; });
 }
 
 const device_callbacks *callbacks() {
-    return locked(&State::callbacks);
+    return state().get(&State::callbacks);
 }
 
 void (*sink())(captured_frame *) {
-    return locked(&State::sink);
+    return state().get(&State::sink);
 }
 
 int (*error_callback())(int) {
-    return locked(&State::error_callback);
+    return state().get(&State::error_callback);
 }
 
 std::vector<alarm_record> alarms() {
-    return locked(&State::alarms);
+    return state().get(&State::alarms);
 }
 
 bool alarms_name_the_table() {
-    return locked(&State::alarms_name_the_table);
+    return state().get(&State::alarms_name_the_table);
 }
 
 void alarm_result(int value) {
-    set_locked(&State::alarm_result, value);
+    state().set(&State::alarm_result, value);
 }
 
 std::vector<VideoFrame> video_frames() {
-    return locked(&State::video);
+    return state().get(&State::video);
 }
 
 std::vector<AudioFrame> audio_frames() {
-    return locked(&State::audio);
+    return state().get(&State::audio);
 }
 
 }  // namespace fake_vendor
@@ -177,19 +145,19 @@ pthread_attr_t thread_attr = prepared_attributes();
 
 mipc_api_table *vq_ipca_init(const char *uuid, const char *interface_name,
                              const device_callbacks *callbacks) {
-    set_locked(&State::callbacks, callbacks);
+    state().set(&State::callbacks, callbacks);
     called("vq_ipca_init",
            std::string("(") + (uuid != nullptr ? uuid : "(null)") + ", " + interface_name + ")");
-    return &state().table;
+    return &fake_vendor::table();
 }
 
 void SetErrorCallback(int (*callback)(int error_code)) {
-    set_locked(&State::error_callback, callback);
+    state().set(&State::error_callback, callback);
     called("SetErrorCallback");
 }
 
 int ExFramer_Capture_Init(void (*sink)(captured_frame *frame)) {
-    set_locked(&State::sink, sink);
+    state().set(&State::sink, sink);
     return called("ExFramer_Capture_Init");
 }
 
@@ -216,7 +184,7 @@ int remove_token(void) {
 int readTokenFromFile(char *token, int size) {
     const int result = called("readTokenFromFile");
     if (result != 0 || size <= 0) return result;
-    const std::string text = locked(&State::token);
+    const std::string text = state().get(&State::token);
     const size_t length = std::min(text.size(), static_cast<size_t>(size) - 1);
     text.copy(token, length);
     token[length] = '\0';

@@ -11,14 +11,13 @@
 #include <cstdio>
 #include <ctime>
 #include <map>
-#include <mutex>
-#include <optional>
 #include <utility>
+
+#include "locked_state.h"
 
 namespace {
 
 struct State {
-    std::mutex lock;
     std::map<std::string, int> refused;  // by function: the calls that go well before
     std::function<long()> processor_clock;
     std::vector<std::pair<void *(*)(void *), pthread_t>> created;
@@ -30,17 +29,18 @@ struct State {
     std::function<void(const std::string &)> sync_hook;
 };
 
-State &state() {
-    static State &instance = *new State;
+LockedState<State> &state() {
+    static LockedState<State> instance;
     return instance;
 }
 
 bool due(const char *function) {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    const auto found = state().refused.find(function);
-    if (found == state().refused.end() || found->second-- > 0) return false;
-    state().refused.erase(found);
-    return true;
+    return state().with([function](State &s) {
+        const auto found = s.refused.find(function);
+        if (found == s.refused.end() || found->second-- > 0) return false;
+        s.refused.erase(found);
+        return true;
+    });
 }
 
 }  // namespace
@@ -48,13 +48,11 @@ bool due(const char *function) {
 namespace intercept {
 
 void refuse_next(const std::string &function, int after) {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    state().refused[function] = after;
+    state().with([&](State &s) { s.refused[function] = after; });
 }
 
 void set_processor_clock(std::function<long()> clock) {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    state().processor_clock = std::move(clock);
+    state().set(&State::processor_clock, std::move(clock));
 }
 
 void set_processor_ticks(long ticks) {
@@ -62,56 +60,42 @@ void set_processor_ticks(long ticks) {
 }
 
 std::vector<pthread_t> created(void *(*routine)(void *)) {
-    const std::lock_guard<std::mutex> guard(state().lock);
     std::vector<pthread_t> threads;
-    for (const auto &[of, thread] : state().created) {
+    for (const auto &[of, thread] : state().get(&State::created)) {
         if (of == routine) threads.push_back(thread);
     }
     return threads;
 }
 
 int semaphore_waits() {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    return state().semaphore_waits;
+    return state().get(&State::semaphore_waits);
 }
 
 int transfers() {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    return state().transfers;
+    return state().get(&State::transfers);
 }
 
 std::vector<long> connect_timeouts() {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    return state().connect_timeouts;
+    return state().get(&State::connect_timeouts);
 }
 
 long transfer_number(int option) {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    const auto found = state().transfer_numbers.find(option);
-    return found == state().transfer_numbers.end() ? -1 : found->second;
+    return state().with([option](State &s) {
+        const auto found = s.transfer_numbers.find(option);
+        return found == s.transfer_numbers.end() ? -1 : found->second;
+    });
 }
 
 std::vector<std::string> synced() {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    return state().synced;
+    return state().get(&State::synced);
 }
 
 void on_sync(std::function<void(const std::string &)> hook) {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    state().sync_hook = std::move(hook);
+    state().set(&State::sync_hook, std::move(hook));
 }
 
 void reset() {
-    const std::lock_guard<std::mutex> guard(state().lock);
-    state().refused.clear();
-    state().processor_clock = nullptr;
-    state().created.clear();
-    state().semaphore_waits = 0;
-    state().transfers = 0;
-    state().connect_timeouts.clear();
-    state().synced.clear();
-    state().sync_hook = nullptr;
-    state().transfer_numbers.clear();
+    state().reset();
 }
 
 }  // namespace intercept
@@ -146,10 +130,7 @@ int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
                           void *argument) {
     if (due("pthread_create")) return EAGAIN;
     const int result = __real_pthread_create(thread, attributes, routine, argument);
-    if (result == 0) {
-        const std::lock_guard<std::mutex> guard(state().lock);
-        state().created.emplace_back(routine, *thread);
-    }
+    if (result == 0) state().with([=](State &s) { s.created.emplace_back(routine, *thread); });
     return result;
 }
 
@@ -160,10 +141,7 @@ int __wrap_sem_init(sem_t *semaphore, int shared, unsigned value) {
 }
 
 int __wrap_sem_wait(sem_t *semaphore) {
-    {
-        const std::lock_guard<std::mutex> guard(state().lock);
-        state().semaphore_waits++;
-    }
+    state().with([](State &s) { s.semaphore_waits++; });
     if (!due("sem_wait")) return __real_sem_wait(semaphore);
     errno = EINTR;
     return -1;
@@ -186,11 +164,7 @@ size_t __wrap_fread(void *out, size_t size, size_t count, FILE *file) {
 }
 
 clock_t __wrap_clock(void) {
-    std::function<long()> clock;
-    {
-        const std::lock_guard<std::mutex> guard(state().lock);
-        clock = state().processor_clock;
-    }
+    const auto clock = state().get(&State::processor_clock);
     return clock ? clock() : __real_clock();
 }
 
@@ -199,12 +173,10 @@ int __wrap_fsync(int file) {
     const std::string link = "/proc/self/fd/" + std::to_string(file);
     const ssize_t length = readlink(link.c_str(), path, sizeof path);
     const std::string name(path, length > 0 ? static_cast<size_t>(length) : 0);
-    std::function<void(const std::string &)> hook;
-    {
-        const std::lock_guard<std::mutex> guard(state().lock);
-        state().synced.push_back(name);
-        hook = state().sync_hook;
-    }
+    const auto hook = state().with([&](State &s) {
+        s.synced.push_back(name);
+        return s.sync_hook;
+    });
     if (hook) hook(name);
     if (!due("fsync")) return __real_fsync(file);
     errno = EIO;
@@ -212,10 +184,7 @@ int __wrap_fsync(int file) {
 }
 
 CURL *__wrap_curl_easy_init(void) {
-    {
-        const std::lock_guard<std::mutex> guard(state().lock);
-        state().transfers++;
-    }
+    state().with([](State &s) { s.transfers++; });
     return due("curl_easy_init") ? nullptr : __real_curl_easy_init();
 }
 
@@ -226,9 +195,10 @@ CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
     va_end(arguments);
     if (option < CURLOPTTYPE_OBJECTPOINT) {
         const long number = reinterpret_cast<long>(value);
-        const std::lock_guard<std::mutex> guard(state().lock);
-        state().transfer_numbers[option] = number;
-        if (option == CURLOPT_CONNECTTIMEOUT) state().connect_timeouts.push_back(number);
+        state().with([=](State &s) {
+            s.transfer_numbers[option] = number;
+            if (option == CURLOPT_CONNECTTIMEOUT) s.connect_timeouts.push_back(number);
+        });
     }
     return __real_curl_easy_setopt(handle, option, value);
 }
