@@ -1,23 +1,10 @@
 // get_device_param: each parameter's request, result and log; every failure; unusable input; many threads.
-#include <curl/curl.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
-
-#include "handler_test.h"
 #include "intercept.h"
+#include "read_handler_test.h"
 
 namespace {
 
-Outcome read(const char *name) {
-    return read_with(get_device_param, name);
-}
-
-std::string start_log(const std::string &name) {
-    return "!!!***platform/Z55/ak_model <N> ***!!!\n param_name=" + name +
-           "\n , param_length =" + std::to_string(name.size()) + "\n";
-}
+constexpr ReadHandler kParam{get_device_param, "param"};
 
 std::string end_log(const std::string &name, const std::string &value) {
     return "!!!***platform/Z55/ak_model <N> ***!!! param_name=" + name + ",param_value=" + value + "\n";
@@ -33,10 +20,10 @@ class ParamReadCameraParameter : public HandlerTest, public testing::WithParamIn
 
 TEST_P(ParamReadCameraParameter, IsAskedOfItsGroup) {
     const auto [name, group, value] = GetParam();
-    const Outcome outcome = read(name);
-    EXPECT_EQ(outcome.text, value);
-    EXPECT_EQ(outcome.result, static_cast<int>(outcome.text.size()));
-    EXPECT_LOG(start_log(name) + "[GET CameraSetting?" + group + "]\n" + end_log(name, value), outcome.log);
+    const Outcome outcome = kParam.read(name);
+    expect_value(outcome, value);
+    EXPECT_LOG(kParam.start_log(name) + "[GET CameraSetting?" + group + "]\n" + end_log(name, value),
+               outcome.log);
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), Texts{get_request(std::string("CameraSetting?") + group)});
 }
@@ -61,9 +48,8 @@ TEST_P(ParamReadCameraWord, OnlyExactOnAndOffAreTranslated) {
     const auto [word, value] = GetParam();
     camera.reply("/CGI/CameraSetting", std::string("<ENABLE>") + word + "</ENABLE>");
     camera.reply("/CGI/CameraSetting?MOTION_DETECTION", std::string("<ENABLE>") + word + "</ENABLE>");
-    const Outcome outcome = read("md_armed");
-    EXPECT_EQ(outcome.text, value);
-    EXPECT_EQ(outcome.result, static_cast<int>(std::string(value).size()));
+    const Outcome outcome = kParam.read("md_armed");
+    expect_value(outcome, value);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamReadCameraWord,
@@ -73,7 +59,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, ParamReadCameraWord,
 
 TEST_F(ParamRead, TheFirstElementCounts) {
     camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<MAX>40</MAX><MAX>41</MAX>");
-    EXPECT_EQ(read("td_up").text, "40");
+    EXPECT_EQ(kParam.read("td_up").text, "40");
 }
 
 struct ConfRow {
@@ -86,17 +72,16 @@ TEST_P(ParamReadConfParameter, IsReadFromTheFileUnchanged) {
     const auto [name, key] = GetParam();
     for (const char *value : {"ON", "15", "", "a=b"}) {
         set_conf(key, value);
-        const Outcome outcome = read(name);
-        EXPECT_EQ(outcome.text, value);
-        EXPECT_EQ(outcome.result, static_cast<int>(std::string(value).size()));
-        EXPECT_LOG(start_log(name) + end_log(name, value), outcome.log);
+        const Outcome outcome = kParam.read(name);
+        expect_value(outcome, value);
+        EXPECT_LOG(kParam.start_log(name) + end_log(name, value), outcome.log);
     }
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
 TEST_P(ParamReadConfParameter, IsEmptyWithoutItsKeyOrTheFile) {
     for (int i = 0; i < 2; i++) {
-        const Outcome outcome = read(GetParam().name);
+        const Outcome outcome = kParam.read(GetParam().name);
         EXPECT_EQ(outcome.text, "");
         EXPECT_EQ(outcome.result, 0);
         remove_conf();
@@ -120,10 +105,9 @@ class ParamReadResolution : public HandlerTest, public testing::WithParamInterfa
 TEST_P(ParamReadResolution, IsTheSelectedProfile) {
     const auto [type, text] = GetParam();
     gResolutionType = type;
-    const Outcome outcome = read("high_definition");
-    EXPECT_EQ(outcome.text, text);
-    EXPECT_EQ(outcome.result, static_cast<int>(std::string(text).size()));
-    EXPECT_LOG(start_log("high_definition") + "get resolution type = " + std::to_string(type) +
+    const Outcome outcome = kParam.read("high_definition");
+    expect_value(outcome, text);
+    EXPECT_LOG(kParam.start_log("high_definition") + "get resolution type = " + std::to_string(type) +
                    "\n---platform/Z55/ak_model,line <N>\n" + end_log("high_definition", text),
                outcome.log);
     EXPECT_EQ(camera.seen(), Texts{});
@@ -136,11 +120,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, ParamReadResolution,
 class ParamReadUndefinedParameter : public HandlerTest, public testing::WithParamInterface<const char *> {};
 
 TEST_P(ParamReadUndefinedParameter, IsAnError) {
-    const Outcome outcome = read(GetParam());
-    EXPECT_EQ(outcome.text, "ERROR");
-    EXPECT_EQ(outcome.result, 5);
-    EXPECT_LOG(start_log(GetParam()) + "get_device_param This parameter undefined\n", outcome.log);
-    EXPECT_EQ(outcome.errors, "");
+    expect_undefined(kParam, GetParam());
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
@@ -151,23 +131,13 @@ INSTANTIATE_TEST_SUITE_P(Names, ParamReadUndefinedParameter,
 
 TEST_F(ParamRead, ACameraThatCannotBeReachedIsAnError) {
     camera.go_away();
-    const Outcome outcome = read("md_armed");
-    EXPECT_EQ(outcome.text, "ERROR");
-    EXPECT_EQ(outcome.result, 5);
-    EXPECT_LOG(start_log("md_armed") +
-                   "[GET CameraSetting?MOTION_DETECTION]\n[failed]\n"
-                   "res !=CURLE_OK: platform/Z55/ak_model,line <N>\n",
-               outcome.log);
-    EXPECT_LOG(std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
-                   "  (platform/Z55/ak_model, <N>)\n",
-               outcome.errors);
+    expect_unreachable(kParam, "md_armed", "CameraSetting?MOTION_DETECTION");
 }
 
 TEST_F(ParamRead, AnyStatusBut200CountsAsNoAnswer) {
     camera.reply("/CGI/CameraSetting?AUDIO_DETECTION", {CameraReply{.body = kAudio, .status = 503}});
-    const Outcome outcome = read("sd_armed");
-    EXPECT_EQ(outcome.text, "ERROR");
-    EXPECT_EQ(outcome.result, 5);
+    const Outcome outcome = kParam.read("sd_armed");
+    expect_error(outcome);
     EXPECT_LOG(
         std::string("curl failed : ") + curl_easy_strerror(CURLE_OK) + "  (platform/Z55/ak_model, <N>)\n",
         outcome.errors);
@@ -175,16 +145,15 @@ TEST_F(ParamRead, AnyStatusBut200CountsAsNoAnswer) {
 
 TEST_F(ParamRead, AMissingElementIsAnError) {
     camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<ErrorCode>-3</ErrorCode>");
-    const Outcome outcome = read("td_down");
-    EXPECT_EQ(outcome.text, "ERROR");
-    EXPECT_EQ(outcome.result, 5);
-    EXPECT_LOG(start_log("td_down") + "[GET CameraSetting?TEMPERATURE_ALERT]\n", outcome.log);
+    const Outcome outcome = kParam.read("td_down");
+    expect_error(outcome);
+    EXPECT_LOG(kParam.start_log("td_down") + "[GET CameraSetting?TEMPERATURE_ALERT]\n", outcome.log);
     EXPECT_LOG("xml_value is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
 }
 
 TEST_F(ParamRead, AnEmptyBodyIsAnError) {
     camera.reply("/CGI/CameraSetting?MOTION_DETECTION", "");
-    EXPECT_EQ(read("md_armed").text, "ERROR");
+    EXPECT_EQ(kParam.read("md_armed").text, "ERROR");
 }
 
 TEST_F(ParamRead, ValuesAreCutAt129Characters) {
@@ -192,27 +161,18 @@ TEST_F(ParamRead, ValuesAreCutAt129Characters) {
     camera.reply("/CGI/CameraSetting?MOTION_DETECTION", "<SENSITIVITY>" + value + "</SENSITIVITY>");
     set_conf("BATTERY_LOW", value.substr(0, 900));
     for (const char *name : {"md_sensitivity", "pd_setting"}) {
-        const Outcome outcome = read(name);
+        const Outcome outcome = kParam.read(name);
         EXPECT_EQ(outcome.text, std::string(129, 'v'));
         EXPECT_EQ(outcome.result, 129);
         EXPECT_NE(outcome.log.find(",param_value=" + std::string(129, 'v') + "\n"), std::string::npos);
     }
     const std::string fits(129, 'f');
     set_conf("BATTERY_LOW", fits);
-    EXPECT_EQ(read("pd_setting").text, fits);
+    EXPECT_EQ(kParam.read("pd_setting").text, fits);
 }
 
 TEST_F(ParamRead, UnusableInputIsAnErrorAndNoCrash) {
-    const Outcome null_name = read(nullptr);
-    EXPECT_EQ(null_name.text, "ERROR");
-    EXPECT_EQ(null_name.result, 5);
-    const std::string overlong(10'000, 'n');
-    const Outcome long_name = read(overlong.c_str());
-    EXPECT_EQ(long_name.text, "ERROR");
-    EXPECT_LOG(start_log(overlong) + "get_device_param This parameter undefined\n", long_name.log);
-    for (const char *name : {"md_armed", "pd_armed", "high_definition", "nothing"}) {
-        EXPECT_EQ(outcome_of([&] { return get_device_param(name, nullptr); }).result, 5) << name;
-    }
+    expect_unusable_input_is_refused(kParam, {"md_armed", "pd_armed", "high_definition", "nothing"});
 }
 
 TEST_F(ParamRead, WithoutMemoryForTheBufferIsAFailure) {
@@ -227,25 +187,8 @@ TEST_F(ParamRead, WithoutMemoryForTheBufferIsAFailure) {
 
 TEST_F(ParamRead, SixteenThreadsGetTheirOwnAnswers) {
     set_conf("BATTERY_LOW", "15");
-    constexpr std::pair<const char *, const char *> kExpected[] = {
-        {"md_sensitivity", "6"}, {"sd_sensitivity", "2"}, {"td_up", "38"}, {"pd_setting", "15"}};
-    std::atomic<int> wrong{0};
-    output_of([&] {
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 16; i++) {
-            threads.emplace_back([&, i] {
-                const auto &[name, expected] = kExpected[i % 4];
-                for (int round = 0; round < 5; round++) {
-                    char *value = nullptr;
-                    get_device_param(name, &value);
-                    if (std::string(value) != expected) wrong++;
-                    std::free(value);
-                }
-            });
-        }
-        for (std::thread &thread : threads) thread.join();
-    });
-    EXPECT_EQ(wrong, 0);
+    expect_own_answers(
+        kParam, {{"md_sensitivity", "6"}, {"sd_sensitivity", "2"}, {"td_up", "38"}, {"pd_setting", "15"}}, 5);
     EXPECT_EQ(camera.most_at_once(), 1);
     EXPECT_EQ(camera.requests().size(), 60U);
 }
