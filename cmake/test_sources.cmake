@@ -1,6 +1,8 @@
 # Which sources belong to which test program. One rule: the *_test.cpp of a folder are one program; in tests/system each of
 # them is a program of its own. What stands apart from the rule is named where it does.
 
+include_directories(${PROJECT_SOURCE_DIR}/tests/support)
+
 # velo_test_sources(RESULT FOLDER [EXCEPT-REGEX]): the FOLDER's *_test.cpp whose names do not match.
 function(velo_test_sources result folder)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp)

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "desk.h"
+#include "row_names.h"
 
 namespace fs = std::filesystem;
 
@@ -99,11 +100,15 @@ TEST(Command, APingThatRunsHoldsNoSocketOfTheAgents) {
 
 // --- Answers.
 
-class RoutingTable : public testing::TestWithParam<const char *> {};
+struct RoutingRow {
+    const char *name, *line;
+};
+
+class RoutingTable : public testing::TestWithParam<RoutingRow> {};
 
 TEST_P(RoutingTable, IsNoCommand) {
     Desk desk;
-    desk.set_tool("netstat", "stdout", GetParam());
+    desk.set_tool("netstat", "stdout", GetParam().line);
     desk.call("notify_Z55_connection_status", {1});
     EXPECT_EQ(desk.tool_calls("ping").size(), 0u);
     EXPECT_FALSE(fs::exists("/tmp/owned"));
@@ -111,9 +116,12 @@ TEST_P(RoutingTable, IsNoCommand) {
     EXPECT_EQ(desk.count_in_log("Default gateway not found.\n"), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, RoutingTable,
-                         testing::Values("0.0.0.0 1;touch /tmp/owned;.2.3.4\n",
-                                         "0.0.0.0 1$(touch /tmp/owned).2.3.4\n", "0.0.0.0 1.2.3.4444\n"));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, RoutingTable,
+    testing::Values(RoutingRow{.name = "command between", .line = "0.0.0.0 1;touch /tmp/owned;.2.3.4\n"},
+                    RoutingRow{.name = "command within", .line = "0.0.0.0 1$(touch /tmp/owned).2.3.4\n"},
+                    RoutingRow{.name = "number too long", .line = "0.0.0.0 1.2.3.4444\n"}),
+    by_name);
 
 TEST(Command, NoOutputFollowsAPlantedLink) {
     DeskOptions options;

@@ -76,7 +76,7 @@ TEST_P(NoRenewalTest, OtherCameraErrorsOnlyStartThePollAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Session, NoRenewalTest, testing::Values(-1, -3, -92, 7), [](const auto &row) {
-    return row.param < 0 ? "Minus" + std::to_string(-row.param) : std::to_string(row.param);
+    return row.param < 0 ? "Minus" + std::to_string(-row.param) : "Plus" + std::to_string(row.param);
 });
 
 TEST(Session, FiveSecondsPassBeforeTheLoginAndNineBeforeTheFirstPollAfterIt) {

@@ -264,14 +264,17 @@ TEST_P(NameWithControlCharacters, IsCutAtTheFirst) {
               std::string::npos);
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, NameWithControlCharacters,
-                         testing::Values(NameRow{"LineEnd", "A.MP4\n20231115000000_9_FORGED.MP4", "A.MP4"},
-                                         NameRow{"CarriageReturn", "A\rB", "A"},
-                                         NameRow{"Escape", "A\x1b[2J", "A"}, NameRow{"Delete", "A\x7f", "A"},
-                                         NameRow{"First", "\nA", ""},
-                                         NameRow{"NoneInOtherAlphabets", "\xc3\x84 \xe5\xbd\xb1.MP4",
-                                                 "\xc3\x84 \xe5\xbd\xb1.MP4"}),
-                         by_name);
+INSTANTIATE_TEST_SUITE_P(
+    Names, NameWithControlCharacters,
+    testing::Values(NameRow{.name = "LineEnd", .sent = "A.MP4\n20231115000000_9_FORGED.MP4", .kept = "A.MP4"},
+                    NameRow{.name = "CarriageReturn", .sent = "A\rB", .kept = "A"},
+                    NameRow{.name = "Escape", .sent = "A\x1b[2J", .kept = "A"},
+                    NameRow{.name = "Delete", .sent = "A\x7f", .kept = "A"},
+                    NameRow{.name = "First", .sent = "\nA", .kept = ""},
+                    NameRow{.name = "NoneInOtherAlphabets",
+                            .sent = "\xc3\x84 \xe5\xbd\xb1.MP4",
+                            .kept = "\xc3\x84 \xe5\xbd\xb1.MP4"}),
+    by_name);
 
 struct FailureRow {
     const char *name;
@@ -295,20 +298,21 @@ TEST_P(NewestVideoFailure, LeavesTheNameAlone) {
 
 INSTANTIATE_TEST_SUITE_P(
     Replies, NewestVideoFailure,
-    testing::Values(FailureRow{"BadStatus",
-                               {.body = "<Name>A</Name>", .status = 403},
-                               "[failed]\ngetvideolist failed. response of perform_curl() is null.\n"},
-                    FailureRow{"NoAnswer",
-                               {.hang_up = true},
-                               "[failed]\ngetvideolist failed. response of perform_curl() is null.\n"},
-                    FailureRow{"ErrorCode",
-                               {.body = "<ErrorCode>-12</ErrorCode>"},
-                               "getvideolist failed due to polling failing.Errorcode: -12 \n"},
-                    FailureRow{"ErrorCodeOfZeroBesideAName",
-                               {.body = "<ErrorCode>0</ErrorCode><Name>A</Name>"},
-                               "getvideolist failed due to polling failing.Errorcode: 0 \n"},
-                    FailureRow{"NoName", {.body = "<VideoList></VideoList>"}, "value = NULL\n"}),
-    [](const auto &row) { return std::string(row.param.name); });
+    testing::Values(
+        FailureRow{.name = "BadStatus",
+                   .reply = {.body = "<Name>A</Name>", .status = 403},
+                   .log = "[failed]\ngetvideolist failed. response of perform_curl() is null.\n"},
+        FailureRow{.name = "NoAnswer",
+                   .reply = {.hang_up = true},
+                   .log = "[failed]\ngetvideolist failed. response of perform_curl() is null.\n"},
+        FailureRow{.name = "ErrorCode",
+                   .reply = {.body = "<ErrorCode>-12</ErrorCode>"},
+                   .log = "getvideolist failed due to polling failing.Errorcode: -12 \n"},
+        FailureRow{.name = "ErrorCodeOfZeroBesideAName",
+                   .reply = {.body = "<ErrorCode>0</ErrorCode><Name>A</Name>"},
+                   .log = "getvideolist failed due to polling failing.Errorcode: 0 \n"},
+        FailureRow{.name = "NoName", .reply = {.body = "<VideoList></VideoList>"}, .log = "value = NULL\n"}),
+    by_name);
 
 TEST_F(RecordingLog, WithoutAConfigurationNothingIsAsked) {
     remove_conf();

@@ -271,9 +271,11 @@ TEST_P(UselessPeriod, CutsNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, UselessPeriod,
-                         testing::Values(PeriodRow{"Zero", "0", "0"}, PeriodRow{"Negative", "-3", "-3"},
-                                         PeriodRow{"None", "", "0"}, PeriodRow{"NoNumber", "ten", "0"}),
-                         [](const auto &row) { return std::string(row.param.name); });
+                         testing::Values(PeriodRow{.name = "Zero", .value = "0", .printed = "0"},
+                                         PeriodRow{.name = "Negative", .value = "-3", .printed = "-3"},
+                                         PeriodRow{.name = "None", .value = "", .printed = "0"},
+                                         PeriodRow{.name = "NoNumber", .value = "ten", .printed = "0"}),
+                         by_name);
 
 TEST_F(Cutting, PeriodIsReadOnce) {
     log_of_whole_job(5);

@@ -215,7 +215,9 @@ TEST_F(Instants, AStopThatWaitedAndIsRefusedLeavesTheJob) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, EveryInstant,
-                         testing::Values(JobRow{"WithoutEnd", 0}, JobRow{"TwentyFiveSeconds", 25}), by_name);
+                         testing::Values(JobRow{.name = "WithoutEnd", .length = 0},
+                                         JobRow{.name = "TwentyFiveSeconds", .length = 25}),
+                         by_name);
 
 // A stop while another one from outside closes the only piece, and a start.
 class EveryInstantOfAStop : public Instants {
@@ -301,6 +303,8 @@ TEST_P(Storm, LeavesCameraAndStateInStep) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cameras, Storm,
-                         testing::Values(StormRow{"Obeying", 0}, StormRow{"RefusingEachFifth", 5}), by_name);
+                         testing::Values(StormRow{.name = "Obeying", .refuse_each = 0},
+                                         StormRow{.name = "RefusingEachFifth", .refuse_each = 5}),
+                         by_name);
 
 }  // namespace

@@ -690,16 +690,19 @@ TEST_P(StatusSniffer, Stores) {
 
 INSTANTIATE_TEST_SUITE_P(
     Line, StatusSniffer,
-    testing::Values(StatusRow{"Good", "HTTP/1.1 200 OK\r\n", 200, "res: 200\n"},
-                    StatusRow{"NotFound", "HTTP/1.1 404 Not Found\r\n", 404, "res: 404\n"},
-                    StatusRow{"ThreeCharactersOnly", "HTTP/1.1 2001", 200, "res: 200\n"},
-                    StatusRow{"AnywhereInTheLine", "Via: HTTP/1.1 301", 301, "res: 301\n"},
-                    StatusRow{"NineCharactersOn", "HTTP/1.1  20", 20, "res: 20\n"},
-                    StatusRow{"NoNumber", "HTTP/1.1 OK", 0, "res: 0\n"},
-                    StatusRow{"CutShort", "HTTP/1.1", 0, "res: 0\n"},
-                    StatusRow{"OldVersion", "HTTP/1.0 200 OK\r\n", -5, ""},
-                    StatusRow{"OtherHeader", "Content-Length: 3\r\n", -5, ""},
-                    StatusRow{"Empty", "", -5, ""}),
+    testing::Values(
+        StatusRow{.name = "Good", .line = "HTTP/1.1 200 OK\r\n", .status = 200, .log = "res: 200\n"},
+        StatusRow{
+            .name = "NotFound", .line = "HTTP/1.1 404 Not Found\r\n", .status = 404, .log = "res: 404\n"},
+        StatusRow{.name = "ThreeCharactersOnly", .line = "HTTP/1.1 2001", .status = 200, .log = "res: 200\n"},
+        StatusRow{
+            .name = "AnywhereInTheLine", .line = "Via: HTTP/1.1 301", .status = 301, .log = "res: 301\n"},
+        StatusRow{.name = "NineCharactersOn", .line = "HTTP/1.1  20", .status = 20, .log = "res: 20\n"},
+        StatusRow{.name = "NoNumber", .line = "HTTP/1.1 OK", .status = 0, .log = "res: 0\n"},
+        StatusRow{.name = "CutShort", .line = "HTTP/1.1", .status = 0, .log = "res: 0\n"},
+        StatusRow{.name = "OldVersion", .line = "HTTP/1.0 200 OK\r\n", .status = -5, .log = ""},
+        StatusRow{.name = "OtherHeader", .line = "Content-Length: 3\r\n", .status = -5, .log = ""},
+        StatusRow{.name = "Empty", .line = "", .status = -5, .log = ""}),
     by_name);
 
 TEST(StatusSnifferLimits, ReadsNoFurtherThanItsLine) {

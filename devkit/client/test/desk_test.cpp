@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "row_names.h"
+
 namespace {
 
 struct outcome {
@@ -76,45 +78,46 @@ struct request_case {
     const char *arguments, *request;
 };
 
-void PrintTo(const request_case &row, std::ostream *out) {
-    *out << row.arguments;
-}
+constexpr auto by_arguments = [](const auto &row) { return case_name(row.param.arguments); };
 
 const request_case kRequests[] = {
-    {"camera set MotionEvent 1", R"(PATCH /status {"MotionEvent":"1"})"},
-    {"camera remove Battery", R"(PATCH /status {"Battery":null})"},
-    {"camera event MotionEvent", R"(POST /event {"name":"MotionEvent"})"},
-    {"camera event MotionEvent 3", R"(POST /event {"name":"MotionEvent","polls":3})"},
-    {"camera setting MOTION_DETECTION ENABLE ON", R"(PATCH /settings/MOTION_DETECTION {"ENABLE":"ON"})"},
-    {"camera config photo_bytes 5000000", R"(PATCH /config {"photo_bytes":5000000})"},
-    {"camera config uuid abc", R"(PATCH /config {"uuid":"abc"})"},
-    {"camera state", "GET /state"},
-    {"camera forget", "DELETE /requests"},
-    {"camera fault CameraStatus http_status 500 3",
-     R"(POST /faults {"count":3,"endpoint":"CameraStatus","kind":"http_status","status":500})"},
-    {"camera fault '*' close 2", R"(POST /faults {"count":2,"endpoint":"*","kind":"close"})"},
-    {"camera fault RemoteControl error_code value=-7 match=VIDEO_STOP",
-     R"(POST /faults {"endpoint":"RemoteControl","kind":"error_code","match":"VIDEO_STOP","value":-7})"},
-    {"camera fault CameraInfo body '{\"a\":1}'",
-     R"(POST /faults {"endpoint":"CameraInfo","kind":"body","text":"{\"a\":1}"})"},
-    {"camera faults", "GET /faults"},
-    {"camera heal", "DELETE /faults"},
-    {"camera expire", "POST /session/expire"},
-    {"camera restart", "POST /restart"},
-    {"camera vanish", "POST /vanish"},
-    {"camera appear", "POST /appear"},
-    {"camera refuse", "POST /refuse"},
-    {"camera accept", "POST /accept"},
-    {"watch on", R"(PUT /watch {"on":true})"},
-    {"watch off", R"(PUT /watch {"on":false})"},
-    {"token abc", R"(PUT /token {"token":"abc"})"},
-    {"token none", R"(PUT /token {"token":null})"},
-    {"capture stalled true", R"(PUT /capture {"stalled":true})"},
-    {"cloud-status", "GET /cloud_status"},
-    {"variable cookie", "GET /variable?name=cookie"},
-    {"variable-set NTP_FAIL -1", R"(PUT /variable {"name":"NTP_FAIL","value":-1})"},
-    {"send sdk DELETE /alarms", "DELETE /alarms"},
-    {"send camera PATCH /status '{\"SD\":\"0\"}'", R"(PATCH /status {"SD":"0"})"},
+    {.arguments = "camera set MotionEvent 1", .request = R"(PATCH /status {"MotionEvent":"1"})"},
+    {.arguments = "camera remove Battery", .request = R"(PATCH /status {"Battery":null})"},
+    {.arguments = "camera event MotionEvent", .request = R"(POST /event {"name":"MotionEvent"})"},
+    {.arguments = "camera event MotionEvent 3", .request = R"(POST /event {"name":"MotionEvent","polls":3})"},
+    {.arguments = "camera setting MOTION_DETECTION ENABLE ON",
+     .request = R"(PATCH /settings/MOTION_DETECTION {"ENABLE":"ON"})"},
+    {.arguments = "camera config photo_bytes 5000000", .request = R"(PATCH /config {"photo_bytes":5000000})"},
+    {.arguments = "camera config uuid abc", .request = R"(PATCH /config {"uuid":"abc"})"},
+    {.arguments = "camera state", .request = "GET /state"},
+    {.arguments = "camera forget", .request = "DELETE /requests"},
+    {.arguments = "camera fault CameraStatus http_status 500 3",
+     .request = R"(POST /faults {"count":3,"endpoint":"CameraStatus","kind":"http_status","status":500})"},
+    {.arguments = "camera fault '*' close 2",
+     .request = R"(POST /faults {"count":2,"endpoint":"*","kind":"close"})"},
+    {.arguments = "camera fault RemoteControl error_code value=-7 match=VIDEO_STOP",
+     .request =
+         R"(POST /faults {"endpoint":"RemoteControl","kind":"error_code","match":"VIDEO_STOP","value":-7})"},
+    {.arguments = "camera fault CameraInfo body '{\"a\":1}'",
+     .request = R"(POST /faults {"endpoint":"CameraInfo","kind":"body","text":"{\"a\":1}"})"},
+    {.arguments = "camera faults", .request = "GET /faults"},
+    {.arguments = "camera heal", .request = "DELETE /faults"},
+    {.arguments = "camera expire", .request = "POST /session/expire"},
+    {.arguments = "camera restart", .request = "POST /restart"},
+    {.arguments = "camera vanish", .request = "POST /vanish"},
+    {.arguments = "camera appear", .request = "POST /appear"},
+    {.arguments = "camera refuse", .request = "POST /refuse"},
+    {.arguments = "camera accept", .request = "POST /accept"},
+    {.arguments = "watch on", .request = R"(PUT /watch {"on":true})"},
+    {.arguments = "watch off", .request = R"(PUT /watch {"on":false})"},
+    {.arguments = "token abc", .request = R"(PUT /token {"token":"abc"})"},
+    {.arguments = "token none", .request = R"(PUT /token {"token":null})"},
+    {.arguments = "capture stalled true", .request = R"(PUT /capture {"stalled":true})"},
+    {.arguments = "cloud-status", .request = "GET /cloud_status"},
+    {.arguments = "variable cookie", .request = "GET /variable?name=cookie"},
+    {.arguments = "variable-set NTP_FAIL -1", .request = R"(PUT /variable {"name":"NTP_FAIL","value":-1})"},
+    {.arguments = "send sdk DELETE /alarms", .request = "DELETE /alarms"},
+    {.arguments = "send camera PATCH /status '{\"SD\":\"0\"}'", .request = R"(PATCH /status {"SD":"0"})"},
 };
 
 class DeskRequest : public Desk, public testing::WithParamInterface<request_case> {};
@@ -125,16 +128,12 @@ TEST_P(DeskRequest, is_sent) {
     EXPECT_EQ(asked(), std::string(GetParam().request) + "\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, DeskRequest, testing::ValuesIn(kRequests));
+INSTANTIATE_TEST_SUITE_P(Commands, DeskRequest, testing::ValuesIn(kRequests), by_arguments);
 
 struct reply_case {
     const char *arguments, *request, *reply, *output;
     int exit_code;
 };
-
-void PrintTo(const reply_case &row, std::ostream *out) {
-    *out << row.arguments;
-}
 
 constexpr char kDone[] = R"({"results":[{"result":0}]})";
 constexpr char kAlarm[] =
@@ -144,30 +143,86 @@ constexpr char kRequest[] =
         {"seq":8,"time_ms":13,"status":null,"method":"GET","target":"/","body":""}])";
 
 const reply_case kReplies[] = {
-    {"alarms", "GET /alarms", kAlarm, "{1, \"alarm\", 13}  seq 4, result 0, 12 ms\n", 0},
-    {"alarms 3", "GET /alarms?since=3", kAlarm, "{1, \"alarm\", 13}  seq 4, result 0, 12 ms\n", 0},
-    {"camera requests 2", "GET /requests?limit=2", kRequest,
-     "7  12 ms  200  POST /CGI/A?B  x y\n8  13 ms  null  GET /\n", 0},
-    {"camera state recording active", "GET /state", R"({"recording":{"active":false}})", "false\n", 0},
-    {"camera state stream", "GET /state", R"({"stream":"RTP_H264_HD"})", "RTP_H264_HD\n", 0},
-    {"state nothing", "GET /state", R"({"pid":1})", "desk: there is no nothing\n", 1},
-    {"read md_armed", R"(POST /call {"args":["md_armed"],"name":"get_device_param"})",
-     R"({"results":[{"result":1,"value":"1"}]})", "1\n", 0},
-    {"status x", R"(POST /call {"args":["x"],"name":"get_device_status"})",
-     R"({"results":[{"result":5,"value":"ERROR"}]})", "ERROR\n", 1},
-    {"write md_armed 1", R"(POST /call {"args":["md_armed","1"],"name":"set_device_param"})", kDone,
-     "result 0\n", 0},
-    {"upgrade", R"(POST /call {"args":["doOTA","1"],"name":"set_device_param"})",
-     R"({"results":[{"result":-1}]})", "result -1\n", 1},
-    {"ptz 30 1", R"(POST /call {"args":[30,1],"name":"ptz_direction_control"})", kDone, "result 0\n", 0},
-    {"record start 20", R"(POST /call {"args":[20],"name":"start_recording_video"})",
-     R"({"results":[{"result":-10}]})", "result -10\n", 1},
-    {"record stop", R"(POST /call {"args":[],"name":"stop_recording_video"})", kDone, "result 0\n", 0},
-    {"connection 1", R"(POST /call {"args":[1],"name":"notify_Z55_connection_status"})",
-     R"({"results":[{}]})", "", 0},
-    {"call alarm_func 14", R"(POST /call {"args":[14],"name":"alarm_func"})", kDone, "{\"result\":0}\n", 0},
-    {"frames", "GET /frames", R"({"audio":2,"records":{},"video":1})",
-     "{\n  \"audio\": 2,\n  \"video\": 1\n}\n", 0},
+    {.arguments = "alarms",
+     .request = "GET /alarms",
+     .reply = kAlarm,
+     .output = "{1, \"alarm\", 13}  seq 4, result 0, 12 ms\n",
+     .exit_code = 0},
+    {.arguments = "alarms 3",
+     .request = "GET /alarms?since=3",
+     .reply = kAlarm,
+     .output = "{1, \"alarm\", 13}  seq 4, result 0, 12 ms\n",
+     .exit_code = 0},
+    {.arguments = "camera requests 2",
+     .request = "GET /requests?limit=2",
+     .reply = kRequest,
+     .output = "7  12 ms  200  POST /CGI/A?B  x y\n8  13 ms  null  GET /\n",
+     .exit_code = 0},
+    {.arguments = "camera state recording active",
+     .request = "GET /state",
+     .reply = R"({"recording":{"active":false}})",
+     .output = "false\n",
+     .exit_code = 0},
+    {.arguments = "camera state stream",
+     .request = "GET /state",
+     .reply = R"({"stream":"RTP_H264_HD"})",
+     .output = "RTP_H264_HD\n",
+     .exit_code = 0},
+    {.arguments = "state nothing",
+     .request = "GET /state",
+     .reply = R"({"pid":1})",
+     .output = "desk: there is no nothing\n",
+     .exit_code = 1},
+    {.arguments = "read md_armed",
+     .request = R"(POST /call {"args":["md_armed"],"name":"get_device_param"})",
+     .reply = R"({"results":[{"result":1,"value":"1"}]})",
+     .output = "1\n",
+     .exit_code = 0},
+    {.arguments = "status x",
+     .request = R"(POST /call {"args":["x"],"name":"get_device_status"})",
+     .reply = R"({"results":[{"result":5,"value":"ERROR"}]})",
+     .output = "ERROR\n",
+     .exit_code = 1},
+    {.arguments = "write md_armed 1",
+     .request = R"(POST /call {"args":["md_armed","1"],"name":"set_device_param"})",
+     .reply = kDone,
+     .output = "result 0\n",
+     .exit_code = 0},
+    {.arguments = "upgrade",
+     .request = R"(POST /call {"args":["doOTA","1"],"name":"set_device_param"})",
+     .reply = R"({"results":[{"result":-1}]})",
+     .output = "result -1\n",
+     .exit_code = 1},
+    {.arguments = "ptz 30 1",
+     .request = R"(POST /call {"args":[30,1],"name":"ptz_direction_control"})",
+     .reply = kDone,
+     .output = "result 0\n",
+     .exit_code = 0},
+    {.arguments = "record start 20",
+     .request = R"(POST /call {"args":[20],"name":"start_recording_video"})",
+     .reply = R"({"results":[{"result":-10}]})",
+     .output = "result -10\n",
+     .exit_code = 1},
+    {.arguments = "record stop",
+     .request = R"(POST /call {"args":[],"name":"stop_recording_video"})",
+     .reply = kDone,
+     .output = "result 0\n",
+     .exit_code = 0},
+    {.arguments = "connection 1",
+     .request = R"(POST /call {"args":[1],"name":"notify_Z55_connection_status"})",
+     .reply = R"({"results":[{}]})",
+     .output = "",
+     .exit_code = 0},
+    {.arguments = "call alarm_func 14",
+     .request = R"(POST /call {"args":[14],"name":"alarm_func"})",
+     .reply = kDone,
+     .output = "{\"result\":0}\n",
+     .exit_code = 0},
+    {.arguments = "frames",
+     .request = "GET /frames",
+     .reply = R"({"audio":2,"records":{},"video":1})",
+     .output = "{\n  \"audio\": 2,\n  \"video\": 1\n}\n",
+     .exit_code = 0},
 };
 
 class DeskReply : public Desk, public testing::WithParamInterface<reply_case> {};
@@ -180,7 +235,7 @@ TEST_P(DeskReply, is_printed) {
     EXPECT_EQ(result.exit_code, GetParam().exit_code);
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, DeskReply, testing::ValuesIn(kReplies));
+INSTANTIATE_TEST_SUITE_P(Commands, DeskReply, testing::ValuesIn(kReplies), by_arguments);
 
 std::string content(const std::string &path) {
     std::ifstream file(path, std::ios::binary);

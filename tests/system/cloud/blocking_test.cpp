@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "desk.h"
+#include "row_names.h"
 
 namespace {
 
@@ -185,7 +186,5 @@ std::vector<Handler> handlers_that_ask() {
     return asking;
 }
 
-INSTANTIATE_TEST_SUITE_P(Handlers, Blocking, testing::ValuesIn(kHandlers),
-                         [](const auto &row) { return std::string(row.param.name); });
-INSTANTIATE_TEST_SUITE_P(Handlers, BlockingMidway, testing::ValuesIn(handlers_that_ask()),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Handlers, Blocking, testing::ValuesIn(kHandlers), by_name);
+INSTANTIATE_TEST_SUITE_P(Handlers, BlockingMidway, testing::ValuesIn(handlers_that_ask()), by_name);

@@ -69,7 +69,8 @@ TEST_P(Photo, ArrivesWhole) {
     EXPECT_GE(pause * desk.speed(), 3000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Snapshot, Photo, testing::Values(0, 5'000'000));
+INSTANTIATE_TEST_SUITE_P(Snapshot, Photo, testing::Values(0, 5'000'000),
+                         [](const auto &row) { return row.param > 0 ? "Large" : "AsItIs"; });
 
 TEST(Snapshot, NoneIsTakenWhileTheCameraRecords) {
     Desk desk;

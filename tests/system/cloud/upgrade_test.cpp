@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "row_names.h"
 #include "wire.h"
 
 namespace {
@@ -24,13 +25,30 @@ void PrintTo(const Refusal &row, std::ostream *out) {
 }
 
 const Refusal kRefusals[] = {
-    {"NoCard", {{"SD", "0"}}, true, "check SD insert , SD card Space less than 100MB \n "},
-    {"NoAdaptor", {{"Adaptor", "0"}}, true, "check Adaptor, No Adaptor \n "},
-    {"UnknownCard", {{"SD", "2"}}, true, "iFwEvent=1, iSpace=28000, iAdaptor=1\n"},
-    {"Downloading", {{"FwUpgradeStatus", "Downloading"}}, true, "Firmware Upgrade Downloading...\n"},
-    {"StatusMissing", {{"FwUpgradeStatus", nullptr}}, true, "Firmware Upgrade ERROR...\n"},
-    {"NoReserve", json::object(), false,
-     "Error:  file not found! check the directory!!\ndelete file failure, OTA failure\n"},
+    {.name = "NoCard",
+     .statuses = {{"SD", "0"}},
+     .reserve = true,
+     .text = "check SD insert , SD card Space less than 100MB \n "},
+    {.name = "NoAdaptor",
+     .statuses = {{"Adaptor", "0"}},
+     .reserve = true,
+     .text = "check Adaptor, No Adaptor \n "},
+    {.name = "UnknownCard",
+     .statuses = {{"SD", "2"}},
+     .reserve = true,
+     .text = "iFwEvent=1, iSpace=28000, iAdaptor=1\n"},
+    {.name = "Downloading",
+     .statuses = {{"FwUpgradeStatus", "Downloading"}},
+     .reserve = true,
+     .text = "Firmware Upgrade Downloading...\n"},
+    {.name = "StatusMissing",
+     .statuses = {{"FwUpgradeStatus", nullptr}},
+     .reserve = true,
+     .text = "Firmware Upgrade ERROR...\n"},
+    {.name = "NoReserve",
+     .statuses = json::object(),
+     .reserve = false,
+     .text = "Error:  file not found! check the directory!!\ndelete file failure, OTA failure\n"},
 };
 
 class UpgradeRefusal : public testing::TestWithParam<Refusal> {};
@@ -86,8 +104,7 @@ TEST_P(UpgradeRefusal, SaysWhyAndAsksForNothing) {
     EXPECT_EQ(desk.sdk("GET", "/variable?name=ota_enable")["value"], 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Upgrade, UpgradeRefusal, testing::ValuesIn(kRefusals),
-                         [](const auto &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Upgrade, UpgradeRefusal, testing::ValuesIn(kRefusals), by_name);
 
 TEST(Upgrade, AnUnansweredCheckIsTriedSixTimes) {
     Desk desk;

@@ -9,6 +9,8 @@
 
 #include <climits>
 
+#include "row_names.h"
+
 namespace {
 
 TEST(AlarmRules, StatusNumbersAreThoseOfTheCloud) {

@@ -93,14 +93,17 @@ TEST_P(Counts, HaveARate) {
     EXPECT_EQ(GetParam().rate, fail_rate(GetParam().counts));
 }
 
-INSTANTIATE_TEST_SUITE_P(Row, Counts,
-                         testing::Values(CountsRow{"None", {0, 0}, 0}, CountsRow{"OnlyGood", {7, 0}, 0},
-                                         CountsRow{"OnlyFailed", {0, 7}, 100},
-                                         CountsRow{"OneOfFour", {3, 1}, 25},
-                                         CountsRow{"SumBeyond32Bits", {0xFFFFFFFF, 1}, 0},
-                                         CountsRow{"HundredfoldBeyond32Bits", {0x10000000, 0x30000000}, 75},
-                                         CountsRow{"BothBeyond32Bits", {0x100000000, 0x300000000}, 75}),
-                         by_name);
+INSTANTIATE_TEST_SUITE_P(
+    Row, Counts,
+    testing::Values(CountsRow{.name = "None", .counts = {0, 0}, .rate = 0},
+                    CountsRow{.name = "OnlyGood", .counts = {7, 0}, .rate = 0},
+                    CountsRow{.name = "OnlyFailed", .counts = {0, 7}, .rate = 100},
+                    CountsRow{.name = "OneOfFour", .counts = {3, 1}, .rate = 25},
+                    CountsRow{.name = "SumBeyond32Bits", .counts = {0xFFFFFFFF, 1}, .rate = 0},
+                    CountsRow{
+                        .name = "HundredfoldBeyond32Bits", .counts = {0x10000000, 0x30000000}, .rate = 75},
+                    CountsRow{.name = "BothBeyond32Bits", .counts = {0x100000000, 0x300000000}, .rate = 75}),
+    by_name);
 
 // --- The starter, and what only a fresh process shows. Run together, these come first of all that use the
 // queue.
@@ -326,7 +329,8 @@ TEST_P(FullQueue, RefusesThe81stJobWhileTheOtherAcceptsJobs) {
     EXPECT_EQ(82u, camera.requests().size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Priority, FullQueue, testing::Values(kDefaultPriority, kHighPriority));
+INSTANTIATE_TEST_SUITE_P(Priority, FullQueue, testing::Values(kDefaultPriority, kHighPriority),
+                         [](const auto &row) { return row.param == kHighPriority ? "High" : "Default"; });
 
 TEST_F(Jobs, OtherPrioritiesAreRejected) {
     for (const int priority : {1, 3, -1}) {

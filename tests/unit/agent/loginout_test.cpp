@@ -371,17 +371,20 @@ TEST_P(KeyInHeader, Is) {
 
 INSTANTIATE_TEST_SUITE_P(
     Row, KeyInHeader,
-    testing::Values(HeaderRow{"EndsAtASemicolon", "Set-Cookie: Session=0123456789; path=/\r\n", "0123456789"},
-                    HeaderRow{"EndsAtTheLineEnd", "Set-Cookie: Session=42\r\n", "42"},
-                    HeaderRow{"EndsAtABlank", "Set-Cookie: Session=42 43", "42"},
-                    HeaderRow{"EndsAtTheEnd", "Session=1", "1"},
-                    HeaderRow{"EndsAtALetter", "Session=42a7", "42"},
-                    HeaderRow{"AnyFirstCharacterIsTaken", "Session=x42y", "x42"},
-                    HeaderRow{"DirectlyFollowedByALineEnd", "Set-Cookie: Session=\r\n", "\r"},
-                    HeaderRow{"NothingFollows", "Session=", ""},
-                    HeaderRow{"TheFirstOneCounts", "Session=1 Session=2", "1"},
-                    HeaderRow{"OtherCookie", "Set-Cookie: session=1\r\n", std::nullopt},
-                    HeaderRow{"EmptyHeader", "", std::nullopt}),
+    testing::Values(
+        HeaderRow{.name = "EndsAtASemicolon",
+                  .header = "Set-Cookie: Session=0123456789; path=/\r\n",
+                  .key = "0123456789"},
+        HeaderRow{.name = "EndsAtTheLineEnd", .header = "Set-Cookie: Session=42\r\n", .key = "42"},
+        HeaderRow{.name = "EndsAtABlank", .header = "Set-Cookie: Session=42 43", .key = "42"},
+        HeaderRow{.name = "EndsAtTheEnd", .header = "Session=1", .key = "1"},
+        HeaderRow{.name = "EndsAtALetter", .header = "Session=42a7", .key = "42"},
+        HeaderRow{.name = "AnyFirstCharacterIsTaken", .header = "Session=x42y", .key = "x42"},
+        HeaderRow{.name = "DirectlyFollowedByALineEnd", .header = "Set-Cookie: Session=\r\n", .key = "\r"},
+        HeaderRow{.name = "NothingFollows", .header = "Session=", .key = ""},
+        HeaderRow{.name = "TheFirstOneCounts", .header = "Session=1 Session=2", .key = "1"},
+        HeaderRow{.name = "OtherCookie", .header = "Set-Cookie: session=1\r\n", .key = std::nullopt},
+        HeaderRow{.name = "EmptyHeader", .header = "", .key = std::nullopt}),
     by_name);
 
 TEST(KeyInNoHeader, IsNone) {

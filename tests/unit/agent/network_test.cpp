@@ -60,6 +60,7 @@ class Network : public AgentTest {
 // --- The default gateway.
 
 struct RouteRow {
+    const char *name;
     const char *line;
     const char *gateway;  // null for none
 };
@@ -67,7 +68,7 @@ struct RouteRow {
 class NetworkRoute : public Network, public testing::WithParamInterface<RouteRow> {};
 
 TEST_P(NetworkRoute, IsTheDefaultByItsDestination) {
-    const auto [line, expected] = GetParam();
+    const auto [name, line, expected] = GetParam();
     device.routes = kTable + std::string(line);
     std::optional<std::string> gateway;
     const std::string log = output_of([&] { gateway = get_default_gateway(); });
@@ -85,24 +86,44 @@ TEST_P(NetworkRoute, IsTheDefaultByItsDestination) {
 INSTANTIATE_TEST_SUITE_P(
     Rows, NetworkRoute,
     testing::Values(
-        RouteRow{"0.0.0.0         192.168.0.1     0.0.0.0         UG        0 0          0 wlan0\n",
-                 "192.168.0.1"},
-        RouteRow{"         0.0.0.0 10.0.0.254 x\n", "10.0.0.254"},  // at offset 9
-        RouteRow{"          0.0.0.0 10.0.0.254 x\n", nullptr},      // at offset 10
-        RouteRow{"192.168.0.0     0.0.0.0         255.255.255.0   U 0 0 0 wlan0\n", nullptr},
-        RouteRow{"192.168.0.0     0.0.0.0         255.255.255.0   U 0 0 0 wlan0\n"
-                 "0.0.0.0         192.168.0.1     0.0.0.0         UG 0 0 0 wlan0\n"
-                 "0.0.0.0         192.168.0.2     0.0.0.0         UG 0 0 0 wlan0\n",
-                 "192.168.0.1"},                              // the first one
-        RouteRow{"0.0.0.0 gw192.168.0.1x\n", "192.168.0.1"},  // from the first digit to the last
-        RouteRow{"0.0.0.0 0.9.8.90\n", "0.9.8.90"}, RouteRow{"0.0.0.0 9.0.0.9\n", "9.0.0.9"},
-        RouteRow{"0.0.0.0 1.2.3.4.5\n", "1.2.3.4"}, RouteRow{"0.0.0.0 1.2.3.4", "1.2.3.4"},
+        RouteRow{.name = "usual line",
+                 .line = "0.0.0.0         192.168.0.1     0.0.0.0         UG        0 0          0 wlan0\n",
+                 .gateway = "192.168.0.1"},
+        RouteRow{.name = "destination at the ninth character",
+                 .line = "         0.0.0.0 10.0.0.254 x\n",
+                 .gateway = "10.0.0.254"},  // at offset 9
+        RouteRow{.name = "destination beyond the ninth character",
+                 .line = "          0.0.0.0 10.0.0.254 x\n",
+                 .gateway = nullptr},  // at offset 10
+        RouteRow{.name = "only another route",
+                 .line = "192.168.0.0     0.0.0.0         255.255.255.0   U 0 0 0 wlan0\n",
+                 .gateway = nullptr},
+        RouteRow{.name = "first of several defaults",
+                 .line = "192.168.0.0     0.0.0.0         255.255.255.0   U 0 0 0 wlan0\n"
+                         "0.0.0.0         192.168.0.1     0.0.0.0         UG 0 0 0 wlan0\n"
+                         "0.0.0.0         192.168.0.2     0.0.0.0         UG 0 0 0 wlan0\n",
+                 .gateway = "192.168.0.1"},  // the first one
+        RouteRow{.name = "letters around it",
+                 .line = "0.0.0.0 gw192.168.0.1x\n",
+                 .gateway = "192.168.0.1"},  // from the first digit to the last
+        RouteRow{.name = "leading zero", .line = "0.0.0.0 0.9.8.90\n", .gateway = "0.9.8.90"},
+        RouteRow{.name = "zeros within", .line = "0.0.0.0 9.0.0.9\n", .gateway = "9.0.0.9"},
+        RouteRow{.name = "five numbers", .line = "0.0.0.0 1.2.3.4.5\n", .gateway = "1.2.3.4"},
+        RouteRow{.name = "no line end", .line = "0.0.0.0 1.2.3.4", .gateway = "1.2.3.4"},
         // What is no address is none, and may be a command.
-        RouteRow{"0.0.0.0 1.2.3.x 5\n", nullptr}, RouteRow{"0.0.0.0 1.2.3.4567\n", nullptr},
-        RouteRow{"0.0.0.0 1.2.3.256\n", nullptr}, RouteRow{"0.0.0.0 1;touch /tmp/owned;.2.3.4\n", nullptr},
-        RouteRow{"0.0.0.0 1$(touch /tmp/owned).2.3.4\n0.0.0.0 1.2.3.4\n", "1.2.3.4"},
-        RouteRow{"0.0.0.0 1.2.3\n", nullptr}, RouteRow{"0.0.0.0 1.2\n", nullptr},
-        RouteRow{"0.0.0.0\n", nullptr}, RouteRow{"", nullptr}));
+        RouteRow{.name = "a letter in it", .line = "0.0.0.0 1.2.3.x 5\n", .gateway = nullptr},
+        RouteRow{.name = "a number too long", .line = "0.0.0.0 1.2.3.4567\n", .gateway = nullptr},
+        RouteRow{.name = "a number too large", .line = "0.0.0.0 1.2.3.256\n", .gateway = nullptr},
+        RouteRow{
+            .name = "a command in it", .line = "0.0.0.0 1;touch /tmp/owned;.2.3.4\n", .gateway = nullptr},
+        RouteRow{.name = "command before an address",
+                 .line = "0.0.0.0 1$(touch /tmp/owned).2.3.4\n0.0.0.0 1.2.3.4\n",
+                 .gateway = "1.2.3.4"},
+        RouteRow{.name = "three numbers", .line = "0.0.0.0 1.2.3\n", .gateway = nullptr},
+        RouteRow{.name = "two numbers", .line = "0.0.0.0 1.2\n", .gateway = nullptr},
+        RouteRow{.name = "no number", .line = "0.0.0.0\n", .gateway = nullptr},
+        RouteRow{.name = "no line", .line = "", .gateway = nullptr}),
+    by_name);
 
 TEST_F(Network, GatewayWithoutItsFileIsNoneInSilence) {
     std::filesystem::create_directory("gateway.txt");
@@ -163,6 +184,7 @@ TEST_F(Network, GatewayLookupsDoNotMix) {
 // --- The hardware address.
 
 struct MacRow {
+    const char *name;
     const char *output, *mac;
 };
 
@@ -177,11 +199,16 @@ TEST_P(NetworkMac, IsTheLastLinesTwelveCharactersInUpperCase) {
     EXPECT_EQ(fake_os::shell_commands(), Texts{kMacCommand});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NetworkMac,
-                         testing::Values(MacRow{"a1b2c3d4e5f6\n", "A1B2C3D4E5F6"},
-                                         MacRow{"first\na1b2c3d4e5f6 \n", "A1B2C3D4E5F6"},
-                                         MacRow{"a1b2c3d4e5f6789", "A1B2C3D4E5F6"}, MacRow{"a1b2\n", "A1B2"},
-                                         MacRow{"", ""}, MacRow{"\n", ""}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, NetworkMac,
+    testing::Values(
+        MacRow{.name = "usual line", .output = "a1b2c3d4e5f6\n", .mac = "A1B2C3D4E5F6"},
+        MacRow{.name = "last of two lines", .output = "first\na1b2c3d4e5f6 \n", .mac = "A1B2C3D4E5F6"},
+        MacRow{.name = "longer than an address", .output = "a1b2c3d4e5f6789", .mac = "A1B2C3D4E5F6"},
+        MacRow{.name = "shorter than an address", .output = "a1b2\n", .mac = "A1B2"},
+        MacRow{.name = "nothing", .output = "", .mac = ""},
+        MacRow{.name = "empty line", .output = "\n", .mac = ""}),
+    by_name);
 
 TEST_F(Network, WhatAFailedCommandSaysIsNothing) {
     fake_os::on_shell([](const std::string &) {
@@ -196,6 +223,7 @@ TEST_F(Network, WhatAFailedCommandSaysIsNothing) {
 // --- The interface and the ping.
 
 struct InterfaceRow {
+    const char *name;
     const char *output;
     int exists;
 };
@@ -212,11 +240,15 @@ TEST_P(NetworkInterface, ExistsByTheLastLine) {
     EXPECT_EQ(fake_os::shell_commands(), Texts{"ifconfig|grep wlan0"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NetworkInterface,
-                         testing::Values(InterfaceRow{"wlan0     Link\n", 1}, InterfaceRow{"x wlan0", 1},
-                                         InterfaceRow{"", 0}, InterfaceRow{"wlan1\n", 0},
-                                         InterfaceRow{"wlan0\nother\n", 0},
-                                         InterfaceRow{"other\nwlan0\n", 1}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, NetworkInterface,
+    testing::Values(InterfaceRow{.name = "usual line", .output = "wlan0     Link\n", .exists = 1},
+                    InterfaceRow{.name = "within a line", .output = "x wlan0", .exists = 1},
+                    InterfaceRow{.name = "nothing", .output = "", .exists = 0},
+                    InterfaceRow{.name = "another", .output = "wlan1\n", .exists = 0},
+                    InterfaceRow{.name = "before another", .output = "wlan0\nother\n", .exists = 0},
+                    InterfaceRow{.name = "after another", .output = "other\nwlan0\n", .exists = 1}),
+    by_name);
 
 constexpr char kExists[] = "Device \"wlan0\" exists.\n";
 constexpr char kMissing[] = "Device \"wlan0\" does NOT exist.\n";

@@ -67,6 +67,7 @@ TEST_F(PollingAlarms, CardPresenceNeedsNoArming) {
 }
 
 struct ArmedRow {
+    const char *name;
     const char *text;
     bool armed;
 };
@@ -74,7 +75,7 @@ struct ArmedRow {
 class PollingArmed : public PollingTest, public testing::WithParamInterface<ArmedRow> {};
 
 TEST_P(PollingArmed, IsExactlyOne) {
-    const auto [text, armed] = GetParam();
+    const auto [name, text, armed] = GetParam();
     set_conf("BATTERY_ARMED", text);
     set_conf("SDCARD_ARMED", text);
     set_conf("BATTERY_LOW", "90");
@@ -84,8 +85,13 @@ TEST_P(PollingArmed, IsExactlyOne) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, PollingArmed,
-                         testing::Values(ArmedRow{"1", true}, ArmedRow{"0", false}, ArmedRow{"", false},
-                                         ArmedRow{"2", false}, ArmedRow{"ON", false}, ArmedRow{"11", false}));
+                         testing::Values(ArmedRow{.name = "one", .text = "1", .armed = true},
+                                         ArmedRow{.name = "zero", .text = "0", .armed = false},
+                                         ArmedRow{.name = "empty", .text = "", .armed = false},
+                                         ArmedRow{.name = "two", .text = "2", .armed = false},
+                                         ArmedRow{.name = "a word", .text = "ON", .armed = false},
+                                         ArmedRow{.name = "eleven", .text = "11", .armed = false}),
+                         by_name);
 
 TEST_F(PollingAlarms, LevelsThatAreNotArmedOnlyLogALeadingOne) {
     EXPECT_EQ(rules("Battery", "100"), kDetected);
@@ -145,7 +151,9 @@ TEST_P(PollingEvent, IsSentEveryCycle) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, PollingEvent,
-                         testing::Values(EventRow{"MotionEvent", 1}, EventRow{"AudioEvent", 3}));
+                         testing::Values(EventRow{.name = "MotionEvent", .code = 1},
+                                         EventRow{.name = "AudioEvent", .code = 3}),
+                         by_name);
 
 TEST_F(PollingAlarms, SeveralEventsComeInTheOrderOfTheTable) {
     set_conf("BATTERY_ARMED", "1");
@@ -167,6 +175,7 @@ const std::string kCheck = std::string(kDetected) + "*** keys_str = \"" + kTempe
                            "\"***\n[QUERY CameraStatus?" + kTemperatureKeys + "]\n";
 
 struct TemperatureRow {
+    const char *name;
     const char *now, *max, *min;
     int numbers[3];
     const char *text;
@@ -189,14 +198,50 @@ TEST_P(PollingTemperature, IsComparedWithItsBounds) {
               std::string("GET /CGI/CameraStatus?") + kTemperatureKeys + " Session=12345");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, PollingTemperature,
-    testing::Values(TemperatureRow{"31", "30", "10", {31, 30, 10}, "TemperatureMax alarm", 10},
-                    TemperatureRow{"30", "30", "10", {30, 30, 10}, "", 0},
-                    TemperatureRow{"10", "30", "10", {10, 30, 10}, "", 0},
-                    TemperatureRow{"9", "30", "10", {9, 30, 10}, "TemperatureMin alarm", 14},
-                    TemperatureRow{"-5.9", "30C", "-5", {-5, 30, -5}, "", 0},
-                    TemperatureRow{"-6", "", "-5", {-6, 0, -5}, "TemperatureMin alarm", 14}));
+INSTANTIATE_TEST_SUITE_P(Rows, PollingTemperature,
+                         testing::Values(TemperatureRow{.name = "above the maximum",
+                                                        .now = "31",
+                                                        .max = "30",
+                                                        .min = "10",
+                                                        .numbers = {31, 30, 10},
+                                                        .text = "TemperatureMax alarm",
+                                                        .code = 10},
+                                         TemperatureRow{.name = "at the maximum",
+                                                        .now = "30",
+                                                        .max = "30",
+                                                        .min = "10",
+                                                        .numbers = {30, 30, 10},
+                                                        .text = "",
+                                                        .code = 0},
+                                         TemperatureRow{.name = "at the minimum",
+                                                        .now = "10",
+                                                        .max = "30",
+                                                        .min = "10",
+                                                        .numbers = {10, 30, 10},
+                                                        .text = "",
+                                                        .code = 0},
+                                         TemperatureRow{.name = "below the minimum",
+                                                        .now = "9",
+                                                        .max = "30",
+                                                        .min = "10",
+                                                        .numbers = {9, 30, 10},
+                                                        .text = "TemperatureMin alarm",
+                                                        .code = 14},
+                                         TemperatureRow{.name = "fraction and unit",
+                                                        .now = "-5.9",
+                                                        .max = "30C",
+                                                        .min = "-5",
+                                                        .numbers = {-5, 30, -5},
+                                                        .text = "",
+                                                        .code = 0},
+                                         TemperatureRow{.name = "empty maximum",
+                                                        .now = "-6",
+                                                        .max = "",
+                                                        .min = "-5",
+                                                        .numbers = {-6, 0, -5},
+                                                        .text = "TemperatureMin alarm",
+                                                        .code = 14}),
+                         by_name);
 
 TEST_F(PollingAlarms, TemperatureIsNotLatched) {
     camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, temperature_reply("31", "30", "10"));
@@ -219,24 +264,33 @@ TEST_F(PollingAlarms, TemperatureErrorsAreIgnored) {
     EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 
-class PollingMissing : public PollingTest, public testing::WithParamInterface<int> {};
+struct MissingRow {
+    const char *name;
+    int index;  // among the keys that are asked for
+};
+
+class PollingMissing : public PollingTest, public testing::WithParamInterface<MissingRow> {};
 
 TEST_P(PollingMissing, TemperatureIsNotChecked) {
     constexpr const char *kValues[] = {"<Temperature>31</Temperature>", "<TemperatureMax>30</TemperatureMax>",
                                        "<TemperatureMin>1</TemperatureMin>"};
     std::string reply = "<Status>";
     for (int i = 0; i < 3; i++) {
-        if (i != GetParam()) reply += kValues[i];
+        if (i != GetParam().index) reply += kValues[i];
     }
     camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, reply);
-    const std::string index = std::to_string(GetParam());
+    const std::string index = std::to_string(GetParam().index);
     EXPECT_LOG(kCheck + "value  " + index + " = NULL\nvalues[" + index +
                    "] = NULL, aborting platform/Z55/agent/polling : <N>\n",
                rules("TemperatureEvent", "1"));
     EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Indexes, PollingMissing, testing::Values(0, 1, 2));
+INSTANTIATE_TEST_SUITE_P(Rows, PollingMissing,
+                         testing::Values(MissingRow{.name = "temperature", .index = 0},
+                                         MissingRow{.name = "maximum", .index = 1},
+                                         MissingRow{.name = "minimum", .index = 2}),
+                         by_name);
 
 // --- Handing over.
 
@@ -278,6 +332,7 @@ TEST_F(HandingOver, WithoutAnEntryIsMinusTwo) {
 // --- Free space of the card.
 
 struct DfRow {
+    const char *name;
     const char *output;
     int free;
 };
@@ -285,7 +340,7 @@ struct DfRow {
 class CardSpace : public AgentTest, public testing::WithParamInterface<DfRow> {};
 
 TEST_P(CardSpace, IsWhatDfLeavesOfAHundred) {
-    const auto [output, free] = GetParam();
+    const auto [name, output, free] = GetParam();
     fake_os::on_shell([text = std::string(output)](const std::string &) {
         write_file("/tmp/space_percent", text);
         return fake_os::ShellResult{};
@@ -299,10 +354,18 @@ TEST_P(CardSpace, IsWhatDfLeavesOfAHundred) {
         Texts{"df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CardSpace,
-                         testing::Values(DfRow{"37%\n", 63}, DfRow{"100%\n", 0}, DfRow{"0%\n", 100},
-                                         DfRow{"", 100}, DfRow{"\n", 100}, DfRow{"\n5%\n", 100},
-                                         DfRow{"-\n", 100}, DfRow{"5%\n6%\n", 95}, DfRow{"0000000099", 91}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, CardSpace,
+    testing::Values(DfRow{.name = "partly used", .output = "37%\n", .free = 63},
+                    DfRow{.name = "full", .output = "100%\n", .free = 0},
+                    DfRow{.name = "unused", .output = "0%\n", .free = 100},
+                    DfRow{.name = "nothing", .output = "", .free = 100},
+                    DfRow{.name = "empty line", .output = "\n", .free = 100},
+                    DfRow{.name = "empty first line", .output = "\n5%\n", .free = 100},
+                    DfRow{.name = "no number", .output = "-\n", .free = 100},
+                    DfRow{.name = "several lines", .output = "5%\n6%\n", .free = 95},
+                    DfRow{.name = "digits beyond the ninth", .output = "0000000099", .free = 91}),
+    by_name);
 
 class CardSpaceFile : public AgentTest {
   protected:

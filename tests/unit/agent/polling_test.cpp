@@ -73,6 +73,7 @@ TEST_F(Polling, TwoCyclesToTheCharacter) {
 // --- Ways out.
 
 struct ErrorRow {
+    const char *name;
     const char *code;
     int result;
 };
@@ -80,7 +81,7 @@ struct ErrorRow {
 class PollingError : public Polling, public testing::WithParamInterface<ErrorRow> {};
 
 TEST_P(PollingError, EndsWithTheCamerasCode) {
-    const auto [code, result] = GetParam();
+    const auto [name, code, result] = GetParam();
     camera.reply("/CGI/CameraStatus", std::string("<ErrorCode>") + code + "</ErrorCode>");
     int returned = 0;
     const std::string log = output_of([&] { returned = myPoll("12345"); });
@@ -92,8 +93,13 @@ TEST_P(PollingError, EndsWithTheCamerasCode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, PollingError,
-                         testing::Values(ErrorRow{"-2", -2}, ErrorRow{"-9", -9}, ErrorRow{"7", 7},
-                                         ErrorRow{"-3 and thirty more characters of text", -3}));
+                         testing::Values(ErrorRow{.name = "wrong parameter", .code = "-2", .result = -2},
+                                         ErrorRow{.name = "expired session", .code = "-9", .result = -9},
+                                         ErrorRow{.name = "above zero", .code = "7", .result = 7},
+                                         ErrorRow{.name = "with more text than the marker holds",
+                                                  .code = "-3 and thirty more characters of text",
+                                                  .result = -3}),
+                         by_name);
 
 TEST_F(Polling, AnErrorCodeOfZeroIsASuccess) {
     Texts replies;
@@ -128,13 +134,14 @@ TEST_F(Polling, WithoutAPeriodEndsWithOne) {
 // --- Periods.
 
 struct PeriodRow {
+    const char *name;
     const char *configured, *printed, *pause;
 };
 
 class PollingPeriod : public Polling, public testing::WithParamInterface<PeriodRow> {};
 
 TEST_P(PollingPeriod, OfZeroOrLessIsASecond) {
-    const auto [configured, printed, pause] = GetParam();
+    const auto [name, configured, printed, pause] = GetParam();
     set_conf("POLL_STATUS_PERIOD_SEC", configured);
     const std::string log = poll({status()});
     EXPECT_NE(log.find(std::string("*** Polling Period: ") + printed + " ***\n"), std::string::npos) << log;
@@ -143,10 +150,16 @@ TEST_P(PollingPeriod, OfZeroOrLessIsASecond) {
     EXPECT_EQ(fake_os::pauses(), (Texts{"9000 ms", pause}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, PollingPeriod,
-                         testing::Values(PeriodRow{"0", "0", "1 s"}, PeriodRow{"-5", "-5", "1 s"},
-                                         PeriodRow{"", "0", "1 s"}, PeriodRow{"1", "1", "1 s"},
-                                         PeriodRow{"2", "2", "2 s"}, PeriodRow{"15s", "15", "15 s"}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, PollingPeriod,
+    testing::Values(
+        PeriodRow{.name = "zero", .configured = "0", .printed = "0", .pause = "1 s"},
+        PeriodRow{.name = "below zero", .configured = "-5", .printed = "-5", .pause = "1 s"},
+        PeriodRow{.name = "empty", .configured = "", .printed = "0", .pause = "1 s"},
+        PeriodRow{.name = "one", .configured = "1", .printed = "1", .pause = "1 s"},
+        PeriodRow{.name = "two", .configured = "2", .printed = "2", .pause = "2 s"},
+        PeriodRow{.name = "followed by a letter", .configured = "15s", .printed = "15", .pause = "15 s"}),
+    by_name);
 
 TEST_F(Polling, BatteryOfSixtySecondsIsAskedInOneCycleOutOfSix) {
     set_conf("BATTERY_PERIOD", "60");

@@ -56,6 +56,7 @@ class Quota : public AgentTest {
 // --- Without a service.
 
 struct ArmedRow {
+    const char *name;
     const char *text;
     bool armed;
 };
@@ -72,8 +73,12 @@ TEST_P(QuotaArmed, IsExactlyOne) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, QuotaArmed,
-                         testing::Values(ArmedRow{"1", true}, ArmedRow{"0", false}, ArmedRow{"", false},
-                                         ArmedRow{"2", false}, ArmedRow{"10", false}));
+                         testing::Values(ArmedRow{.name = "one", .text = "1", .armed = true},
+                                         ArmedRow{.name = "zero", .text = "0", .armed = false},
+                                         ArmedRow{.name = "empty", .text = "", .armed = false},
+                                         ArmedRow{.name = "two", .text = "2", .armed = false},
+                                         ArmedRow{.name = "ten", .text = "10", .armed = false}),
+                         by_name);
 
 TEST_F(Quota, WithoutConfigurationIsNotChecked) {
     remove_conf();

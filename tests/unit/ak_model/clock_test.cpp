@@ -151,21 +151,24 @@ TEST_F(Clock, ThroughTheQueueFailsAlike) {
 }
 
 struct TimeRow {
+    const char *name;
     std::int64_t utc;
     const char *parts;     // the log's
     const char *document;  // what is told to the camera
 };
 
-#define TIME(year, month, day, hour, minute, second)                                                     \
-    "year=" #year ", mon=" #month ", mday=" #day ", hour=" #hour ", min=" #minute ", sec=" #second "\n", \
-        "<CameraSetup><Item><Time><Year>" #year "</Year><Month>" #month "</Month><Day>" #day             \
-        "</Day><Hour>" #hour "</Hour><Minute>" #minute "</Minute><Second>" #second                       \
-        "</Second></Time></Item></CameraSetup>"
+// The texts of the row.
+#define TIME(year, month, day, hour, minute, second)                                                         \
+    .parts =                                                                                                 \
+        "year=" #year ", mon=" #month ", mday=" #day ", hour=" #hour ", min=" #minute ", sec=" #second "\n", \
+    .document = "<CameraSetup><Item><Time><Year>" #year "</Year><Month>" #month "</Month><Day>" #day         \
+                "</Day><Hour>" #hour "</Hour><Minute>" #minute "</Minute><Second>" #second                   \
+                "</Second></Time></Item></CameraSetup>"
 
 class ClockTime : public HandlerTest, public testing::WithParamInterface<TimeRow> {};
 
 TEST_P(ClockTime, IsEightHoursAhead) {
-    const auto [utc, parts, document] = GetParam();
+    const auto [name, utc, parts, document] = GetParam();
     fake_os::set_wall(utc);
     const Outcome outcome = synchronise(false);
     EXPECT_EQ(outcome.result, 0);
@@ -175,18 +178,26 @@ TEST_P(ClockTime, IsEightHoursAhead) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ClockTime,
-    testing::Values(TimeRow{1'700'008'200, TIME(2023, 11, 15, 8, 30, 0)},    // 00:30 UTC
-                    TimeRow{1'699'992'000, TIME(2023, 11, 15, 4, 0, 0)},     // 20:00 UTC of the day before
-                    TimeRow{1'699'977'599, TIME(2023, 11, 14, 23, 59, 59)},  // 15:59:59 UTC
-                    TimeRow{1'699'977'600, TIME(2023, 11, 15, 0, 0, 0)},     // 16:00 UTC
-                    TimeRow{1'682'870'400, TIME(2023, 5, 1, 0, 0, 0)},       // the end of April
-                    TimeRow{1'704'038'399, TIME(2023, 12, 31, 23, 59, 59)},  // the end of a year
-                    TimeRow{1'704'038'400, TIME(2024, 1, 1, 0, 0, 0)},       //
-                    TimeRow{1'709'136'000, TIME(2024, 2, 29, 0, 0, 0)},      // a leap day
-                    TimeRow{1'709'222'400, TIME(2024, 3, 1, 0, 0, 0)},       //
-                    TimeRow{1'677'600'000, TIME(2023, 3, 1, 0, 0, 0)},       // a February of 28 days
-                    TimeRow{0, TIME(1970, 1, 1, 8, 0, 0)},                   // a clock that was never set
-                    TimeRow{4'102'444'800 - 8 * kHours, TIME(2100, 1, 1, 0, 0, 0)}));  // beyond 32 bits
+    testing::Values(
+        TimeRow{.name = "half past midnight UTC",
+                .utc = 1'700'008'200,
+                TIME(2023, 11, 15, 8, 30, 0)},  // 00:30 UTC
+        TimeRow{.name = "evening UTC",
+                .utc = 1'699'992'000,
+                TIME(2023, 11, 15, 4, 0, 0)},  // 20:00 UTC of the day before
+        TimeRow{.name = "a second before midnight",
+                .utc = 1'699'977'599,
+                TIME(2023, 11, 14, 23, 59, 59)},                                         // 15:59:59 UTC
+        TimeRow{.name = "midnight", .utc = 1'699'977'600, TIME(2023, 11, 15, 0, 0, 0)},  // 16:00 UTC
+        TimeRow{.name = "end of April", .utc = 1'682'870'400, TIME(2023, 5, 1, 0, 0, 0)},
+        TimeRow{.name = "last second of a year", .utc = 1'704'038'399, TIME(2023, 12, 31, 23, 59, 59)},
+        TimeRow{.name = "first second of a year", .utc = 1'704'038'400, TIME(2024, 1, 1, 0, 0, 0)},
+        TimeRow{.name = "leap day", .utc = 1'709'136'000, TIME(2024, 2, 29, 0, 0, 0)},
+        TimeRow{.name = "day after a leap day", .utc = 1'709'222'400, TIME(2024, 3, 1, 0, 0, 0)},
+        TimeRow{.name = "day after a February of 28 days", .utc = 1'677'600'000, TIME(2023, 3, 1, 0, 0, 0)},
+        TimeRow{.name = "clock that was never set", .utc = 0, TIME(1970, 1, 1, 8, 0, 0)},
+        TimeRow{.name = "a year 2100", .utc = 4'102'444'800 - 8 * kHours, TIME(2100, 1, 1, 0, 0, 0)}),
+    by_name);  // beyond 32 bits
 
 TEST_F(Clock, TheTimeZoneOfTheSystemMeansNothing) {
     setenv("TZ", "America/New_York", 1);
@@ -269,6 +280,7 @@ TEST_F(ClockThread, AFailureDoesNotReboot) {
 }
 
 struct PeriodRow {
+    const char *name;
     const char *configured;
     int printed;
     const char *pause;
@@ -277,7 +289,7 @@ struct PeriodRow {
 class ClockPeriod : public ClockThread, public testing::WithParamInterface<PeriodRow> {};
 
 TEST_P(ClockPeriod, OfZeroOrLessIsAMinute) {
-    const auto [configured, printed, pause] = GetParam();
+    const auto [name, configured, printed, pause] = GetParam();
     set_conf("POOL_NTP_PERIOD_SEC", configured);
     const std::string log = rounds(1);
     EXPECT_NE(log.find("*** Polling Period: " + std::to_string(printed) + " ***\n"), std::string::npos)
@@ -285,10 +297,15 @@ TEST_P(ClockPeriod, OfZeroOrLessIsAMinute) {
     EXPECT_EQ(fake_os::pauses(), Texts{pause});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ClockPeriod,
-                         testing::Values(PeriodRow{"0", 0, "60 s"}, PeriodRow{"-5", -5, "60 s"},
-                                         PeriodRow{"", 0, "60 s"}, PeriodRow{"soon", 0, "60 s"},
-                                         PeriodRow{"1", 1, "1 s"}, PeriodRow{"86400", 86400, "86400 s"}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ClockPeriod,
+    testing::Values(PeriodRow{.name = "zero", .configured = "0", .printed = 0, .pause = "60 s"},
+                    PeriodRow{.name = "below zero", .configured = "-5", .printed = -5, .pause = "60 s"},
+                    PeriodRow{.name = "empty", .configured = "", .printed = 0, .pause = "60 s"},
+                    PeriodRow{.name = "no number", .configured = "soon", .printed = 0, .pause = "60 s"},
+                    PeriodRow{.name = "shortest", .configured = "1", .printed = 1, .pause = "1 s"},
+                    PeriodRow{.name = "a day", .configured = "86400", .printed = 86400, .pause = "86400 s"}),
+    by_name);
 
 TEST_F(ClockThread, WithoutConfigurationEnds) {
     remove_conf();

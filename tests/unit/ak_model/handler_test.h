@@ -72,11 +72,10 @@ inline Outcome read_with(int (*handler)(const char *, char **), const char *name
     return outcome;
 }
 
-// Names a row's test case after the row's name.
-template <typename Row>
-std::string name_of_row(const testing::TestParamInfo<Row> &row) {
-    return row.param.name;
-}
+// A text that is no name of anything.
+struct UndefinedRow {
+    const char *name, *text;
+};
 
 class HandlerTest : public CameraTest {
   protected:

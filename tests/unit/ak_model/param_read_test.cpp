@@ -28,24 +28,26 @@ TEST_P(ParamReadCameraParameter, IsAskedOfItsGroup) {
     EXPECT_EQ(camera.seen(), Texts{get_request(std::string("CameraSetting?") + group)});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ParamReadCameraParameter,
-                         testing::Values(CameraRow{"md_armed", "MOTION_DETECTION", "1"},
-                                         CameraRow{"md_sensitivity", "MOTION_DETECTION", "6"},
-                                         CameraRow{"sd_armed", "AUDIO_DETECTION", "0"},
-                                         CameraRow{"sd_sensitivity", "AUDIO_DETECTION", "2"},
-                                         CameraRow{"td_armed", "TEMPERATURE_ALERT", "0"},
-                                         CameraRow{"td_up", "TEMPERATURE_ALERT", "38"},
-                                         CameraRow{"td_down", "TEMPERATURE_ALERT", "10"}),
-                         name_of_row<CameraRow>);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ParamReadCameraParameter,
+    testing::Values(CameraRow{.name = "md_armed", .group = "MOTION_DETECTION", .value = "1"},
+                    CameraRow{.name = "md_sensitivity", .group = "MOTION_DETECTION", .value = "6"},
+                    CameraRow{.name = "sd_armed", .group = "AUDIO_DETECTION", .value = "0"},
+                    CameraRow{.name = "sd_sensitivity", .group = "AUDIO_DETECTION", .value = "2"},
+                    CameraRow{.name = "td_armed", .group = "TEMPERATURE_ALERT", .value = "0"},
+                    CameraRow{.name = "td_up", .group = "TEMPERATURE_ALERT", .value = "38"},
+                    CameraRow{.name = "td_down", .group = "TEMPERATURE_ALERT", .value = "10"}),
+    by_name);
 
 struct WordRow {
+    const char *name;
     const char *word, *value;
 };
 
 class ParamReadCameraWord : public HandlerTest, public testing::WithParamInterface<WordRow> {};
 
 TEST_P(ParamReadCameraWord, OnlyExactOnAndOffAreTranslated) {
-    const auto [word, value] = GetParam();
+    const auto [name, word, value] = GetParam();
     camera.reply("/CGI/CameraSetting", std::string("<ENABLE>") + word + "</ENABLE>");
     camera.reply("/CGI/CameraSetting?MOTION_DETECTION", std::string("<ENABLE>") + word + "</ENABLE>");
     const Outcome outcome = kParam.read("md_armed");
@@ -53,9 +55,16 @@ TEST_P(ParamReadCameraWord, OnlyExactOnAndOffAreTranslated) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamReadCameraWord,
-                         testing::Values(WordRow{"ON", "1"}, WordRow{"OFF", "0"}, WordRow{"On", "On"},
-                                         WordRow{"off", "off"}, WordRow{"ONE", "ONE"}, WordRow{" ON", " ON"},
-                                         WordRow{"", ""}, WordRow{"HIGH", "HIGH"}));
+                         testing::Values(WordRow{.name = "on", .word = "ON", .value = "1"},
+                                         WordRow{.name = "off", .word = "OFF", .value = "0"},
+                                         WordRow{.name = "on in other letters", .word = "On", .value = "On"},
+                                         WordRow{
+                                             .name = "off in other letters", .word = "off", .value = "off"},
+                                         WordRow{.name = "longer than on", .word = "ONE", .value = "ONE"},
+                                         WordRow{.name = "blank before on", .word = " ON", .value = " ON"},
+                                         WordRow{.name = "empty", .word = "", .value = ""},
+                                         WordRow{.name = "another word", .word = "HIGH", .value = "HIGH"}),
+                         by_name);
 
 TEST_F(ParamRead, TheFirstElementCounts) {
     camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<MAX>40</MAX><MAX>41</MAX>");
@@ -89,13 +98,14 @@ TEST_P(ParamReadConfParameter, IsEmptyWithoutItsKeyOrTheFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamReadConfParameter,
-                         testing::Values(ConfRow{"pd_armed", "BATTERY_ARMED"},
-                                         ConfRow{"sdcard_armed", "SDCARD_ARMED"},
-                                         ConfRow{"pd_setting", "BATTERY_LOW"},
-                                         ConfRow{"sdcard_setting", "SDCARD_LOW"}),
-                         name_of_row<ConfRow>);
+                         testing::Values(ConfRow{.name = "pd_armed", .key = "BATTERY_ARMED"},
+                                         ConfRow{.name = "sdcard_armed", .key = "SDCARD_ARMED"},
+                                         ConfRow{.name = "pd_setting", .key = "BATTERY_LOW"},
+                                         ConfRow{.name = "sdcard_setting", .key = "SDCARD_LOW"}),
+                         by_name);
 
 struct ResolutionRow {
+    const char *name;
     int type;
     const char *text;
 };
@@ -103,7 +113,7 @@ struct ResolutionRow {
 class ParamReadResolution : public HandlerTest, public testing::WithParamInterface<ResolutionRow> {};
 
 TEST_P(ParamReadResolution, IsTheSelectedProfile) {
-    const auto [type, text] = GetParam();
+    const auto [name, type, text] = GetParam();
     gResolutionType = type;
     const Outcome outcome = kParam.read("high_definition");
     expect_value(outcome, text);
@@ -114,20 +124,35 @@ TEST_P(ParamReadResolution, IsTheSelectedProfile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamReadResolution,
-                         testing::Values(ResolutionRow{1, "1"}, ResolutionRow{2, "2"}, ResolutionRow{3, "3"},
-                                         ResolutionRow{0, ""}, ResolutionRow{4, ""}, ResolutionRow{-1, ""}));
+                         testing::Values(ResolutionRow{.name = "smallest", .type = 1, .text = "1"},
+                                         ResolutionRow{.name = "middle", .type = 2, .text = "2"},
+                                         ResolutionRow{.name = "largest", .type = 3, .text = "3"},
+                                         ResolutionRow{.name = "none selected", .type = 0, .text = ""},
+                                         ResolutionRow{.name = "above the largest", .type = 4, .text = ""},
+                                         ResolutionRow{.name = "below 0", .type = -1, .text = ""}),
+                         by_name);
 
-class ParamReadUndefinedParameter : public HandlerTest, public testing::WithParamInterface<const char *> {};
+class ParamReadUndefinedParameter : public HandlerTest, public testing::WithParamInterface<UndefinedRow> {};
 
 TEST_P(ParamReadUndefinedParameter, IsAnError) {
-    expect_undefined(kParam, GetParam());
+    expect_undefined(kParam, GetParam().text);
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
 // The csd names are written but cannot be read back.
-INSTANTIATE_TEST_SUITE_P(Names, ParamReadUndefinedParameter,
-                         testing::Values("csd_armed", "csd_setting", "MD_ARMED", "md_armed ", "md_arme", "",
-                                         "Battery", "doOTA", "save_param", "resolution"));
+INSTANTIATE_TEST_SUITE_P(
+    Names, ParamReadUndefinedParameter,
+    testing::Values(UndefinedRow{.name = "switch that is only written", .text = "csd_armed"},
+                    UndefinedRow{.name = "threshold that is only written", .text = "csd_setting"},
+                    UndefinedRow{.name = "capitals", .text = "MD_ARMED"},
+                    UndefinedRow{.name = "blank behind it", .text = "md_armed "},
+                    UndefinedRow{.name = "cut off", .text = "md_arme"},
+                    UndefinedRow{.name = "empty", .text = ""},
+                    UndefinedRow{.name = "a status", .text = "Battery"},
+                    UndefinedRow{.name = "an upgrade", .text = "doOTA"},
+                    UndefinedRow{.name = "an action", .text = "save_param"},
+                    UndefinedRow{.name = "another name of the profile", .text = "resolution"}),
+    by_name);
 
 TEST_F(ParamRead, ACameraThatCannotBeReachedIsAnError) {
     camera.go_away();

@@ -151,6 +151,7 @@ TEST_F(ParamWrite, CloudStorageTokenIsFetchedElsewhere) {
 // --- The stream profile.
 
 struct ProfileRow {
+    const char *name;
     const char *value;
     int type;
 };
@@ -158,7 +159,7 @@ struct ProfileRow {
 class ParamWriteHighDefinition : public ParamWrite, public testing::WithParamInterface<ProfileRow> {};
 
 TEST_P(ParamWriteHighDefinition, SelectsTheProfileAndStartsTheThread) {
-    const auto [value, type] = GetParam();
+    const auto [name, value, type] = GetParam();
     video_recording = 1;  // so that the thread ends at once
     gResolutionType = 0;
     void *result = nullptr;
@@ -177,9 +178,15 @@ TEST_P(ParamWriteHighDefinition, SelectsTheProfileAndStartsTheThread) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteHighDefinition,
-                         testing::Values(ProfileRow{"1", 1}, ProfileRow{"2", 2}, ProfileRow{"3", 3},
-                                         ProfileRow{"9", 1}, ProfileRow{"0", 1}, ProfileRow{"-2", 1},
-                                         ProfileRow{"4", 1}, ProfileRow{"hd", 1}));
+                         testing::Values(ProfileRow{.name = "first", .value = "1", .type = 1},
+                                         ProfileRow{.name = "second", .value = "2", .type = 2},
+                                         ProfileRow{.name = "third", .value = "3", .type = 3},
+                                         ProfileRow{.name = "far above the third", .value = "9", .type = 1},
+                                         ProfileRow{.name = "below the first", .value = "0", .type = 1},
+                                         ProfileRow{.name = "below 0", .value = "-2", .type = 1},
+                                         ProfileRow{.name = "above the third", .value = "4", .type = 1},
+                                         ProfileRow{.name = "no number", .value = "hd", .type = 1}),
+                         by_name);
 
 TEST_F(ParamWrite, HighDefinitionOfNineSwitchesTheStreamToTheLowestProfile) {
     camera.reply("/CGI/CameraSetting?MOTION_DETECTION&AUDIO_DETECTION",
@@ -196,13 +203,13 @@ TEST_F(ParamWrite, HighDefinitionOfNineSwitchesTheStreamToTheLowestProfile) {
 
 // --- Unusable input.
 
-class ParamWriteUndefinedParameter : public ParamWrite, public testing::WithParamInterface<const char *> {};
+class ParamWriteUndefinedParameter : public ParamWrite, public testing::WithParamInterface<UndefinedRow> {};
 
 TEST_P(ParamWriteUndefinedParameter, IsAFailure) {
-    const Outcome outcome = set(GetParam(), "1");
+    const Outcome outcome = set(GetParam().text, "1");
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(start_log(GetParam(), "1") + "!!!***platform/Z55/ak_model <N> ***!!! param_name=" +
-                   GetParam() + "\nset_device_param This parameter undefined\n",
+    EXPECT_LOG(start_log(GetParam().text, "1") + "!!!***platform/Z55/ak_model <N> ***!!! param_name=" +
+                   GetParam().text + "\nset_device_param This parameter undefined\n",
                outcome.log);
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), Texts{});
@@ -210,8 +217,14 @@ TEST_P(ParamWriteUndefinedParameter, IsAFailure) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, ParamWriteUndefinedParameter,
-                         testing::Values("", "MD_armed", "md_armed ", "doota", "csdnimbo", "Battery",
-                                         "firmware_ver"));
+                         testing::Values(UndefinedRow{.name = "empty", .text = ""},
+                                         UndefinedRow{.name = "capitals", .text = "MD_armed"},
+                                         UndefinedRow{.name = "blank behind it", .text = "md_armed "},
+                                         UndefinedRow{.name = "upgrade in small letters", .text = "doota"},
+                                         UndefinedRow{.name = "storage in small letters", .text = "csdnimbo"},
+                                         UndefinedRow{.name = "a status", .text = "Battery"},
+                                         UndefinedRow{.name = "the firmware", .text = "firmware_ver"}),
+                         by_name);
 
 TEST_F(ParamWrite, NullsAreFailuresAndNoCrash) {
     EXPECT_EQ(set(nullptr, "1").result, -1);

@@ -8,41 +8,105 @@ namespace {
 // --- Settings of the camera: read, changed, written back whole.
 
 struct GroupRow {
-    const char *name, *value, *group, *document;
+    const char *name;
+    const char *parameter, *value, *group, *document;
 };
 
 class ParamWriteGroupParameter : public ParamWrite, public testing::WithParamInterface<GroupRow> {};
 
 TEST_P(ParamWriteGroupParameter, IsWrittenBackWithItsGroup) {
-    const auto [name, value, group, document] = GetParam();
+    const auto [name, parameter, value, group, document] = GetParam();
     const std::string target = std::string("CameraSetting?") + group;
-    const Outcome outcome = set(name, value, 7);
+    const Outcome outcome = set(parameter, value, 7);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log(name, value, 7) + "[GET " + target + "]\n" + post_log(document), outcome.log);
+    EXPECT_LOG(start_log(parameter, value, 7) + "[GET " + target + "]\n" + post_log(document), outcome.log);
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), (Texts{get_request(target), setup_request(document)}));
     EXPECT_EQ(conf_text(), kArmedConf);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, ParamWriteGroupParameter,
-    testing::Values(GroupRow{"md_armed", "0", "MOTION_DETECTION", MOTION("OFF", "6")},
-                    GroupRow{"md_armed", "1", "MOTION_DETECTION", MOTION("ON", "6")},
-                    GroupRow{"md_armed", "on", "MOTION_DETECTION",
-                             MOTION("OFF", "6")},  // no number reads as 0
-                    GroupRow{"md_sensitivity", "7", "MOTION_DETECTION", MOTION("ON", "3")},
-                    GroupRow{"md_sensitivity", "-3", "MOTION_DETECTION", MOTION("ON", "-1")},
-                    GroupRow{"md_sensitivity", "8", "MOTION_DETECTION", MOTION("ON", "4")},
-                    GroupRow{"md_sensitivity", "", "MOTION_DETECTION", MOTION("ON", "0")},
-                    GroupRow{"sd_armed", "0", "AUDIO_DETECTION", AUDIO("OFF", "2")},
-                    GroupRow{"sd_armed", "1", "AUDIO_DETECTION", AUDIO("ON", "2")},
-                    GroupRow{"sd_sensitivity", "9", "AUDIO_DETECTION", AUDIO("OFF", "4")},
-                    GroupRow{"td_armed", "0", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "38", "10")},
-                    GroupRow{"td_armed", "1", "TEMPERATURE_ALERT", TEMPERATURE("ON", "38", "10")},
-                    GroupRow{"td_up", "41", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "41", "10")},
-                    GroupRow{"td_up", "-5", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "-5", "10")},
-                    GroupRow{"td_down", "3", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "38", "3")},
-                    GroupRow{"td_down", "08x", "TEMPERATURE_ALERT", TEMPERATURE("OFF", "38", "8")}));
+INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteGroupParameter,
+                         testing::Values(GroupRow{.name = "motion off",
+                                                  .parameter = "md_armed",
+                                                  .value = "0",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("OFF", "6")},
+                                         GroupRow{.name = "motion on",
+                                                  .parameter = "md_armed",
+                                                  .value = "1",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("ON", "6")},
+                                         GroupRow{.name = "motion by a word",
+                                                  .parameter = "md_armed",
+                                                  .value = "on",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("OFF", "6")},  // no number reads as 0
+                                         GroupRow{.name = "motion sensitivity",
+                                                  .parameter = "md_sensitivity",
+                                                  .value = "7",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("ON", "3")},
+                                         GroupRow{.name = "motion sensitivity below 0",
+                                                  .parameter = "md_sensitivity",
+                                                  .value = "-3",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("ON", "-1")},
+                                         GroupRow{.name = "motion sensitivity above 7",
+                                                  .parameter = "md_sensitivity",
+                                                  .value = "8",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("ON", "4")},
+                                         GroupRow{.name = "motion sensitivity empty",
+                                                  .parameter = "md_sensitivity",
+                                                  .value = "",
+                                                  .group = "MOTION_DETECTION",
+                                                  .document = MOTION("ON", "0")},
+                                         GroupRow{.name = "sound off",
+                                                  .parameter = "sd_armed",
+                                                  .value = "0",
+                                                  .group = "AUDIO_DETECTION",
+                                                  .document = AUDIO("OFF", "2")},
+                                         GroupRow{.name = "sound on",
+                                                  .parameter = "sd_armed",
+                                                  .value = "1",
+                                                  .group = "AUDIO_DETECTION",
+                                                  .document = AUDIO("ON", "2")},
+                                         GroupRow{.name = "sound sensitivity",
+                                                  .parameter = "sd_sensitivity",
+                                                  .value = "9",
+                                                  .group = "AUDIO_DETECTION",
+                                                  .document = AUDIO("OFF", "4")},
+                                         GroupRow{.name = "temperature off",
+                                                  .parameter = "td_armed",
+                                                  .value = "0",
+                                                  .group = "TEMPERATURE_ALERT",
+                                                  .document = TEMPERATURE("OFF", "38", "10")},
+                                         GroupRow{.name = "temperature on",
+                                                  .parameter = "td_armed",
+                                                  .value = "1",
+                                                  .group = "TEMPERATURE_ALERT",
+                                                  .document = TEMPERATURE("ON", "38", "10")},
+                                         GroupRow{.name = "upper bound",
+                                                  .parameter = "td_up",
+                                                  .value = "41",
+                                                  .group = "TEMPERATURE_ALERT",
+                                                  .document = TEMPERATURE("OFF", "41", "10")},
+                                         GroupRow{.name = "upper bound below 0",
+                                                  .parameter = "td_up",
+                                                  .value = "-5",
+                                                  .group = "TEMPERATURE_ALERT",
+                                                  .document = TEMPERATURE("OFF", "-5", "10")},
+                                         GroupRow{.name = "lower bound",
+                                                  .parameter = "td_down",
+                                                  .value = "3",
+                                                  .group = "TEMPERATURE_ALERT",
+                                                  .document = TEMPERATURE("OFF", "38", "3")},
+                                         GroupRow{.name = "lower bound with a letter",
+                                                  .parameter = "td_down",
+                                                  .value = "08x",
+                                                  .group = "TEMPERATURE_ALERT",
+                                                  .document = TEMPERATURE("OFF", "38", "8")}),
+                         by_name);
 
 // The other element of the group goes back as the camera's own text.
 TEST_F(ParamWrite, TheOthersTextIsSentBackUnchanged) {
@@ -54,17 +118,18 @@ TEST_F(ParamWrite, TheOthersTextIsSentBackUnchanged) {
 }
 
 struct NeededRow {
-    const char *name, *reply;
+    const char *name;
+    const char *parameter, *reply;
 };
 
 class ParamWriteNeededElement : public ParamWrite, public testing::WithParamInterface<NeededRow> {};
 
 TEST_P(ParamWriteNeededElement, MissingGivesFiveAndPostsNothing) {
-    const auto [name, reply] = GetParam();
+    const auto [name, parameter, reply] = GetParam();
     for (const char *group : {"MOTION_DETECTION", "AUDIO_DETECTION", "TEMPERATURE_ALERT"}) {
         camera.reply(std::string("/CGI/CameraSetting?") + group, reply);
     }
-    const Outcome outcome = set(name, "1");
+    const Outcome outcome = set(parameter, "1");
     EXPECT_EQ(outcome.result, 5);
     EXPECT_LOG("local_response is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
     EXPECT_EQ(outcome.log.find("before POST"), std::string::npos);
@@ -72,17 +137,40 @@ TEST_P(ParamWriteNeededElement, MissingGivesFiveAndPostsNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteNeededElement,
-                         testing::Values(NeededRow{"md_armed", "<ENABLE>ON</ENABLE>"},
-                                         NeededRow{"md_sensitivity", "<SENSITIVITY>1</SENSITIVITY>"},
-                                         NeededRow{"sd_armed", "<ENABLE>ON</ENABLE>"},
-                                         NeededRow{"sd_sensitivity", "<SENSITIVITY>1</SENSITIVITY>"},
-                                         NeededRow{"td_armed", "<ENABLE>ON</ENABLE><MAX>1</MAX>"},
-                                         NeededRow{"td_armed", "<ENABLE>ON</ENABLE><MIN>1</MIN>"},
-                                         NeededRow{"td_up", "<MIN>1</MIN><MAX>1</MAX>"},
-                                         NeededRow{"td_up", "<ENABLE>ON</ENABLE><MAX>1</MAX>"},
-                                         NeededRow{"td_down", "<MAX>1</MAX><MIN>1</MIN>"},
-                                         NeededRow{"td_down", "<ENABLE>ON</ENABLE><MIN>1</MIN>"},
-                                         NeededRow{"md_armed", "<ErrorCode>-3</ErrorCode>"}));
+                         testing::Values(NeededRow{.name = "motion without sensitivity",
+                                                   .parameter = "md_armed",
+                                                   .reply = "<ENABLE>ON</ENABLE>"},
+                                         NeededRow{.name = "motion sensitivity without switch",
+                                                   .parameter = "md_sensitivity",
+                                                   .reply = "<SENSITIVITY>1</SENSITIVITY>"},
+                                         NeededRow{.name = "sound without sensitivity",
+                                                   .parameter = "sd_armed",
+                                                   .reply = "<ENABLE>ON</ENABLE>"},
+                                         NeededRow{.name = "sound sensitivity without switch",
+                                                   .parameter = "sd_sensitivity",
+                                                   .reply = "<SENSITIVITY>1</SENSITIVITY>"},
+                                         NeededRow{.name = "temperature without minimum",
+                                                   .parameter = "td_armed",
+                                                   .reply = "<ENABLE>ON</ENABLE><MAX>1</MAX>"},
+                                         NeededRow{.name = "temperature without maximum",
+                                                   .parameter = "td_armed",
+                                                   .reply = "<ENABLE>ON</ENABLE><MIN>1</MIN>"},
+                                         NeededRow{.name = "upper bound without switch",
+                                                   .parameter = "td_up",
+                                                   .reply = "<MIN>1</MIN><MAX>1</MAX>"},
+                                         NeededRow{.name = "upper bound without minimum",
+                                                   .parameter = "td_up",
+                                                   .reply = "<ENABLE>ON</ENABLE><MAX>1</MAX>"},
+                                         NeededRow{.name = "lower bound without switch",
+                                                   .parameter = "td_down",
+                                                   .reply = "<MAX>1</MAX><MIN>1</MIN>"},
+                                         NeededRow{.name = "lower bound without maximum",
+                                                   .parameter = "td_down",
+                                                   .reply = "<ENABLE>ON</ENABLE><MIN>1</MIN>"},
+                                         NeededRow{.name = "error in place of the group",
+                                                   .parameter = "md_armed",
+                                                   .reply = "<ErrorCode>-3</ErrorCode>"}),
+                         by_name);
 
 // What is written anew need not be there before.
 TEST_F(ParamWrite, TheElementItselfMayBeMissing) {
@@ -153,7 +241,8 @@ TEST_P(ParamWriteUnexpectedSwitch, PostsAnEmptyCommand) {
 
 INSTANTIATE_TEST_SUITE_P(Names, ParamWriteUnexpectedSwitch,
                          testing::Values("sd_armed", "td_armed", "pd_armed", "csd_armed", "sdcard_armed",
-                                         "Csdnimbo"));
+                                         "Csdnimbo"),
+                         by_text);
 
 TEST_F(ParamWrite, AnEmptyCommandsResultIsThatOfItsPost) {
     camera.go_away();
@@ -189,11 +278,12 @@ TEST_P(ParamWriteConfSwitch, IsZeroEvenWhereNothingCanBeWritten) {
     EXPECT_EQ(set(GetParam().name, "1").result, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteConfSwitch,
-                         testing::Values(ConfSwitchRow{"pd_armed", "BATTERY_ARMED", "battery_armed"},
-                                         ConfSwitchRow{"csd_armed", "NIMB_ARMED", "nimb_armed"},
-                                         ConfSwitchRow{"sdcard_armed", "SDCARD_ARMED", "sdcard_armed"}),
-                         name_of_row<ConfSwitchRow>);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ParamWriteConfSwitch,
+    testing::Values(ConfSwitchRow{.name = "pd_armed", .key = "BATTERY_ARMED", .word = "battery_armed"},
+                    ConfSwitchRow{.name = "csd_armed", .key = "NIMB_ARMED", .word = "nimb_armed"},
+                    ConfSwitchRow{.name = "sdcard_armed", .key = "SDCARD_ARMED", .word = "sdcard_armed"}),
+    by_name);
 
 struct ThresholdRow {
     const char *name, *key, *word;
@@ -222,10 +312,11 @@ TEST_P(ParamWriteThreshold, AddsNoLinesToTheFile) {
     EXPECT_EQ(conf_text(), conf_with(GetParam().key, "16"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteThreshold,
-                         testing::Values(ThresholdRow{"pd_setting", "BATTERY_LOW", "battery"},
-                                         ThresholdRow{"csd_setting", "NIMB_LOW", "nimb"},
-                                         ThresholdRow{"sdcard_setting", "SDCARD_LOW", "sdcard"}),
-                         name_of_row<ThresholdRow>);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ParamWriteThreshold,
+    testing::Values(ThresholdRow{.name = "pd_setting", .key = "BATTERY_LOW", .word = "battery"},
+                    ThresholdRow{.name = "csd_setting", .key = "NIMB_LOW", .word = "nimb"},
+                    ThresholdRow{.name = "sdcard_setting", .key = "SDCARD_LOW", .word = "sdcard"}),
+    by_name);
 
 }  // namespace

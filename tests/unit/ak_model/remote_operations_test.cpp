@@ -22,6 +22,7 @@ Outcome control(int command, int param) {
 class RemoteOperations : public HandlerTest {};
 
 struct DirectionRow {
+    const char *name;
     int command;
     const char *text;
 };
@@ -29,34 +30,52 @@ struct DirectionRow {
 class Direction : public HandlerTest, public testing::WithParamInterface<DirectionRow> {};
 
 TEST_P(Direction, IsOnlyLogged) {
-    const auto [command, text] = GetParam();
+    const auto [name, command, text] = GetParam();
     const Outcome outcome = control(command, 9);
     EXPECT_EQ(outcome.result, 0);
     EXPECT_LOG(start_log(command, 9) + text + "\n", outcome.log);
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Direction,
-                         testing::Values(DirectionRow{1, "PTZ control: UP"},
-                                         DirectionRow{2, "PTZ control: DOWN"},
-                                         DirectionRow{4, "PTZ control: LEFT"},
-                                         DirectionRow{5, "PTZ control: RIGHT"}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Direction,
+    testing::Values(DirectionRow{.name = "up", .command = 1, .text = "PTZ control: UP"},
+                    DirectionRow{.name = "down", .command = 2, .text = "PTZ control: DOWN"},
+                    DirectionRow{.name = "left", .command = 4, .text = "PTZ control: LEFT"},
+                    DirectionRow{.name = "right", .command = 5, .text = "PTZ control: RIGHT"}),
+    by_name);
 
-class UnknownCommand : public HandlerTest, public testing::WithParamInterface<int> {};
+struct UnknownRow {
+    const char *name;
+    int command;
+};
+
+class UnknownCommand : public HandlerTest, public testing::WithParamInterface<UnknownRow> {};
 
 TEST_P(UnknownCommand, IsLoggedAndAccepted) {
-    const Outcome outcome = control(GetParam(), -7);
+    const Outcome outcome = control(GetParam().command, -7);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log(GetParam(), -7) +
-                   "ptz_direction_control: unknown command= " + std::to_string(GetParam()) + "\n",
+    EXPECT_LOG(start_log(GetParam().command, -7) +
+                   "ptz_direction_control: unknown command= " + std::to_string(GetParam().command) + "\n",
                outcome.log);
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Commands, UnknownCommand,
-                         testing::Values(3, 0, -1, 6, 29, 31, 39, 46, 2147483647, -2147483647 - 1));
+INSTANTIATE_TEST_SUITE_P(Rows, UnknownCommand,
+                         testing::Values(UnknownRow{.name = "between down and left", .command = 3},
+                                         UnknownRow{.name = "below the first", .command = 0},
+                                         UnknownRow{.name = "below 0", .command = -1},
+                                         UnknownRow{.name = "above right", .command = 6},
+                                         UnknownRow{.name = "below the light", .command = 29},
+                                         UnknownRow{.name = "above the light", .command = 31},
+                                         UnknownRow{.name = "below the lullaby", .command = 39},
+                                         UnknownRow{.name = "above the resolution", .command = 46},
+                                         UnknownRow{.name = "largest", .command = 2147483647},
+                                         UnknownRow{.name = "smallest", .command = -2147483647 - 1}),
+                         by_name);
 
 struct LullabyRow {
+    const char *name;
     int operation, param;
     const char *document;
 };
@@ -64,7 +83,7 @@ struct LullabyRow {
 class Lullaby : public HandlerTest, public testing::WithParamInterface<LullabyRow> {};
 
 TEST_P(Lullaby, PostsItsDocument) {
-    const auto [operation, param, document] = GetParam();
+    const auto [name, operation, param, document] = GetParam();
     const Outcome outcome = control(operation, param);
     EXPECT_EQ(outcome.result, 0);
     EXPECT_LOG(start_log(operation, param) + kLullabyLog + "[POST RemoteControl]\n", outcome.log);
@@ -72,25 +91,52 @@ TEST_P(Lullaby, PostsItsDocument) {
     EXPECT_EQ(camera.seen(), (Texts{get_request("CameraStatus?LullabyMode"), control_request(document)}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Lullaby,
-                         testing::Values(LullabyRow{40, 0, LULLABY("<Setting>OFF</Setting>")},
-                                         LullabyRow{40, 1, LULLABY("<Setting>ON</Setting>")},
-                                         LullabyRow{40, 2, LULLABY("<Setting>PAUSE</Setting>")},
-                                         LullabyRow{40, 3, LULLABY("<Setting>RESUME</Setting>")},
-                                         LullabyRow{40, 4, ""}, LullabyRow{40, 7, ""}, LullabyRow{40, -1, ""},
-                                         LullabyRow{41, 0, LULLABY("<Mode>ALL</Mode>")},
-                                         LullabyRow{41, 1, LULLABY("<Mode>ONE</Mode>")},
-                                         LullabyRow{41, 2, ""}, LullabyRow{41, -1, ""},
-                                         LullabyRow{42, 0, LULLABY("<Mode>ONE</Mode><Song>1</Song>")},
-                                         LullabyRow{42, 1, LULLABY("<Mode>ONE</Mode><Song>2</Song>")},
-                                         LullabyRow{42, 5, LULLABY("<Mode>ONE</Mode><Song>6</Song>")},
-                                         LullabyRow{43, 0, LULLABY("<Mode>ONE</Mode>")},
-                                         LullabyRow{43, 1, LULLABY("<Mode>RANDOM</Mode>")},
-                                         LullabyRow{43, 2, LULLABY("<Mode>ALL</Mode>")},
-                                         LullabyRow{43, 3, ""}, LullabyRow{43, -1, ""},
-                                         LullabyRow{44, 0, LULLABY("<Volume>0</Volume>")},
-                                         LullabyRow{44, 57, LULLABY("<Volume>57</Volume>")},
-                                         LullabyRow{44, -3, LULLABY("<Volume>-3</Volume>")}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Lullaby,
+    testing::Values(
+        LullabyRow{.name = "off", .operation = 40, .param = 0, .document = LULLABY("<Setting>OFF</Setting>")},
+        LullabyRow{.name = "on", .operation = 40, .param = 1, .document = LULLABY("<Setting>ON</Setting>")},
+        LullabyRow{
+            .name = "pause", .operation = 40, .param = 2, .document = LULLABY("<Setting>PAUSE</Setting>")},
+        LullabyRow{
+            .name = "resume", .operation = 40, .param = 3, .document = LULLABY("<Setting>RESUME</Setting>")},
+        LullabyRow{.name = "no setting 4", .operation = 40, .param = 4, .document = ""},
+        LullabyRow{.name = "no setting 7", .operation = 40, .param = 7, .document = ""},
+        LullabyRow{.name = "no setting below 0", .operation = 40, .param = -1, .document = ""},
+        LullabyRow{.name = "mode all", .operation = 41, .param = 0, .document = LULLABY("<Mode>ALL</Mode>")},
+        LullabyRow{.name = "mode one", .operation = 41, .param = 1, .document = LULLABY("<Mode>ONE</Mode>")},
+        LullabyRow{.name = "no mode 2", .operation = 41, .param = 2, .document = ""},
+        LullabyRow{.name = "no mode below 0", .operation = 41, .param = -1, .document = ""},
+        LullabyRow{.name = "first song",
+                   .operation = 42,
+                   .param = 0,
+                   .document = LULLABY("<Mode>ONE</Mode><Song>1</Song>")},
+        LullabyRow{.name = "second song",
+                   .operation = 42,
+                   .param = 1,
+                   .document = LULLABY("<Mode>ONE</Mode><Song>2</Song>")},
+        LullabyRow{.name = "sixth song",
+                   .operation = 42,
+                   .param = 5,
+                   .document = LULLABY("<Mode>ONE</Mode><Song>6</Song>")},
+        LullabyRow{
+            .name = "repeat one", .operation = 43, .param = 0, .document = LULLABY("<Mode>ONE</Mode>")},
+        LullabyRow{.name = "repeat at random",
+                   .operation = 43,
+                   .param = 1,
+                   .document = LULLABY("<Mode>RANDOM</Mode>")},
+        LullabyRow{
+            .name = "repeat all", .operation = 43, .param = 2, .document = LULLABY("<Mode>ALL</Mode>")},
+        LullabyRow{.name = "no repeat 3", .operation = 43, .param = 3, .document = ""},
+        LullabyRow{.name = "no repeat below 0", .operation = 43, .param = -1, .document = ""},
+        LullabyRow{.name = "silent", .operation = 44, .param = 0, .document = LULLABY("<Volume>0</Volume>")},
+        LullabyRow{
+            .name = "volume", .operation = 44, .param = 57, .document = LULLABY("<Volume>57</Volume>")},
+        LullabyRow{.name = "volume below 0",
+                   .operation = 44,
+                   .param = -3,
+                   .document = LULLABY("<Volume>-3</Volume>")}),
+    by_name);
 
 TEST_F(RemoteOperations, SongsOutOfRangePostNothing) {
     for (const int song : {6, 7, 100, -1, -2147483647 - 1}) {
@@ -118,6 +164,7 @@ TEST_F(RemoteOperations, LullabyNeedsAnAnswerButNotItsContent) {
 }
 
 struct LightRow {
+    const char *name;
     int param;
     size_t length;  // the number in the pseudo-header
 };
@@ -125,7 +172,7 @@ struct LightRow {
 class NightLight : public HandlerTest, public testing::WithParamInterface<LightRow> {};
 
 TEST_P(NightLight, PostsItsSettingWithItsLength) {
-    const auto [param, length] = GetParam();
+    const auto [name, param, length] = GetParam();
     const std::string document = "<RemoteControl><Action>NIGHT_LIGHT</Action><Setting>" +
                                  std::to_string(param) + "</Setting></RemoteControl>";
     const Outcome outcome = control(30, param);
@@ -136,9 +183,15 @@ TEST_P(NightLight, PostsItsSettingWithItsLength) {
     EXPECT_EQ(camera.seen(), Texts{"POST /CGI/RemoteControl Session=12345\n" + posted(document, length)});
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, NightLight,
-                         testing::Values(LightRow{0, 79}, LightRow{5, 79}, LightRow{50, 80},
-                                         LightRow{100, 81}, LightRow{-1, 80}, LightRow{-2147483647 - 1, 89}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, NightLight,
+    testing::Values(LightRow{.name = "off", .param = 0, .length = 79},
+                    LightRow{.name = "one digit", .param = 5, .length = 79},
+                    LightRow{.name = "two digits", .param = 50, .length = 80},
+                    LightRow{.name = "three digits", .param = 100, .length = 81},
+                    LightRow{.name = "sign", .param = -1, .length = 80},
+                    LightRow{.name = "longest number", .param = -2147483647 - 1, .length = 89}),
+    by_name);
 
 TEST_F(RemoteOperations, FailuresAreNotToldToTheCloud) {
     camera.go_away();
@@ -146,13 +199,14 @@ TEST_F(RemoteOperations, FailuresAreNotToldToTheCloud) {
 }
 
 struct FortyFiveRow {
+    const char *name;
     int param, type;
 };
 
 class ResolutionCommand : public HandlerTest, public testing::WithParamInterface<FortyFiveRow> {};
 
 TEST_P(ResolutionCommand, SelectsTheProfileAndStartsTheThread) {
-    const auto [param, type] = GetParam();
+    const auto [name, param, type] = GetParam();
     video_recording = 1;  // so that the thread ends at once
     gResolutionType = 0;
     const Outcome outcome = outcome_of([&, requested = param] {
@@ -169,8 +223,13 @@ TEST_P(ResolutionCommand, SelectsTheProfileAndStartsTheThread) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ResolutionCommand,
-                         testing::Values(FortyFiveRow{1, 1}, FortyFiveRow{2, 2}, FortyFiveRow{3, 3},
-                                         FortyFiveRow{0, 1}, FortyFiveRow{4, 1}, FortyFiveRow{-1, 1}));
+                         testing::Values(FortyFiveRow{.name = "first", .param = 1, .type = 1},
+                                         FortyFiveRow{.name = "second", .param = 2, .type = 2},
+                                         FortyFiveRow{.name = "third", .param = 3, .type = 3},
+                                         FortyFiveRow{.name = "below the first", .param = 0, .type = 1},
+                                         FortyFiveRow{.name = "above the third", .param = 4, .type = 1},
+                                         FortyFiveRow{.name = "below 0", .param = -1, .type = 1}),
+                         by_name);
 
 TEST_F(RemoteOperations, FormattingTellsItsResult) {
     EXPECT_EQ(outcome_of(formatSD).result, 0);

@@ -124,10 +124,10 @@ TEST_P(NoCard, NoReserve) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reserve, NoCard,
-                         testing::Values(CardRow{"NotMounted", [] {}},
-                                         CardRow{"NoFolder", [] { rmdir(kCard); }},
-                                         CardRow{"LinkElsewhere", link_elsewhere}),
-                         [](const auto &row) { return std::string(row.param.name); });
+                         testing::Values(CardRow{.name = "NotMounted", .take_away = [] {}},
+                                         CardRow{.name = "NoFolder", .take_away = [] { rmdir(kCard); }},
+                                         CardRow{.name = "LinkElsewhere", .take_away = link_elsewhere}),
+                         by_name);
 
 TEST_F(WithoutCard, BehindALinkedFolderIsNoReserveOfOurs) {
     link_elsewhere();
@@ -191,11 +191,12 @@ TEST_P(Planted, IsNoReserveToDelete) {
     EXPECT_EQ(read_file(kVictim), "precious");
 }
 
-INSTANTIATE_TEST_SUITE_P(Reserve, Planted,
-                         testing::Values(PlantRow{"LinkToAFile", [] { return symlink(kVictim, kReserve); }},
-                                         PlantRow{"LinkToNothing",
-                                                  [] { return symlink("/tmp/created", kReserve); }},
-                                         PlantRow{"Fifo", [] { return mkfifo(kReserve, 0666); }}),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Reserve, Planted,
+    testing::Values(PlantRow{.name = "LinkToAFile", .plant = [] { return symlink(kVictim, kReserve); }},
+                    PlantRow{.name = "LinkToNothing",
+                             .plant = [] { return symlink("/tmp/created", kReserve); }},
+                    PlantRow{.name = "Fifo", .plant = [] { return mkfifo(kReserve, 0666); }}),
+    by_name);
 
 }  // namespace

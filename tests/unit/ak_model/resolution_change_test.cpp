@@ -116,6 +116,7 @@ TEST_F(ResolutionChange, WithSoundDetectionOnSwitchesOnlyThat) {
 }
 
 struct ArmedRow {
+    const char *name;
     const char *group;
     bool armed;
 };
@@ -128,15 +129,23 @@ TEST_P(ArmedText, IsWhatTheGroupBeginsWith) {
     EXPECT_EQ(camera.requests().size(), GetParam().armed ? 6U : 2U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, ArmedText,
-                         testing::Values(ArmedRow{"<ENABLE>ON</ENABLE>", true},
-                                         ArmedRow{"<ENABLE>ON</ENABLE><SENSITIVITY>1</SENSITIVITY>", true},
-                                         ArmedRow{" <ENABLE>ON</ENABLE>", false},
-                                         ArmedRow{"<SENSITIVITY>1</SENSITIVITY><ENABLE>ON</ENABLE>", false},
-                                         ArmedRow{"<ENABLE>On</ENABLE>", false},
-                                         ArmedRow{"<ENABLE>ON</ENABLE", false}, ArmedRow{"", false}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, ArmedText,
+    testing::Values(ArmedRow{.name = "on", .group = "<ENABLE>ON</ENABLE>", .armed = true},
+                    ArmedRow{.name = "on before another",
+                             .group = "<ENABLE>ON</ENABLE><SENSITIVITY>1</SENSITIVITY>",
+                             .armed = true},
+                    ArmedRow{.name = "blank before it", .group = " <ENABLE>ON</ENABLE>", .armed = false},
+                    ArmedRow{.name = "another before it",
+                             .group = "<SENSITIVITY>1</SENSITIVITY><ENABLE>ON</ENABLE>",
+                             .armed = false},
+                    ArmedRow{.name = "other letters", .group = "<ENABLE>On</ENABLE>", .armed = false},
+                    ArmedRow{.name = "cut off", .group = "<ENABLE>ON</ENABLE", .armed = false},
+                    ArmedRow{.name = "empty", .group = "", .armed = false}),
+    by_name);
 
 struct ProfileRow {
+    const char *name;
     int type;
     const char *profile;
 };
@@ -152,10 +161,15 @@ TEST_P(Profile, IsPostedByItsName) {
               (Texts{get_request(kQuery), control_request(stream_document(GetParam().profile))}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Profile,
-                         testing::Values(ProfileRow{1, "RTP_H264_WQVGA"}, ProfileRow{2, "RTP_H264_WVGA"},
-                                         ProfileRow{3, "RTP_H264_HD"}, ProfileRow{0, ""}, ProfileRow{4, ""},
-                                         ProfileRow{-1, ""}));
+INSTANTIATE_TEST_SUITE_P(
+    Rows, Profile,
+    testing::Values(ProfileRow{.name = "smallest", .type = 1, .profile = "RTP_H264_WQVGA"},
+                    ProfileRow{.name = "middle", .type = 2, .profile = "RTP_H264_WVGA"},
+                    ProfileRow{.name = "largest", .type = 3, .profile = "RTP_H264_HD"},
+                    ProfileRow{.name = "below the smallest", .type = 0, .profile = ""},
+                    ProfileRow{.name = "above the largest", .type = 4, .profile = ""},
+                    ProfileRow{.name = "below 0", .type = -1, .profile = ""}),
+    by_name);
 
 // --- Ways out.
 

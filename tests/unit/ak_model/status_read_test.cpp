@@ -52,18 +52,23 @@ TEST_P(StatusReadCameraKey, IsAskedOfTheCamera) {
     EXPECT_EQ(camera.seen(), Texts{get_request(target)});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, StatusReadCameraKey,
-    testing::Values(KeyRow{"Battery", "Battery"}, KeyRow{"Adapt", "Adaptor"},
-                    KeyRow{"firmware_newver", "NewFirmwareVersion"}, KeyRow{"Sdcard", "SD"},
-                    KeyRow{"Upgrade_SW_status", "FwUpgradeStatus"},
-                    KeyRow{"Upgrade_SW_process", "FwDownloadProgress"},
-                    KeyRow{"Temp_now_status", "Temperature"}, KeyRow{"LullabyPlay", "LullabyPlay"},
-                    KeyRow{"LullabySong", "LullabySong"}, KeyRow{"LullabyTime", "LullabyTime"},
-                    KeyRow{"LullabyPlayingTime", "LullabyPlayingTime"}, KeyRow{"LullabyMode", "LullabyMode"},
-                    KeyRow{"LullabyVolume", "LullabyVolume"}, KeyRow{"Nightlight", "Nightlight"},
-                    KeyRow{"Recording", "Recording"}),
-    name_of_row<KeyRow>);
+INSTANTIATE_TEST_SUITE_P(Rows, StatusReadCameraKey,
+                         testing::Values(KeyRow{.name = "Battery", .key = "Battery"},
+                                         KeyRow{.name = "Adapt", .key = "Adaptor"},
+                                         KeyRow{.name = "firmware_newver", .key = "NewFirmwareVersion"},
+                                         KeyRow{.name = "Sdcard", .key = "SD"},
+                                         KeyRow{.name = "Upgrade_SW_status", .key = "FwUpgradeStatus"},
+                                         KeyRow{.name = "Upgrade_SW_process", .key = "FwDownloadProgress"},
+                                         KeyRow{.name = "Temp_now_status", .key = "Temperature"},
+                                         KeyRow{.name = "LullabyPlay", .key = "LullabyPlay"},
+                                         KeyRow{.name = "LullabySong", .key = "LullabySong"},
+                                         KeyRow{.name = "LullabyTime", .key = "LullabyTime"},
+                                         KeyRow{.name = "LullabyPlayingTime", .key = "LullabyPlayingTime"},
+                                         KeyRow{.name = "LullabyMode", .key = "LullabyMode"},
+                                         KeyRow{.name = "LullabyVolume", .key = "LullabyVolume"},
+                                         KeyRow{.name = "Nightlight", .key = "Nightlight"},
+                                         KeyRow{.name = "Recording", .key = "Recording"}),
+                         by_name);
 
 TEST_F(StatusRead, WordsAreNotTranslated) {
     for (const char *value : {"ON", "OFF", "", "0", " 21 "}) {
@@ -164,10 +169,11 @@ TEST_P(StatusReadCard, WithoutDfsFileIsAnError) {
     expect_error(outcome);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, StatusReadCard,
-                         testing::Values(CardRow{"Sdsize", kTotalCommand, "/tmp/total"},
-                                         CardRow{"sdcardquota", kSpaceCommand, "/tmp/space"}),
-                         name_of_row<CardRow>);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, StatusReadCard,
+    testing::Values(CardRow{.name = "Sdsize", .command = kTotalCommand, .file = "/tmp/total"},
+                    CardRow{.name = "sdcardquota", .command = kSpaceCommand, .file = "/tmp/space"}),
+    by_name);
 
 TEST_F(StatusRead, QuotaWithoutACardHasElevenCharacters) {
     fake_os::on_shell([](const std::string &) {
@@ -225,16 +231,23 @@ TEST_F(StatusRead, ResolutionCapabilityIsAConstant) {
 
 // --- Unusable input.
 
-class StatusReadUndefined : public StatusRead, public testing::WithParamInterface<const char *> {};
+class StatusReadUndefined : public StatusRead, public testing::WithParamInterface<UndefinedRow> {};
 
 TEST_P(StatusReadUndefined, IsAnError) {
-    expect_undefined(kStatus, GetParam());
+    expect_undefined(kStatus, GetParam().text);
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, StatusReadUndefined,
-                         testing::Values("battery", "Adaptor", "SD", "", "Battery ", "md_armed",
-                                         "Temperature"));
+                         testing::Values(UndefinedRow{.name = "small letters", .text = "battery"},
+                                         UndefinedRow{.name = "the key of the adaptor", .text = "Adaptor"},
+                                         UndefinedRow{.name = "the key of the card", .text = "SD"},
+                                         UndefinedRow{.name = "empty", .text = ""},
+                                         UndefinedRow{.name = "blank behind it", .text = "Battery "},
+                                         UndefinedRow{.name = "a parameter", .text = "md_armed"},
+                                         UndefinedRow{.name = "the key of the temperature",
+                                                      .text = "Temperature"}),
+                         by_name);
 
 TEST_F(StatusRead, UnusableInputIsAnErrorAndNoCrash) {
     expect_unusable_input_is_refused(kStatus, {"Battery", "Sdsize", "resolution_capability", "nothing"});

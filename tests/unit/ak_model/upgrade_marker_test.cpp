@@ -190,12 +190,13 @@ TEST_P(PlantedMarker, GivesWayToTheMonitorsMarker) {
     EXPECT_FALSE(file_exists("/tmp/created"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Marker, PlantedMarker,
-                         testing::Values(PlantRow{"LinkToAFile", [] { return symlink(kVictim, kMarker); }},
-                                         PlantRow{"LinkToNothing",
-                                                  [] { return symlink("/tmp/created", kMarker); }},
-                                         PlantRow{"Fifo", [] { return mkfifo(kMarker, 0666); }}),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Marker, PlantedMarker,
+    testing::Values(PlantRow{.name = "LinkToAFile", .plant = [] { return symlink(kVictim, kMarker); }},
+                    PlantRow{.name = "LinkToNothing",
+                             .plant = [] { return symlink("/tmp/created", kMarker); }},
+                    PlantRow{.name = "Fifo", .plant = [] { return mkfifo(kMarker, 0666); }}),
+    by_name);
 
 // --- The version that it holds
 
@@ -224,13 +225,24 @@ TEST_P(LateVersion, OfTheMarker) {
     EXPECT_EQ(count(kCreated, log), GetParam().created);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Marker, LateVersion,
-    testing::Values(LateRow{"IsWrittenWhileTheDownloadRuns", {"Downloading", "Downloading"}, "1.0.3", 2},
-                    LateRow{"IsWrittenOnce", {"Downloading", "Downloading", "Downloading"}, "1.0.3", 2},
-                    LateRow{"MayBeTheNewFirmwares", {"Downloading", "Upgrading", "Downloading"}, "", 1},
-                    LateRow{"MayBeTheNewFirmwaresAfterARestart", {"Downloading", "Idle"}, "", 1}),
-    [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Marker, LateVersion,
+                         testing::Values(LateRow{.name = "IsWrittenWhileTheDownloadRuns",
+                                                 .statuses = {"Downloading", "Downloading"},
+                                                 .marker = "1.0.3",
+                                                 .created = 2},
+                                         LateRow{.name = "IsWrittenOnce",
+                                                 .statuses = {"Downloading", "Downloading", "Downloading"},
+                                                 .marker = "1.0.3",
+                                                 .created = 2},
+                                         LateRow{.name = "MayBeTheNewFirmwares",
+                                                 .statuses = {"Downloading", "Upgrading", "Downloading"},
+                                                 .marker = "",
+                                                 .created = 1},
+                                         LateRow{.name = "MayBeTheNewFirmwaresAfterARestart",
+                                                 .statuses = {"Downloading", "Idle"},
+                                                 .marker = "",
+                                                 .created = 1}),
+                         by_name);
 
 TEST_F(Marker, IsNotWrittenAgainForAVersionThatStaysUnknown) {
     write_file(kFirmwareVersion, "");

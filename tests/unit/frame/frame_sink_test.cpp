@@ -18,6 +18,7 @@
 
 #include "exports.h"
 #include "intercept.h"
+#include "row_names.h"
 #include "shared.h"
 
 namespace {
@@ -343,20 +344,21 @@ TEST_P(AdtsHeader, IsWritten) {
     EXPECT_EQ(Bytes(header, header + sizeof header), GetParam().header);
 }
 
-INSTANTIATE_TEST_SUITE_P(Lengths, AdtsHeader,
-                         testing::Values(HeaderRow{0, {0xFF, 0xF1, 0x4C, 0x80, 0x00, 0xFF, 0xFC}},
-                                         HeaderRow{1, {0xFF, 0xF1, 0x4C, 0x80, 0x01, 0x1F, 0xFC}},
-                                         HeaderRow{100, {0xFF, 0xF1, 0x4C, 0x80, 0x0D, 0x7F, 0xFC}},
-                                         HeaderRow{1016, {0xFF, 0xF1, 0x4C, 0x80, 0x7F, 0xFF, 0xFC}},
-                                         HeaderRow{1017, {0xFF, 0xF1, 0x4C, 0x80, 0x80, 0x1F, 0xFC}},
-                                         HeaderRow{1023, {0xFF, 0xF1, 0x4C, 0x80, 0x80, 0xDF, 0xFC}},
-                                         HeaderRow{1024, {0xFF, 0xF1, 0x4C, 0x80, 0x80, 0xFF, 0xFD}},
-                                         HeaderRow{2041, {0xFF, 0xF1, 0x4C, 0x81, 0x00, 0x1F, 0xFD}},
-                                         HeaderRow{3072, {0xFF, 0xF1, 0x4C, 0x81, 0x80, 0xFF, 0xFF}},
-                                         HeaderRow{6137, {0xFF, 0xF1, 0x4C, 0x83, 0x00, 0x1F, 0xFD}},
-                                         HeaderRow{8184, {0xFF, 0xF1, 0x4C, 0x83, 0xFF, 0xFF, 0xFF}},
-                                         HeaderRow{70000, {0xFF, 0xF1, 0x4C, 0x82, 0x2E, 0xFF, 0xFC}}),
-                         [](const auto &row) { return "Of" + std::to_string(row.param.length); });
+INSTANTIATE_TEST_SUITE_P(
+    Lengths, AdtsHeader,
+    testing::Values(HeaderRow{.length = 0, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x00, 0xFF, 0xFC}},
+                    HeaderRow{.length = 1, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x01, 0x1F, 0xFC}},
+                    HeaderRow{.length = 100, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x0D, 0x7F, 0xFC}},
+                    HeaderRow{.length = 1016, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x7F, 0xFF, 0xFC}},
+                    HeaderRow{.length = 1017, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x80, 0x1F, 0xFC}},
+                    HeaderRow{.length = 1023, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x80, 0xDF, 0xFC}},
+                    HeaderRow{.length = 1024, .header = {0xFF, 0xF1, 0x4C, 0x80, 0x80, 0xFF, 0xFD}},
+                    HeaderRow{.length = 2041, .header = {0xFF, 0xF1, 0x4C, 0x81, 0x00, 0x1F, 0xFD}},
+                    HeaderRow{.length = 3072, .header = {0xFF, 0xF1, 0x4C, 0x81, 0x80, 0xFF, 0xFF}},
+                    HeaderRow{.length = 6137, .header = {0xFF, 0xF1, 0x4C, 0x83, 0x00, 0x1F, 0xFD}},
+                    HeaderRow{.length = 8184, .header = {0xFF, 0xF1, 0x4C, 0x83, 0xFF, 0xFF, 0xFF}},
+                    HeaderRow{.length = 70000, .header = {0xFF, 0xF1, 0x4C, 0x82, 0x2E, 0xFF, 0xFC}}),
+    [](const auto &row) { return "Of" + std::to_string(row.param.length); });
 
 // --- The key-frame scan
 
@@ -378,24 +380,28 @@ TEST_P(KeyFrameScan, Decides) {
 
 INSTANTIATE_TEST_SUITE_P(
     Frames, KeyFrameScan,
-    testing::Values(ScanRow{"ParameterSet", {0, 0, 0, 1, 0x67, 0}, 1},
-                    ScanRow{"Slice", {0, 0, 0, 1, 0x41, 0}, 0},
-                    ScanRow{"FourBitsCount", {0, 0, 0, 1, 0xF7, 0}, 1},
-                    ScanRow{"TheFifthBitDoesNot", {0, 0, 0, 1, 0x17, 0}, 1},
-                    ScanRow{"SliceByFourBits", {0, 0, 0, 1, 0x11, 0, 0, 0, 1, 0x67, 0}, 0},
-                    ScanRow{"OthersGoOn", {0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1, 0x67, 0}, 1},
-                    ScanRow{"OtherThenSlice", {0, 0, 0, 1, 0x06, 0, 0, 0, 1, 0x41, 0, 0, 0, 1, 0x67, 0}, 0},
-                    ScanRow{"OtherOnly", {0, 0, 0, 1, 0x65, 1, 2, 3}, 0},
-                    ScanRow{"ThreeByteStartCodesDoNotCount", {0xFF, 0, 0, 1, 0x67, 0, 0}, 0},
-                    ScanRow{"MoreZerosDo", {0, 0, 0, 0, 0, 1, 0x67, 0}, 1},
-                    ScanRow{"NoStartCode", Bytes(100, 0), 0}, ScanRow{"OfFiveBytes", {0, 0, 0, 1, 0x67}, 0},
-                    ScanRow{"OfFourBytes", {0, 0, 0, 1}, 0}, ScanRow{"OfOneByte", {1}, 0},
-                    ScanRow{"Empty", {}, 0},
-                    ScanRow{"TheLastPlaceThatCounts", {9, 9, 0, 0, 0, 1, 0x67, 9}, 1},
-                    ScanRow{"OneFurtherDoesNot", {9, 9, 9, 0, 0, 0, 1, 0x67}, 0},
-                    ScanRow{"RightAfterAStartCode", {0, 0, 0, 1, 0, 0, 0, 1, 0x67, 9}, 1},
-                    ScanRow{"AfterFalseOnes", {1, 1, 1, 1, 1, 0, 0, 0, 1, 0x67, 9}, 1}),
-    [](const auto &row) { return std::string(row.param.name); });
+    testing::Values(
+        ScanRow{.name = "ParameterSet", .data = {0, 0, 0, 1, 0x67, 0}, .key = 1},
+        ScanRow{.name = "Slice", .data = {0, 0, 0, 1, 0x41, 0}, .key = 0},
+        ScanRow{.name = "FourBitsCount", .data = {0, 0, 0, 1, 0xF7, 0}, .key = 1},
+        ScanRow{.name = "TheFifthBitDoesNot", .data = {0, 0, 0, 1, 0x17, 0}, .key = 1},
+        ScanRow{.name = "SliceByFourBits", .data = {0, 0, 0, 1, 0x11, 0, 0, 0, 1, 0x67, 0}, .key = 0},
+        ScanRow{.name = "OthersGoOn", .data = {0, 0, 0, 1, 0x09, 0xF0, 0, 0, 0, 1, 0x67, 0}, .key = 1},
+        ScanRow{.name = "OtherThenSlice",
+                .data = {0, 0, 0, 1, 0x06, 0, 0, 0, 1, 0x41, 0, 0, 0, 1, 0x67, 0},
+                .key = 0},
+        ScanRow{.name = "OtherOnly", .data = {0, 0, 0, 1, 0x65, 1, 2, 3}, .key = 0},
+        ScanRow{.name = "ThreeByteStartCodesDoNotCount", .data = {0xFF, 0, 0, 1, 0x67, 0, 0}, .key = 0},
+        ScanRow{.name = "MoreZerosDo", .data = {0, 0, 0, 0, 0, 1, 0x67, 0}, .key = 1},
+        ScanRow{.name = "NoStartCode", .data = Bytes(100, 0), .key = 0},
+        ScanRow{.name = "OfFiveBytes", .data = {0, 0, 0, 1, 0x67}, .key = 0},
+        ScanRow{.name = "OfFourBytes", .data = {0, 0, 0, 1}, .key = 0},
+        ScanRow{.name = "OfOneByte", .data = {1}, .key = 0}, ScanRow{.name = "Empty", .data = {}, .key = 0},
+        ScanRow{.name = "TheLastPlaceThatCounts", .data = {9, 9, 0, 0, 0, 1, 0x67, 9}, .key = 1},
+        ScanRow{.name = "OneFurtherDoesNot", .data = {9, 9, 9, 0, 0, 0, 1, 0x67}, .key = 0},
+        ScanRow{.name = "RightAfterAStartCode", .data = {0, 0, 0, 1, 0, 0, 0, 1, 0x67, 9}, .key = 1},
+        ScanRow{.name = "AfterFalseOnes", .data = {1, 1, 1, 1, 1, 0, 0, 0, 1, 0x67, 9}, .key = 1}),
+    by_name);
 
 // The scan as it is meant, one place at a time.
 int slow_scan(const uint8_t *data, size_t length) {

@@ -242,27 +242,43 @@ TEST_P(PhotoFailure, IsReturned) {
 INSTANTIATE_TEST_SUITE_P(
     Replies, PhotoFailure,
     testing::Values(
-        PhotoRow{"Refused", refused(-8), -8, "PHOTO_TO_MOBILE  ErrorCode: -8\n"},
-        PhotoRow{"NoAnswer",
-                 {.hang_up = true},
-                 -1,
-                 "res !=CURLE_OK, res = 52. (platform/Z55/z55cgi,line 75\n)"
-                 "After res !=CURLE_OK: platform/Z55/z55cgi,line 77\n"
-                 "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
-        PhotoRow{"BadStatus",
-                 {.body = "<ErrorCode>-5</ErrorCode>", .status = 500},
-                 -5,
-                 "status != 200, status code = 500  (platform/Z55/z55cgi: 82)\n"
-                 "PHOTO_TO_MOBILE  ErrorCode: -5\n"},
-        PhotoRow{"NothingAtAll", {.body = "ok"}, 0, "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
-        PhotoRow{"NoUri", {.body = "PHOTO_TO_MOBILE"}, -1, ""},
-        PhotoRow{"EmptyUri", {.body = "PHOTO_TO_MOBILE<URI></URI>"}, -1, ""},
-        PhotoRow{"UriWithoutItsSlash", {.body = "PHOTO_TO_MOBILE<URI>DCIM/P0001.JPG</URI>"}, -1, ""},
-        PhotoRow{"UriOfAnotherHost", {.body = "PHOTO_TO_MOBILE<URI>@127.0.0.1:8080/x</URI>"}, -1, ""},
         PhotoRow{
-            "UriOfAnotherPort", {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode><URI>0/x</URI>"}, 44, ""},
-        PhotoRow{"NoUriButAnErrorCode", {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode>"}, 44, ""}),
-    [](const auto &row) { return std::string(row.param.name); });
+            .name = "Refused", .reply = refused(-8), .result = -8, .log = "PHOTO_TO_MOBILE  ErrorCode: -8\n"},
+        PhotoRow{.name = "NoAnswer",
+                 .reply = {.hang_up = true},
+                 .result = -1,
+                 .log = "res !=CURLE_OK, res = 52. (platform/Z55/z55cgi,line 75\n)"
+                        "After res !=CURLE_OK: platform/Z55/z55cgi,line 77\n"
+                        "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
+        PhotoRow{.name = "BadStatus",
+                 .reply = {.body = "<ErrorCode>-5</ErrorCode>", .status = 500},
+                 .result = -5,
+                 .log = "status != 200, status code = 500  (platform/Z55/z55cgi: 82)\n"
+                        "PHOTO_TO_MOBILE  ErrorCode: -5\n"},
+        PhotoRow{.name = "NothingAtAll",
+                 .reply = {.body = "ok"},
+                 .result = 0,
+                 .log = "PHOTO_TO_MOBILE  ErrorCode: 0\n"},
+        PhotoRow{.name = "NoUri", .reply = {.body = "PHOTO_TO_MOBILE"}, .result = -1, .log = ""},
+        PhotoRow{
+            .name = "EmptyUri", .reply = {.body = "PHOTO_TO_MOBILE<URI></URI>"}, .result = -1, .log = ""},
+        PhotoRow{.name = "UriWithoutItsSlash",
+                 .reply = {.body = "PHOTO_TO_MOBILE<URI>DCIM/P0001.JPG</URI>"},
+                 .result = -1,
+                 .log = ""},
+        PhotoRow{.name = "UriOfAnotherHost",
+                 .reply = {.body = "PHOTO_TO_MOBILE<URI>@127.0.0.1:8080/x</URI>"},
+                 .result = -1,
+                 .log = ""},
+        PhotoRow{.name = "UriOfAnotherPort",
+                 .reply = {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode><URI>0/x</URI>"},
+                 .result = 44,
+                 .log = ""},
+        PhotoRow{.name = "NoUriButAnErrorCode",
+                 .reply = {.body = "PHOTO_TO_MOBILE<ErrorCode>44</ErrorCode>"},
+                 .result = 44,
+                 .log = ""}),
+    by_name);
 
 TEST_F(Snapshot, PhotoThatCannotBeFetched) {
     camera_answers({{"/DCIM/P0001.JPG", {{.body = "not found", .status = 404}}}});
@@ -327,16 +343,19 @@ TEST_P(ThumbnailNames, AreChosenFrom) {
 
 INSTANTIATE_TEST_SUITE_P(
     Folders, ThumbnailNames,
-    testing::Values(NamesRow{"Empty", {}, ""}, NamesRow{"OnlyPictures", {"A.JPG", "B.JPG"}, ""},
-                    NamesRow{"ExtensionMayGoOn", {"A.THM", "B.THMX"}, "B.THMX"},
-                    NamesRow{"FirstDotDecides", {"A.THM", "B.x.THM"}, "A.THM"},
-                    NamesRow{"FirstDotDecidesForIt", {"A.JPG", "B.THM.old"}, "B.THM.old"},
-                    NamesRow{"CapitalsOnly", {"A.THM", "B.thm"}, "A.THM"},
-                    NamesRow{"ShorterExtension", {"B.TH"}, ""}, NamesRow{"NoDot", {"THM"}, ""},
-                    NamesRow{"NothingBeforeTheDot", {".THM"}, ".THM"},
-                    NamesRow{"ByByteValue", {"Z.THM", "a.THM"}, "a.THM"},
-                    NamesRow{"LongerNameIsLater", {"A1.THM", "A.THM"}, "A1.THM"}),
-    [](const auto &row) { return std::string(row.param.name); });
+    testing::Values(
+        NamesRow{.name = "Empty", .files = {}, .chosen = ""},
+        NamesRow{.name = "OnlyPictures", .files = {"A.JPG", "B.JPG"}, .chosen = ""},
+        NamesRow{.name = "ExtensionMayGoOn", .files = {"A.THM", "B.THMX"}, .chosen = "B.THMX"},
+        NamesRow{.name = "FirstDotDecides", .files = {"A.THM", "B.x.THM"}, .chosen = "A.THM"},
+        NamesRow{.name = "FirstDotDecidesForIt", .files = {"A.JPG", "B.THM.old"}, .chosen = "B.THM.old"},
+        NamesRow{.name = "CapitalsOnly", .files = {"A.THM", "B.thm"}, .chosen = "A.THM"},
+        NamesRow{.name = "ShorterExtension", .files = {"B.TH"}, .chosen = ""},
+        NamesRow{.name = "NoDot", .files = {"THM"}, .chosen = ""},
+        NamesRow{.name = "NothingBeforeTheDot", .files = {".THM"}, .chosen = ".THM"},
+        NamesRow{.name = "ByByteValue", .files = {"Z.THM", "a.THM"}, .chosen = "a.THM"},
+        NamesRow{.name = "LongerNameIsLater", .files = {"A1.THM", "A.THM"}, .chosen = "A1.THM"}),
+    by_name);
 
 TEST_F(Snapshot, NoMediaFolder) {
     std::filesystem::remove_all(kFolder);
@@ -395,14 +414,16 @@ TEST_P(PlantedThumbnail, IsNotRead) {
 
 INSTANTIATE_TEST_SUITE_P(
     Kinds, PlantedThumbnail,
-    testing::Values(PlantedRow{"Folder", [](const char *path) { return mkdir(path, 0755); }},
-                    PlantedRow{"Fifo", [](const char *path) { return mkfifo(path, 0644); }},
-                    PlantedRow{"Link", [](const char *path) { return symlink("/tmp/secret", path); }},
-                    PlantedRow{"LargerThan32MiB",
-                               [](const char *path) {
-                                   write_file(path, "");
-                                   return truncate(path, 32 * 1024 * 1024 + 1);
-                               }}),
+    testing::Values(PlantedRow{.name = "Folder", .plant = [](const char *path) { return mkdir(path, 0755); }},
+                    PlantedRow{.name = "Fifo", .plant = [](const char *path) { return mkfifo(path, 0644); }},
+                    PlantedRow{.name = "Link",
+                               .plant = [](const char *path) { return symlink("/tmp/secret", path); }},
+                    PlantedRow{.name = "LargerThan32MiB",
+                               .plant =
+                                   [](const char *path) {
+                                       write_file(path, "");
+                                       return truncate(path, 32 * 1024 * 1024 + 1);
+                                   }}),
     by_name);
 
 TEST_F(Snapshot, ThumbnailOf32MiBIsRead) {

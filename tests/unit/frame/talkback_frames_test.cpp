@@ -36,15 +36,17 @@ TEST_P(FrameSequence, MakesClips) {
     EXPECT_EQ(payloads(), GetParam().payloads);
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, FrameSequence,
-                         testing::Values(FramesRow{"Growing", {1, 2, 3}, {30}},
-                                         FramesRow{"Equal", {5, 5, 5}, {30}},
-                                         FramesRow{"ZeroAlwaysStarts", {0, 0, 0}, {10, 10, 10}},
-                                         FramesRow{"ZeroStartsInTheMiddle", {1, 2, 0, 1}, {20, 20}},
-                                         FramesRow{"SmallerStarts", {10, 11, 9, 10}, {20, 20}},
-                                         FramesRow{"SmallerByOneStarts", {2, 1}, {10, 10}},
-                                         FramesRow{"Unsigned", {1, 0x80000000u, 0xFFFFFFFFu}, {30}}),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Values, FrameSequence,
+    testing::Values(
+        FramesRow{.name = "Growing", .sequences = {1, 2, 3}, .payloads = {30}},
+        FramesRow{.name = "Equal", .sequences = {5, 5, 5}, .payloads = {30}},
+        FramesRow{.name = "ZeroAlwaysStarts", .sequences = {0, 0, 0}, .payloads = {10, 10, 10}},
+        FramesRow{.name = "ZeroStartsInTheMiddle", .sequences = {1, 2, 0, 1}, .payloads = {20, 20}},
+        FramesRow{.name = "SmallerStarts", .sequences = {10, 11, 9, 10}, .payloads = {20, 20}},
+        FramesRow{.name = "SmallerByOneStarts", .sequences = {2, 1}, .payloads = {10, 10}},
+        FramesRow{.name = "Unsigned", .sequences = {1, 0x80000000u, 0xFFFFFFFFu}, .payloads = {30}}),
+    by_name);
 
 TEST_F(TalkbackFrames, ClipOf640ByteFramesClosesWhenItIsFull) {
     output_of([this] {
@@ -84,11 +86,13 @@ TEST_P(ClipTicks, LimitAClip) {
     EXPECT_EQ(payloads(), GetParam().payloads);
 }
 
-INSTANTIATE_TEST_SUITE_P(Differences, ClipTicks,
-                         testing::Values(TicksRow{"JustBelow", 1000, 3000999, {20}},
-                                         TicksRow{"ThreeMillion", 1000, 3001000, {10, 10}},
-                                         TicksRow{"WrappedAround", LONG_MAX - 10, LONG_MIN + 10, {20}}),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Differences, ClipTicks,
+    testing::Values(
+        TicksRow{.name = "JustBelow", .start = 1000, .later = 3000999, .payloads = {20}},
+        TicksRow{.name = "ThreeMillion", .start = 1000, .later = 3001000, .payloads = {10, 10}},
+        TicksRow{.name = "WrappedAround", .start = LONG_MAX - 10, .later = LONG_MIN + 10, .payloads = {20}}),
+    by_name);
 
 // The three million count from the clip's start, not from its last frame.
 TEST_F(TalkbackFrames, ClipTicksCountFromItsStart) {
@@ -216,10 +220,11 @@ TEST_P(Shortage, RefusesAFrameAndForgetsTheClip) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Shortage,
-                         testing::Values(ShortageRow{"Holder", "calloc", 0},
-                                         ShortageRow{"Buffer", "calloc", 1},
-                                         ShortageRow{"Thread", "pthread_create", 0}),
-                         [](const auto &row) { return std::string(row.param.name); });
+                         testing::Values(ShortageRow{.name = "Holder", .function = "calloc", .after = 0},
+                                         ShortageRow{.name = "Buffer", .function = "calloc", .after = 1},
+                                         ShortageRow{
+                                             .name = "Thread", .function = "pthread_create", .after = 0}),
+                         by_name);
 
 TEST_F(TalkbackFrames, At32ClipsAliveAFrameIsRefused) {
     output_of([this] {

@@ -114,8 +114,11 @@ TEST_P(PlayingTime, IsSlept) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Payloads, PlayingTime,
-                         testing::Values(PlayRow{0, "0 ms"}, PlayRow{23, "0 ms"}, PlayRow{24, "1 ms"},
-                                         PlayRow{24000, "1000 ms"}, PlayRow{72320, "3013 ms"}),
+                         testing::Values(PlayRow{.payload = 0, .pause = "0 ms"},
+                                         PlayRow{.payload = 23, .pause = "0 ms"},
+                                         PlayRow{.payload = 24, .pause = "1 ms"},
+                                         PlayRow{.payload = 24000, .pause = "1000 ms"},
+                                         PlayRow{.payload = 72320, .pause = "3013 ms"}),
                          [](const auto &row) { return "Of" + std::to_string(row.param.payload); });
 
 TEST_F(Talkback, SpeakerIsSwitchedOnOnce) {

@@ -14,6 +14,7 @@
 #include "fake_camera.h"
 #include "fake_os.h"
 #include "fake_vendor.h"
+#include "row_names.h"
 
 using Conf = std::vector<std::pair<std::string, std::string>>;
 
@@ -64,9 +65,6 @@ std::string with_open_numbers(std::string_view expected, std::string_view actual
         const std::string log_text_(actual);                               \
         EXPECT_EQ(log_wanted_, with_open_numbers(log_wanted_, log_text_)); \
     } while (false)
-
-// Names the rows of INSTANTIATE_TEST_SUITE_P by their member `name` (letters and digits).
-inline constexpr auto by_name = [](const auto &row) { return std::string(row.param.name); };
 
 // Fakes and exported globals as in a fresh process; no configuration file yet.
 class AgentTest : public testing::Test {

@@ -23,6 +23,7 @@
 #include <thread>
 
 #include "bend_test.h"
+#include "row_names.h"
 
 namespace {
 
@@ -106,106 +107,139 @@ void PrintTo(const wait_case &row, std::ostream *out) {
 }
 
 const wait_case kWaits[] = {
-    {"sleep", [](double s) { return sleep(static_cast<unsigned>(s)); }, 0},
-    {"usleep", [](double s) { return usleep(static_cast<useconds_t>(s * 1e6)); }, 0},
-    {"nanosleep",
-     [](double s) {
-         const timespec time = length(s);
-         return nanosleep(&time, nullptr);
-     },
-     0},
-    {"clock_nanosleep_relative_monotonic",
-     [](double s) {
-         const timespec time = length(s);
-         return clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
-     },
-     0},
-    {"clock_nanosleep_relative_realtime",
-     [](double s) {
-         const timespec time = length(s);
-         return clock_nanosleep(CLOCK_REALTIME, 0, &time, nullptr);
-     },
-     0},
-    {"clock_nanosleep_absolute_monotonic", [](double s) { return sleep_until(CLOCK_MONOTONIC, s); }, 0},
-    {"clock_nanosleep_absolute_realtime", [](double s) { return sleep_until(CLOCK_REALTIME, s); }, 0},
-    {"clock_nanosleep_absolute_boottime", [](double s) { return sleep_until(CLOCK_BOOTTIME, s); }, 0},
-    {"pthread_cond_timedwait_monotonic", [](double s) { return wait_on_condition(CLOCK_MONOTONIC, s); },
-     ETIMEDOUT},
-    {"pthread_cond_timedwait_realtime", [](double s) { return wait_on_condition(CLOCK_REALTIME, s); },
-     ETIMEDOUT},
-    {"pthread_cond_clockwait_monotonic", [](double s) { return wait_with_clock(CLOCK_MONOTONIC, s); },
-     ETIMEDOUT},
-    {"pthread_cond_clockwait_realtime", [](double s) { return wait_with_clock(CLOCK_REALTIME, s); },
-     ETIMEDOUT},
-    {"sem_timedwait", [](double s) { return wait_on_semaphore(CLOCK_REALTIME, s); }, ETIMEDOUT},
-    {"sem_clockwait", [](double s) { return wait_on_semaphore(CLOCK_MONOTONIC, s); }, ETIMEDOUT},
-    {"pthread_mutex_timedlock", [](double s) { return wait_for_mutex(CLOCK_REALTIME, s); }, ETIMEDOUT},
-    {"pthread_mutex_clocklock", [](double s) { return wait_for_mutex(CLOCK_MONOTONIC, s); }, ETIMEDOUT},
-    {"poll", [](double s) { return poll(nullptr, 0, static_cast<int>(s * 1000)); }, 0},
-    {"ppoll",
-     [](double s) {
-         const timespec time = length(s);
-         return ppoll(nullptr, 0, &time, nullptr);
-     },
-     0},
-    {"select",
-     [](double s) {
-         timeval time = short_length(s);
-         return select(0, nullptr, nullptr, nullptr, &time);
-     },
-     0},
-    {"pselect",
-     [](double s) {
-         const timespec time = length(s);
-         return pselect(0, nullptr, nullptr, nullptr, &time, nullptr);
-     },
-     0},
-    {"epoll_wait",
-     [](double s) {
-         const int handle = epoll_create1(0);
-         epoll_event event{};
-         const int result = epoll_wait(handle, &event, 1, static_cast<int>(s * 1000));
-         close(handle);
-         return result;
-     },
-     0},
-    {"epoll_pwait",
-     [](double s) {
-         const int handle = epoll_create1(0);
-         epoll_event event{};
-         const int result = epoll_pwait(handle, &event, 1, static_cast<int>(s * 1000), nullptr);
-         close(handle);
-         return result;
-     },
-     0},
-    {"sleep_for",
-     [](double s) {
-         std::this_thread::sleep_for(std::chrono::duration<double>(s));
-         return 0;
-     },
-     0},
-    {"condition_variable_wait_for",
-     [](double s) {
-         std::mutex mutex;
-         std::condition_variable condition;
-         std::unique_lock lock(mutex);
-         return condition.wait_for(lock, std::chrono::duration<double>(s), [] { return false; }) ? 1 : 0;
-     },
-     0},
-    {"receive_timeout",
-     [](double s) {
-         int ends[2];
-         socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
-         const timeval time = short_length(s);
-         setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
-         char byte = 0;
-         const auto received = recv(ends[0], &byte, 1, 0);
-         const int error = errno;
-         close(ends[0]);
-         close(ends[1]);
-         return received == -1 ? error : 0;
-     },
-     EAGAIN},
+    {.name = "sleep", .wait = [](double s) { return sleep(static_cast<unsigned>(s)); }, .result = 0},
+    {.name = "usleep",
+     .wait = [](double s) { return usleep(static_cast<useconds_t>(s * 1e6)); },
+     .result = 0},
+    {.name = "nanosleep",
+     .wait =
+         [](double s) {
+             const timespec time = length(s);
+             return nanosleep(&time, nullptr);
+         },
+     .result = 0},
+    {.name = "clock_nanosleep_relative_monotonic",
+     .wait =
+         [](double s) {
+             const timespec time = length(s);
+             return clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
+         },
+     .result = 0},
+    {.name = "clock_nanosleep_relative_realtime",
+     .wait =
+         [](double s) {
+             const timespec time = length(s);
+             return clock_nanosleep(CLOCK_REALTIME, 0, &time, nullptr);
+         },
+     .result = 0},
+    {.name = "clock_nanosleep_absolute_monotonic",
+     .wait = [](double s) { return sleep_until(CLOCK_MONOTONIC, s); },
+     .result = 0},
+    {.name = "clock_nanosleep_absolute_realtime",
+     .wait = [](double s) { return sleep_until(CLOCK_REALTIME, s); },
+     .result = 0},
+    {.name = "clock_nanosleep_absolute_boottime",
+     .wait = [](double s) { return sleep_until(CLOCK_BOOTTIME, s); },
+     .result = 0},
+    {.name = "pthread_cond_timedwait_monotonic",
+     .wait = [](double s) { return wait_on_condition(CLOCK_MONOTONIC, s); },
+     .result = ETIMEDOUT},
+    {.name = "pthread_cond_timedwait_realtime",
+     .wait = [](double s) { return wait_on_condition(CLOCK_REALTIME, s); },
+     .result = ETIMEDOUT},
+    {.name = "pthread_cond_clockwait_monotonic",
+     .wait = [](double s) { return wait_with_clock(CLOCK_MONOTONIC, s); },
+     .result = ETIMEDOUT},
+    {.name = "pthread_cond_clockwait_realtime",
+     .wait = [](double s) { return wait_with_clock(CLOCK_REALTIME, s); },
+     .result = ETIMEDOUT},
+    {.name = "sem_timedwait",
+     .wait = [](double s) { return wait_on_semaphore(CLOCK_REALTIME, s); },
+     .result = ETIMEDOUT},
+    {.name = "sem_clockwait",
+     .wait = [](double s) { return wait_on_semaphore(CLOCK_MONOTONIC, s); },
+     .result = ETIMEDOUT},
+    {.name = "pthread_mutex_timedlock",
+     .wait = [](double s) { return wait_for_mutex(CLOCK_REALTIME, s); },
+     .result = ETIMEDOUT},
+    {.name = "pthread_mutex_clocklock",
+     .wait = [](double s) { return wait_for_mutex(CLOCK_MONOTONIC, s); },
+     .result = ETIMEDOUT},
+    {.name = "poll",
+     .wait = [](double s) { return poll(nullptr, 0, static_cast<int>(s * 1000)); },
+     .result = 0},
+    {.name = "ppoll",
+     .wait =
+         [](double s) {
+             const timespec time = length(s);
+             return ppoll(nullptr, 0, &time, nullptr);
+         },
+     .result = 0},
+    {.name = "select",
+     .wait =
+         [](double s) {
+             timeval time = short_length(s);
+             return select(0, nullptr, nullptr, nullptr, &time);
+         },
+     .result = 0},
+    {.name = "pselect",
+     .wait =
+         [](double s) {
+             const timespec time = length(s);
+             return pselect(0, nullptr, nullptr, nullptr, &time, nullptr);
+         },
+     .result = 0},
+    {.name = "epoll_wait",
+     .wait =
+         [](double s) {
+             const int handle = epoll_create1(0);
+             epoll_event event{};
+             const int result = epoll_wait(handle, &event, 1, static_cast<int>(s * 1000));
+             close(handle);
+             return result;
+         },
+     .result = 0},
+    {.name = "epoll_pwait",
+     .wait =
+         [](double s) {
+             const int handle = epoll_create1(0);
+             epoll_event event{};
+             const int result = epoll_pwait(handle, &event, 1, static_cast<int>(s * 1000), nullptr);
+             close(handle);
+             return result;
+         },
+     .result = 0},
+    {.name = "sleep_for",
+     .wait =
+         [](double s) {
+             std::this_thread::sleep_for(std::chrono::duration<double>(s));
+             return 0;
+         },
+     .result = 0},
+    {.name = "condition_variable_wait_for",
+     .wait =
+         [](double s) {
+             std::mutex mutex;
+             std::condition_variable condition;
+             std::unique_lock lock(mutex);
+             return condition.wait_for(lock, std::chrono::duration<double>(s), [] { return false; }) ? 1 : 0;
+         },
+     .result = 0},
+    {.name = "receive_timeout",
+     .wait =
+         [](double s) {
+             int ends[2];
+             socketpair(AF_UNIX, SOCK_STREAM, 0, ends);
+             const timeval time = short_length(s);
+             setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+             char byte = 0;
+             const auto received = recv(ends[0], &byte, 1, 0);
+             const int error = errno;
+             close(ends[0]);
+             close(ends[1]);
+             return received == -1 ? error : 0;
+         },
+     .result = EAGAIN},
 };
 
 class BentWait : public testing::TestWithParam<wait_case> {};
@@ -221,8 +255,7 @@ TEST_P(BentWait, lasts_its_bent_length) {
     EXPECT_LT(real_length, kLength / kSpeed + kLate);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, BentWait, testing::ValuesIn(kWaits),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Functions, BentWait, testing::ValuesIn(kWaits), by_name);
 
 struct clock_case {
     const char *name;
@@ -235,25 +268,32 @@ void PrintTo(const clock_case &row, std::ostream *out) {
 }
 
 const clock_case kClocks[] = {
-    {"realtime", [] { return bent_seconds(CLOCK_REALTIME); }, 0},
-    {"realtime_coarse", [] { return bent_seconds(CLOCK_REALTIME_COARSE); }, 0},
-    {"monotonic", [] { return bent_seconds(CLOCK_MONOTONIC); }, 0},
-    {"monotonic_coarse", [] { return bent_seconds(CLOCK_MONOTONIC_COARSE); }, 0},
-    {"monotonic_raw", [] { return bent_seconds(CLOCK_MONOTONIC_RAW); }, 0},
-    {"boottime", [] { return bent_seconds(CLOCK_BOOTTIME); }, 0},
-    {"time", [] { return static_cast<double>(time(nullptr)); }, 1},
-    {"gettimeofday",
-     [] {
-         timeval reading{};
-         gettimeofday(&reading, nullptr);
-         return static_cast<double>(reading.tv_sec) + static_cast<double>(reading.tv_usec) / 1e6;
-     },
-     0},
-    {"steady_clock",
-     [] {
-         return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-     },
-     0},
+    {.name = "realtime", .seconds = [] { return bent_seconds(CLOCK_REALTIME); }, .resolution = 0},
+    {.name = "realtime_coarse",
+     .seconds = [] { return bent_seconds(CLOCK_REALTIME_COARSE); },
+     .resolution = 0},
+    {.name = "monotonic", .seconds = [] { return bent_seconds(CLOCK_MONOTONIC); }, .resolution = 0},
+    {.name = "monotonic_coarse",
+     .seconds = [] { return bent_seconds(CLOCK_MONOTONIC_COARSE); },
+     .resolution = 0},
+    {.name = "monotonic_raw", .seconds = [] { return bent_seconds(CLOCK_MONOTONIC_RAW); }, .resolution = 0},
+    {.name = "boottime", .seconds = [] { return bent_seconds(CLOCK_BOOTTIME); }, .resolution = 0},
+    {.name = "time", .seconds = [] { return static_cast<double>(time(nullptr)); }, .resolution = 1},
+    {.name = "gettimeofday",
+     .seconds =
+         [] {
+             timeval reading{};
+             gettimeofday(&reading, nullptr);
+             return static_cast<double>(reading.tv_sec) + static_cast<double>(reading.tv_usec) / 1e6;
+         },
+     .resolution = 0},
+    {.name = "steady_clock",
+     .seconds =
+         [] {
+             return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+                 .count();
+         },
+     .resolution = 0},
 };
 
 class BentClock : public testing::TestWithParam<clock_case> {};
@@ -271,8 +311,7 @@ TEST_P(BentClock, runs_a_hundred_times_as_fast) {
     EXPECT_LE(bent_length, outer_length * kSpeed * 1.001 + GetParam().resolution);
 }
 
-INSTANTIATE_TEST_SUITE_P(Clocks, BentClock, testing::ValuesIn(kClocks),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Clocks, BentClock, testing::ValuesIn(kClocks), by_name);
 
 TEST(BentTime, processor_time_is_not_bent) {
     const double start = real_seconds();
@@ -347,11 +386,14 @@ void PrintTo(const option_case &row, std::ostream *out) {
 }
 
 const option_case kOptions[] = {
-    {"keep_alive_idle", TCP_KEEPIDLE, 250, 3},
-    {"keep_alive_interval_of_a_second_at_least", TCP_KEEPINTVL, 5, 1},
-    {"user_timeout", TCP_USER_TIMEOUT, 30'001, 301},
-    {"user_timeout_that_a_busy_machine_keeps", TCP_USER_TIMEOUT, 3'000, 200},
-    {"user_timeout_taken_back", TCP_USER_TIMEOUT, 0, 0},
+    {.name = "keep_alive_idle", .option = TCP_KEEPIDLE, .bent = 250, .real = 3},
+    {.name = "keep_alive_interval_of_a_second_at_least", .option = TCP_KEEPINTVL, .bent = 5, .real = 1},
+    {.name = "user_timeout", .option = TCP_USER_TIMEOUT, .bent = 30'001, .real = 301},
+    {.name = "user_timeout_that_a_busy_machine_keeps",
+     .option = TCP_USER_TIMEOUT,
+     .bent = 3'000,
+     .real = 200},
+    {.name = "user_timeout_taken_back", .option = TCP_USER_TIMEOUT, .bent = 0, .real = 0},
 };
 
 class BentSocket : public testing::TestWithParam<option_case> {};
@@ -374,7 +416,6 @@ TEST_P(BentSocket, refuses_a_time_below_zero) {
     close(handle);
 }
 
-INSTANTIATE_TEST_SUITE_P(Options, BentSocket, testing::ValuesIn(kOptions),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Options, BentSocket, testing::ValuesIn(kOptions), by_name);
 
 }  // namespace

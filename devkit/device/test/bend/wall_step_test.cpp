@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "bend_test.h"
+#include "row_names.h"
 
 namespace {
 
@@ -69,18 +70,23 @@ void PrintTo(const wait_case &row, std::ostream *out) {
 }
 
 const wait_case kWallWaits[] = {
-    {"pthread_cond_timedwait", CLOCK_REALTIME,
-     [](const timespec &deadline) { return wait_on_condition(CLOCK_REALTIME, deadline); }},
-    {"sem_timedwait", CLOCK_REALTIME,
-     [](const timespec &deadline) {
-         sem_t semaphore;
-         sem_init(&semaphore, 0, 0);
-         return sem_timedwait(&semaphore, &deadline);
-     }},
-    {"clock_nanosleep", CLOCK_REALTIME,
-     [](const timespec &deadline) {
-         return clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &deadline, nullptr);
-     }},
+    {.name = "pthread_cond_timedwait",
+     .clock = CLOCK_REALTIME,
+     .wait = [](const timespec &deadline) { return wait_on_condition(CLOCK_REALTIME, deadline); }},
+    {.name = "sem_timedwait",
+     .clock = CLOCK_REALTIME,
+     .wait =
+         [](const timespec &deadline) {
+             sem_t semaphore;
+             sem_init(&semaphore, 0, 0);
+             return sem_timedwait(&semaphore, &deadline);
+         }},
+    {.name = "clock_nanosleep",
+     .clock = CLOCK_REALTIME,
+     .wait =
+         [](const timespec &deadline) {
+             return clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &deadline, nullptr);
+         }},
 };
 
 class WallWait : public testing::TestWithParam<wait_case> {};
@@ -112,8 +118,7 @@ TEST_P(WallWait, lasts_longer_when_the_clock_steps_back) {
     step_wall_clock(20);
 }
 
-INSTANTIATE_TEST_SUITE_P(Functions, WallWait, testing::ValuesIn(kWallWaits),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Functions, WallWait, testing::ValuesIn(kWallWaits), by_name);
 
 TEST(WallStep, leaves_a_monotonic_wait_alone) {
     const double start = bent_seconds(CLOCK_MONOTONIC);
@@ -140,13 +145,13 @@ void PrintTo(const far_case &row, std::ostream *out) {
 }
 
 const far_case kFarSeconds[] = {
-    {"year_1", -62135596800},
-    {"year_1901", -2177452800},
-    {"an_hour_before_1970", -3600},
-    {"the_turn_of_1970", -5},
-    {"the_last_second_of_int64_nanoseconds", 9223372036 - 5},
-    {"the_turn_of_the_year_10000", 253402300800 - 5},
-    {"year_30000", 884541340800},
+    {.name = "year_1", .second = -62135596800},
+    {.name = "year_1901", .second = -2177452800},
+    {.name = "an_hour_before_1970", .second = -3600},
+    {.name = "the_turn_of_1970", .second = -5},
+    {.name = "the_last_second_of_int64_nanoseconds", .second = 9223372036 - 5},
+    {.name = "the_turn_of_the_year_10000", .second = 253402300800 - 5},
+    {.name = "year_30000", .second = 884541340800},
 };
 
 // The clock stands at the row's second, and back where it was after the test.
@@ -195,8 +200,7 @@ TEST_P(FarWall, waits_last_their_length) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seconds, FarWall, testing::ValuesIn(kFarSeconds),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Seconds, FarWall, testing::ValuesIn(kFarSeconds), by_name);
 
 // A waiter that sleeps in slices must not lose a signal that falls between two of them.
 TEST(WallStep, no_signal_is_lost_in_a_sliced_wait) {

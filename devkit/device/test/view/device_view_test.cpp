@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "row_names.h"
 #include "view_process.h"
 
 namespace {
@@ -28,57 +29,91 @@ void PrintTo(const script_case &row, std::ostream *out) {
 }
 
 const script_case kScripts[] = {
-    {"exit_code_is_passed_on", {}, "exit 7", "", 7},
-    {"signal_is_told", {}, "kill -SEGV $$", "", 128 + SIGSEGV},
-    {"current_folder", {}, "pwd; echo $PWD", "/tmp\n/tmp\n"},
-    {"environment_is_kept", {}, "echo $VIEW_TEST", "kept\n"},
-    {"working_folder_is_empty", {}, "ls -A /tmp/working", ""},
-    {"card_is_a_file_system", {}, "df /tmp/fuse_d | awk 'NR==2 {print $2, $6}'", "524288 /tmp/fuse_d\n"},
-    {"card_size",
-     {"--sd-megabytes", "20"},
-     "df -m 2>/dev/null | grep /tmp/fuse_d | awk '{print $2}'",
-     "20\n"},
-    {"card_has_its_media_folder", {}, "ls -d /tmp/fuse_d/DCIM/100MEDIA", "/tmp/fuse_d/DCIM/100MEDIA\n"},
-    {"page_cache_is_not_the_hosts",
-     {},
-     "echo 1 >/proc/sys/vm/drop_caches; cat /tmp/.device/drop_caches",
-     "1\n"},
-    {"own_processes", {}, "test $$ -lt 10 && ls -d /proc/1/ns", "/proc/1/ns\n"},
-    {"own_network", {}, "grep -c : /proc/net/dev; grep -o lo: /proc/net/dev", "1\nlo:\n"},
-    {"tools_can_be_removed",
-     {},
-     "rm /usr/bin/qmx_reboot; test -e /usr/bin/qmx_reboot || echo gone",
-     "gone\n"},
+    {.name = "exit_code_is_passed_on", .options = {}, .script = "exit 7", .output = "", .exit_code = 7},
+    {.name = "signal_is_told",
+     .options = {},
+     .script = "kill -SEGV $$",
+     .output = "",
+     .exit_code = 128 + SIGSEGV},
+    {.name = "current_folder", .options = {}, .script = "pwd; echo $PWD", .output = "/tmp\n/tmp\n"},
+    {.name = "environment_is_kept", .options = {}, .script = "echo $VIEW_TEST", .output = "kept\n"},
+    {.name = "working_folder_is_empty", .options = {}, .script = "ls -A /tmp/working", .output = ""},
+    {.name = "card_is_a_file_system",
+     .options = {},
+     .script = "df /tmp/fuse_d | awk 'NR==2 {print $2, $6}'",
+     .output = "524288 /tmp/fuse_d\n"},
+    {.name = "card_size",
+     .options = {"--sd-megabytes", "20"},
+     .script = "df -m 2>/dev/null | grep /tmp/fuse_d | awk '{print $2}'",
+     .output = "20\n"},
+    {.name = "card_has_its_media_folder",
+     .options = {},
+     .script = "ls -d /tmp/fuse_d/DCIM/100MEDIA",
+     .output = "/tmp/fuse_d/DCIM/100MEDIA\n"},
+    {.name = "page_cache_is_not_the_hosts",
+     .options = {},
+     .script = "echo 1 >/proc/sys/vm/drop_caches; cat /tmp/.device/drop_caches",
+     .output = "1\n"},
+    {.name = "own_processes",
+     .options = {},
+     .script = "test $$ -lt 10 && ls -d /proc/1/ns",
+     .output = "/proc/1/ns\n"},
+    {.name = "own_network",
+     .options = {},
+     .script = "grep -c : /proc/net/dev; grep -o lo: /proc/net/dev",
+     .output = "1\nlo:\n"},
+    {.name = "tools_can_be_removed",
+     .options = {},
+     .script = "rm /usr/bin/qmx_reboot; test -e /usr/bin/qmx_reboot || echo gone",
+     .output = "gone\n"},
 
-    {"hardware_address", {}, "line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :", "A1B2C3D4E5F6\n"},
-    {"default_route", {}, "netstat -rn | grep ^0.0.0.0 | awk '{print $2}'", "192.168.0.1\n"},
-    {"ping_succeeds", {}, "ping -c1 -s1 10.0.0.1 | head -1", "PING 10.0.0.1: 1 data bytes\n"},
-    {"reboot_tool_succeeds", {}, "/usr/bin/qmx_reboot reboot; echo $?", "0\n"},
-    {"tool_answers_as_told",
-     {},
-     "cd .device; echo none >netstat.stdout; echo 3 >netstat.exit; netstat; echo $?",
-     "none\n3\n"},
-    {"silent_tool", {}, ": >.device/ifconfig.stdout; ifconfig", ""},
-    {"failing_clock_tool", {}, "echo 1 >.device/ntpdate.exit; ntpdate x >/dev/null; echo $?", "1\n"},
-    {"calls_are_kept",
-     {},
-     "ping 'a\"b\\c' >/dev/null; ntpdate pool >/dev/null; cut -d, -f1-2 .device/calls",
-     "{\"tool\":\"ping\",\"args\":[\"a\\\"b\\\\c\"]\n{\"tool\":\"ntpdate\",\"args\":[\"pool\"]\n"},
-    {"calls_tell_the_signal_mask",
-     {},
-     "trap '' USR1; ping x >/dev/null; grep -o '\"SigIgn\":\"[^\"]*\"' .device/calls | grep -o '02..\"'",
-     "0200\"\n"},
-    {"clock_tool_steps_the_bent_clock",
-     {},
-     "export BEND_FILE=/tmp/bend; echo -86400 >.device/ntpdate.step; ntpdate pool >/dev/null; bend-step "
-     "--show",
-     "-86400.000000000\n"},
-    {"failing_clock_tool_steps_nothing",
-     {},
-     "export BEND_FILE=/tmp/bend; echo 5 >.device/ntpdate.step; echo 1 >.device/ntpdate.exit; ntpdate x "
-     ">/dev/null; "
-     "bend-step --show",
-     "0.000000000\n"},
+    {.name = "hardware_address",
+     .options = {},
+     .script = "line=$(ifconfig|grep HW); echo ${line##*HWaddr} | tr -d :",
+     .output = "A1B2C3D4E5F6\n"},
+    {.name = "default_route",
+     .options = {},
+     .script = "netstat -rn | grep ^0.0.0.0 | awk '{print $2}'",
+     .output = "192.168.0.1\n"},
+    {.name = "ping_succeeds",
+     .options = {},
+     .script = "ping -c1 -s1 10.0.0.1 | head -1",
+     .output = "PING 10.0.0.1: 1 data bytes\n"},
+    {.name = "reboot_tool_succeeds",
+     .options = {},
+     .script = "/usr/bin/qmx_reboot reboot; echo $?",
+     .output = "0\n"},
+    {.name = "tool_answers_as_told",
+     .options = {},
+     .script = "cd .device; echo none >netstat.stdout; echo 3 >netstat.exit; netstat; echo $?",
+     .output = "none\n3\n"},
+    {.name = "silent_tool", .options = {}, .script = ": >.device/ifconfig.stdout; ifconfig", .output = ""},
+    {.name = "failing_clock_tool",
+     .options = {},
+     .script = "echo 1 >.device/ntpdate.exit; ntpdate x >/dev/null; echo $?",
+     .output = "1\n"},
+    {.name = "calls_are_kept",
+     .options = {},
+     .script = "ping 'a\"b\\c' >/dev/null; ntpdate pool >/dev/null; cut -d, -f1-2 .device/calls",
+     .output = "{\"tool\":\"ping\",\"args\":[\"a\\\"b\\\\c\"]\n{\"tool\":\"ntpdate\",\"args\":[\"pool\"]\n"},
+    {.name = "calls_tell_the_signal_mask",
+     .options = {},
+     .script =
+         "trap '' USR1; ping x >/dev/null; grep -o '\"SigIgn\":\"[^\"]*\"' .device/calls | grep -o '02..\"'",
+     .output = "0200\"\n"},
+    {.name = "clock_tool_steps_the_bent_clock",
+     .options = {},
+     .script =
+         "export BEND_FILE=/tmp/bend; echo -86400 >.device/ntpdate.step; ntpdate pool >/dev/null; bend-step "
+         "--show",
+     .output = "-86400.000000000\n"},
+    {.name = "failing_clock_tool_steps_nothing",
+     .options = {},
+     .script =
+         "export BEND_FILE=/tmp/bend; echo 5 >.device/ntpdate.step; echo 1 >.device/ntpdate.exit; ntpdate x "
+         ">/dev/null; "
+         "bend-step --show",
+     .output = "0.000000000\n"},
 };
 
 class View : public testing::TestWithParam<script_case> {};
@@ -90,8 +125,7 @@ TEST_P(View, script_in_it) {
     EXPECT_EQ(view.wait(), GetParam().exit_code);
 }
 
-INSTANTIATE_TEST_SUITE_P(Scripts, View, testing::ValuesIn(kScripts),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Scripts, View, testing::ValuesIn(kScripts), by_name);
 
 TEST(ViewStart, unknown_option_and_command_are_refused) {
     EXPECT_EQ(start_view({"--wings"}, {"true"}).wait(), 125);
@@ -145,8 +179,8 @@ constexpr char kStubborn[] =
     "trap '' TERM; (trap '' TERM INT; echo ready; [ ! -e go ] || echo >go; sleep 1000; sleep 1000) & ";
 
 TEST(ViewEnd, ends_with_its_command) {
-    view_process view = start_view(
-        {}, {"sh", "-c", std::string("mkfifo go; ") + kStubborn + "read line <go; exit 4"});
+    view_process view =
+        start_view({}, {"sh", "-c", std::string("mkfifo go; ") + kStubborn + "read line <go; exit 4"});
     EXPECT_EQ(view.read_to_end(), "ready\n");
     EXPECT_EQ(view.wait(), 4);
 }

@@ -23,6 +23,7 @@
 
 #include "agent/utils/os.h"
 #include "agent/utils/tick.h"
+#include "row_names.h"
 
 namespace {
 
@@ -102,28 +103,37 @@ class Inherited : public testing::Test {
 
 // --- Descriptors.
 
-class Closed : public Inherited, public testing::WithParamInterface<std::vector<int>> {};
+struct ClosedRow {
+    const char *name;
+    std::vector<int> descriptors;
+};
+
+class Closed : public Inherited, public testing::WithParamInterface<ClosedRow> {};
 
 TEST_P(Closed, StandardDescriptorsAreOpenAndNobodyElses) {
     const Ended ended = in_process([] {
-        for (const int descriptor : GetParam()) close(descriptor);
+        for (const int descriptor : GetParam().descriptors) close(descriptor);
         start_clean();
         const bool above = open(kFile, O_WRONLY | O_CREAT, 0644) > STDERR_FILENO;
         std::string targets = above ? "" : "a standard descriptor was free;";
-        for (const int descriptor : GetParam()) {
+        for (const int descriptor : GetParam().descriptors) {
             targets += std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor)).string();
         }
         return targets;
     });
     std::string expected;
-    for (size_t i = 0; i < GetParam().size(); i++) expected += "/dev/null";
+    for (size_t i = 0; i < GetParam().descriptors.size(); i++) expected += "/dev/null";
     EXPECT_EQ(expected, ended.text);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Closed,
-                         testing::Values(std::vector<int>{}, std::vector<int>{0}, std::vector<int>{1},
-                                         std::vector<int>{2}, std::vector<int>{1, 2},
-                                         std::vector<int>{0, 1, 2}));
+                         testing::Values(ClosedRow{.name = "none", .descriptors = {}},
+                                         ClosedRow{.name = "input", .descriptors = {0}},
+                                         ClosedRow{.name = "output", .descriptors = {1}},
+                                         ClosedRow{.name = "errors", .descriptors = {2}},
+                                         ClosedRow{.name = "output and errors", .descriptors = {1, 2}},
+                                         ClosedRow{.name = "all", .descriptors = {0, 1, 2}}),
+                         by_name);
 
 TEST_F(Inherited, StandardDescriptorsThatAreOpenStayAsTheyAre) {
     EXPECT_EQ(kFile, in_process([] {
@@ -323,14 +333,15 @@ TEST_P(TickOf, TheAgentDoesNotEndTheTool) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, TickOf,
-                         testing::Values(AlarmRow{"Runs", [] { arm_tick(); }},
-                                         AlarmRow{"HasGoneOff", [] { raise(SIGALRM); }},
-                                         AlarmRow{"HasGoneOffUnblocked",
-                                                  [] {
-                                                      raise(SIGALRM);
-                                                      set_mask(SIG_UNBLOCK, set_of({SIGALRM}));
-                                                  }}),
-                         [](const auto &row) { return std::string(row.param.name); });
+                         testing::Values(AlarmRow{.name = "Runs", .prepare = [] { arm_tick(); }},
+                                         AlarmRow{.name = "HasGoneOff", .prepare = [] { raise(SIGALRM); }},
+                                         AlarmRow{.name = "HasGoneOffUnblocked",
+                                                  .prepare =
+                                                      [] {
+                                                          raise(SIGALRM);
+                                                          set_mask(SIG_UNBLOCK, set_of({SIGALRM}));
+                                                      }}),
+                         by_name);
 
 // --- A reboot tool that is missing: the agent goes on as before.
 

@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "agent/utils/os.h"
+#include "row_names.h"
 #include "wrapped_clocks.h"
 
 namespace {
@@ -124,17 +125,18 @@ struct Way {
 };
 
 constexpr Way kWays[] = {
-    {"run_shell",
-     [](const std::string &command) {
-         const int status = run_shell(("(" + command + ") > " + kFile).c_str());
-         return status == 0 ? read_file(kFile) : std::string("failed");
-     }},
-    {"read_shell", [](const std::string &command) { return read_shell(command.c_str()).value_or("failed"); }},
+    {.name = "run_shell",
+     .run =
+         [](const std::string &command) {
+             const int status = run_shell(("(" + command + ") > " + kFile).c_str());
+             return status == 0 ? read_file(kFile) : std::string("failed");
+         }},
+    {.name = "read_shell",
+     .run = [](const std::string &command) { return read_shell(command.c_str()).value_or("failed"); }},
 };
 
 class EachWay : public Shell, public testing::WithParamInterface<Way> {};
-INSTANTIATE_TEST_SUITE_P(Shell, EachWay, testing::ValuesIn(kWays),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Shell, EachWay, testing::ValuesIn(kWays), by_name);
 
 // --- Results.
 

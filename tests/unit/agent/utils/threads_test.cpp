@@ -56,10 +56,11 @@ TEST_P(StartThreadRefused, IsReportedOnStandardError) {
 
 INSTANTIATE_TEST_SUITE_P(
     Call, StartThreadRefused,
-    testing::Values(RefusalRow{"pthread_attr_init", "start_thread: pthread_attr_init fail \n"},
-                    RefusalRow{"pthread_attr_setdetachstate",
-                               "start_thread: pthread_attr_setdetachstate fail \n"},
-                    RefusalRow{"pthread_create", "start_thread: pthread_create fail \n"}),
+    testing::Values(RefusalRow{.name = "pthread_attr_init",
+                               .text = "start_thread: pthread_attr_init fail \n"},
+                    RefusalRow{.name = "pthread_attr_setdetachstate",
+                               .text = "start_thread: pthread_attr_setdetachstate fail \n"},
+                    RefusalRow{.name = "pthread_create", .text = "start_thread: pthread_create fail \n"}),
     by_name);
 
 // --- Wanted threads.

@@ -61,7 +61,8 @@ TEST_P(NewTransferProxy, IsNotTakenFromTheEnvironment) {
     unsetenv(GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Variable, NewTransferProxy, testing::Values("http_proxy", "all_proxy", "ALL_PROXY"));
+INSTANTIATE_TEST_SUITE_P(Variable, NewTransferProxy, testing::Values("http_proxy", "all_proxy", "ALL_PROXY"),
+                         by_text);
 
 curl_socket_t socket_of(const Transfer &transfer) {
     curl_socket_t socket = CURL_SOCKET_BAD;
