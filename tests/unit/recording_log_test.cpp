@@ -210,11 +210,10 @@ TEST_F(RecordingLog, LogPathIsReadUntilThereIsOneAndThenKept) {
 
 TEST_F(RecordingLog, ConfigurationThatCannotBeReadLeavesNoPath) {
     remove_conf();
-    EXPECT_LOG(
-        "*** cancel_last_recording_log ***\n"
-        "Read conf failed: RECORDING_LOG_FILE. platform/Z55/video_recording:<N>\n"
-        "fopen failed, platform/Z55/video_recording:No such file or directory\n",
-        output_of(cancel_last_recording_log));
+    EXPECT_LOG(output_of(cancel_last_recording_log),
+               "*** cancel_last_recording_log ***\n"
+               "Read conf failed: RECORDING_LOG_FILE. platform/Z55/video_recording:<N>\n"
+               "fopen failed, platform/Z55/video_recording:No such file or directory\n");
 }
 
 TEST_F(RecordingLog, CancelAppendsAnXWithoutALineEnd) {

@@ -56,13 +56,12 @@ std::string after_first_start(const std::string &log) {
 
 TEST_F(Cutting, TwentyFiveSecondsByTensAreThreePieces) {
     const std::string log = after_first_start(log_of_whole_job(25));
-    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
-                   log_of_cut_stop(15, 1700028800, "20231115061320", 1700028812) +
-                   log_of_cut_start(15, 1700028817) + "Start Sleeping for 10 sec\n" +
-                   log_of_cut_stop(5, 1700028817, "20231115061337", 1700028829) +
-                   log_of_cut_start(5, 1700028834) + "Start Sleeping for 5 sec\n" +
-                   log_of_cut_stop(-5, 1700028834, "20231115061354", 1700028841),
-               log);
+    EXPECT_LOG(log, "Record Period = 10\nStart Sleeping for 10 sec\n" +
+                        log_of_cut_stop(15, 1700028800, "20231115061320", 1700028812) +
+                        log_of_cut_start(15, 1700028817) + "Start Sleeping for 10 sec\n" +
+                        log_of_cut_stop(5, 1700028817, "20231115061337", 1700028829) +
+                        log_of_cut_start(5, 1700028834) + "Start Sleeping for 5 sec\n" +
+                        log_of_cut_stop(-5, 1700028834, "20231115061354", 1700028841));
     EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "10 s", "5000 ms", "2000 ms",
                                         "5 s", "5000 ms"}));
     EXPECT_EQ(read_file(kLog), "20231115061320_12_A.MP4\n20231115061337_12_A.MP4\n20231115061354_7_A.MP4\n");
@@ -71,11 +70,10 @@ TEST_F(Cutting, TwentyFiveSecondsByTensAreThreePieces) {
 
 TEST_F(Cutting, LengthOfWholePeriodsEndsWithTheLastOfThem) {
     const std::string log = after_first_start(log_of_whole_job(20));
-    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
-                   log_of_cut_stop(10, 1700028800, "20231115061320", 1700028812) +
-                   log_of_cut_start(10, 1700028817) + "Start Sleeping for 10 sec\n" +
-                   log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829),
-               log);
+    EXPECT_LOG(log, "Record Period = 10\nStart Sleeping for 10 sec\n" +
+                        log_of_cut_stop(10, 1700028800, "20231115061320", 1700028812) +
+                        log_of_cut_start(10, 1700028817) + "Start Sleeping for 10 sec\n" +
+                        log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829));
     expect_idle();
 }
 
@@ -93,13 +91,12 @@ TEST_F(Cutting, WithoutALengthPiecesGoOnUntilSomebodyStops) {
     });
     const std::string log = after_first_start(log_of_whole_job(0));
     const std::string last_stop = log_of_cut_stop(0, 1700028834, "20231115061354", 1700028846);
-    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
-                   log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
-                   log_of_cut_start(0, 1700028817) + "Start Sleeping for 10 sec\n" +
-                   log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829) +
-                   log_of_cut_start(0, 1700028834) + "Start Sleeping for 10 sec\n" +
-                   last_stop.substr(last_stop.find('\n') + 1),
-               log);
+    EXPECT_LOG(log, "Record Period = 10\nStart Sleeping for 10 sec\n" +
+                        log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
+                        log_of_cut_start(0, 1700028817) + "Start Sleeping for 10 sec\n" +
+                        log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829) +
+                        log_of_cut_start(0, 1700028834) + "Start Sleeping for 10 sec\n" +
+                        last_stop.substr(last_stop.find('\n') + 1));
     expect_idle();
 }
 
@@ -110,7 +107,7 @@ TEST_F(Cutting, StopFromOutsideEndsALimitedJob) {
     });
     const std::string log = after_first_start(log_of_whole_job(20));
     const std::string stop = log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812);
-    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" + stop.substr(stop.find('\n') + 1), log);
+    EXPECT_LOG(log, "Record Period = 10\nStart Sleeping for 10 sec\n" + stop.substr(stop.find('\n') + 1));
     expect_idle();
 }
 
@@ -134,8 +131,8 @@ TEST_F(Cutting, SleepingThreadTakesANewJobOverAtOnce) {
     log_of_start(0, 0);
     output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
     const std::string log = log_of_whole_job(7);
-    EXPECT_LOG("Start Sleeping for 7 sec\n" + log_of_cut_stop(-3, 1700028807, "20231115061327", 1700028816),
-               marked_log(log.substr(log.find("Start Sleeping"))));
+    EXPECT_LOG(marked_log(log.substr(log.find("Start Sleeping"))),
+               "Start Sleeping for 7 sec\n" + log_of_cut_stop(-3, 1700028807, "20231115061327", 1700028816));
     EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "7 s", "5000 ms"}));
     EXPECT_EQ(intercept::created(autocut_recording).size(), 1u);
     expect_idle();
@@ -146,32 +143,30 @@ TEST_F(Cutting, StopThatTheCameraRefusesMakesTheNextPieceLonger) {
     camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
     const std::string log = after_first_start(log_of_whole_job(20));
     const std::string last = log_of_cut_stop(0, 1700028800, "20231115061320", 1700028822);
-    EXPECT_LOG(
-        "Record Period = 10\nStart Sleeping for 10 sec\n"
-        "(autocut_recording) stop_recording_video. len = 10\n"
-        "stop_recording_video called\n"
-        "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
-        "[ACTION]\n"
-        "VIDEO_STOP ErrorCode: 6\n"
-        "(autocut_recording). start_recording_video len = 10\n"
-        "start_recording_video:line=382:video_recording=1\n"
-        "Start Sleeping for 10 sec\n" +
-            last,
-        log);
+    EXPECT_LOG(log,
+               "Record Period = 10\nStart Sleeping for 10 sec\n"
+               "(autocut_recording) stop_recording_video. len = 10\n"
+               "stop_recording_video called\n"
+               "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+               "[ACTION]\n"
+               "VIDEO_STOP ErrorCode: 6\n"
+               "(autocut_recording). start_recording_video len = 10\n"
+               "start_recording_video:line=382:video_recording=1\n"
+               "Start Sleeping for 10 sec\n" +
+                   last);
     expect_idle();
 }
 
 // The job is over all the same, though the recording goes on.
 TEST_F(Cutting, LastStopThatTheCameraRefusesIsNotRepeated) {
     camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
-    EXPECT_LOG(
-        "Record Period = 10\nStart Sleeping for 10 sec\n"
-        "(autocut_recording) stop_recording_video. len = 0\n"
-        "stop_recording_video called\n"
-        "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
-        "[ACTION]\n"
-        "VIDEO_STOP ErrorCode: 6\n",
-        after_first_start(log_of_whole_job(10)));
+    EXPECT_LOG(after_first_start(log_of_whole_job(10)),
+               "Record Period = 10\nStart Sleeping for 10 sec\n"
+               "(autocut_recording) stop_recording_video. len = 0\n"
+               "stop_recording_video called\n"
+               "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+               "[ACTION]\n"
+               "VIDEO_STOP ErrorCode: 6\n");
     EXPECT_EQ(load_shared(video_recording), 1);
     output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
     expect_idle();
@@ -218,16 +213,15 @@ TEST_F(Cutting, StoppedStartIsNotAskedForOnceMore) {
 TEST_F(Cutting, CameraThatRefusesInTheMiddleOfAJobEndsIt) {
     camera_obeys({{"VIDEO_START", {taken("VIDEO_START"), refused(6)}}});
     const std::string log = after_first_start(log_of_whole_job(0));
-    EXPECT_LOG("Record Period = 10\nStart Sleeping for 10 sec\n" +
-                   log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
-                   "(autocut_recording). start_recording_video len = 0\n"
-                   "start_recording_video called, len = 0\n"
-                   "rawtime = 1700028817, cct = 8\n"
-                   "(start_recording_video) calling easyRemoteControl to perform cgi\n"
-                   "[ACTION]\n"
-                   "VIDEO_START ErrorCode: 6\n"
-                   "Start Sleeping for 10 sec\n",
-               log);
+    EXPECT_LOG(log, "Record Period = 10\nStart Sleeping for 10 sec\n" +
+                        log_of_cut_stop(0, 1700028800, "20231115061320", 1700028812) +
+                        "(autocut_recording). start_recording_video len = 0\n"
+                        "start_recording_video called, len = 0\n"
+                        "rawtime = 1700028817, cct = 8\n"
+                        "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+                        "[ACTION]\n"
+                        "VIDEO_START ErrorCode: 6\n"
+                        "Start Sleeping for 10 sec\n");
     expect_idle();
 }
 

@@ -20,6 +20,7 @@ TEST_F(VideoRecording, Start) {
     hold_cutting();
     const std::string log = log_of_start(0, 0);
     EXPECT_LOG(
+        log,
         "start_recording_video called, len = 0\n"
         "timezonebuf: Asia/Taipei\n"
         "rawtime = 1700028800, cct = 8\n"
@@ -29,8 +30,7 @@ TEST_F(VideoRecording, Start) {
             "touch_recording_flag_temp_file\n"
             "touch succeeded\n"
             "*** (start_recording_video) video_recording = 1, g_start_recording_time = 1700028800 ***\n" +
-            kCutThread,
-        log);
+            kCutThread);
     EXPECT_EQ(camera.seen(), (Texts{"POST /CGI/RemoteControl Session=12345\n"
                                     "\r\n\r\n<RemoteControl><Action>VIDEO_START</Action></RemoteControl>",
                                     "GET /CGI/CameraStatus?Recording Session=12345"}));
@@ -100,14 +100,13 @@ TEST_F(VideoRecording, StartThatCannotBeSent) {
 
 TEST_F(VideoRecording, StartThatTheCameraRefuses) {
     camera_obeys({{"VIDEO_START", {refused(-7)}}});
-    EXPECT_LOG(
-        "start_recording_video called, len = 33\n"
-        "timezonebuf: Asia/Taipei\n"
-        "rawtime = 1700028800, cct = 8\n"
-        "(start_recording_video) calling easyRemoteControl to perform cgi\n"
-        "[ACTION]\n"
-        "VIDEO_START ErrorCode: -7\n",
-        marked_log(output_of([] { EXPECT_EQ(start_recording_video(33), -7); })));
+    EXPECT_LOG(marked_log(output_of([] { EXPECT_EQ(start_recording_video(33), -7); })),
+               "start_recording_video called, len = 33\n"
+               "timezonebuf: Asia/Taipei\n"
+               "rawtime = 1700028800, cct = 8\n"
+               "(start_recording_video) calling easyRemoteControl to perform cgi\n"
+               "[ACTION]\n"
+               "VIDEO_START ErrorCode: -7\n");
     EXPECT_EQ(commands(camera), Texts{"VIDEO_START"});
     expect_idle();
 }
@@ -116,6 +115,7 @@ TEST_F(VideoRecording, CameraThatDidNotStartIsAskedOnceMore) {
     camera_obeys({{"CameraStatus?Recording", {recording("0")}}});
     hold_cutting();
     EXPECT_LOG(
+        log_of_start(0, 0),
         "start_recording_video called, len = 0\n"
         "timezonebuf: Asia/Taipei\n"
         "rawtime = 1700028800, cct = 8\n"
@@ -127,8 +127,7 @@ TEST_F(VideoRecording, CameraThatDidNotStartIsAskedOnceMore) {
             "touch_recording_flag_temp_file\n"
             "touch succeeded\n"
             "*** (start_recording_video) video_recording = 1, g_start_recording_time = 1700028800 ***\n" +
-            kCutThread,
-        log_of_start(0, 0));
+            kCutThread);
     EXPECT_EQ(commands(camera), (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_START"}));
 }
 
@@ -201,20 +200,19 @@ TEST_F(VideoRecording, Stop) {
     camera.forget();
     fake_os::set_wall(1700000025);
     const std::string log = marked_log(output_of([] { EXPECT_EQ(stop_recording_video(), 0); }));
-    EXPECT_LOG(
-        "stop_recording_video called\n"
-        "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
-        "[ACTION]\n"
-        "***(stop_recording_video) video_recording = 0, endtime = 1700028825 ***\n"
-        "starttime: 1700028800, endtime: 1700028825, len: 25\n"
-        "[QUERY VideoList?start=1&end=1]\n"
-        "(get_latest_mp4) latest mp4 is: A.MP4\n"
-        "get latest mp4 file: A.MP4 \n"
-        "buffer:20231115061320_25_A.MP4\n"
-        "Recording log:20231115061320_25_A.MP4\n"
-        "remove_recording_flag_temp_file\n"
-        "remove succeeded\n",
-        log);
+    EXPECT_LOG(log,
+               "stop_recording_video called\n"
+               "(stop_recording_video) calling easyRemoteControl to perform cgi\n"
+               "[ACTION]\n"
+               "***(stop_recording_video) video_recording = 0, endtime = 1700028825 ***\n"
+               "starttime: 1700028800, endtime: 1700028825, len: 25\n"
+               "[QUERY VideoList?start=1&end=1]\n"
+               "(get_latest_mp4) latest mp4 is: A.MP4\n"
+               "get latest mp4 file: A.MP4 \n"
+               "buffer:20231115061320_25_A.MP4\n"
+               "Recording log:20231115061320_25_A.MP4\n"
+               "remove_recording_flag_temp_file\n"
+               "remove succeeded\n");
     EXPECT_EQ(camera.seen(), (Texts{"POST /CGI/RemoteControl Session=12345\n"
                                     "\r\n\r\n<RemoteControl><Action>VIDEO_STOP</Action></RemoteControl>",
                                     "GET /CGI/VideoList?start=1&end=1 Session=12345"}));

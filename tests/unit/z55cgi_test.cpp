@@ -214,9 +214,9 @@ class CgiMember : public CameraTest, public testing::WithParamInterface<Member> 
         Outcome outcome;
         std::string out;
         errors = errors_of([&] { out = output_of([&] { outcome = GetParam().call(); }); });
-        EXPECT_EQ(log, without_statistics(out));
-        EXPECT_EQ(wanted.result, outcome.result);
-        EXPECT_EQ(wanted.reply, outcome.reply);
+        EXPECT_EQ(without_statistics(out), log);
+        EXPECT_EQ(outcome.result, wanted.result);
+        EXPECT_EQ(outcome.reply, wanted.reply);
     }
     std::string up_to_the_transfer() const {
         const Member &member = GetParam();
@@ -234,9 +234,9 @@ TEST_P(CgiMember, Succeeds) {
     camera.on_request([](const CameraRequest &) { return CameraReply{.body = kReply}; });
     expect(up_to_the_transfer() + status_line(200) + member.piece + member.after + member.good,
            member.succeeded);
-    EXPECT_EQ((Texts{member.request}), camera.seen());
-    EXPECT_EQ(member.verbose, !errors.empty());
-    EXPECT_EQ(0, res);
+    EXPECT_EQ(camera.seen(), (Texts{member.request}));
+    EXPECT_EQ(!errors.empty(), member.verbose);
+    EXPECT_EQ(res, 0);
 }
 
 TEST_P(CgiMember, FollowsARedirectAndTheLastStatusWins) {
@@ -248,7 +248,7 @@ TEST_P(CgiMember, FollowsARedirectAndTheLastStatusWins) {
     expect(up_to_the_transfer() + status_line(302) + status_line(200) + member.piece + member.after +
                member.good,
            member.succeeded);
-    EXPECT_EQ(2u, camera.requests().size());
+    EXPECT_EQ(camera.requests().size(), 2u);
 }
 
 TEST_P(CgiMember, TakesAStatusOtherThan200ForAFailure) {
@@ -279,9 +279,9 @@ TEST_P(CgiMember, ReportsATransferError) {
     camera.go_away();
     expect(up_to_the_transfer() + member.after + member.transfer_error,
            {member.failed.result, member.no_reply});
-    EXPECT_EQ(member.error_texts != nullptr, !errors.empty());
+    EXPECT_EQ(!errors.empty(), member.error_texts != nullptr);
     if (member.error_texts != nullptr) {
-        EXPECT_NE(std::string::npos, errors.find(member.error_texts));
+        EXPECT_NE(errors.find(member.error_texts), std::string::npos);
     }
 }
 
@@ -301,12 +301,11 @@ TEST_P(CgiMember, EndsAReplyThatIsTooLong) {
         return outcome.result;
     };
     const std::string taken = result_of_reply(limit);
-    EXPECT_NE(member.failed.result, taken);
-    EXPECT_NE(std::to_string(CURLE_WRITE_ERROR), taken);
+    EXPECT_NE(taken, member.failed.result);
+    EXPECT_NE(taken, std::to_string(CURLE_WRITE_ERROR));
     const std::string refused = result_of_reply(limit + 100'000);
-    EXPECT_EQ(
-        std::string(member.name) == "curl_POST" ? std::to_string(CURLE_WRITE_ERROR) : member.failed.result,
-        refused);
+    EXPECT_EQ(refused, std::string(member.name) == "curl_POST" ? std::to_string(CURLE_WRITE_ERROR)
+                                                               : member.failed.result);
     EXPECT_GE(limit, static_cast<size_t>(std::count(log.begin(), log.end(), '#')));
 }
 
@@ -332,40 +331,39 @@ class Cgi : public CameraTest {
 
 TEST_F(Cgi, TheGenericPostIsARequestOfLibcurlsOwnWithThePseudoHeaderInItsBody) {
     log_of([] { call_curl_POST(); });
-    EXPECT_EQ(
-        "POST /CGI/X HTTP/1.1\r\n"
-        "Host: 127.0.0.1:8080\r\n"
-        "Accept: */*\r\n"
-        "Cookie: Session=12345\r\n"
-        "Content-Length: 87\r\n"
-        "Content-Type: application/x-www-form-urlencoded\r\n\r\n",
-        camera.requests().at(0).head);
+    EXPECT_EQ(camera.requests().at(0).head,
+              "POST /CGI/X HTTP/1.1\r\n"
+              "Host: 127.0.0.1:8080\r\n"
+              "Accept: */*\r\n"
+              "Cookie: Session=12345\r\n"
+              "Content-Length: 87\r\n"
+              "Content-Type: application/x-www-form-urlencoded\r\n\r\n");
 }
 
 TEST_F(Cgi, TheGenericRequestsLeaveCopiesOfWhatTheySent) {
     log_of([] { (void)curl_POST("http://127.0.0.1:8080/CGI/X", post_body("<A>1</A>")); });
-    EXPECT_STREQ("Session=12345", cookie);
-    EXPECT_EQ(post_body("<A>1</A>"), post_fields);
-    EXPECT_STREQ("<A>1</A>", response);
-    EXPECT_EQ(0, res);
+    EXPECT_STREQ(cookie, "Session=12345");
+    EXPECT_EQ(post_fields, post_body("<A>1</A>"));
+    EXPECT_STREQ(response, "<A>1</A>");
+    EXPECT_EQ(res, 0);
 
     set_session_key("6");
     body = "second";
     log_of([] { (void)curl_GET("http://127.0.0.1:8080/CGI/X"); });
-    EXPECT_STREQ("Session=6", cookie);
-    EXPECT_STREQ("<A>1</A>", response) << "a GET leaves the last POST's reply";
+    EXPECT_STREQ(cookie, "Session=6");
+    EXPECT_STREQ(response, "<A>1</A>") << "a GET leaves the last POST's reply";
 
     log_of([] { (void)curl_POST("http://127.0.0.1:8080/CGI/X", "b"); });
-    EXPECT_STREQ("second", response);
-    EXPECT_STREQ("b", post_fields);
+    EXPECT_STREQ(response, "second");
+    EXPECT_STREQ(post_fields, "b");
 
     camera.go_away();
     log_of([] { (void)curl_GET("http://127.0.0.1:8080/CGI/X"); });
-    EXPECT_EQ(7, res);
+    EXPECT_EQ(res, 7);
     res = 0;
-    log_of([] { EXPECT_EQ(7, curl_POST("http://127.0.0.1:8080/CGI/X", "c")); });
-    EXPECT_EQ(7, res);
-    EXPECT_EQ(nullptr, response);
+    log_of([] { EXPECT_EQ(curl_POST("http://127.0.0.1:8080/CGI/X", "c"), 7); });
+    EXPECT_EQ(res, 7);
+    EXPECT_EQ(response, nullptr);
 }
 
 TEST_F(Cgi, WithoutASessionKeyTheCookieIsEmpty) {
@@ -375,32 +373,33 @@ TEST_F(Cgi, WithoutASessionKeyTheCookieIsEmpty) {
         (void)curl_POST("http://127.0.0.1:8080/CGI/X", "b");
         (void)perform_curl("http://127.0.0.1:8080/CGI/X", "", "a");
     });
-    EXPECT_EQ((Texts{"GET /CGI/X Session=", "POST /CGI/X Session=\nb", "GET /CGI/X?a Session="}),
-              camera.seen());
-    EXPECT_EQ(0u, log.find("curl_GET url = http://127.0.0.1:8080/CGI/X , cookie = Session=\n"));
+    EXPECT_EQ(camera.seen(),
+              (Texts{"GET /CGI/X Session=", "POST /CGI/X Session=\nb", "GET /CGI/X?a Session="}));
+    EXPECT_EQ(log.find("curl_GET url = http://127.0.0.1:8080/CGI/X , cookie = Session=\n"), 0u);
 }
 
 TEST_F(Cgi, AnOverlongKeyOfTheHookIsCutToTheCookie) {
     get_session_key = [] { return strdup(std::string(100, '1').c_str()); };
     log_of([] { (void)curl_GET("http://127.0.0.1:8080/CGI/X"); });
-    EXPECT_EQ((Texts{"GET /CGI/X Session=" + std::string(41, '1')}), camera.seen());
-    EXPECT_EQ("Session=" + std::string(41, '1'), cookie);
+    EXPECT_EQ(camera.seen(), (Texts{"GET /CGI/X Session=" + std::string(41, '1')}));
+    EXPECT_EQ(cookie, "Session=" + std::string(41, '1'));
 }
 
 TEST_F(Cgi, OnlyTheLastPieceOfABodyIsKept) {
     chunks = {"<A>", "1", "</A>"};
     const std::string log = log_of([] {
-        EXPECT_EQ("</A>", text_of(curl_GET("http://127.0.0.1:8080/CGI/X")));
-        EXPECT_EQ("</A>", text_of(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")));
+        EXPECT_EQ(text_of(curl_GET("http://127.0.0.1:8080/CGI/X")), "</A>");
+        EXPECT_EQ(text_of(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")), "</A>");
         std::string reply;
         (void)easyRemoteControl("7", "ZOOM", reply);
-        EXPECT_EQ("</A>", reply);
+        EXPECT_EQ(reply, "</A>");
         (void)curl_POST("http://127.0.0.1:8080/CGI/X", "b");
-        EXPECT_STREQ("</A>", response);
+        EXPECT_STREQ(response, "</A>");
     });
-    EXPECT_NE(std::string::npos, log.find("*** (poll) write_callback_func: <A> ***\n"
-                                          "*** (poll) write_callback_func: 1 ***\n"
-                                          "*** (poll) write_callback_func: </A> ***\n"));
+    EXPECT_NE(log.find("*** (poll) write_callback_func: <A> ***\n"
+                       "*** (poll) write_callback_func: 1 ***\n"
+                       "*** (poll) write_callback_func: </A> ***\n"),
+              std::string::npos);
 }
 
 TEST_F(Cgi, ThePostsReplyBeforeTheLastStaysReadable) {
@@ -411,28 +410,28 @@ TEST_F(Cgi, ThePostsReplyBeforeTheLastStaysReadable) {
     };
     const char *first = post("the first reply");
     const char *second = post("the second reply");
-    EXPECT_STREQ("the first reply", first);
+    EXPECT_STREQ(first, "the first reply");
     post("the third reply");
-    EXPECT_STREQ("the second reply", second);
+    EXPECT_STREQ(second, "the second reply");
     camera.go_away();
     const char *third = response;
-    EXPECT_EQ(nullptr, post("none"));
-    EXPECT_STREQ("the third reply", third);
+    EXPECT_EQ(post("none"), nullptr);
+    EXPECT_STREQ(third, "the third reply");
 }
 
 TEST_F(Cgi, AReplyWithoutMemoryIsATransferError) {
     const std::string log = log_of([] {
         intercept::refuse_next("realloc");
         EXPECT_FALSE(curl_GET("http://127.0.0.1:8080/CGI/X"));
-        EXPECT_EQ(CURLE_WRITE_ERROR, res);
+        EXPECT_EQ(res, CURLE_WRITE_ERROR);
         intercept::refuse_next("realloc");
         EXPECT_FALSE(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a"));
         intercept::refuse_next("realloc");
-        EXPECT_EQ(CURLE_WRITE_ERROR, curl_POST("http://127.0.0.1:8080/CGI/X", "b"));
-        EXPECT_EQ(nullptr, response);
+        EXPECT_EQ(curl_POST("http://127.0.0.1:8080/CGI/X", "b"), CURLE_WRITE_ERROR);
+        EXPECT_EQ(response, nullptr);
     });
-    EXPECT_NE(std::string::npos, log.find("res !=CURLE_OK: platform/Z55/ak_model,line 1364\n"));
-    EXPECT_EQ(std::string::npos, log.find("write_callback_func"));
+    EXPECT_NE(log.find("res !=CURLE_OK: platform/Z55/ak_model,line 1364\n"), std::string::npos);
+    EXPECT_EQ(log.find("write_callback_func"), std::string::npos);
 }
 
 TEST_F(Cgi, AReplyWithoutBodyIsNothing) {
@@ -447,12 +446,12 @@ TEST_F(Cgi, ResultsAreCutTo128Bytes) {
     body = std::string(150, 'a') + std::string(150, 'b');
     std::string reply;
     const std::string log = log_of([&] { (void)easyRemoteControl("7", "ZOOM", reply); });
-    EXPECT_EQ(std::string(128, 'a'), reply);
-    EXPECT_NE(std::string::npos, log.find("line 86 \n" + std::string(128, 'a') + "\n"));
+    EXPECT_EQ(reply, std::string(128, 'a'));
+    EXPECT_NE(log.find("line 86 \n" + std::string(128, 'a') + "\n"), std::string::npos);
     log_of([&] { (void)getSingleCameraStatus("7", "Temp", reply); });
-    EXPECT_EQ(std::string(128, 'a'), reply);
+    EXPECT_EQ(reply, std::string(128, 'a'));
     log_of([&] { (void)mobileAudio("7", "x", 1, reply); });
-    EXPECT_EQ(std::string(128, 'a'), reply);
+    EXPECT_EQ(reply, std::string(128, 'a'));
 }
 
 TEST_F(Cgi, OverlongAddressesAndActionsAreCut) {
@@ -469,12 +468,11 @@ TEST_F(Cgi, OverlongAddressesAndActionsAreCut) {
     const auto url_of_199 = [](const std::string &start) {
         return start + std::string(199 - std::strlen(kBase) - start.size(), 'x');
     };
-    EXPECT_EQ(
-        (Texts{"GET " + url_of_199("/CGI/X?") + " Session=7",
-               "GET " + url_of_199("/CGI/CameraStatus?") + " Session=7",
-               "POST /CGI/RemoteControl Session=7\n\r\n\r\n<RemoteControl><Action>" + std::string(122, 'x'),
-               "GET " + url_of_199("/") + " -"}),
-        camera.seen());
+    EXPECT_EQ(camera.seen(), (Texts{"GET " + url_of_199("/CGI/X?") + " Session=7",
+                                    "GET " + url_of_199("/CGI/CameraStatus?") + " Session=7",
+                                    "POST /CGI/RemoteControl Session=7\n\r\n\r\n<RemoteControl><Action>" +
+                                        std::string(122, 'x'),
+                                    "GET " + url_of_199("/") + " -"}));
 }
 
 TEST_F(Cgi, WithoutAHostNothingIsAsked) {
@@ -482,35 +480,34 @@ TEST_F(Cgi, WithoutAHostNothingIsAsked) {
     std::string reply = "old";
     photo_buffer photo{};
     const char *text = "read hostIP in login() failed.\n";
-    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, mobileAudio("c", "x", 1, reply)); }));
-    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, getSingleCameraStatus("c", "Temp", reply)); }));
-    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); }));
-    EXPECT_EQ(text, log_of([&] { EXPECT_EQ(-1, z55_get_photo(&photo, "/x")); }));
-    EXPECT_EQ(0u, photo.count);
-    EXPECT_STREQ("", photo.data);
+    EXPECT_EQ(log_of([&] { EXPECT_EQ(mobileAudio("c", "x", 1, reply), -1); }), text);
+    EXPECT_EQ(log_of([&] { EXPECT_EQ(getSingleCameraStatus("c", "Temp", reply), -1); }), text);
+    EXPECT_EQ(log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), -1); }), text);
+    EXPECT_EQ(log_of([&] { EXPECT_EQ(z55_get_photo(&photo, "/x"), -1); }), text);
+    EXPECT_EQ(photo.count, 0u);
+    EXPECT_STREQ(photo.data, "");
     std::free(photo.data);
     EXPECT_TRUE(camera.requests().empty());
 }
 
 TEST_F(Cgi, TheHostIsReadAtEachCall) {
     std::string reply;
-    log_of([&] { EXPECT_EQ(0, easyRemoteControl("c", "ZOOM", reply)); });
+    log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), 0); });
     set_conf("hostIP", "127.0.0.1:8081");
-    log_of([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); });
+    log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), -1); });
     set_conf("hostIP", FakeCamera::host);
-    log_of([&] { EXPECT_EQ(0, easyRemoteControl("c", "ZOOM", reply)); });
+    log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), 0); });
 }
 
 TEST_F(Cgi, MobileAudioWithoutAHandleSendsNothingAndSucceeds) {
     intercept::refuse_next("curl_easy_init");
     std::string reply = "old";
-    const std::string log = log_of([&] { EXPECT_EQ(0, mobileAudio("c", "x", 1, reply)); });
-    EXPECT_EQ(
-        "\n***(easy remote control) curl_perform starts ***\n"
-        "\n***(easy remote control) curl_perform ends ***\n"
-        "\n",
-        log);
-    EXPECT_EQ("", reply);
+    const std::string log = log_of([&] { EXPECT_EQ(mobileAudio("c", "x", 1, reply), 0); });
+    EXPECT_EQ(log,
+              "\n***(easy remote control) curl_perform starts ***\n"
+              "\n***(easy remote control) curl_perform ends ***\n"
+              "\n");
+    EXPECT_EQ(reply, "");
     EXPECT_TRUE(camera.requests().empty());
 }
 
@@ -524,12 +521,12 @@ TEST_F(Cgi, TheOthersFailWithoutAHandle) {
         });
     };
     without_handle([] { EXPECT_FALSE(curl_GET("http://127.0.0.1:8080/CGI/X")); });
-    EXPECT_EQ(2, res);
-    without_handle([] { EXPECT_EQ(2, curl_POST("http://127.0.0.1:8080/CGI/X", "b")); });
+    EXPECT_EQ(res, 2);
+    without_handle([] { EXPECT_EQ(curl_POST("http://127.0.0.1:8080/CGI/X", "b"), 2); });
     without_handle([] { EXPECT_FALSE(perform_curl("http://127.0.0.1:8080/CGI/X", "7", "a")); });
-    without_handle([&] { EXPECT_EQ(-1, getSingleCameraStatus("c", "Temp", reply)); });
-    without_handle([&] { EXPECT_EQ(-1, easyRemoteControl("c", "ZOOM", reply)); });
-    without_handle([&] { EXPECT_EQ(-1, z55_get_photo(&photo, "/x")); });
+    without_handle([&] { EXPECT_EQ(getSingleCameraStatus("c", "Temp", reply), -1); });
+    without_handle([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), -1); });
+    without_handle([&] { EXPECT_EQ(z55_get_photo(&photo, "/x"), -1); });
     std::free(photo.data);
     EXPECT_TRUE(camera.requests().empty());
 }
@@ -539,19 +536,19 @@ TEST_F(Cgi, APhotoOfSeveralPiecesIsWhole) {
     for (int i = 0; i < 5; i++) chunks.push_back(std::string(3000 + i, static_cast<char>(i)));
     for (const std::string &chunk : chunks) picture += chunk;
     photo_buffer photo{};
-    const std::string log = log_of([&] { EXPECT_EQ(0, z55_get_photo(&photo, "/x")); });
-    ASSERT_EQ(picture.size(), photo.count);
+    const std::string log = log_of([&] { EXPECT_EQ(z55_get_photo(&photo, "/x"), 0); });
+    ASSERT_EQ(photo.count, picture.size());
     EXPECT_EQ(picture, std::string(photo.data, photo.count));
-    EXPECT_EQ('\0', photo.data[photo.count]);
-    EXPECT_NE(std::string::npos, log.find("realloc memory, size: 3000\nrealloc memory, size: 3001\n"));
+    EXPECT_EQ(photo.data[photo.count], '\0');
+    EXPECT_NE(log.find("realloc memory, size: 3000\nrealloc memory, size: 3001\n"), std::string::npos);
     std::free(photo.data);
 }
 
 TEST_F(Cgi, WhatIsRememberedIsCutToItsBuffer) {
     remember_cookie(std::string(10'000, 'c'));
     remember_post_fields(std::string(10'000, 'p'));
-    EXPECT_EQ(std::string(49, 'c'), cookie);
-    EXPECT_EQ(std::string(349, 'p'), post_fields);
+    EXPECT_EQ(cookie, std::string(49, 'c'));
+    EXPECT_EQ(post_fields, std::string(349, 'p'));
 }
 
 TEST_F(Cgi, UnderSixteenThreadsTheBytesThatACallerFormattedAreTheBytesSent) {
@@ -563,37 +560,36 @@ TEST_F(Cgi, UnderSixteenThreadsTheBytesThatACallerFormattedAreTheBytesSent) {
             callers.emplace_back([i] {
                 for (int j = 0; j < kEach; j++) {
                     const std::string text = std::string(10 * i, 'x') + std::to_string(i * 1000 + j);
-                    EXPECT_EQ(0, curl_POST("http://127.0.0.1:8080/" + text, post_body(text)));
+                    EXPECT_EQ(curl_POST("http://127.0.0.1:8080/" + text, post_body(text)), 0);
                 }
             });
         }
         for (std::thread &caller : callers) caller.join();
     });
-    ASSERT_EQ(kThreads * kEach, static_cast<int>(camera.requests().size()));
+    ASSERT_EQ(static_cast<int>(camera.requests().size()), kThreads * kEach);
     for (const CameraRequest &request : camera.requests()) {
-        EXPECT_EQ(post_body(request.target.substr(1)), request.body);
-        EXPECT_EQ("Session=12345", request.cookie);
+        EXPECT_EQ(request.body, post_body(request.target.substr(1)));
+        EXPECT_EQ(request.cookie, "Session=12345");
     }
-    EXPECT_EQ(1, camera.most_at_once());
+    EXPECT_EQ(camera.most_at_once(), 1);
 }
 
 // --- The document's body.
 
 TEST(PostBody, HasThePseudoHeaderAnEmptyLineAndTheDocument) {
-    EXPECT_EQ(
-        "HTTP/1.1\nContent-Length: 56\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n"
-        "<RemoteControl><Action>FORMATSD</Action></RemoteControl>",
-        post_body("<RemoteControl><Action>FORMATSD</Action></RemoteControl>"));
-    EXPECT_EQ("HTTP/1.1\nContent-Length: 7\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\nabc",
-              post_body("abc", 7));
-    EXPECT_EQ("HTTP/1.1\nContent-Length: 0\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n",
-              post_body(""));
+    EXPECT_EQ(post_body("<RemoteControl><Action>FORMATSD</Action></RemoteControl>"),
+              "HTTP/1.1\nContent-Length: 56\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n"
+              "<RemoteControl><Action>FORMATSD</Action></RemoteControl>");
+    EXPECT_EQ(post_body("abc", 7),
+              "HTTP/1.1\nContent-Length: 7\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\nabc");
+    EXPECT_EQ(post_body(""),
+              "HTTP/1.1\nContent-Length: 0\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n");
 }
 
 TEST(PostBody, IsCutTo349Characters) {
     const std::string body = post_body(std::string(10'000, 'x'));
-    EXPECT_EQ(349u, body.size());
-    EXPECT_EQ(0u, body.find("HTTP/1.1\nContent-Length: 10000\n"));
+    EXPECT_EQ(body.size(), 349u);
+    EXPECT_EQ(body.find("HTTP/1.1\nContent-Length: 10000\n"), 0u);
 }
 
 // --- The sinks.
@@ -602,54 +598,55 @@ TEST(ResultSink, KeepsTheFirst128BytesUnterminated) {
     char buffer[130];
     std::memset(buffer, '#', sizeof buffer);
     std::string piece(300, 'x');
-    EXPECT_EQ(300u, result_write_callback(piece.data(), 3, 100, buffer));
-    EXPECT_EQ(std::string(128, 'x') + "##", std::string(buffer, 130));
+    EXPECT_EQ(result_write_callback(piece.data(), 3, 100, buffer), 300u);
+    EXPECT_EQ(std::string(buffer, 130), std::string(128, 'x') + "##");
 }
 
 TEST(ResultSink, EveryPieceOverwritesTheOneBefore) {
     char buffer[130];
     std::memset(buffer, '#', sizeof buffer);
     std::string first = "a longer piece", second = "short";
-    EXPECT_EQ(14u, result_write_callback(first.data(), 1, 14, buffer));
-    EXPECT_EQ("a longer piece" + std::string(114, '\0') + "##", std::string(buffer, 130));
-    EXPECT_EQ(5u, result_write_callback(second.data(), 1, 5, buffer));
-    EXPECT_EQ("short" + std::string(123, '\0') + "##", std::string(buffer, 130));
+    EXPECT_EQ(result_write_callback(first.data(), 1, 14, buffer), 14u);
+    EXPECT_EQ(std::string(buffer, 130), "a longer piece" + std::string(114, '\0') + "##");
+    EXPECT_EQ(result_write_callback(second.data(), 1, 5, buffer), 5u);
+    EXPECT_EQ(std::string(buffer, 130), "short" + std::string(123, '\0') + "##");
 }
 
 TEST(ResultSink, CopiesUpToANul) {
     char buffer[130] = {};
     std::string piece("ab\0cd", 5);
-    EXPECT_EQ(5u, result_write_callback(piece.data(), 1, 5, buffer));
-    EXPECT_EQ("ab" + std::string(126, '\0'), std::string(buffer, 128));
+    EXPECT_EQ(result_write_callback(piece.data(), 1, 5, buffer), 5u);
+    EXPECT_EQ(std::string(buffer, 128), "ab" + std::string(126, '\0'));
 }
 
 TEST(PollSink, KeepsACopyOfTheLastPiece) {
     Reply body;
     std::string piece = "abcdef";
-    EXPECT_EQ("*** (poll) write_callback_func: abcd ***\n",
-              output_of([&] { EXPECT_EQ(4u, poll_write_callback(piece.data(), 2, 2, &body)); }));
-    EXPECT_EQ("abcd", *body);
-    output_of([&] { EXPECT_EQ(1u, poll_write_callback(piece.data() + 5, 1, 1, &body)); });
-    EXPECT_EQ("f", *body);
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(poll_write_callback(piece.data(), 2, 2, &body), 4u); }),
+              "*** (poll) write_callback_func: abcd ***\n");
+    EXPECT_EQ(*body, "abcd");
+    output_of([&] { EXPECT_EQ(poll_write_callback(piece.data() + 5, 1, 1, &body), 1u); });
+    EXPECT_EQ(*body, "f");
 }
 
 TEST(PollSink, EndsTheTransferWithoutMemory) {
     Reply body;
     std::string piece = "abcdef";
     intercept::refuse_next("realloc");
-    EXPECT_EQ("", output_of([&] { EXPECT_EQ(0u, poll_write_callback(piece.data(), 2, 2, &body)); }));
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(poll_write_callback(piece.data(), 2, 2, &body), 0u); }), "");
     EXPECT_FALSE(body);
 }
 
 TEST(PhotoSink, GrowsAndStaysTerminated) {
     photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
     std::string piece("\xff\xd8\0x", 4);
-    EXPECT_EQ("realloc memory, size: 4\nrealloc memory, size: 2\n", output_of([&] {
-                  EXPECT_EQ(4u, photo_write_callback(piece.data(), 2, 2, &photo));
-                  EXPECT_EQ(2u, photo_write_callback(piece.data(), 1, 2, &photo));
-              }));
-    EXPECT_EQ(6u, photo.count);
-    EXPECT_EQ(std::string("\xff\xd8\0x\xff\xd8", 6) + '\0', std::string(photo.data, 7));
+    EXPECT_EQ(output_of([&] {
+                  EXPECT_EQ(photo_write_callback(piece.data(), 2, 2, &photo), 4u);
+                  EXPECT_EQ(photo_write_callback(piece.data(), 1, 2, &photo), 2u);
+              }),
+              "realloc memory, size: 4\nrealloc memory, size: 2\n");
+    EXPECT_EQ(photo.count, 6u);
+    EXPECT_EQ(std::string(photo.data, 7), std::string("\xff\xd8\0x\xff\xd8", 6) + '\0');
     std::free(photo.data);
 }
 
@@ -657,17 +654,17 @@ TEST(PhotoSink, AbortsTheTransferWithoutMemory) {
     photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
     std::string piece = "x";
     intercept::refuse_next("realloc");
-    EXPECT_EQ("realloc memory, size: 1\nnot enough memory (realloc returned NULL)\n",
-              output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, 1, &photo)); }));
-    EXPECT_EQ(nullptr, photo.data);
-    EXPECT_EQ(0u, photo.count);
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(photo_write_callback(piece.data(), 1, 1, &photo), 0u); }),
+              "realloc memory, size: 1\nnot enough memory (realloc returned NULL)\n");
+    EXPECT_EQ(photo.data, nullptr);
+    EXPECT_EQ(photo.count, 0u);
 }
 
 TEST(PhotoSink, TakesNoMoreThanItsCountCanTell) {
     photo_buffer photo{UINT32_MAX - 1, static_cast<char *>(std::calloc(1, 1))};
     std::string piece = "xy";
-    output_of([&] { EXPECT_EQ(0u, photo_write_callback(piece.data(), 1, 2, &photo)); });
-    EXPECT_EQ(nullptr, photo.data);
+    output_of([&] { EXPECT_EQ(photo_write_callback(piece.data(), 1, 2, &photo), 0u); });
+    EXPECT_EQ(photo.data, nullptr);
 }
 
 struct StatusRow {
@@ -682,10 +679,11 @@ TEST_P(StatusSniffer, Stores) {
     const StatusRow &row = GetParam();
     std::string line = row.line;
     int status = -5;
-    EXPECT_EQ(row.log, output_of([&] {
-                  EXPECT_EQ(line.size(), http_status_code_checker(line.data(), 1, line.size(), &status));
-              }));
-    EXPECT_EQ(row.status, status);
+    EXPECT_EQ(output_of([&] {
+                  EXPECT_EQ(http_status_code_checker(line.data(), 1, line.size(), &status), line.size());
+              }),
+              row.log);
+    EXPECT_EQ(status, row.status);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -708,9 +706,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(StatusSnifferLimits, ReadsNoFurtherThanItsLine) {
     std::string line = "HTTP/1.1 404";
     int status = -5;
-    output_of([&] { EXPECT_EQ(10u, http_status_code_checker(line.data(), 2, 5, &status)); });
-    EXPECT_EQ(4, status);
-    EXPECT_EQ("", output_of([&] { EXPECT_EQ(12u, http_status_code_checker(line.data(), 1, 12, nullptr)); }));
+    output_of([&] { EXPECT_EQ(http_status_code_checker(line.data(), 2, 5, &status), 10u); });
+    EXPECT_EQ(status, 4);
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(http_status_code_checker(line.data(), 1, 12, nullptr), 12u); }), "");
 }
 
 }  // namespace

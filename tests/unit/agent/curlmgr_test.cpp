@@ -33,10 +33,10 @@ TEST(CurlQueue, StartsEmpty) {
     curl_job job{};
     curl_queue queue{&job, &job, 7, 7};
     curl_queue_init(&queue, 5);
-    EXPECT_EQ(nullptr, queue.head);
-    EXPECT_EQ(nullptr, queue.tail);
-    EXPECT_EQ(0u, queue.count);
-    EXPECT_EQ(5u, queue.capacity);
+    EXPECT_EQ(queue.head, nullptr);
+    EXPECT_EQ(queue.tail, nullptr);
+    EXPECT_EQ(queue.count, 0u);
+    EXPECT_EQ(queue.capacity, 5u);
 }
 
 TEST(CurlQueue, IsFirstInFirstOut) {
@@ -44,39 +44,39 @@ TEST(CurlQueue, IsFirstInFirstOut) {
     curl_queue_init(&queue, 3);
     curl_job a{}, b{}, c{};
     a.prev = a.next = &c;  // what a link held before does not matter
-    for (curl_job *job : {&a, &b, &c}) EXPECT_EQ(0, curl_queue_push_back(&queue, job));
-    EXPECT_EQ((std::vector{&a, &b, &c}), forward(queue));
-    EXPECT_EQ((std::vector{&c, &b, &a}), backward(queue));
-    EXPECT_EQ(3u, queue.count);
-    EXPECT_EQ(&a, curl_queue_pop(&queue));
-    EXPECT_EQ((std::vector{&b, &c}), forward(queue));
-    EXPECT_EQ((std::vector{&c, &b}), backward(queue));
-    EXPECT_EQ(&b, curl_queue_pop(&queue));
-    EXPECT_EQ(&c, curl_queue_pop(&queue));
-    EXPECT_EQ(nullptr, queue.head);
-    EXPECT_EQ(nullptr, queue.tail);
-    EXPECT_EQ(0u, queue.count);
-    EXPECT_EQ(0, curl_queue_push_back(&queue, &a));
-    EXPECT_EQ((std::vector{&a}), forward(queue));
-    EXPECT_EQ((std::vector{&a}), backward(queue));
+    for (curl_job *job : {&a, &b, &c}) EXPECT_EQ(curl_queue_push_back(&queue, job), 0);
+    EXPECT_EQ(forward(queue), (std::vector{&a, &b, &c}));
+    EXPECT_EQ(backward(queue), (std::vector{&c, &b, &a}));
+    EXPECT_EQ(queue.count, 3u);
+    EXPECT_EQ(curl_queue_pop(&queue), &a);
+    EXPECT_EQ(forward(queue), (std::vector{&b, &c}));
+    EXPECT_EQ(backward(queue), (std::vector{&c, &b}));
+    EXPECT_EQ(curl_queue_pop(&queue), &b);
+    EXPECT_EQ(curl_queue_pop(&queue), &c);
+    EXPECT_EQ(queue.head, nullptr);
+    EXPECT_EQ(queue.tail, nullptr);
+    EXPECT_EQ(queue.count, 0u);
+    EXPECT_EQ(curl_queue_push_back(&queue, &a), 0);
+    EXPECT_EQ(forward(queue), (std::vector{&a}));
+    EXPECT_EQ(backward(queue), (std::vector{&a}));
 }
 
 TEST(CurlQueue, AFullQueueRefuses) {
     curl_queue queue;
     curl_queue_init(&queue, 2);
     curl_job a{}, b{}, c{};
-    EXPECT_EQ(0, curl_queue_push_back(&queue, &a));
-    EXPECT_EQ(0, curl_queue_push_back(&queue, &b));
-    EXPECT_EQ(1, curl_queue_push_back(&queue, &c));
-    EXPECT_EQ((std::vector{&a, &b}), forward(queue));
-    EXPECT_EQ(2u, queue.count);
+    EXPECT_EQ(curl_queue_push_back(&queue, &a), 0);
+    EXPECT_EQ(curl_queue_push_back(&queue, &b), 0);
+    EXPECT_EQ(curl_queue_push_back(&queue, &c), 1);
+    EXPECT_EQ(forward(queue), (std::vector{&a, &b}));
+    EXPECT_EQ(queue.count, 2u);
 }
 
 TEST(CurlQueue, AnEmptyQueueGivesNothing) {
     curl_queue queue;
     curl_queue_init(&queue, 2);
-    EXPECT_EQ(nullptr, curl_queue_pop(&queue));
-    EXPECT_EQ(0u, queue.count);
+    EXPECT_EQ(curl_queue_pop(&queue), nullptr);
+    EXPECT_EQ(queue.count, 0u);
 }
 
 // --- The statistics: a device that runs for years counts beyond what a long holds on the target.
@@ -90,7 +90,7 @@ struct CountsRow {
 class Counts : public testing::TestWithParam<CountsRow> {};
 
 TEST_P(Counts, HaveARate) {
-    EXPECT_EQ(GetParam().rate, fail_rate(GetParam().counts));
+    EXPECT_EQ(fail_rate(GetParam().counts), GetParam().rate);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -117,7 +117,7 @@ class QueueStart : public AgentTest {
     // The starter's log where the worker cannot be created.
     static std::string log_of_failed_start() {
         intercept::refuse_next("pthread_create");
-        return output_of([] { EXPECT_EQ(reinterpret_cast<void *>(-1), start_curl_thread(nullptr)); });
+        return output_of([] { EXPECT_EQ(start_curl_thread(nullptr), reinterpret_cast<void *>(-1)); });
     }
     static int ask() {
         const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::host + "/x"});
@@ -128,27 +128,25 @@ class QueueStart : public AgentTest {
 
 TEST_F(QueueStart, ASemaphoreThatCannotBePreparedIsOnlyReported) {
     intercept::refuse_next("sem_init");
-    EXPECT_EQ("Start Curl Performing Thread.\ninit curl_sem error:No space left on device\n",
-              start_queue_worker());
+    EXPECT_EQ(start_queue_worker(),
+              "Start Curl Performing Thread.\ninit curl_sem error:No space left on device\n");
 }
 
 TEST_F(QueueStart, IsLogged) {
-    EXPECT_EQ("Start Curl Performing Thread.\n", start_queue_worker());
+    EXPECT_EQ(start_queue_worker(), "Start Curl Performing Thread.\n");
 }
 
 TEST_F(QueueStart, WithoutAWorkerIsAFailureAndRequestsFailAtOnceUntilOneStands) {
-    EXPECT_EQ(
-        "Start Curl Performing Thread.\n"
-        "!!!***platform/Z55/agent/curlmgr 203***!!!\n"
-        "*** error in create curl_thread ***\n",
-        log_of_failed_start());
-    EXPECT_EQ(
-        "curlmgr_perform_curl called\n"
-        "curlmgr_enqueue_job failed. There is no worker. res = -1.\n",
-        output_of([] { EXPECT_EQ(-1, ask()); }));
+    EXPECT_EQ(log_of_failed_start(),
+              "Start Curl Performing Thread.\n"
+              "!!!***platform/Z55/agent/curlmgr 203***!!!\n"
+              "*** error in create curl_thread ***\n");
+    EXPECT_EQ(output_of([] { EXPECT_EQ(ask(), -1); }),
+              "curlmgr_perform_curl called\n"
+              "curlmgr_enqueue_job failed. There is no worker. res = -1.\n");
     start_queue_worker();
-    output_of([] { EXPECT_EQ(0, ask()); });
-    EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
+    output_of([] { EXPECT_EQ(ask(), 0); });
+    EXPECT_EQ(camera.seen(), (Texts{"GET /x -"}));
 }
 
 TEST_F(QueueStart, WithoutAStarterTheRequestsThatWaitForAWorkerFailToo) {
@@ -157,14 +155,14 @@ TEST_F(QueueStart, WithoutAStarterTheRequestsThatWaitForAWorkerFailToo) {
         std::vector<std::thread> callers;
         for (int i = 0; i < 3; i++) callers.emplace_back([&] { failed += ask() == -1 ? 1 : 0; });
         EXPECT_TRUE(eventually([] { return intercept::semaphore_waits() == 3; }));
-        EXPECT_EQ(0, failed);
+        EXPECT_EQ(failed, 0);
         curl_worker_missing();
         for (std::thread &caller : callers) caller.join();
     });
-    EXPECT_EQ(3, failed);
-    EXPECT_EQ((Texts{}), camera.seen());
+    EXPECT_EQ(failed, 3);
+    EXPECT_EQ(camera.seen(), (Texts{}));
     start_queue_worker();
-    output_of([] { EXPECT_EQ(0, ask()); });
+    output_of([] { EXPECT_EQ(ask(), 0); });
 }
 
 TEST_F(QueueStart, AMissingWorkerIsTriedAgainAfterAMinute) {
@@ -172,17 +170,17 @@ TEST_F(QueueStart, AMissingWorkerIsTriedAgainAfterAMinute) {
     queue_worker_runs = true;
     intercept::refuse_next("pthread_create", 1);  // the starter's goes well, the worker's does not
     output_of([] {
-        EXPECT_EQ(0, start_wanted_thread(&starter, start_curl_thread, nullptr));
-        EXPECT_EQ(-1, ask());
+        EXPECT_EQ(start_wanted_thread(&starter, start_curl_thread, nullptr), 0);
+        EXPECT_EQ(ask(), -1);
         pause_and_start_missing(59);
         pause_and_start_missing(5);
-        EXPECT_EQ(-1, ask());
+        EXPECT_EQ(ask(), -1);
         pause_and_start_missing(5);
         wait_for_curl_worker();
-        EXPECT_EQ(0, ask());
+        EXPECT_EQ(ask(), 0);
     });
-    EXPECT_EQ((Texts{"59 s", "5 s", "5 s"}), fake_os::pauses());
-    EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
+    EXPECT_EQ(fake_os::pauses(), (Texts{"59 s", "5 s", "5 s"}));
+    EXPECT_EQ(camera.seen(), (Texts{"GET /x -"}));
 }
 
 // --- Jobs. The camera's requests are the order of the transfers.
@@ -204,7 +202,7 @@ class Jobs : public CameraTest {
         curl_easy_setopt(transfer.get(), CURLOPT_WRITEFUNCTION, keep);
         const int result = curlmgr_enqueue_job(transfer.get(), priority, name);
         if (result == 0) {
-            EXPECT_EQ(path, body) << "each caller gets its own answer";
+            EXPECT_EQ(body, path) << "each caller gets its own answer";
         }
         return result;
     }
@@ -256,35 +254,34 @@ class Jobs : public CameraTest {
 TEST_F(Jobs, OneFailedAndThreeGoodTransfers) {
     if (begun > 1) GTEST_SKIP() << "the counters do not begin at 0";
     const std::string log = output_of([] {
-        EXPECT_EQ(0, perform("/a", kDefaultPriority, "first"));
-        EXPECT_EQ(0, perform("/b", kHighPriority, nullptr));
-        EXPECT_EQ(CURLE_GOT_NOTHING, perform("/bad", kDefaultPriority, "bad"));
-        EXPECT_EQ(0, perform("/c", kDefaultPriority, ""));
+        EXPECT_EQ(perform("/a", kDefaultPriority, "first"), 0);
+        EXPECT_EQ(perform("/b", kHighPriority, nullptr), 0);
+        EXPECT_EQ(perform("/bad", kDefaultPriority, "bad"), CURLE_GOT_NOTHING);
+        EXPECT_EQ(perform("/c", kDefaultPriority, ""), 0);
     });
-    EXPECT_EQ(
-        "curlmgr_perform_curl called\n"
-        "default size: 1\n"
-        "curlmgr: performing curl, name = first... \n"
-        "curlmgr_enqueue_job OK. res = 0, good=1 NG=0 fail_rate = 0\n "
-        "curlmgr_perform_curl called\n"
-        "high size: 1\n"
-        "curlmgr: performing curl, name = ... \n"
-        "curlmgr_enqueue_job OK. res = 0, good=2 NG=0 fail_rate = 0\n "
-        "curlmgr_perform_curl called\n"
-        "default size: 1\n"
-        "curlmgr: performing curl, name = bad... \n"
-        "curlmgr_enqueue_job OK. res = 52, good=2 NG=1 fail_rate = 33\n "
-        "curlmgr_perform_curl called\n"
-        "default size: 1\n"
-        "curlmgr: performing curl, name = ... \n"
-        "curlmgr_enqueue_job OK. res = 0, good=3 NG=1 fail_rate = 25\n ",
-        log);
+    EXPECT_EQ(log,
+              "curlmgr_perform_curl called\n"
+              "default size: 1\n"
+              "curlmgr: performing curl, name = first... \n"
+              "curlmgr_enqueue_job OK. res = 0, good=1 NG=0 fail_rate = 0\n "
+              "curlmgr_perform_curl called\n"
+              "high size: 1\n"
+              "curlmgr: performing curl, name = ... \n"
+              "curlmgr_enqueue_job OK. res = 0, good=2 NG=0 fail_rate = 0\n "
+              "curlmgr_perform_curl called\n"
+              "default size: 1\n"
+              "curlmgr: performing curl, name = bad... \n"
+              "curlmgr_enqueue_job OK. res = 52, good=2 NG=1 fail_rate = 33\n "
+              "curlmgr_perform_curl called\n"
+              "default size: 1\n"
+              "curlmgr: performing curl, name = ... \n"
+              "curlmgr_enqueue_job OK. res = 0, good=3 NG=1 fail_rate = 25\n ");
 }
 
 TEST_F(Jobs, OneFailedTransferIsAFailRateOf100) {
     if (begun > 1) GTEST_SKIP() << "the counters do not begin at 0";
     const std::string log = output_of([] { perform("/bad", kHighPriority); });
-    EXPECT_NE(std::string::npos, log.find("OK. res = 52, good=0 NG=1 fail_rate = 100\n ")) << log;
+    EXPECT_NE(log.find("OK. res = 52, good=0 NG=1 fail_rate = 100\n "), std::string::npos) << log;
 }
 
 TEST_F(Jobs, HighPriorityGoesBeforeTheNextDefaultJob) {
@@ -296,13 +293,13 @@ TEST_F(Jobs, HighPriorityGoesBeforeTheNextDefaultJob) {
         start("/high2", kHighPriority);
         open_gate();
     });
-    EXPECT_EQ((Texts{"/gate", "/high1", "/high2", "/default1", "/default2"}), paths());
-    EXPECT_EQ(5, succeeded);
+    EXPECT_EQ(paths(), (Texts{"/gate", "/high1", "/high2", "/default1", "/default2"}));
+    EXPECT_EQ(succeeded, 5);
     Texts sizes;
     for (const char *size : {"high size: 2\n", "high size: 1\n", "default size: 2\n", "default size: 1\n"}) {
         if (log.find(size) != std::string::npos) sizes.push_back(size);
     }
-    EXPECT_EQ(4u, sizes.size()) << log;
+    EXPECT_EQ(sizes.size(), 4u) << log;
 }
 
 class FullQueue : public Jobs, public testing::WithParamInterface<int> {};
@@ -315,18 +312,17 @@ TEST_P(FullQueue, RefusesThe81stJobWhileTheOtherAcceptsJobs) {
         close_gate();
         start("/x", priority, 80);
     });
-    log = output_of([&] { EXPECT_EQ(-1, perform("/refused", priority)); });
+    log = output_of([&] { EXPECT_EQ(perform("/refused", priority), -1); });
     output_of([&] {
         start("/other", other);
         open_gate();
     });
-    EXPECT_EQ(
-        "curlmgr_perform_curl called\n"
-        "curl_queue_push_back: FULL\n"
-        "curlmgr_enqueue_job failed. The queue is full. res = -1.\n",
-        log);
-    EXPECT_EQ(82, succeeded);
-    EXPECT_EQ(82u, camera.requests().size());
+    EXPECT_EQ(log,
+              "curlmgr_perform_curl called\n"
+              "curl_queue_push_back: FULL\n"
+              "curlmgr_enqueue_job failed. The queue is full. res = -1.\n");
+    EXPECT_EQ(succeeded, 82);
+    EXPECT_EQ(camera.requests().size(), 82u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Priority, FullQueue, testing::Values(kDefaultPriority, kHighPriority),
@@ -334,10 +330,10 @@ INSTANTIATE_TEST_SUITE_P(Priority, FullQueue, testing::Values(kDefaultPriority, 
 
 TEST_F(Jobs, OtherPrioritiesAreRejected) {
     for (const int priority : {1, 3, -1}) {
-        EXPECT_EQ("curlmgr_perform_curl called\n",
-                  output_of([=] { EXPECT_EQ(-1, perform("/x", priority)); }));
+        EXPECT_EQ(output_of([=] { EXPECT_EQ(perform("/x", priority), -1); }),
+                  "curlmgr_perform_curl called\n");
     }
-    EXPECT_EQ(0u, camera.requests().size());
+    EXPECT_EQ(camera.requests().size(), 0u);
 }
 
 TEST_F(Jobs, AreConnectedWithin2SecondsAndSpacedWithinTheSecond) {
@@ -345,18 +341,18 @@ TEST_F(Jobs, AreConnectedWithin2SecondsAndSpacedWithinTheSecond) {
         perform("/a", kDefaultPriority);
         perform("/b", kHighPriority);
     });
-    EXPECT_EQ((std::vector<long>{2, 2}), intercept::connect_timeouts());
+    EXPECT_EQ(intercept::connect_timeouts(), (std::vector<long>{2, 2}));
     EXPECT_TRUE(eventually([] { return fake_os::worker_pauses() == std::vector<long>(2, 100'000'000); }));
 }
 
 TEST_F(Jobs, AnInterruptedWaitIsResumed) {
     output_of([] {
         intercept::refuse_next("sem_wait");
-        EXPECT_EQ(0, perform("/a", kDefaultPriority));
+        EXPECT_EQ(perform("/a", kDefaultPriority), 0);
         intercept::refuse_next("sem_wait");
-        EXPECT_EQ(0, perform("/b", kDefaultPriority));
+        EXPECT_EQ(perform("/b", kDefaultPriority), 0);
     });
-    EXPECT_EQ((Texts{"/a", "/b"}), paths());
+    EXPECT_EQ(paths(), (Texts{"/a", "/b"}));
 }
 
 TEST_F(Jobs, OfSixteenThreadsAreNeverTwoAtOnce) {
@@ -371,14 +367,14 @@ TEST_F(Jobs, OfSixteenThreadsAreNeverTwoAtOnce) {
             callers.emplace_back([i] {
                 for (int j = 0; j < kEach; j++) {
                     const std::string path = "/" + std::to_string(i) + "/" + std::to_string(j);
-                    EXPECT_EQ(0, perform(path, i % 2 == 0 ? kDefaultPriority : kHighPriority));
+                    EXPECT_EQ(perform(path, i % 2 == 0 ? kDefaultPriority : kHighPriority), 0);
                 }
             });
         }
         for (std::thread &caller : callers) caller.join();
     });
-    EXPECT_EQ(kThreads * kEach, static_cast<int>(camera.requests().size()));
-    EXPECT_EQ(1, camera.most_at_once());
+    EXPECT_EQ(static_cast<int>(camera.requests().size()), kThreads * kEach);
+    EXPECT_EQ(camera.most_at_once(), 1);
 }
 
 TEST_F(Jobs, TheWorkerHasTheSdksAttributes) {
@@ -396,8 +392,8 @@ TEST_F(Jobs, TheWorkerHasTheSdksAttributes) {
             *out = bytes;
             return size * count;
         });
-    output_of([&] { EXPECT_EQ(0, curlmgr_enqueue_job(transfer.get(), kDefaultPriority, "x")); });
-    EXPECT_EQ(fake_vendor::kWorkerStack, stack);
+    output_of([&] { EXPECT_EQ(curlmgr_enqueue_job(transfer.get(), kDefaultPriority, "x"), 0); });
+    EXPECT_EQ(stack, fake_vendor::kWorkerStack);
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ namespace {
 
 mode_t mode_of(const std::string &path) {
     struct stat status {};
-    EXPECT_EQ(0, lstat(path.c_str(), &status));
+    EXPECT_EQ(lstat(path.c_str(), &status), 0);
     return status.st_mode & 07777;
 }
 
@@ -49,7 +49,7 @@ class Login : public AgentTest {
     // The log of one login() with this result; libcurl's own chatter is kept off standard error.
     static std::string log_of_login(int result) {
         std::string log;
-        errors_of([&] { log = output_of([&] { EXPECT_EQ(result, login()); }); });
+        errors_of([&] { log = output_of([&] { EXPECT_EQ(login(), result); }); });
         return log;
     }
     static std::string stored(const char *key) {
@@ -63,42 +63,41 @@ class Login : public AgentTest {
 TEST_F(Login, IsOneFormPostWithoutCookie) {
     camera.reply("/CGI/CameraLogin", {good_reply("998877")});
     log_of_login(0);
-    ASSERT_EQ(1u, camera.requests().size());
-    EXPECT_EQ((Texts{"POST /CGI/CameraLogin?Device=Cam&Stream=Live -\npassword=secret"}), camera.seen());
-    EXPECT_EQ("application/x-www-form-urlencoded", camera.requests()[0].header("Content-Type"));
-    EXPECT_EQ("HTTP/1.1", camera.requests()[0].version);
+    ASSERT_EQ(camera.requests().size(), 1u);
+    EXPECT_EQ(camera.seen(), (Texts{"POST /CGI/CameraLogin?Device=Cam&Stream=Live -\npassword=secret"}));
+    EXPECT_EQ(camera.requests()[0].header("Content-Type"), "application/x-www-form-urlencoded");
+    EXPECT_EQ(camera.requests()[0].version, "HTTP/1.1");
 }
 
 TEST_F(Login, LogsItsCourse) {
     camera.reply("/CGI/CameraLogin", {good_reply("998877")});
-    EXPECT_LOG(
-        "Loginning..\n"
-        "***(login) curl_perform starts ***\n"
-        "header_callback_func, buffer=HTTP/1.1 200 Any\r\n\n"
-        "header_callback_func, buffer=Set-Cookie: Session=998877; path=/\r\n\n"
-        "header_callback_func, buffer=Content-Length: 50\r\n\n"
-        "header_callback_func, buffer=\r\n\n"
-        "write_callback_func, buffer=<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>\n"
-        "***(login) curl_perform ends ***\n"
-        "getSessionKeyInHeader\n"
-        "header:Set-Cookie: Session=998877; path=/\r\n\n"
-        "(login)session_key=998877\n",
-        log_of_login(0));
+    EXPECT_LOG(log_of_login(0),
+               "Loginning..\n"
+               "***(login) curl_perform starts ***\n"
+               "header_callback_func, buffer=HTTP/1.1 200 Any\r\n\n"
+               "header_callback_func, buffer=Set-Cookie: Session=998877; path=/\r\n\n"
+               "header_callback_func, buffer=Content-Length: 50\r\n\n"
+               "header_callback_func, buffer=\r\n\n"
+               "write_callback_func, buffer=<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>\n"
+               "***(login) curl_perform ends ***\n"
+               "getSessionKeyInHeader\n"
+               "header:Set-Cookie: Session=998877; path=/\r\n\n"
+               "(login)session_key=998877\n");
 }
 
 TEST_F(Login, KeepsKeyAndFirmwareVersion) {
     camera.reply("/CGI/CameraLogin", {good_reply("998877")});
     write_file("/tmp/FWVER.txt", "a longer old version");
     log_of_login(0);
-    EXPECT_EQ("998877", stored("SESSION_KEY"));
-    EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
-    EXPECT_EQ(nullptr, copy_session_key()) << "only getSessionKey hands the key out";
+    EXPECT_EQ(stored("SESSION_KEY"), "998877");
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "V1.07.03");
+    EXPECT_EQ(copy_session_key(), nullptr) << "only getSessionKey hands the key out";
 }
 
 TEST_F(Login, ShowsLibcurlsCourseOnStandardError) {
     camera.reply("/CGI/CameraLogin", {good_reply("1")});
     const std::string errors = errors_of([] { output_of([] { login(); }); });
-    EXPECT_NE(std::string::npos, errors.find("> POST /CGI/CameraLogin"));
+    EXPECT_NE(errors.find("> POST /CGI/CameraLogin"), std::string::npos);
 }
 
 TEST_F(Login, TheBodyIsGatheredWholeOverItsPieces) {
@@ -106,9 +105,9 @@ TEST_F(Login, TheBodyIsGatheredWholeOverItsPieces) {
     reply.chunks = {"<FWV", "ER>V2", "</FWVER>"};
     camera.reply("/CGI/CameraLogin", {reply});
     const std::string log = log_of_login(0);
-    EXPECT_NE(std::string::npos,
-              log.find("write_callback_func, buffer=<FWV\nwrite_callback_func, buffer=ER>V2\n"));
-    EXPECT_EQ("V2", read_file("/tmp/FWVER.txt"));
+    EXPECT_NE(log.find("write_callback_func, buffer=<FWV\nwrite_callback_func, buffer=ER>V2\n"),
+              std::string::npos);
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "V2");
 }
 
 TEST_F(Login, ALongBodyIsGatheredWholeAndATooLongOneFails) {
@@ -116,23 +115,23 @@ TEST_F(Login, ALongBodyIsGatheredWholeAndATooLongOneFails) {
     reply.chunks = {std::string(4'000'000, 'x'), "<FWVER>late</FWVER>"};
     camera.reply("/CGI/CameraLogin", {reply});
     log_of_login(0);
-    EXPECT_EQ("late", read_file("/tmp/FWVER.txt"));
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "late");
 
     reply.chunks = {"<FWVER>early</FWVER>", std::string(5'000'000, '#')};
     camera.reply("/CGI/CameraLogin", {reply});
     const std::string log = log_of_login(-1);
-    EXPECT_NE(std::string::npos, log.find("error: curl perform failed. error code = 23***\n"));
+    EXPECT_NE(log.find("error: curl perform failed. error code = 23***\n"), std::string::npos);
     EXPECT_GT(4 * 1024 * 1024, std::count(log.begin(), log.end(), '#'));
-    EXPECT_EQ("late", read_file("/tmp/FWVER.txt"));
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "late");
 }
 
 TEST_F(Login, AReplyWithoutMemoryFails) {
     camera.reply("/CGI/CameraLogin", {good_reply("1")});
     for (const int after : {0, 1}) {  // the header's line, the body
         intercept::refuse_next("realloc", after);
-        EXPECT_NE(std::string::npos, log_of_login(-1).find("error code = 23***\n"));
+        EXPECT_NE(log_of_login(-1).find("error code = 23***\n"), std::string::npos);
     }
-    EXPECT_EQ("", stored("SESSION_KEY"));
+    EXPECT_EQ(stored("SESSION_KEY"), "");
 }
 
 TEST_F(Login, TheLastSessionHeaderWins) {
@@ -140,15 +139,15 @@ TEST_F(Login, TheLastSessionHeaderWins) {
         "/CGI/CameraLogin",
         {{.body = kGoodBody, .headers = {"Set-Cookie: Session=1", "Set-Cookie: Session=2", "X: Other=3"}}});
     log_of_login(0);
-    EXPECT_EQ("2", stored("SESSION_KEY"));
+    EXPECT_EQ(stored("SESSION_KEY"), "2");
 }
 
 TEST_F(Login, FollowsARedirect) {
     camera.reply("/CGI/CameraLogin", {{.status = 302, .headers = {"Location: /CGI/Elsewhere"}}});
     camera.reply("/CGI/Elsewhere", {good_reply("77")});
     log_of_login(0);
-    EXPECT_EQ("77", stored("SESSION_KEY"));
-    EXPECT_EQ(2u, camera.requests().size());
+    EXPECT_EQ(stored("SESSION_KEY"), "77");
+    EXPECT_EQ(camera.requests().size(), 2u);
 }
 
 TEST_F(Login, TheHttpStatusIsIgnored) {
@@ -156,7 +155,7 @@ TEST_F(Login, TheHttpStatusIsIgnored) {
     reply.status = 500;
     camera.reply("/CGI/CameraLogin", {reply});
     log_of_login(0);
-    EXPECT_EQ("55", stored("SESSION_KEY"));
+    EXPECT_EQ(stored("SESSION_KEY"), "55");
 }
 
 TEST_F(Login, AMissingFirmwareVersionIsNoFailure) {
@@ -169,8 +168,8 @@ TEST_F(Login, AMissingFirmwareVersionIsNoFailure) {
         "res !=CURLE_OK: platform/Z55/agent/loginout,line 285\n"
         "login get FWVER failure\n";
     ASSERT_GE(log.size(), end.size());
-    EXPECT_EQ(end, log.substr(log.size() - end.size()));
-    EXPECT_EQ("55", stored("SESSION_KEY"));
+    EXPECT_EQ(log.substr(log.size() - end.size()), end);
+    EXPECT_EQ(stored("SESSION_KEY"), "55");
     EXPECT_FALSE(file_exists("/tmp/FWVER.txt"));
 }
 
@@ -181,14 +180,14 @@ TEST_F(Login, AnEmptyFirmwareVersionIsStoredEmpty) {
     write_file("/tmp/FWVER.txt", "old");
     log_of_login(0);
     EXPECT_TRUE(file_exists("/tmp/FWVER.txt"));
-    EXPECT_EQ("", read_file("/tmp/FWVER.txt"));
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "");
 }
 
 TEST_F(Login, AFirmwareFileThatCannotBeOpenedIsSkipped) {
     std::filesystem::create_directory("/tmp/FWVER.txt");
     camera.reply("/CGI/CameraLogin", {good_reply("55")});
     log_of_login(0);
-    EXPECT_EQ("55", stored("SESSION_KEY"));
+    EXPECT_EQ(stored("SESSION_KEY"), "55");
     std::filesystem::remove("/tmp/FWVER.txt");
 }
 
@@ -199,20 +198,20 @@ TEST_F(Login, ReplacesTheFirmwareFileWhole) {
     log_of_login(0);
     std::string text;
     reader >> text;
-    EXPECT_EQ("old", text) << "whoever reads meanwhile sees neither an empty one nor half of one";
-    EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
-    EXPECT_EQ(0644u, mode_of("/tmp/FWVER.txt"));
+    EXPECT_EQ(text, "old") << "whoever reads meanwhile sees neither an empty one nor half of one";
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "V1.07.03");
+    EXPECT_EQ(mode_of("/tmp/FWVER.txt"), 0644u);
     const Texts synced = intercept::synced();
-    EXPECT_EQ(1, std::count(synced.begin(), synced.end(), "/tmp/FWVER.txt.veloagent-new"));
+    EXPECT_EQ(std::count(synced.begin(), synced.end(), "/tmp/FWVER.txt.veloagent-new"), 1);
 }
 
 TEST_F(Login, DoesNotFollowALinkInTheFirmwareFilesPlace) {
     camera.reply("/CGI/CameraLogin", {good_reply("55")});
     write_file("/tmp/victim", "untouched");
-    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/FWVER.txt"));
+    ASSERT_EQ(symlink("/tmp/victim", "/tmp/FWVER.txt"), 0);
     log_of_login(0);
-    EXPECT_EQ("untouched", read_file("/tmp/victim"));
-    EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
+    EXPECT_EQ(read_file("/tmp/victim"), "untouched");
+    EXPECT_EQ(read_file("/tmp/FWVER.txt"), "V1.07.03");
 }
 
 TEST_F(Login, OfTwoThreadsAtOnceLeavesOneWholeFirmwareFile) {
@@ -224,8 +223,8 @@ TEST_F(Login, OfTwoThreadsAtOnceLeavesOneWholeFirmwareFile) {
             for (int i = 0; i < 2; i++) {
                 threads.emplace_back([] {
                     for (int round = 0; round < 20; round++) {
-                        EXPECT_EQ(0, login());
-                        EXPECT_EQ("V1.07.03", read_file("/tmp/FWVER.txt"));
+                        EXPECT_EQ(login(), 0);
+                        EXPECT_EQ(read_file("/tmp/FWVER.txt"), "V1.07.03");
                     }
                 });
             }
@@ -238,40 +237,37 @@ TEST_F(Login, OfTwoThreadsAtOnceLeavesOneWholeFirmwareFile) {
 TEST_F(Login, WithoutASessionHeaderFails) {
     camera.reply("/CGI/CameraLogin", kGoodBody);
     set_conf("SESSION_KEY", "old");
-    EXPECT_LOG(
-        "Loginning..\n"
-        "***(login) curl_perform starts ***\n"
-        "header_callback_func, buffer=HTTP/1.1 200 Any\r\n\n"
-        "header_callback_func, buffer=Content-Length: 50\r\n\n"
-        "header_callback_func, buffer=\r\n\n"
-        "write_callback_func, buffer=<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>\n"
-        "***(login) curl_perform ends ***\n"
-        "getSessionKeyInHeader\n",
-        log_of_login(-1));
-    EXPECT_EQ("old", stored("SESSION_KEY"));
+    EXPECT_LOG(log_of_login(-1),
+               "Loginning..\n"
+               "***(login) curl_perform starts ***\n"
+               "header_callback_func, buffer=HTTP/1.1 200 Any\r\n\n"
+               "header_callback_func, buffer=Content-Length: 50\r\n\n"
+               "header_callback_func, buffer=\r\n\n"
+               "write_callback_func, buffer=<CameraLogin><FWVER>V1.07.03</FWVER></CameraLogin>\n"
+               "***(login) curl_perform ends ***\n"
+               "getSessionKeyInHeader\n");
+    EXPECT_EQ(stored("SESSION_KEY"), "old");
     EXPECT_FALSE(file_exists("/tmp/FWVER.txt"));
 }
 
 TEST_F(Login, ATransferErrorFails) {
     camera.go_away();
-    EXPECT_LOG(
-        "Loginning..\n"
-        "***(login) curl_perform starts ***\n"
-        "***(login) curl_perform ends ***\n"
-        "res !=CURLE_OK: platform/Z55/agent/loginout,line 263\n"
-        "***(login) error: curl perform failed. error code = 7***\n\n"
-        "After res !=CURLE_OK: platform/Z55/agent/loginout,line 266\n",
-        log_of_login(-1));
+    EXPECT_LOG(log_of_login(-1),
+               "Loginning..\n"
+               "***(login) curl_perform starts ***\n"
+               "***(login) curl_perform ends ***\n"
+               "res !=CURLE_OK: platform/Z55/agent/loginout,line 263\n"
+               "***(login) error: curl perform failed. error code = 7***\n\n"
+               "After res !=CURLE_OK: platform/Z55/agent/loginout,line 266\n");
 }
 
 TEST_F(Login, WithoutALibcurlHandleFails) {
     intercept::refuse_next("curl_easy_init");
-    EXPECT_LOG(
-        "Loginning..\n"
-        "res !=CURLE_OK: platform/Z55/agent/loginout,line 263\n"
-        "***(login) error: curl perform failed. error code = 2***\n\n"
-        "After res !=CURLE_OK: platform/Z55/agent/loginout,line 266\n",
-        log_of_login(-1));
+    EXPECT_LOG(log_of_login(-1),
+               "Loginning..\n"
+               "res !=CURLE_OK: platform/Z55/agent/loginout,line 263\n"
+               "***(login) error: curl perform failed. error code = 2***\n\n"
+               "After res !=CURLE_OK: platform/Z55/agent/loginout,line 266\n");
 }
 
 TEST_F(Login, SettingsAreCutToTheirBuffers) {
@@ -281,9 +277,8 @@ TEST_F(Login, SettingsAreCutToTheirBuffers) {
     set_conf("ITEM_STREAM", std::string(10'000, 's'));
     set_conf("PASSWORD", std::string(10'000, 'p'));
     log_of_login(0);
-    EXPECT_EQ((Texts{"POST /CGI/CameraLogin?Device=" + std::string(31, 'd') +
-                     "&Stream=" + std::string(31, 's') + " -\npassword=" + std::string(31, 'p')}),
-              camera.seen());
+    EXPECT_EQ(camera.seen(), (Texts{"POST /CGI/CameraLogin?Device=" + std::string(31, 'd') + "&Stream=" +
+                                    std::string(31, 's') + " -\npassword=" + std::string(31, 'p')}));
 }
 
 // --- The settings' messages: the file vanishes between two of them.
@@ -346,11 +341,11 @@ TEST_F(LoginGlobals, AreLoadedAndCutToTheirSizes) {
                 {"ITEM_DEVICE", std::string(100, 'd')},
                 {"ITEM_STREAM", std::string(100, 's')},
                 {"PASSWORD", std::string(100, 'p')}});
-    EXPECT_EQ("", output_of(load_login_settings));
-    EXPECT_STREQ("192.168.100.200", hostIP);
-    EXPECT_EQ(std::string(29, 'd'), device);
-    EXPECT_EQ(std::string(29, 's'), stream);
-    EXPECT_EQ(std::string(29, 'p'), password);
+    EXPECT_EQ(output_of(load_login_settings), "");
+    EXPECT_STREQ(hostIP, "192.168.100.200");
+    EXPECT_EQ(device, std::string(29, 'd'));
+    EXPECT_EQ(stream, std::string(29, 's'));
+    EXPECT_EQ(password, std::string(29, 'p'));
 }
 
 // --- The key in the header.
@@ -364,9 +359,9 @@ class KeyInHeader : public testing::TestWithParam<HeaderRow> {};
 
 TEST_P(KeyInHeader, Is) {
     const HeaderRow &row = GetParam();
-    const std::string log = output_of([&] { EXPECT_EQ(row.key, getSessionKeyInHeader(row.header)); });
+    const std::string log = output_of([&] { EXPECT_EQ(getSessionKeyInHeader(row.header), row.key); });
     const std::string missing = row.key ? "" : "Failed : getSessionKeyInHeader, \"Session=\" not found.\n";
-    EXPECT_EQ(std::string("getSessionKeyInHeader\nheader:") + row.header + "\n" + missing, log);
+    EXPECT_EQ(log, std::string("getSessionKeyInHeader\nheader:") + row.header + "\n" + missing);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -388,7 +383,7 @@ INSTANTIATE_TEST_SUITE_P(
     by_name);
 
 TEST(KeyInNoHeader, IsNone) {
-    EXPECT_EQ("getSessionKeyInHeader\n", output_of([] { EXPECT_FALSE(getSessionKeyInHeader(nullptr)); }));
+    EXPECT_EQ(output_of([] { EXPECT_FALSE(getSessionKeyInHeader(nullptr)); }), "getSessionKeyInHeader\n");
 }
 
 // --- getSessionKey: tries until a key is held.
@@ -397,7 +392,7 @@ class SessionKey : public Login {
   protected:
     static std::string log_of_getting() {
         std::string log;
-        errors_of([&] { log = output_of([] { EXPECT_EQ(0, getSessionKey(session_key_buffer)); }); });
+        errors_of([&] { log = output_of([] { EXPECT_EQ(getSessionKey(session_key_buffer), 0); }); });
         return log;
     }
     // The lines of `log` without those of the logins.
@@ -421,14 +416,13 @@ class SessionKey : public Login {
 
 TEST_F(SessionKey, IsHeldAfterOneLogin) {
     camera.reply("/CGI/CameraLogin", {good_reply("998877")});
-    EXPECT_EQ(
-        "Getting Session Key...\n"
-        "***(getSessionKey) login succeeded. *** \n"
-        "Session key=998877\n",
-        without_logins(log_of_getting()));
-    EXPECT_EQ(" Set-Cookie: Session=998877\n", read_file("/tmp/cookie.txt"));
-    EXPECT_EQ("998877", session_key());
-    EXPECT_STREQ("998877", session_key_buffer);
+    EXPECT_EQ(without_logins(log_of_getting()),
+              "Getting Session Key...\n"
+              "***(getSessionKey) login succeeded. *** \n"
+              "Session key=998877\n");
+    EXPECT_EQ(read_file("/tmp/cookie.txt"), " Set-Cookie: Session=998877\n");
+    EXPECT_EQ(session_key(), "998877");
+    EXPECT_STREQ(session_key_buffer, "998877");
     EXPECT_TRUE(fake_os::pauses().empty());
 }
 
@@ -446,14 +440,13 @@ TEST_F(SessionKey, IsTriedForEvery5SecondsAndTheStoredOneCleared) {
     const std::string failed =
         "Getting Session Key...\n"
         "*** (getSessionKey) login failed, waiting for next try... ***\n";
-    EXPECT_EQ(failed + failed + failed +
-                  "Getting Session Key...\n"
-                  "***(getSessionKey) login succeeded. *** \n"
-                  "Session key=7\n",
-              without_logins(log_of_getting()));
-    EXPECT_EQ((Texts{"5 s", "5 s", "5 s"}), fake_os::pauses());
-    EXPECT_EQ((Texts{"", "", ""}), keys_between);
-    EXPECT_EQ("7", session_key());
+    EXPECT_EQ(without_logins(log_of_getting()), failed + failed + failed +
+                                                    "Getting Session Key...\n"
+                                                    "***(getSessionKey) login succeeded. *** \n"
+                                                    "Session key=7\n");
+    EXPECT_EQ(fake_os::pauses(), (Texts{"5 s", "5 s", "5 s"}));
+    EXPECT_EQ(keys_between, (Texts{"", "", ""}));
+    EXPECT_EQ(session_key(), "7");
 }
 
 constexpr char kTriedTwice[] =
@@ -472,15 +465,15 @@ TEST_F(SessionKey, WithoutItsLineInTheFileTheLoginIsRepeated) {
                 {"ITEM_STREAM", "Live"},
                 {"PASSWORD", "secret"}});
     fake_os::on_pause([&](const std::string &) { write_file("/tmp/working/VeloAgent.conf", whole); });
-    EXPECT_EQ(kTriedTwice, without_logins(log_of_getting()));
-    EXPECT_EQ((Texts{"5 s"}), fake_os::pauses());
+    EXPECT_EQ(without_logins(log_of_getting()), kTriedTwice);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"5 s"}));
 }
 
 TEST_F(SessionKey, AKeyThatIsOnlyALineEndIsNotKept) {
     camera.reply("/CGI/CameraLogin",
                  {{.body = kGoodBody, .headers = {"Set-Cookie: Session="}}, good_reply("7")});
-    EXPECT_EQ(kTriedTwice, without_logins(log_of_getting()));
-    EXPECT_EQ("7", session_key());
+    EXPECT_EQ(without_logins(log_of_getting()), kTriedTwice);
+    EXPECT_EQ(session_key(), "7");
 }
 
 // The login stores the key, then the firmware version: in between the configuration is changed.
@@ -510,30 +503,30 @@ class StoredKeyChanged : public SessionKey {
 };
 
 TEST_F(StoredKeyChanged, AKeyOfANullTextIsClearedAndTheLoginRepeated) {
-    EXPECT_EQ(kTriedTwice, log_with([] { set_conf("SESSION_KEY", "(null)12"); }));
-    EXPECT_EQ("", key_at_pause);
-    EXPECT_EQ("7", session_key());
+    EXPECT_EQ(log_with([] { set_conf("SESSION_KEY", "(null)12"); }), kTriedTwice);
+    EXPECT_EQ(key_at_pause, "");
+    EXPECT_EQ(session_key(), "7");
 }
 
 TEST_F(StoredKeyChanged, AKeyThatOnlyBeginsLikeOneIsKept) {
-    EXPECT_EQ("Getting Session Key...\n***(getSessionKey) login succeeded. *** \nSession key=(nul)\n",
-              log_with([] { set_conf("SESSION_KEY", "(nul)"); }));
-    EXPECT_EQ("(nul)", session_key());
+    EXPECT_EQ(log_with([] { set_conf("SESSION_KEY", "(nul)"); }),
+              "Getting Session Key...\n***(getSessionKey) login succeeded. *** \nSession key=(nul)\n");
+    EXPECT_EQ(session_key(), "(nul)");
 }
 
 TEST_F(StoredKeyChanged, AKeyThatCannotBeReadBackIsTriedAgain) {
     const std::string log = log_with([] { remove_conf(); });
     std::string expected = kTriedTwice;
     expected.insert(expected.find("*** (getSessionKey) failed"), "read session key in config failed.\n");
-    EXPECT_EQ(expected, log);
-    EXPECT_EQ((Texts{"5 s"}), fake_os::pauses());
+    EXPECT_EQ(log, expected);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"5 s"}));
 }
 
 TEST_F(SessionKey, IsCutTo29Characters) {
     camera.reply("/CGI/CameraLogin", {good_reply(std::string(40, '1'))});
     log_of_getting();
-    EXPECT_EQ(std::string(29, '1'), session_key());
-    EXPECT_EQ(" Set-Cookie: Session=" + std::string(29, '1') + "\n", read_file("/tmp/cookie.txt"));
+    EXPECT_EQ(session_key(), std::string(29, '1'));
+    EXPECT_EQ(read_file("/tmp/cookie.txt"), " Set-Cookie: Session=" + std::string(29, '1') + "\n");
 }
 
 // --- A configuration that cannot be written.
@@ -549,15 +542,14 @@ class UnwrittenKey : public SessionKey {
 TEST_F(UnwrittenKey, IsUsedFromMemory) {
     camera.reply("/CGI/CameraLogin", {good_reply("7")});
     const ReadOnlyConf read_only;
-    EXPECT_EQ(
-        "Getting Session Key...\n"
-        "***(getSessionKey) login succeeded. *** \n"
-        "Session key=7\n",
-        without_logins(log_of_getting()));
-    EXPECT_EQ("expired", stored("SESSION_KEY"));
-    EXPECT_EQ("7", configured_session_key());
-    EXPECT_EQ("7", session_key());
-    EXPECT_EQ(" Set-Cookie: Session=7\n", read_file("/tmp/cookie.txt"));
+    EXPECT_EQ(without_logins(log_of_getting()),
+              "Getting Session Key...\n"
+              "***(getSessionKey) login succeeded. *** \n"
+              "Session key=7\n");
+    EXPECT_EQ(stored("SESSION_KEY"), "expired");
+    EXPECT_EQ(configured_session_key(), "7");
+    EXPECT_EQ(session_key(), "7");
+    EXPECT_EQ(read_file("/tmp/cookie.txt"), " Set-Cookie: Session=7\n");
 }
 
 TEST_F(UnwrittenKey, OfAFailedLoginIsNoKeyAtAll) {
@@ -570,8 +562,8 @@ TEST_F(UnwrittenKey, OfAFailedLoginIsNoKeyAtAll) {
     });
     const ReadOnlyConf read_only;
     log_of_getting();
-    EXPECT_EQ((Texts{""}), keys_between);
-    EXPECT_EQ("7", session_key());
+    EXPECT_EQ(keys_between, (Texts{""}));
+    EXPECT_EQ(session_key(), "7");
 }
 
 TEST_F(UnwrittenKey, IsForgottenWithTheNextThatIsWritten) {
@@ -580,36 +572,36 @@ TEST_F(UnwrittenKey, IsForgottenWithTheNextThatIsWritten) {
         const ReadOnlyConf read_only;
         log_of_getting();
     }
-    EXPECT_EQ("7", configured_session_key()) << "the file holds one that has expired";
+    EXPECT_EQ(configured_session_key(), "7") << "the file holds one that has expired";
     log_of_getting();
-    EXPECT_EQ("8", stored("SESSION_KEY"));
+    EXPECT_EQ(stored("SESSION_KEY"), "8");
     set_conf("SESSION_KEY", "9");
-    EXPECT_EQ("9", configured_session_key());
+    EXPECT_EQ(configured_session_key(), "9");
 }
 
 TEST_F(UnwrittenKey, OfWhiteSpaceIsTriedAgainAsAWrittenOne) {
     camera.reply("/CGI/CameraLogin",
                  {{.body = kGoodBody, .headers = {"Set-Cookie: Session= "}}, good_reply("7")});
     const ReadOnlyConf read_only;
-    EXPECT_EQ(kTriedTwice, without_logins(log_of_getting()));
+    EXPECT_EQ(without_logins(log_of_getting()), kTriedTwice);
 }
 
 TEST_F(UnwrittenKey, IsCutTo29Characters) {
     camera.reply("/CGI/CameraLogin", {good_reply(std::string(40, '1'))});
     const ReadOnlyConf read_only;
     log_of_getting();
-    EXPECT_EQ(std::string(29, '1'), session_key());
-    EXPECT_EQ(std::string(29, '1'), configured_session_key());
+    EXPECT_EQ(session_key(), std::string(29, '1'));
+    EXPECT_EQ(configured_session_key(), std::string(29, '1'));
 }
 
 class ConfiguredKey : public AgentTest {};
 
 TEST_F(ConfiguredKey, IsTheFilesCutTo29Characters) {
-    EXPECT_EQ(std::nullopt, configured_session_key());
+    EXPECT_EQ(configured_session_key(), std::nullopt);
     write_conf({{"hostIP", "1.2.3.4"}});
-    EXPECT_EQ("", configured_session_key());
+    EXPECT_EQ(configured_session_key(), "");
     write_conf({{"SESSION_KEY", std::string(40, '5')}});
-    EXPECT_EQ(std::string(29, '5'), configured_session_key());
+    EXPECT_EQ(configured_session_key(), std::string(29, '5'));
 }
 
 // --- The cookie file.
@@ -622,29 +614,29 @@ TEST_F(CookieFile, IsItsOwnersAlone) {
     chmod("/tmp/cookie.txt", 0644);
     std::ifstream reader("/tmp/cookie.txt");
     save_cookie_file("42");
-    EXPECT_EQ(0600u, mode_of("/tmp/cookie.txt"));
+    EXPECT_EQ(mode_of("/tmp/cookie.txt"), 0600u);
     std::string text;
     reader >> text;
-    EXPECT_EQ("old", text) << "who had the old one open cannot read the new key";
+    EXPECT_EQ(text, "old") << "who had the old one open cannot read the new key";
     const Texts synced = intercept::synced();
-    EXPECT_EQ(1, std::count(synced.begin(), synced.end(), "/tmp/cookie.txt.veloagent-new"));
+    EXPECT_EQ(std::count(synced.begin(), synced.end(), "/tmp/cookie.txt.veloagent-new"), 1);
 }
 
 TEST_F(CookieFile, IsNotWrittenThroughALink) {
     write_conf({{"COOKIE", "/tmp/cookie.txt"}});
     write_file("/tmp/victim", "untouched");
     unlink("/tmp/cookie.txt");
-    ASSERT_EQ(0, symlink("/tmp/victim", "/tmp/cookie.txt"));
+    ASSERT_EQ(symlink("/tmp/victim", "/tmp/cookie.txt"), 0);
     save_cookie_file("42");
-    EXPECT_EQ("untouched", read_file("/tmp/victim"));
-    EXPECT_EQ(" Set-Cookie: Session=42\n", read_file("/tmp/cookie.txt"));
+    EXPECT_EQ(read_file("/tmp/victim"), "untouched");
+    EXPECT_EQ(read_file("/tmp/cookie.txt"), " Set-Cookie: Session=42\n");
 }
 
 TEST_F(CookieFile, ReplacesWhatWasThere) {
     write_conf({{"COOKIE", "/tmp/cookie.txt"}});
     write_file("/tmp/cookie.txt", std::string(100, 'x'));
     save_cookie_file("42");
-    EXPECT_EQ(" Set-Cookie: Session=42\n", read_file("/tmp/cookie.txt"));
+    EXPECT_EQ(read_file("/tmp/cookie.txt"), " Set-Cookie: Session=42\n");
 }
 
 TEST_F(CookieFile, IsNotWrittenWithoutAPath) {
@@ -660,14 +652,14 @@ TEST_F(CookieFile, IsNotWrittenWithoutAPath) {
     save_cookie_file("42");
     write_conf({{"COOKIE", "/tmp/no/such/folder/cookie"}});
     save_cookie_file("42");
-    EXPECT_EQ(before, files());
+    EXPECT_EQ(files(), before);
 }
 
 TEST_F(CookieFile, ItsPathMayBeOneCharacter) {
     unlink("c");
     write_conf({{"COOKIE", "c"}});
     save_cookie_file("42");
-    EXPECT_EQ(" Set-Cookie: Session=42\n", read_file("c"));
+    EXPECT_EQ(read_file("c"), " Set-Cookie: Session=42\n");
 }
 
 TEST_F(CookieFile, ItsPathIsCutTo31Characters) {
@@ -683,8 +675,8 @@ TEST_F(CookieFile, ItsPathIsCutTo31Characters) {
 class KeyHook : public AgentTest {};
 
 TEST_F(KeyHook, AnEmptyKeyIsNullNotAnEmptyText) {
-    EXPECT_EQ(nullptr, copy_session_key());
-    EXPECT_EQ(std::nullopt, session_key());
+    EXPECT_EQ(copy_session_key(), nullptr);
+    EXPECT_EQ(session_key(), std::nullopt);
 }
 
 TEST_F(KeyHook, EveryoneGetsACopyOfHisOwn) {
@@ -692,10 +684,10 @@ TEST_F(KeyHook, EveryoneGetsACopyOfHisOwn) {
     char *first = get_session_key();
     char *second = get_session_key();
     ASSERT_TRUE(first != nullptr && second != nullptr);
-    EXPECT_NE(first, second);
-    EXPECT_STREQ("12345", first);
+    EXPECT_NE(second, first);
+    EXPECT_STREQ(first, "12345");
     first[29] = 'x';  // the copy has 30 bytes, whatever the key's length
-    EXPECT_STREQ("12345", second);
+    EXPECT_STREQ(second, "12345");
     std::free(first);
     std::free(second);
 }
@@ -703,23 +695,23 @@ TEST_F(KeyHook, EveryoneGetsACopyOfHisOwn) {
 TEST_F(KeyHook, ClearingEmptiesAll30Bytes) {
     set_session_key(std::string(29, '1'));
     clear_session_key();
-    EXPECT_EQ(std::string(30, '\0'), std::string(session_key_buffer, 30));
-    EXPECT_EQ(std::nullopt, session_key());
+    EXPECT_EQ(std::string(session_key_buffer, 30), std::string(30, '\0'));
+    EXPECT_EQ(session_key(), std::nullopt);
 }
 
 TEST_F(KeyHook, IsAskedEachTime) {
     set_session_key("1");
     get_session_key = [] { return strdup("hooked"); };
-    EXPECT_EQ("hooked", session_key());
-    EXPECT_EQ("hooked", wait_for_session_key());
+    EXPECT_EQ(session_key(), "hooked");
+    EXPECT_EQ(wait_for_session_key(), "hooked");
 }
 
 TEST_F(KeyHook, WithoutMemoryForACopyTheKeyIsStillHeld) {
     set_session_key("12345");
     intercept::refuse_next("malloc");
-    EXPECT_EQ("12345", session_key());
+    EXPECT_EQ(session_key(), "12345");
     intercept::refuse_next("malloc");
-    EXPECT_EQ("12345", wait_for_session_key());
+    EXPECT_EQ(wait_for_session_key(), "12345");
 }
 
 // Whether the thread sleeps.
@@ -744,8 +736,8 @@ TEST_F(KeyHook, WhoWaitsForAKeyDoesNotHoldTheProcessesEnd) {
 }
 
 TEST_F(KeyHook, CookieText) {
-    EXPECT_EQ("Session=12", session_cookie("12"));
-    EXPECT_EQ("Session=", session_cookie(""));
+    EXPECT_EQ(session_cookie("12"), "Session=12");
+    EXPECT_EQ(session_cookie(""), "Session=");
 }
 
 TEST_F(SessionKey, WhoeverWaitsGetsItWhenItArrives) {
@@ -759,7 +751,7 @@ TEST_F(SessionKey, WhoeverWaitsGetsItWhenItArrives) {
     }
     log_of_getting();
     for (std::thread &waiter : waiters) waiter.join();
-    EXPECT_EQ(4, got);
+    EXPECT_EQ(got, 4);
 }
 
 TEST_F(SessionKey, IsNeverSeenTornWhileItChanges) {
@@ -783,7 +775,7 @@ TEST_F(SessionKey, IsNeverSeenTornWhileItChanges) {
     }
     done = true;
     for (std::thread &reader : readers) reader.join();
-    EXPECT_EQ(0, torn);
+    EXPECT_EQ(torn, 0);
 }
 
 }  // namespace

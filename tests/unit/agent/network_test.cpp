@@ -344,10 +344,9 @@ TEST_F(NetworkUuid, IsTheCameras) {
     std::optional<std::string> uuid;
     const std::string log = uuid_log(uuid);
     EXPECT_EQ(uuid, "0A1B-2C");
-    EXPECT_LOG(std::string(kUuidStart) +
-                   "get_uuid print response = <Info><UUID>0A1B-2C</UUID></Info>\n "
-                   "get_uuid print value = 0A1B-2C\n ",
-               log);
+    EXPECT_LOG(log, std::string(kUuidStart) +
+                        "get_uuid print response = <Info><UUID>0A1B-2C</UUID></Info>\n "
+                        "get_uuid print value = 0A1B-2C\n ");
     EXPECT_EQ(camera.seen(), Texts{"GET /CGI/CameraInfo? Session=12345"});
 }
 
@@ -357,13 +356,12 @@ TEST_F(NetworkUuid, IsAskedForUntilItIsThere) {
     std::optional<std::string> uuid;
     const std::string log = uuid_log(uuid);
     EXPECT_EQ(uuid, "7");
-    EXPECT_LOG(std::string(kUuidStart) +
-                   "[failed]\nget_uuid curl failed. response of perform_curl() is null.\n"
-                   "find_xml_value failed. response of perform_curl() is null.\n[QUERY CameraInfo?]\n"
-                   "get_uuid print response = <Info></Info>\n "
-                   "find_xml_value failed. response of perform_curl() is null.\n[QUERY CameraInfo?]\n"
-                   "get_uuid print response = <UUID>7</UUID>\n get_uuid print value = 7\n ",
-               log);
+    EXPECT_LOG(log, std::string(kUuidStart) +
+                        "[failed]\nget_uuid curl failed. response of perform_curl() is null.\n"
+                        "find_xml_value failed. response of perform_curl() is null.\n[QUERY CameraInfo?]\n"
+                        "get_uuid print response = <Info></Info>\n "
+                        "find_xml_value failed. response of perform_curl() is null.\n[QUERY CameraInfo?]\n"
+                        "get_uuid print response = <UUID>7</UUID>\n get_uuid print value = 7\n ");
     EXPECT_EQ(fake_os::pauses(), Texts{});
 }
 

@@ -23,19 +23,19 @@ class PollingAlarms : public PollingTest {};
 TEST_F(PollingAlarms, BatteryIsTakenByItsThreshold) {
     set_conf("BATTERY_ARMED", "1");
     set_conf("BATTERY_LOW", "20");
-    EXPECT_LOG(held("battery"), rules("Battery", "20"));  // at the threshold is not low
-    EXPECT_LOG("(poll) low battery event detected\n" + sent(13), rules("Battery", "19"));
-    EXPECT_LOG(held("battery"), rules("Battery", "3"));
+    EXPECT_LOG(rules("Battery", "20"), held("battery"));  // at the threshold is not low
+    EXPECT_LOG(rules("Battery", "19"), "(poll) low battery event detected\n" + sent(13));
+    EXPECT_LOG(rules("Battery", "3"), held("battery"));
     EXPECT_EQ(rules("Battery", "20"), "battery alarm end , recover flag\n");  // equality clears a set latch
-    EXPECT_LOG(held("battery"), rules("Battery", "100"));
-    EXPECT_LOG("(poll) low battery event detected\n" + sent(13), rules("Battery", "none"));  // reads as 0
+    EXPECT_LOG(rules("Battery", "100"), held("battery"));
+    EXPECT_LOG(rules("Battery", "none"), "(poll) low battery event detected\n" + sent(13));  // reads as 0
     EXPECT_EQ(alarm_statuses(), (std::vector<int>{13, 13}));
 }
 
 TEST_F(PollingAlarms, BatteryWithoutAThresholdIsNeverLow) {
     set_conf("BATTERY_ARMED", "1");
     set_conf("BATTERY_LOW", "");
-    EXPECT_LOG(held("battery"), rules("Battery", "0"));
+    EXPECT_LOG(rules("Battery", "0"), held("battery"));
 }
 
 TEST_F(PollingAlarms, CardSpaceIsDfsNotTheCameras) {
@@ -43,25 +43,25 @@ TEST_F(PollingAlarms, CardSpaceIsDfsNotTheCameras) {
     set_conf("SDCARD_LOW", "10");
     const std::string free_is = " get_SDspace_percent percent=";
     free_percent(10);
-    EXPECT_LOG(free_is + "10\n" + held("SDspace"), rules("Space", "0"));
+    EXPECT_LOG(rules("Space", "0"), free_is + "10\n" + held("SDspace"));
     free_percent(9);
     EXPECT_EQ(rules("Space", "99999"), free_is + "9\n(poll) low SDcard space event detected\n" + sent(11));
-    EXPECT_LOG(free_is + "9\n" + held("SDspace"), rules("Space", "99999"));
+    EXPECT_LOG(rules("Space", "99999"), free_is + "9\n" + held("SDspace"));
     free_percent(10);
     EXPECT_EQ(rules("Space", "0"), free_is + "10\nSDspace alarm end , recover flag\n");
-    EXPECT_LOG(free_is + "10\n" + held("SDspace"), rules("Space", "0"));
+    EXPECT_LOG(rules("Space", "0"), free_is + "10\n" + held("SDspace"));
     EXPECT_EQ(alarm_statuses(), std::vector<int>{11});
 }
 
 TEST_F(PollingAlarms, CardPresenceNeedsNoArming) {
-    EXPECT_LOG(held("SD"), rules("SD", "1"));
+    EXPECT_LOG(rules("SD", "1"), held("SD"));
     EXPECT_EQ(rules("SD", "0"), "NO_SD_CARD Alarm event detected\n" + sent(15));
-    EXPECT_LOG(held("SD"), rules("SD", "0"));
-    EXPECT_LOG(held("SD"), rules("SD", "2"));  // neither sends nor clears
-    EXPECT_LOG(held("SD"), rules("SD", ""));
-    EXPECT_LOG(held("SD"), rules("SD", "0 but more"));
+    EXPECT_LOG(rules("SD", "0"), held("SD"));
+    EXPECT_LOG(rules("SD", "2"), held("SD"));  // neither sends nor clears
+    EXPECT_LOG(rules("SD", ""), held("SD"));
+    EXPECT_LOG(rules("SD", "0 but more"), held("SD"));
     EXPECT_EQ(rules("SD", "1"), "SD alarm end , recover flag\n");
-    EXPECT_LOG(held("SD"), rules("SD", "unknown"));
+    EXPECT_LOG(rules("SD", "unknown"), held("SD"));
     EXPECT_EQ(rules("SD", "01"), "NO_SD_CARD Alarm event detected\n" + sent(15));
     EXPECT_EQ(alarm_statuses(), (std::vector<int>{15, 15}));
 }
@@ -280,9 +280,8 @@ TEST_P(PollingMissing, TemperatureIsNotChecked) {
     }
     camera.reply(std::string("/CGI/CameraStatus?") + kTemperatureKeys, reply);
     const std::string index = std::to_string(GetParam().index);
-    EXPECT_LOG(kCheck + "value  " + index + " = NULL\nvalues[" + index +
-                   "] = NULL, aborting platform/Z55/agent/polling : <N>\n",
-               rules("TemperatureEvent", "1"));
+    EXPECT_LOG(rules("TemperatureEvent", "1"), kCheck + "value  " + index + " = NULL\nvalues[" + index +
+                                                   "] = NULL, aborting platform/Z55/agent/polling : <N>\n");
     EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 

@@ -51,7 +51,8 @@ TEST_F(Polling, TwoCyclesToTheCharacter) {
         return std::string(text) + std::to_string(now) + ", last sec: " + std::to_string(first);
     };
     const std::string without_battery = "Notification&MotionEvent&AudioEvent&TemperatureEvent&Space&SD";
-    EXPECT_LOG(kStart + std::string("*** Polling Period: 10 ***\n[9000 ms]\n") +  //
+    EXPECT_LOG(log,
+               kStart + std::string("*** Polling Period: 10 ***\n[9000 ms]\n") +  //
                    kCycle + query(kAllKeys) + quota_due(first) +
                    "Value of MotionEvent:0\nValue of AudioEvent:0\nValue of TemperatureEvent:0\nValue of "
                    "Battery:80\n"
@@ -64,8 +65,7 @@ TEST_F(Polling, TwoCyclesToTheCharacter) {
                    "Space:2048\n" +
                    kSdHeld + "Value of SD:2\n" + sleep() +  //
                    kCycle + waiting("*** (poll) not long enough, curr tv_sec:", second + 10) +
-                   ", key:Battery ***\n" + query(without_battery) + kEnd,
-               log);
+                   ", key:Battery ***\n" + query(without_battery) + kEnd);
     EXPECT_EQ(camera.seen().at(0), std::string("GET /CGI/CameraStatus?") + kAllKeys + " Session=12345");
     EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
@@ -116,7 +116,7 @@ TEST_F(Polling, WithoutConfigurationEndsWithOne) {
     std::string log;
     const std::string errors = errors_of([&] { log = output_of([] { EXPECT_EQ(myPoll("12345"), 1); }); });
     EXPECT_EQ(errors, "Read hostIP failed.: No such file or directory\n");
-    EXPECT_LOG(std::string(kStart).substr(0, std::string(kStart).find("*** hostIP")), log);
+    EXPECT_LOG(log, std::string(kStart).substr(0, std::string(kStart).find("*** hostIP")));
     EXPECT_EQ(fake_os::pauses(), Texts{});
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -243,11 +243,11 @@ TEST_F(Polling, MissingValuesAreLoggedAndSkipped) {
         return "values[" + std::to_string(index) + "] = NULL,  platform/Z55/agent/polling : <N>\n";
     };
     EXPECT_LOG(
+        log.substr(log.find("value  0"), log.find(kCycle, log.find("value  0")) - log.find("value  0")),
         "value  0 = NULL\nvalue  2 = NULL\nvalue  3 = NULL\nvalue  4 = NULL\n" +
             quota_due(fake_os::kStart + 9) + missing(0) + "(poll) Alarm event detected   \n" +
             log_of_alarm("(poll)", 3) + "Value of AudioEvent:1\n" + missing(2) + missing(3) + missing(4) +
-            kSdHeld + "Value of SD:2\n" + sleep(),
-        log.substr(log.find("value  0"), log.find(kCycle, log.find("value  0")) - log.find("value  0")));
+            kSdHeld + "Value of SD:2\n" + sleep());
     EXPECT_EQ(alarm_statuses(), std::vector<int>{3});
 }
 

@@ -52,7 +52,7 @@ class ClockDirect : public AgentTest {
 TEST_F(ClockDirect, SetsTheClockAndTellsTheCamera) {
     const Outcome outcome = synchronise(true);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(std::string(kStartLog) + "(NTP) curl finished succeeded\n", outcome.log);
+    EXPECT_LOG(outcome.log, std::string(kStartLog) + "(NTP) curl finished succeeded\n");
     EXPECT_EQ(fake_os::shell_commands(), Texts{kCommand});
     EXPECT_EQ(camera.seen(), Texts{time_request(kDocument)});
     expect_remembered();
@@ -73,9 +73,8 @@ TEST_F(ClockDirect, NtpdatesFailureReachesNoCamera) {
         fake_os::on_shell([=](const std::string &) { return fake_os::ShellResult{.status = status}; });
         const Outcome outcome = synchronise(true);
         EXPECT_EQ(outcome.result, -1);
-        EXPECT_LOG("*** perform_NTP().... ***\nfail to NTP calibration, system() return: " +
-                       std::to_string(status) + "\n ",
-                   outcome.log);
+        EXPECT_LOG(outcome.log, "*** perform_NTP().... ***\nfail to NTP calibration, system() return: " +
+                                    std::to_string(status) + "\n ");
     }
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -84,24 +83,24 @@ TEST_F(ClockDirect, ATransferErrorIsAFailure) {
     camera.go_away();
     const Outcome outcome = synchronise(true);
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(std::string(kStartLog) + "res !=CURLE_OK, res = 7: platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               std::string(kStartLog) + "res !=CURLE_OK, res = 7: platform/Z55/ak_model,line <N>\n");
 }
 
 TEST_F(ClockDirect, WithoutMemoryForATransferIsAFailure) {
     intercept::refuse_next("curl_easy_init");
     const Outcome outcome = synchronise(true);
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(std::string(kStartLog) + "res !=CURLE_OK, res = 2: platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               std::string(kStartLog) + "res !=CURLE_OK, res = 2: platform/Z55/ak_model,line <N>\n");
 }
 
 TEST_F(ClockDirect, AnyStatusBut200IsAFailure) {
     camera.reply("/CGI/CameraSetup", {CameraReply{.status = 503}});
     const Outcome outcome = synchronise(true);
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(std::string(kStartLog) + "status != 200, status code = 503  (platform/Z55/ak_model: <N>)\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               std::string(kStartLog) + "status != 200, status code = 503  (platform/Z55/ak_model: <N>)\n");
 }
 
 TEST_F(ClockDirect, RedirectsAreFollowed) {
@@ -131,13 +130,12 @@ TEST_F(Clock, ThroughTheQueueIsAJobOfHighPriority) {
     errors_of([&] { log = output_of([] { EXPECT_EQ(perform_NTP("987", false), 0); }); });
     const size_t counters = log.find("good=");  // the process's own
     log.replace(counters, log.find('\n', counters) - counters, "counters");
-    EXPECT_LOG(std::string(kStartLog) +
-                   "curlmgr_perform_curl called\nhigh size: 1\n"
-                   "curlmgr: performing curl, name = perform_NTP... \nres: 200\n"
-                   "*** (poll) write_callback_func: <Done></Done> ***\n"
-                   "curlmgr_enqueue_job OK. res = 0, counters\n "
-                   "(NTP) curl finished succeeded\n",
-               log);
+    EXPECT_LOG(log, std::string(kStartLog) +
+                        "curlmgr_perform_curl called\nhigh size: 1\n"
+                        "curlmgr: performing curl, name = perform_NTP... \nres: 200\n"
+                        "*** (poll) write_callback_func: <Done></Done> ***\n"
+                        "curlmgr_enqueue_job OK. res = 0, counters\n "
+                        "(NTP) curl finished succeeded\n");
     EXPECT_EQ(camera.seen(), Texts{time_request(kDocument)});
     expect_remembered();
 }
@@ -146,8 +144,8 @@ TEST_F(Clock, ThroughTheQueueFailsAlike) {
     camera.go_away();
     const Outcome outcome = synchronise(false);
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(std::string(kStartLog) + "res !=CURLE_OK, res = 7: platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               std::string(kStartLog) + "res !=CURLE_OK, res = 7: platform/Z55/ak_model,line <N>\n");
 }
 
 struct TimeRow {
@@ -237,7 +235,7 @@ constexpr char kSecondRound[] =
     "year=2023, mon=11, mday=15, hour=7, min=13, sec=20\n~~~~~\n(NTP) curl finished succeeded\n";
 
 TEST_F(ClockThread, SynchronisesOnItsPeriod) {
-    EXPECT_LOG(kThreadStart + kFirstRound + kSecondRound, rounds(2));
+    EXPECT_LOG(rounds(2), kThreadStart + kFirstRound + kSecondRound);
     EXPECT_EQ(fake_os::pauses(), (Texts{"3600 s", "3600 s"}));
     EXPECT_EQ(fake_os::shell_commands(), (Texts{kCommand, kCommand}));
     EXPECT_EQ(camera.requests().size(), 2U);
@@ -254,19 +252,18 @@ TEST_F(ClockThread, RebootsAtTheFirstSuccessAfterAFailedStart) {
     const std::string log = rounds(2);
     EXPECT_EQ(fake_os::reboots(), 1);
     EXPECT_EQ(pauses_before, 1);  // in the second round, before its pause
-    EXPECT_LOG(std::string(kSecondRound) +
+    EXPECT_LOG(log.substr(log.rfind("NTP_poll polling")),
+               std::string(kSecondRound) +
                    "!!!***platform/Z55/ak_model <N> ***!!!\n ***** reboot operation*****\n"
-                   "system reboot failure\nlocal_res = -1\n",
-               log.substr(log.rfind("NTP_poll polling")));
+                   "system reboot failure\nlocal_res = -1\n");
     EXPECT_EQ(NTP_FAIL, -1);
 }
 
 TEST_F(ClockThread, AFailureChangesNothingOnceTheClockWasSet) {
     fake_os::on_shell([](const std::string &) { return fake_os::ShellResult{.status = 256}; });
-    EXPECT_LOG(std::string(kThreadStart) +
-                   "NTP_poll polling\n*** perform_NTP().... ***\n"
-                   "fail to NTP calibration, system() return: 256\n ",
-               rounds(1));
+    EXPECT_LOG(rounds(1), std::string(kThreadStart) +
+                              "NTP_poll polling\n*** perform_NTP().... ***\n"
+                              "fail to NTP calibration, system() return: 256\n ");
     EXPECT_EQ(NTP_FAIL, 0);
     EXPECT_EQ(fake_os::reboots(), 0);
     EXPECT_EQ(fake_os::pauses(), Texts{"3600 s"});

@@ -64,19 +64,18 @@ const std::string kChecksLog =
 
 TEST_F(UpgradeRequest, IsRequestedAfterAllChecks) {
     const std::string log = log_of_started_request();
-    EXPECT_LOG(kChecksLog +
-                   "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
-                   "/tmp/fuse_d/.ota.tmp file deleted successfully.\n"
-                   "delete file success\n"
-                   "[POST RemoteControl]\n"
-                   "curl_Post OK, starting OTA monitoring\n"
-                   "start_OTA_monitoring called\n"
-                   "(OTA_monitor) OTA_monitor starts.\n" +
-                   log_of_status("Upgrade_SW_status", "FwUpgradeStatus", "Idle") +
-                   log_of_status("Upgrade_SW_process", "FwDownloadProgress", "0") +
-                   "SW status Now  = Idle,---  platform/Z55/ak_model,<N> -----\n"
-                   "SW fwProcess Now download progress = 0,---  platform/Z55/ak_model,<N> -----\n",
-               log);
+    EXPECT_LOG(log, kChecksLog +
+                        "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
+                        "/tmp/fuse_d/.ota.tmp file deleted successfully.\n"
+                        "delete file success\n"
+                        "[POST RemoteControl]\n"
+                        "curl_Post OK, starting OTA monitoring\n"
+                        "start_OTA_monitoring called\n"
+                        "(OTA_monitor) OTA_monitor starts.\n" +
+                        log_of_status("Upgrade_SW_status", "FwUpgradeStatus", "Idle") +
+                        log_of_status("Upgrade_SW_process", "FwDownloadProgress", "0") +
+                        "SW status Now  = Idle,---  platform/Z55/ak_model,<N> -----\n"
+                        "SW fwProcess Now download progress = 0,---  platform/Z55/ak_model,<N> -----\n");
     const Texts seen = camera.seen();
     ASSERT_GE(seen.size(), 7u);
     EXPECT_EQ(Texts(seen.begin(), seen.begin() + 7),
@@ -150,9 +149,9 @@ TEST_P(Refusal, EndsTheRequest) {
     camera_answers(row.changed);
     std::string log;
     const std::string errors = errors_of([&] { log = log_of_request(row.result); });
-    EXPECT_LOG(row.last_log, from_last(log, row.last_log));
+    EXPECT_LOG(from_last(log, row.last_log), row.last_log);
     const std::string last_errors = row.last_errors;
-    EXPECT_LOG(last_errors, last_errors.empty() ? errors : from_last(errors, last_errors));
+    EXPECT_LOG(last_errors.empty() ? errors : from_last(errors, last_errors), last_errors);
     Texts seen = commands(camera);
     ASSERT_GE(seen.size(), row.last_commands.size());
     seen.erase(seen.begin(), seen.end() - static_cast<long>(row.last_commands.size()));
@@ -265,26 +264,24 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(UpgradeRequest, MissingReserveFileEndsTheRequest) {
     unlink(kReserve);
-    EXPECT_LOG(kChecksLog +
-                   "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
-                   "Error:  file not found! check the directory!!\n"
-                   "delete file failure, OTA failure\n",
-               log_of_request(-1));
+    EXPECT_LOG(log_of_request(-1), kChecksLog +
+                                       "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
+                                       "Error:  file not found! check the directory!!\n"
+                                       "delete file failure, OTA failure\n");
     EXPECT_EQ(commands(camera).back(), kStatus);
 }
 
 TEST_F(UpgradeRequest, RequestThatFailsGivesItsReserveBack) {
     camera_answers({{"UPGRADE_FW", {{.hang_up = true}, taken("UPGRADE_FW")}}});
-    EXPECT_LOG(kChecksLog +
-                   "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
-                   "/tmp/fuse_d/.ota.tmp file deleted successfully.\n"
-                   "delete file success\n"
-                   "[POST RemoteControl]\n"
-                   "[failed]\n"
-                   "(OTA) curl_Post failed . res = 52 , platform/Z55/ak_model:<N>\n"
-                   "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
-                   "create start\ncreate file end\ncreate file success\n",
-               log_of_request(-1));
+    EXPECT_LOG(log_of_request(-1), kChecksLog +
+                                       "!!!***platform/Z55/ak_model <N> ***!!! deleteDummyFile function \n"
+                                       "/tmp/fuse_d/.ota.tmp file deleted successfully.\n"
+                                       "delete file success\n"
+                                       "[POST RemoteControl]\n"
+                                       "[failed]\n"
+                                       "(OTA) curl_Post failed . res = 52 , platform/Z55/ak_model:<N>\n"
+                                       "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
+                                       "create start\ncreate file end\ncreate file success\n");
     EXPECT_EQ(load_shared(ota_enable), 0);
     EXPECT_TRUE(file_exists(kReserve));
     EXPECT_NE(log_of_started_request().find("curl_Post OK, starting OTA monitoring\n"), std::string::npos);

@@ -60,12 +60,12 @@ TEST_P(Outcome, IsToldToTheCloud) {
     if (row.version != nullptr) write_file(kFirmwareVersion, row.version);
     write_file(kMarker, row.marker);
     const int status = row.succeeded ? 19 : 20;
-    EXPECT_LOG(std::string("checkOtaTmpFile called\n"
+    EXPECT_LOG(output_of(checkOtaTmpFile),
+               std::string("checkOtaTmpFile called\n"
                            "ota temp file(/tmp/ota.marker) existed\n") +
                    row.log + (row.succeeded ? "soap_OTA_succeeded called\n" : "soap_OTA_failed called\n") +
                    log_of_alarm("(OTA)", status) +
-                   "OTA Temp file \"/tmp/ota.marker\" file is deleted successfully.\n",
-               output_of(checkOtaTmpFile));
+                   "OTA Temp file \"/tmp/ota.marker\" file is deleted successfully.\n");
     EXPECT_EQ(alarm_statuses(), std::vector{status});
     EXPECT_FALSE(file_exists(kMarker));
 }

@@ -67,7 +67,7 @@ inline Outcome read_with(int (*handler)(const char *, char **), const char *name
         return outcome;
     }
     outcome.text = value;
-    for (size_t i = outcome.text.size(); i < 130; i++) EXPECT_EQ(0, value[i]) << "byte " << i;
+    for (size_t i = outcome.text.size(); i < 130; i++) EXPECT_EQ(value[i], 0) << "byte " << i;
     std::free(value);
     return outcome;
 }

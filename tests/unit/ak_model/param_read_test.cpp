@@ -22,8 +22,8 @@ TEST_P(ParamReadCameraParameter, IsAskedOfItsGroup) {
     const auto [name, group, value] = GetParam();
     const Outcome outcome = kParam.read(name);
     expect_value(outcome, value);
-    EXPECT_LOG(kParam.start_log(name) + "[GET CameraSetting?" + group + "]\n" + end_log(name, value),
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               kParam.start_log(name) + "[GET CameraSetting?" + group + "]\n" + end_log(name, value));
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), Texts{get_request(std::string("CameraSetting?") + group)});
 }
@@ -83,7 +83,7 @@ TEST_P(ParamReadConfParameter, IsReadFromTheFileUnchanged) {
         set_conf(key, value);
         const Outcome outcome = kParam.read(name);
         expect_value(outcome, value);
-        EXPECT_LOG(kParam.start_log(name) + end_log(name, value), outcome.log);
+        EXPECT_LOG(outcome.log, kParam.start_log(name) + end_log(name, value));
     }
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -117,9 +117,9 @@ TEST_P(ParamReadResolution, IsTheSelectedProfile) {
     gResolutionType = type;
     const Outcome outcome = kParam.read("high_definition");
     expect_value(outcome, text);
-    EXPECT_LOG(kParam.start_log("high_definition") + "get resolution type = " + std::to_string(type) +
-                   "\n---platform/Z55/ak_model,line <N>\n" + end_log("high_definition", text),
-               outcome.log);
+    EXPECT_LOG(outcome.log, kParam.start_log("high_definition") +
+                                "get resolution type = " + std::to_string(type) +
+                                "\n---platform/Z55/ak_model,line <N>\n" + end_log("high_definition", text));
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
@@ -163,17 +163,16 @@ TEST_F(ParamRead, AnyStatusBut200CountsAsNoAnswer) {
     camera.reply("/CGI/CameraSetting?AUDIO_DETECTION", {CameraReply{.body = kAudio, .status = 503}});
     const Outcome outcome = kParam.read("sd_armed");
     expect_error(outcome);
-    EXPECT_LOG(
-        std::string("curl failed : ") + curl_easy_strerror(CURLE_OK) + "  (platform/Z55/ak_model, <N>)\n",
-        outcome.errors);
+    EXPECT_LOG(outcome.errors, std::string("curl failed : ") + curl_easy_strerror(CURLE_OK) +
+                                   "  (platform/Z55/ak_model, <N>)\n");
 }
 
 TEST_F(ParamRead, AMissingElementIsAnError) {
     camera.reply("/CGI/CameraSetting?TEMPERATURE_ALERT", "<ErrorCode>-3</ErrorCode>");
     const Outcome outcome = kParam.read("td_down");
     expect_error(outcome);
-    EXPECT_LOG(kParam.start_log("td_down") + "[GET CameraSetting?TEMPERATURE_ALERT]\n", outcome.log);
-    EXPECT_LOG("xml_value is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
+    EXPECT_LOG(outcome.log, kParam.start_log("td_down") + "[GET CameraSetting?TEMPERATURE_ALERT]\n");
+    EXPECT_LOG(outcome.errors, "xml_value is null:  (platform/Z55/ak_model, <N>)\n");
 }
 
 TEST_F(ParamRead, AnEmptyBodyIsAnError) {

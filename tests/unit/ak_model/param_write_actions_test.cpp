@@ -20,11 +20,11 @@ TEST_F(ParamWrite, UpgradeGivesZeroWhenItWasRequested) {
     camera.reply("/CGI/CameraStatus?NewFirmwareEvent", "<ErrorCode>0</ErrorCode>");
     const Outcome outcome = set("doOTA", "any");
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log("doOTA", "any") + "before set OTA() , ---platform/Z55/ak_model,line <N>\n" +
-                   "!!!***platform/Z55/ak_model <N> ***!!! OTA function \n" +
-                   "[GET CameraStatus?NewFirmwareEvent]\nfwEvent ErrorCode: 0\n" +
-                   "after set OTA() , ---platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log("doOTA", "any") +
+                                "before set OTA() , ---platform/Z55/ak_model,line <N>\n" +
+                                "!!!***platform/Z55/ak_model <N> ***!!! OTA function \n" +
+                                "[GET CameraStatus?NewFirmwareEvent]\nfwEvent ErrorCode: 0\n" +
+                                "after set OTA() , ---platform/Z55/ak_model,line <N>\n");
 }
 
 TEST_F(ParamWrite, UpgradeGivesMinusOneForAnyOtherResult) {
@@ -41,14 +41,13 @@ TEST_F(ParamWrite, CardIsFormattedAndItsReserveMadeAnew) {
     unlink("/tmp/fuse_d/.ota.tmp");
     const Outcome outcome = set("sdformat", "0");
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log("sdformat", "0") +
-                   "before set formatSD() , ---platform/Z55/ak_model,line <N>\n"
-                   "!!!***platform/Z55/ak_model <N> ***!!!\n ***** formatsd operation*****\n"
-                   "[POST RemoteControl]\n"
-                   "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
-                   "create start\ncreate file end\ncreate file success\n"
-                   "after set formatSD() , ---platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log("sdformat", "0") +
+                                "before set formatSD() , ---platform/Z55/ak_model,line <N>\n"
+                                "!!!***platform/Z55/ak_model <N> ***!!!\n ***** formatsd operation*****\n"
+                                "[POST RemoteControl]\n"
+                                "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
+                                "create start\ncreate file end\ncreate file success\n"
+                                "after set formatSD() , ---platform/Z55/ak_model,line <N>\n");
     EXPECT_EQ(camera.seen(), Texts{"POST /CGI/RemoteControl Session=12345\n" + posted(kFormatDocument, 56)});
     EXPECT_EQ(fake_os::shell_commands(),
               Texts{"/bin/dd if=/dev/zero of=/tmp/fuse_d/.ota.tmp bs=1024000 count=100"});
@@ -71,11 +70,10 @@ TEST_F(ParamWrite, ManualRecordingStarts) {
     video_recording = 1;
     const Outcome outcome = set("manual_record", "1");
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log("manual_record", "1") +
-                   "before set start_recording_video  , ---platform/Z55/ak_model,line <N>\n"
-                   "start_recording_video:line=382:video_recording=1\n"
-                   "after set start_recording_video , ---platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log("manual_record", "1") +
+                                "before set start_recording_video  , ---platform/Z55/ak_model,line <N>\n"
+                                "start_recording_video:line=382:video_recording=1\n"
+                                "after set start_recording_video , ---platform/Z55/ak_model,line <N>\n");
 }
 
 TEST_F(ParamWrite, ManualRecordingHasNoEnd) {
@@ -89,18 +87,17 @@ TEST_F(ParamWrite, ManualRecordingHasNoEnd) {
 TEST_F(ParamWrite, ManualRecordingStops) {
     const Outcome outcome = set("manual_record", "0");
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log("manual_record", "0") +
-                   "before set stop_recording_video  , ---platform/Z55/ak_model,line <N>\n"
-                   "stop_recording_video called\nVideo_recording is 0. Return. \n"
-                   "after set stop_recording_video , ---platform/Z55/ak_model,line <N>\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log("manual_record", "0") +
+                                "before set stop_recording_video  , ---platform/Z55/ak_model,line <N>\n"
+                                "stop_recording_video called\nVideo_recording is 0. Return. \n"
+                                "after set stop_recording_video , ---platform/Z55/ak_model,line <N>\n");
 }
 
 TEST_F(ParamWrite, ManualRecordingIgnoresOtherValues) {
     for (const char *value : {"2", "-1"}) {
         const Outcome outcome = set("manual_record", value);
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG(start_log("manual_record", value), outcome.log);
+        EXPECT_LOG(outcome.log, start_log("manual_record", value));
     }
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -109,7 +106,7 @@ TEST_F(ParamWrite, RebootAndSaveDoNothing) {
     for (const char *name : {"reboot", "save_param"}) {
         const Outcome outcome = set(name, "1");
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG(start_log(name, "1"), outcome.log);
+        EXPECT_LOG(outcome.log, start_log(name, "1"));
     }
     EXPECT_EQ(fake_os::reboots(), 0);
     EXPECT_EQ(camera.seen(), Texts{});
@@ -118,7 +115,7 @@ TEST_F(ParamWrite, RebootAndSaveDoNothing) {
 TEST_F(ParamWrite, ResolutionIsNotImplemented) {
     const Outcome outcome = set("resolution", "1");
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(start_log("resolution", "1") + "Not implement yet\n", outcome.log);
+    EXPECT_LOG(outcome.log, start_log("resolution", "1") + "Not implement yet\n");
 }
 
 TEST_F(ParamWrite, CloudStorageTokenIsRemoved) {
@@ -128,13 +125,13 @@ TEST_F(ParamWrite, CloudStorageTokenIsRemoved) {
                             "after remove nimbo token , ---platform/Z55/ak_model,line <N>\n";
     const Outcome removed = set("Csdnimbo", "0");
     EXPECT_EQ(removed.result, 0);
-    EXPECT_LOG(log, removed.log);
+    EXPECT_LOG(removed.log, log);
     EXPECT_EQ(fake_vendor::calls(), Texts{"remove_token"});
     for (const int failure : {1, -2}) {
         fake_vendor::result("remove_token", failure);
         const Outcome refused = set("Csdnimbo", "0");
         EXPECT_EQ(refused.result, -1);
-        EXPECT_LOG(log, refused.log);
+        EXPECT_LOG(refused.log, log);
     }
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -142,8 +139,8 @@ TEST_F(ParamWrite, CloudStorageTokenIsRemoved) {
 TEST_F(ParamWrite, CloudStorageTokenIsFetchedElsewhere) {
     const Outcome outcome = set("Csdnimbo", "1");
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log("Csdnimbo", "1") + trace("get nimbo token (actual work in NimboUpLoad function) "),
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               start_log("Csdnimbo", "1") + trace("get nimbo token (actual work in NimboUpLoad function) "));
     EXPECT_EQ(fake_vendor::calls(), Texts{});
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -174,7 +171,7 @@ TEST_P(ParamWriteHighDefinition, SelectsTheProfileAndStartsTheThread) {
     const std::string start = start_log("high_definition", value) +
                               "ptz_direction_control: change resolution= " + std::to_string(type) +
                               "\n--platform/Z55/ak_model,line <N>--\narg = ";
-    EXPECT_LOG(start, outcome.log.substr(0, outcome.log.find("arg = ") + 6));
+    EXPECT_LOG(outcome.log.substr(0, outcome.log.find("arg = ") + 6), start);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ParamWriteHighDefinition,
@@ -208,9 +205,9 @@ class ParamWriteUndefinedParameter : public ParamWrite, public testing::WithPara
 TEST_P(ParamWriteUndefinedParameter, IsAFailure) {
     const Outcome outcome = set(GetParam().text, "1");
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(start_log(GetParam().text, "1") + "!!!***platform/Z55/ak_model <N> ***!!! param_name=" +
-                   GetParam().text + "\nset_device_param This parameter undefined\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log(GetParam().text, "1") +
+                                "!!!***platform/Z55/ak_model <N> ***!!! param_name=" + GetParam().text +
+                                "\nset_device_param This parameter undefined\n");
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), Texts{});
     EXPECT_EQ(conf_text(), kArmedConf);
@@ -232,9 +229,9 @@ TEST_F(ParamWrite, NullsAreFailuresAndNoCrash) {
                              "high_definition", "manual_record", "Csdnimbo", "nothing"}) {
         const Outcome outcome = set(name, nullptr, 0);
         EXPECT_EQ(outcome.result, -1) << name;
-        EXPECT_LOG(start_log(name, "", 0) + "!!!***platform/Z55/ak_model <N> ***!!! param_name=" + name +
-                       "\nset_device_param This parameter undefined\n",
-                   outcome.log);
+        EXPECT_LOG(outcome.log, start_log(name, "", 0) +
+                                    "!!!***platform/Z55/ak_model <N> ***!!! param_name=" + name +
+                                    "\nset_device_param This parameter undefined\n");
     }
     EXPECT_EQ(camera.seen(), Texts{});
     EXPECT_EQ(conf_text(), kArmedConf);

@@ -19,7 +19,7 @@ TEST_P(ParamWriteGroupParameter, IsWrittenBackWithItsGroup) {
     const std::string target = std::string("CameraSetting?") + group;
     const Outcome outcome = set(parameter, value, 7);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log(parameter, value, 7) + "[GET " + target + "]\n" + post_log(document), outcome.log);
+    EXPECT_LOG(outcome.log, start_log(parameter, value, 7) + "[GET " + target + "]\n" + post_log(document));
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), (Texts{get_request(target), setup_request(document)}));
     EXPECT_EQ(conf_text(), kArmedConf);
@@ -131,7 +131,7 @@ TEST_P(ParamWriteNeededElement, MissingGivesFiveAndPostsNothing) {
     }
     const Outcome outcome = set(parameter, "1");
     EXPECT_EQ(outcome.result, 5);
-    EXPECT_LOG("local_response is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
+    EXPECT_LOG(outcome.errors, "local_response is null:  (platform/Z55/ak_model, <N>)\n");
     EXPECT_EQ(outcome.log.find("before POST"), std::string::npos);
     EXPECT_EQ(camera.requests().size(), 1U);
 }
@@ -183,13 +183,11 @@ TEST_F(ParamWrite, ACameraThatCannotBeReachedIsAFailure) {
     camera.go_away();
     const Outcome outcome = set("sd_armed", "1");
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(start_log("sd_armed", "1") +
-                   "[GET CameraSetting?AUDIO_DETECTION]\n[failed]\n"
-                   "res !=CURLE_OK: platform/Z55/ak_model,line <N>\n",
-               outcome.log);
-    EXPECT_LOG(std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
-                   "  (platform/Z55/ak_model, <N>)\n",
-               outcome.errors);
+    EXPECT_LOG(outcome.log, start_log("sd_armed", "1") +
+                                "[GET CameraSetting?AUDIO_DETECTION]\n[failed]\n"
+                                "res !=CURLE_OK: platform/Z55/ak_model,line <N>\n");
+    EXPECT_LOG(outcome.errors, std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
+                                   "  (platform/Z55/ak_model, <N>)\n");
 }
 
 TEST_F(ParamWrite, AnyStatusBut200OfTheGetIsAFailure) {
@@ -202,9 +200,8 @@ TEST_F(ParamWrite, APostThatFailsIsAFailure) {
     camera.reply("/CGI/CameraSetup", {CameraReply{.hang_up = true}});
     const Outcome outcome = set("md_armed", "1");
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(start_log("md_armed", "1") + "[GET CameraSetting?MOTION_DETECTION]\n" +
-                   post_log(MOTION("ON", "6")) + "[failed]\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log("md_armed", "1") + "[GET CameraSetting?MOTION_DETECTION]\n" +
+                                post_log(MOTION("ON", "6")) + "[failed]\n");
 }
 
 TEST_F(ParamWrite, ThePostsStatusIsNotLookedAt) {
@@ -219,8 +216,8 @@ TEST_F(ParamWrite, ADocumentIsCutAt319CharactersAndTheBodyAt349) {
     EXPECT_EQ(outcome.result, 0);
     const std::string head = "<CameraSetup><MOTION_DETECTION><ENABLE>ON</ENABLE><SENSITIVITY>";
     const std::string document = head + std::string(319 - head.size(), 's');
-    EXPECT_LOG(start_log("md_armed", "1") + "[GET CameraSetting?MOTION_DETECTION]\n" + post_log(document),
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               start_log("md_armed", "1") + "[GET CameraSetting?MOTION_DETECTION]\n" + post_log(document));
     EXPECT_EQ(camera.requests().at(1).body, posted(document).substr(0, 349));
 }
 
@@ -265,7 +262,7 @@ TEST_P(ParamWriteConfSwitch, IsStored) {
         const Outcome outcome = set(name, value);
         EXPECT_EQ(outcome.result, 0);
         const std::string state = value[0] == '1' ? " on" : " off";
-        EXPECT_LOG(start_log(name, value) + trace(std::string("setting ") + word + state), outcome.log);
+        EXPECT_LOG(outcome.log, start_log(name, value) + trace(std::string("setting ") + word + state));
         EXPECT_EQ(conf_text(), conf_with(key, value));
     }
     EXPECT_EQ(set(name, "01").result, 0);
@@ -296,10 +293,10 @@ TEST_P(ParamWriteThreshold, IsStoredAsReceived) {
     for (const std::string value : {"15", "fifteen", "", " 7"}) {
         const Outcome outcome = set(name, value.c_str());
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG(start_log(name, value) +
+        EXPECT_LOG(outcome.log,
+                   start_log(name, value) +
                        trace(std::string("before setting ") + word + " , param_value = " + value) +
-                       trace(std::string("After setting ") + word + " , param_value = " + value),
-                   outcome.log);
+                       trace(std::string("After setting ") + word + " , param_value = " + value));
         EXPECT_EQ(conf_text(), conf_with(key, value));
     }
     EXPECT_EQ(camera.seen(), Texts{});

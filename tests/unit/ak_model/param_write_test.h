@@ -53,7 +53,7 @@ class ParamWrite : public HandlerTest {
     // What every parameter that posts an empty command looks like.
     void expect_empty_command(const Outcome &outcome, const std::string &log_before) {
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG(log_before + post_log(""), outcome.log);
+        EXPECT_LOG(outcome.log, log_before + post_log(""));
         EXPECT_EQ(camera.seen(), Texts{setup_request("")});
         EXPECT_EQ(camera.requests().at(0).body,
                   "HTTP/1.1\nContent-Length: 0\nContent-Type: application/x-www-form-urlencoded\n\r\n\r\n");

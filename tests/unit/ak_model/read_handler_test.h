@@ -38,18 +38,16 @@ inline void expect_error(const Outcome &outcome) {
 inline void expect_unreachable(const ReadHandler &handler, const char *name, const std::string &target) {
     const Outcome outcome = handler.read(name);
     expect_error(outcome);
-    EXPECT_LOG(handler.start_log(name) + "[GET " + target +
-                   "]\n[failed]\nres !=CURLE_OK: platform/Z55/ak_model,line <N>\n",
-               outcome.log);
-    EXPECT_LOG(std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
-                   "  (platform/Z55/ak_model, <N>)\n",
-               outcome.errors);
+    EXPECT_LOG(outcome.log, handler.start_log(name) + "[GET " + target +
+                                "]\n[failed]\nres !=CURLE_OK: platform/Z55/ak_model,line <N>\n");
+    EXPECT_LOG(outcome.errors, std::string("curl failed : ") + curl_easy_strerror(CURLE_COULDNT_CONNECT) +
+                                   "  (platform/Z55/ak_model, <N>)\n");
 }
 
 inline void expect_undefined(const ReadHandler &handler, const char *name) {
     const Outcome outcome = handler.read(name);
     expect_error(outcome);
-    EXPECT_LOG(handler.start_log(name) + "get_device_param This parameter undefined\n", outcome.log);
+    EXPECT_LOG(outcome.log, handler.start_log(name) + "get_device_param This parameter undefined\n");
     EXPECT_EQ(outcome.errors, "");
 }
 

@@ -33,7 +33,7 @@ TEST_P(Direction, IsOnlyLogged) {
     const auto [name, command, text] = GetParam();
     const Outcome outcome = control(command, 9);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log(command, 9) + text + "\n", outcome.log);
+    EXPECT_LOG(outcome.log, start_log(command, 9) + text + "\n");
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
@@ -55,9 +55,8 @@ class UnknownCommand : public HandlerTest, public testing::WithParamInterface<Un
 TEST_P(UnknownCommand, IsLoggedAndAccepted) {
     const Outcome outcome = control(GetParam().command, -7);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log(GetParam().command, -7) +
-                   "ptz_direction_control: unknown command= " + std::to_string(GetParam().command) + "\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, start_log(GetParam().command, -7) + "ptz_direction_control: unknown command= " +
+                                std::to_string(GetParam().command) + "\n");
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
@@ -86,7 +85,7 @@ TEST_P(Lullaby, PostsItsDocument) {
     const auto [name, operation, param, document] = GetParam();
     const Outcome outcome = control(operation, param);
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(start_log(operation, param) + kLullabyLog + "[POST RemoteControl]\n", outcome.log);
+    EXPECT_LOG(outcome.log, start_log(operation, param) + kLullabyLog + "[POST RemoteControl]\n");
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), (Texts{get_request("CameraStatus?LullabyMode"), control_request(document)}));
 }
@@ -143,7 +142,7 @@ TEST_F(RemoteOperations, SongsOutOfRangePostNothing) {
         camera.forget();
         const Outcome outcome = control(42, song);
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG(start_log(42, song) + kLullabyLog + "Select Song is out of range, error", outcome.log);
+        EXPECT_LOG(outcome.log, start_log(42, song) + kLullabyLog + "Select Song is out of range, error");
         EXPECT_EQ(camera.seen(), Texts{get_request("CameraStatus?LullabyMode")});
     }
 }
@@ -157,8 +156,8 @@ TEST_F(RemoteOperations, LullabyNeedsAnAnswerButNotItsContent) {
         camera.reply("/CGI/CameraStatus?LullabyMode", {reply});
         const Outcome outcome = control(40, 1);
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG("local_response is null:  (platform/Z55/ak_model, <N>)\n", outcome.errors);
-        EXPECT_LOG(start_log(40, 1) + kLullabyLog + "[failed]\n", outcome.log);
+        EXPECT_LOG(outcome.errors, "local_response is null:  (platform/Z55/ak_model, <N>)\n");
+        EXPECT_LOG(outcome.log, start_log(40, 1) + kLullabyLog + "[failed]\n");
         for (const CameraRequest &request : camera.requests()) EXPECT_EQ(request.method, "GET");
     }
 }
@@ -178,8 +177,8 @@ TEST_P(NightLight, PostsItsSettingWithItsLength) {
     const Outcome outcome = control(30, param);
     EXPECT_EQ(outcome.result, 0);
     EXPECT_LOG(
-        start_log(30, param) + "!!!***platform/Z55/ak_model <N> ***!!!\n **********\n[POST RemoteControl]\n",
-        outcome.log);
+        outcome.log,
+        start_log(30, param) + "!!!***platform/Z55/ak_model <N> ***!!!\n **********\n[POST RemoteControl]\n");
     EXPECT_EQ(camera.seen(), Texts{"POST /CGI/RemoteControl Session=12345\n" + posted(document, length)});
 }
 
@@ -219,7 +218,7 @@ TEST_P(ResolutionCommand, SelectsTheProfileAndStartsTheThread) {
     const std::string start = start_log(45, param) +
                               "ptz_direction_control: change resolution= " + std::to_string(type) +
                               "\n--platform/Z55/ak_model,line <N>--\narg = ";
-    EXPECT_LOG(start, outcome.log.substr(0, outcome.log.find("arg = ") + 6));
+    EXPECT_LOG(outcome.log.substr(0, outcome.log.find("arg = ") + 6), start);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ResolutionCommand,
@@ -237,10 +236,9 @@ TEST_F(RemoteOperations, FormattingTellsItsResult) {
     camera.go_away();
     const Outcome outcome = outcome_of(formatSD);
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(
-        "!!!***platform/Z55/ak_model <N> ***!!!\n ***** formatsd operation*****\n"
-        "[POST RemoteControl]\n[failed]\n",
-        outcome.log);
+    EXPECT_LOG(outcome.log,
+               "!!!***platform/Z55/ak_model <N> ***!!!\n ***** formatsd operation*****\n"
+               "[POST RemoteControl]\n[failed]\n");
     EXPECT_EQ(fake_os::shell_commands().size(), 1U);
 }
 
@@ -250,7 +248,7 @@ TEST_F(RemoteOperations, RebootThatCannotStartIsAFailure) {
     fake_os::on_reboot(-1);
     const Outcome outcome = outcome_of([] { return rebootOperation(); });
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(std::string(kRebootLog) + "system reboot failure\nlocal_res = -1\n", outcome.log);
+    EXPECT_LOG(outcome.log, std::string(kRebootLog) + "system reboot failure\nlocal_res = -1\n");
     EXPECT_EQ(fake_os::reboots(), 1);
     EXPECT_EQ(camera.seen(), Texts{});
 }
@@ -259,7 +257,7 @@ TEST_F(RemoteOperations, RebootToolThatReportsNothingIsASuccess) {
     fake_os::on_reboot(0);
     const Outcome outcome = outcome_of([] { return rebootOperation(); });
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(std::string(kRebootLog) + "system reboot ok\n", outcome.log);
+    EXPECT_LOG(outcome.log, std::string(kRebootLog) + "system reboot ok\n");
 }
 
 }  // namespace

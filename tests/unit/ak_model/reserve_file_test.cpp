@@ -44,7 +44,7 @@ class Reserve : public AgentTest {
 };
 
 TEST_F(Reserve, IsMadeByDd) {
-    EXPECT_LOG(kCreated, log_of_making(0));
+    EXPECT_LOG(log_of_making(0), kCreated);
     EXPECT_EQ(fake_os::shell_commands(), Texts{kFill});
     EXPECT_EQ(fake_os::shell_limits(), std::vector{600}) << "a slow card takes its time";
     EXPECT_TRUE(file_exists(kReserve));
@@ -52,7 +52,7 @@ TEST_F(Reserve, IsMadeByDd) {
 
 TEST_F(Reserve, ThatExistsIsLeftAlone) {
     write_file(kReserve, "space");
-    EXPECT_LOG(kExists, log_of_making(-1));
+    EXPECT_LOG(log_of_making(-1), kExists);
     EXPECT_TRUE(fake_os::shell_commands().empty());
     EXPECT_EQ(read_file(kReserve), "space");
 }
@@ -60,23 +60,23 @@ TEST_F(Reserve, ThatExistsIsLeftAlone) {
 TEST_F(Reserve, HalfOfWhichDdCouldMakeDoesNotStay) {
     for (const int status : {256, 9, -1}) {
         fake_os::on_shell([=](const std::string &command) { return shell(command, status); });
-        EXPECT_LOG(kNotCreated, log_of_making(-1));
+        EXPECT_LOG(log_of_making(-1), kNotCreated);
         EXPECT_FALSE(file_exists(kReserve)) << "what is too small must not pass for the reserve";
     }
 }
 
 TEST_F(Reserve, IsDeleted) {
     write_file(kReserve, "space");
-    EXPECT_LOG(kDeleting + "/tmp/fuse_d/.ota.tmp file deleted successfully.\n", log_of_deleting(0));
+    EXPECT_LOG(log_of_deleting(0), kDeleting + "/tmp/fuse_d/.ota.tmp file deleted successfully.\n");
     EXPECT_FALSE(file_exists(kReserve));
-    EXPECT_LOG(kDeleting + "Error:  file not found! check the directory!!\n", log_of_deleting(-1));
+    EXPECT_LOG(log_of_deleting(-1), kDeleting + "Error:  file not found! check the directory!!\n");
 }
 
 TEST_F(Reserve, ThatCannotBeDeleted) {
     mkdir(kReserve, 0755);
     std::string log;
     const std::string errors = errors_of([&] { log = log_of_deleting(-1); });
-    EXPECT_LOG(kDeleting + "Unable to delete the file\n", log);
+    EXPECT_LOG(log, kDeleting + "Unable to delete the file\n");
     EXPECT_EQ(errors, "Error: Is a directory\n");
     rmdir(kReserve);
 }
@@ -118,7 +118,7 @@ void link_elsewhere() {
 // A reserve in memory would take what the agent lives on.
 TEST_P(NoCard, NoReserve) {
     GetParam().take_away();
-    EXPECT_LOG(kNotCreated, log_of_making(-1));
+    EXPECT_LOG(log_of_making(-1), kNotCreated);
     EXPECT_TRUE(fake_os::shell_commands().empty());
     EXPECT_FALSE(file_exists(kReserve));
 }
@@ -132,8 +132,8 @@ INSTANTIATE_TEST_SUITE_P(Reserve, NoCard,
 TEST_F(WithoutCard, BehindALinkedFolderIsNoReserveOfOurs) {
     link_elsewhere();
     write_file(kReserve, "precious");
-    EXPECT_LOG(kNotCreated, log_of_making(-1));
-    EXPECT_LOG(kDeleting + "Error:  file not found! check the directory!!\n", log_of_deleting(-1));
+    EXPECT_LOG(log_of_making(-1), kNotCreated);
+    EXPECT_LOG(log_of_deleting(-1), kDeleting + "Error:  file not found! check the directory!!\n");
     EXPECT_EQ(read_file(kReserve), "precious");
 }
 
@@ -142,9 +142,9 @@ TEST_F(WithoutCard, BehindALinkedFolderIsNoReserveOfOurs) {
 TEST_F(Reserve, IsNotMadeWhileAnUpgradeHasItsSpace) {
     write_file(kReserve, "space");
     log_of_deleting(0);
-    EXPECT_LOG(kNotCreated, log_of_making(-1));
+    EXPECT_LOG(log_of_making(-1), kNotCreated);
     EXPECT_FALSE(file_exists(kReserve));
-    EXPECT_LOG(kCreated, output_of([] { EXPECT_EQ(restore_reserve(), 0); }));
+    EXPECT_LOG(output_of([] { EXPECT_EQ(restore_reserve(), 0); }), kCreated);
     EXPECT_EQ(read_file(kReserve), "zeros");
 }
 
@@ -155,9 +155,9 @@ TEST_F(Reserve, DoesNotOutliveAnUpgradesRequestThatComesBeforeDdHasOpenedIt) {
         }
         return shell(command, 0);
     });
-    EXPECT_LOG(kCreating + "create start\n" + kDeleting +
-                   "/tmp/fuse_d/.ota.tmp file deleted successfully.\ncreate file end\ncreate file failure\n",
-               log_of_making(-1));
+    EXPECT_LOG(log_of_making(-1),
+               kCreating + "create start\n" + kDeleting +
+                   "/tmp/fuse_d/.ota.tmp file deleted successfully.\ncreate file end\ncreate file failure\n");
     EXPECT_FALSE(file_exists(kReserve));
 }
 
@@ -176,7 +176,7 @@ class Planted : public Reserve, public testing::WithParamInterface<PlantRow> {};
 
 TEST_P(Planted, IsReplacedByTheReserve) {
     ASSERT_EQ(GetParam().plant(), 0);
-    EXPECT_LOG(kCreated, log_of_making(0));
+    EXPECT_LOG(log_of_making(0), kCreated);
     struct stat kind {};
     EXPECT_EQ(lstat(kReserve, &kind), 0);
     EXPECT_TRUE(S_ISREG(kind.st_mode));
@@ -187,7 +187,7 @@ TEST_P(Planted, IsReplacedByTheReserve) {
 
 TEST_P(Planted, IsNoReserveToDelete) {
     ASSERT_EQ(GetParam().plant(), 0);
-    EXPECT_LOG(kDeleting + "Error:  file not found! check the directory!!\n", log_of_deleting(-1));
+    EXPECT_LOG(log_of_deleting(-1), kDeleting + "Error:  file not found! check the directory!!\n");
     EXPECT_EQ(read_file(kVictim), "precious");
 }
 

@@ -84,7 +84,7 @@ TEST_F(ResolutionChange, WithBothDetectionsOnSwitchesThemOffAndBackOn) {
         switch_log("sd_armed", "AUDIO_DETECTION", "0", audio_document("OFF")) + stream_log("RTP_H264_WVGA") +
         switch_log("md_armed", "MOTION_DETECTION", "1", motion_document("ON")) +
         switch_log("sd_armed", "AUDIO_DETECTION", "1", audio_document("ON")) + "[5000 ms]\n";
-    EXPECT_LOG(log, outcome.log);
+    EXPECT_LOG(outcome.log, log);
     EXPECT_EQ(camera.seen(),
               (Texts{get_request(kQuery), get_request("CameraSetting?MOTION_DETECTION"),
                      setup_request(motion_document("OFF")), get_request("CameraSetting?AUDIO_DETECTION"),
@@ -98,21 +98,21 @@ TEST_F(ResolutionChange, WithMotionDetectionOnSwitchesOnlyThat) {
     detections(kOn, kOff);
     const Outcome outcome = change();
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(kStartLog + kQueryLog +
-                   switch_log("md_armed", "MOTION_DETECTION", "0", motion_document("OFF")) +
-                   stream_log("RTP_H264_WQVGA") +
-                   switch_log("md_armed", "MOTION_DETECTION", "1", motion_document("ON")) + "[5000 ms]\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, kStartLog + kQueryLog +
+                                switch_log("md_armed", "MOTION_DETECTION", "0", motion_document("OFF")) +
+                                stream_log("RTP_H264_WQVGA") +
+                                switch_log("md_armed", "MOTION_DETECTION", "1", motion_document("ON")) +
+                                "[5000 ms]\n");
 }
 
 TEST_F(ResolutionChange, WithSoundDetectionOnSwitchesOnlyThat) {
     detections(kOff, kOn);
     const Outcome outcome = change();
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(kStartLog + kQueryLog + switch_log("sd_armed", "AUDIO_DETECTION", "0", audio_document("OFF")) +
+    EXPECT_LOG(outcome.log,
+               kStartLog + kQueryLog + switch_log("sd_armed", "AUDIO_DETECTION", "0", audio_document("OFF")) +
                    stream_log("RTP_H264_WQVGA") +
-                   switch_log("sd_armed", "AUDIO_DETECTION", "1", audio_document("ON")) + "[5000 ms]\n",
-               outcome.log);
+                   switch_log("sd_armed", "AUDIO_DETECTION", "1", audio_document("ON")) + "[5000 ms]\n");
 }
 
 struct ArmedRow {
@@ -156,7 +156,7 @@ TEST_P(Profile, IsPostedByItsName) {
     gResolutionType = GetParam().type;
     const Outcome outcome = change();
     EXPECT_EQ(outcome.result, 0);
-    EXPECT_LOG(kStartLog + kQueryLog + stream_log(GetParam().profile) + "[5000 ms]\n", outcome.log);
+    EXPECT_LOG(outcome.log, kStartLog + kQueryLog + stream_log(GetParam().profile) + "[5000 ms]\n");
     EXPECT_EQ(camera.seen(),
               (Texts{get_request(kQuery), control_request(stream_document(GetParam().profile))}));
 }
@@ -177,7 +177,7 @@ TEST_F(ResolutionChange, DuringARecordingChangesNothing) {
     video_recording = 1;
     const Outcome outcome = change();
     EXPECT_EQ(outcome.result, -10);
-    EXPECT_LOG(std::string(kStartLog) + "resolutionChange:line=<N>:video_recording=1\n", outcome.log);
+    EXPECT_LOG(outcome.log, std::string(kStartLog) + "resolutionChange:line=<N>:video_recording=1\n");
     EXPECT_EQ(camera.seen(), Texts{});
     EXPECT_EQ(fake_vendor::calls(), Texts{});
 }
@@ -197,10 +197,9 @@ TEST_F(ResolutionChange, WithoutAReplyEnds) {
     camera.reply(std::string("/CGI/") + kQuery, {CameraReply{.status = 500}});
     const Outcome outcome = change();
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(kStartLog + kQueryLog +
-                   "[failed]\ngetCameraStatuses failed. response of perform_curl() is null.\n"
-                   "getMultipleCameraStatuses failed: return value is null.\n",
-               outcome.log);
+    EXPECT_LOG(outcome.log, kStartLog + kQueryLog +
+                                "[failed]\ngetCameraStatuses failed. response of perform_curl() is null.\n"
+                                "getMultipleCameraStatuses failed: return value is null.\n");
     EXPECT_EQ(camera.requests().size(), 1U);
 }
 
@@ -208,8 +207,8 @@ TEST_F(ResolutionChange, OnACameraErrorEnds) {
     camera.reply(std::string("/CGI/") + kQuery, "<ErrorCode>-9</ErrorCode>");
     const Outcome outcome = change();
     EXPECT_EQ(outcome.result, -1);
-    EXPECT_LOG(kStartLog + kQueryLog + "getCameraStatuses failed due to polling failing.Errorcode: -9 \n",
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               kStartLog + kQueryLog + "getCameraStatuses failed due to polling failing.Errorcode: -9 \n");
     EXPECT_EQ(camera.requests().size(), 1U);
 }
 
@@ -217,16 +216,14 @@ TEST_F(ResolutionChange, WithAGroupMissingEnds) {
     camera.reply(std::string("/CGI/") + kQuery, "<MOTION_DETECTION></MOTION_DETECTION>");
     const Outcome sound = change();
     EXPECT_EQ(sound.result, -1);
-    EXPECT_LOG(
-        kStartLog + kQueryLog + "value  1 = NULL\nvalues[1] = NULL, aborting platform/Z55/ak_model : <N>\n",
-        sound.log);
+    EXPECT_LOG(sound.log, kStartLog + kQueryLog +
+                              "value  1 = NULL\nvalues[1] = NULL, aborting platform/Z55/ak_model : <N>\n");
     camera.reply(std::string("/CGI/") + kQuery, "<Empty></Empty>");
     const Outcome both = change();
     EXPECT_EQ(both.result, -1);
-    EXPECT_LOG(kStartLog + kQueryLog +
-                   "value  0 = NULL\nvalue  1 = NULL\n"
-                   "values[0] = NULL, aborting platform/Z55/ak_model : <N>\n",
-               both.log);
+    EXPECT_LOG(both.log, kStartLog + kQueryLog +
+                             "value  0 = NULL\nvalue  1 = NULL\n"
+                             "values[0] = NULL, aborting platform/Z55/ak_model : <N>\n");
     EXPECT_EQ(camera.requests().size(), 2U);
 }
 

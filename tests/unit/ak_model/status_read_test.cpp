@@ -46,8 +46,8 @@ TEST_P(StatusReadCameraKey, IsAskedOfTheCamera) {
     camera.reply("/CGI/" + target, std::string("<Status><") + key + ">" + value + "</" + key + "></Status>");
     const Outcome outcome = kStatus.read(name);
     expect_value(outcome, value);
-    EXPECT_LOG(kStatus.start_log(name) + "[GET " + target + "]\n" + value_log(value) + end_log(name),
-               outcome.log);
+    EXPECT_LOG(outcome.log,
+               kStatus.start_log(name) + "[GET " + target + "]\n" + value_log(value) + end_log(name));
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(camera.seen(), Texts{get_request(target)});
 }
@@ -92,9 +92,9 @@ TEST_F(StatusRead, AMissingElementIsAnError) {
     camera.reply("/CGI/CameraStatus?Battery", "<ErrorCode>-3</ErrorCode>");
     const Outcome outcome = kStatus.read("Battery");
     expect_error(outcome);
-    EXPECT_LOG(kStatus.start_log("Battery") + "[GET CameraStatus?Battery]\n" + value_log("(null)"),
-               outcome.log);
-    EXPECT_LOG("local_response is null: (platform/Z55/ak_model, <N>)\n", outcome.errors);
+    EXPECT_LOG(outcome.log,
+               kStatus.start_log("Battery") + "[GET CameraStatus?Battery]\n" + value_log("(null)"));
+    EXPECT_LOG(outcome.errors, "local_response is null: (platform/Z55/ak_model, <N>)\n");
 }
 
 // --- Local sources.
@@ -118,7 +118,7 @@ TEST_P(StatusReadCard, IsDfsNumberWithoutItsLineEnd) {
     df_says("29000\n");
     const Outcome outcome = kStatus.read(name);
     expect_value(outcome, "29000");
-    EXPECT_LOG(kStatus.start_log(name) + end_log(name), outcome.log);
+    EXPECT_LOG(outcome.log, kStatus.start_log(name) + end_log(name));
     EXPECT_EQ(outcome.errors, "");
     EXPECT_EQ(fake_os::shell_commands(), Texts{command});
     EXPECT_EQ(camera.seen(), Texts{});
@@ -128,7 +128,7 @@ TEST_P(StatusReadCard, WithoutACardIsTheName) {
     df_says("");
     const Outcome outcome = kStatus.read(GetParam().name);
     expect_value(outcome, GetParam().name);
-    EXPECT_LOG(kStatus.start_log(GetParam().name) + end_log(GetParam().name), outcome.log);
+    EXPECT_LOG(outcome.log, kStatus.start_log(GetParam().name) + end_log(GetParam().name));
 }
 
 TEST_P(StatusReadCard, IsReadOneCharacterShortOfTheFile) {
@@ -188,11 +188,10 @@ TEST_F(StatusRead, FirmwareVersionIsTheFilesLastLine) {
     write_file("/tmp/FWVER.txt", "1.0.3\n1.0.14\n");
     const Outcome outcome = kStatus.read("firmware_ver");
     expect_value(outcome, "1.0.14\n");
-    EXPECT_LOG(kStatus.start_log("firmware_ver") +
-                   "Retrieved line of length 6 :\n1.0.3\nRetrieved line of length 7 :\n1.0.14\n"
-                   "FirmwareVer *get_result = 1.0.14\n\n" +
-                   end_log("firmware_ver"),
-               outcome.log);
+    EXPECT_LOG(outcome.log, kStatus.start_log("firmware_ver") +
+                                "Retrieved line of length 6 :\n1.0.3\nRetrieved line of length 7 :\n1.0.14\n"
+                                "FirmwareVer *get_result = 1.0.14\n\n" +
+                                end_log("firmware_ver"));
     EXPECT_EQ(camera.seen(), Texts{});
     write_file("/tmp/FWVER.txt", "2.0");
     EXPECT_EQ(kStatus.read("firmware_ver").text, "2.0");
@@ -217,14 +216,14 @@ TEST_F(StatusRead, FirmwareVersionIsReadFromARegularFileOnly) {
 TEST_F(StatusRead, FirmwareVersionWithoutItsFileIsAnError) {
     const Outcome outcome = kStatus.read("firmware_ver");
     expect_error(outcome);
-    EXPECT_LOG(kStatus.start_log("firmware_ver"), outcome.log);
+    EXPECT_LOG(outcome.log, kStatus.start_log("firmware_ver"));
     EXPECT_EQ(read_firmware_version(), std::nullopt);
 }
 
 TEST_F(StatusRead, ResolutionCapabilityIsAConstant) {
     const Outcome outcome = kStatus.read("resolution_capability");
     expect_value(outcome, std::to_string(0xC0800));
-    EXPECT_LOG(kStatus.start_log("resolution_capability") + end_log("resolution_capability"), outcome.log);
+    EXPECT_LOG(outcome.log, kStatus.start_log("resolution_capability") + end_log("resolution_capability"));
     EXPECT_EQ(camera.seen(), Texts{});
     EXPECT_EQ(fake_os::shell_commands(), Texts{});
 }

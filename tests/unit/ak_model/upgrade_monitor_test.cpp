@@ -75,7 +75,7 @@ class Monitor : public UpgradeTest {
             goes_on = fake_os::run_until_pause(static_cast<int>(rounds.size()),
                                                [] { EXPECT_EQ(OTA_monitor(nullptr), nullptr); });
         }));
-        EXPECT_LOG(expected, log);
+        EXPECT_LOG(log, expected);
         EXPECT_EQ(goes_on, !ends);
         EXPECT_EQ(load_shared(ota_enable), 1);
     }

@@ -78,29 +78,27 @@ TEST_F(CloudSession, StartsInItsOrder) {
     EXPECT_EQ(fake_os::pauses(), (Texts{"5000 ms", "5000 ms"}));
     EXPECT_EQ(commands(camera), (Texts{"CameraInfo?", "CameraLogin?Device=Cam&Stream=Live", "CameraSetup"}));
     EXPECT_EQ(fake_os::shell_commands().size(), 1u);  // the reserve file
-    EXPECT_LOG(
-        "get_uuid  start --- platform/Z55/agent/utils --- <N> ---\n url = "
-        "http://127.0.0.1:8080/CGI/CameraInfo\n"
-        "[QUERY CameraInfo?]\n"
-        "get_uuid print response = <UUID>0A1B2C</UUID>\n get_uuid print value = 0A1B2C\n "
-        "GETTING UUID fuction(): uuid =  0A1B2C\n",
-        log.substr(0, log.find("Loginning")));
+    EXPECT_LOG(log.substr(0, log.find("Loginning")),
+               "get_uuid  start --- platform/Z55/agent/utils --- <N> ---\n url = "
+               "http://127.0.0.1:8080/CGI/CameraInfo\n"
+               "[QUERY CameraInfo?]\n"
+               "get_uuid print response = <UUID>0A1B2C</UUID>\n get_uuid print value = 0A1B2C\n "
+               "GETTING UUID fuction(): uuid =  0A1B2C\n");
     const std::string checks = log.substr(log.find("[POST CameraSetup]"));
-    EXPECT_LOG(
-        "[POST CameraSetup]\n"
-        "otaON res = 0 \n"
-        "checkOtaTmpFile called\n"
-        "no ota temp file\n"
-        "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
-        "create start\n"
-        "create file end\n"
-        "create file success\n"
-        "checkVideoRecording\n"
-        "recording temp file(/tmp/recording.flag) not existed\n"
-        "checkOtaTmpFile called\n"
-        "no ota temp file\n"
-        "vq_ipca_init return\n",
-        checks);
+    EXPECT_LOG(checks,
+               "[POST CameraSetup]\n"
+               "otaON res = 0 \n"
+               "checkOtaTmpFile called\n"
+               "no ota temp file\n"
+               "!!!***platform/Z55/ak_model <N> ***!!! dummyFileCreator function \n"
+               "create start\n"
+               "create file end\n"
+               "create file success\n"
+               "checkVideoRecording\n"
+               "recording temp file(/tmp/recording.flag) not existed\n"
+               "checkOtaTmpFile called\n"
+               "no ota temp file\n"
+               "vq_ipca_init return\n");
     EXPECT_LT(log.find(kLoginLog), log.find("[POST CameraSetup]"));
 }
 
@@ -240,9 +238,9 @@ TEST_F(CloudSession, RebootAfterOneQuietPeriod) {
         EXPECT_TRUE(eventually([] { return fake_os::reboots() == 1; }));
     });
     EXPECT_EQ(pauses, 5);
-    EXPECT_LOG(std::string("vq_ipca_init return\n") + kRebootLine +
-                   "!!!***platform/Z55/ak_model <N> ***!!!\n ***** reboot operation*****\n",
-               log.substr(log.rfind("vq_ipca_init return\n")));
+    EXPECT_LOG(log.substr(log.rfind("vq_ipca_init return\n")),
+               std::string("vq_ipca_init return\n") + kRebootLine +
+                   "!!!***platform/Z55/ak_model <N> ***!!!\n ***** reboot operation*****\n");
 }
 
 TEST_F(CloudSession, RebootThatFailsIsTriedAgainAfterTheNextPeriod) {
@@ -336,17 +334,17 @@ TEST_F(AgentTest, AudioRequestAndParamStringDoNothing) {
 }
 
 TEST_F(AgentTest, CaptureErrorZeroOnlyLogs) {
-    EXPECT_LOG("error_callback: 0\n!!!***platform/Z55/frame/frame <N> ***!!! error_stat=0\n",
-               output_of([] { EXPECT_EQ(error_callback(0), 0); }));
+    EXPECT_LOG(output_of([] { EXPECT_EQ(error_callback(0), 0); }),
+               "error_callback: 0\n!!!***platform/Z55/frame/frame <N> ***!!! error_stat=0\n");
     EXPECT_EQ(fake_os::reboots(), 0);
 }
 
 TEST_F(AgentTest, CaptureErrorReboots) {
     for (const int code : {1, -3}) {
         const std::string number = std::to_string(code);
-        EXPECT_LOG("error_callback: " + number + "\n!!!***platform/Z55/frame/frame <N> ***!!! error_stat=" +
-                       number + "\nError code != 0. Rebooting......\nreboot failed\n",
-                   output_of([=] { EXPECT_EQ(error_callback(code), 0); }));
+        EXPECT_LOG(output_of([=] { EXPECT_EQ(error_callback(code), 0); }),
+                   "error_callback: " + number + "\n!!!***platform/Z55/frame/frame <N> ***!!! error_stat=" +
+                       number + "\nError code != 0. Rebooting......\nreboot failed\n");
     }
     EXPECT_EQ(fake_os::reboots(), 2);
 }

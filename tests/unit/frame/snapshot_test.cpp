@@ -202,11 +202,10 @@ TEST_F(Snapshot, RecordingsValueIsReturnedAsItIs) {
 
 TEST_F(Snapshot, StatusThatGetsNoAnswer) {
     camera_answers({{kRecording, {{.hang_up = true}}}});
-    EXPECT_LOG(std::string(kStatusLog) +
-                   "res !=CURLE_OK: platform/Z55/z55cgi,line 227\n"
-                   "After res !=CURLE_OK: platform/Z55/z55cgi,line 229\n"
-                   "curl_res = -1 != 0 \n --platform/Z55/ak_model,line <N>--\n",
-               log_of(kTakePhoto, -1));
+    EXPECT_LOG(log_of(kTakePhoto, -1), std::string(kStatusLog) +
+                                           "res !=CURLE_OK: platform/Z55/z55cgi,line 227\n"
+                                           "After res !=CURLE_OK: platform/Z55/z55cgi,line 229\n"
+                                           "curl_res = -1 != 0 \n --platform/Z55/ak_model,line <N>--\n");
     EXPECT_EQ(commands(camera), Texts{kRecording});
 }
 

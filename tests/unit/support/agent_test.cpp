@@ -152,7 +152,7 @@ std::string without_statistics(std::string log) {
     return log;
 }
 
-std::string with_open_numbers(std::string_view expected, std::string_view actual) {
+std::string with_open_numbers(std::string_view actual, std::string_view expected) {
     constexpr std::string_view kOpen = "<N>";
     constexpr std::string_view kDigits = "0123456789";
     std::string text;

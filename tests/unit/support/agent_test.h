@@ -56,14 +56,14 @@ std::string without_statistics(std::string log);
 
 // `actual` with the numbers that `expected` leaves open as "<N>" (any positive decimal number) replaced by
 // "<N>": equal to `expected` when the two match.
-std::string with_open_numbers(std::string_view expected, std::string_view actual);
+std::string with_open_numbers(std::string_view actual, std::string_view expected);
 
 // Compares a captured log with the expected text; "<N>" in `expected` stands for any positive number.
-#define EXPECT_LOG(expected, actual)                                       \
+#define EXPECT_LOG(actual, expected)                                       \
     do {                                                                   \
-        const std::string log_wanted_(expected);                           \
         const std::string log_text_(actual);                               \
-        EXPECT_EQ(log_wanted_, with_open_numbers(log_wanted_, log_text_)); \
+        const std::string log_wanted_(expected);                           \
+        EXPECT_EQ(with_open_numbers(log_text_, log_wanted_), log_wanted_); \
     } while (false)
 
 // Fakes and exported globals as in a fresh process; no configuration file yet.

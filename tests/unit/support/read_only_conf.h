@@ -9,11 +9,11 @@
 class ReadOnlyConf {
   public:
     ReadOnlyConf() {
-        EXPECT_EQ(0, mount(kFolder, kFolder, nullptr, MS_BIND, nullptr));
-        EXPECT_EQ(0, mount(nullptr, kFolder, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr));
+        EXPECT_EQ(mount(kFolder, kFolder, nullptr, MS_BIND, nullptr), 0);
+        EXPECT_EQ(mount(nullptr, kFolder, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
     }
     ~ReadOnlyConf() {
-        EXPECT_EQ(0, umount2(kFolder, MNT_DETACH));
+        EXPECT_EQ(umount2(kFolder, MNT_DETACH), 0);
     }
     ReadOnlyConf(const ReadOnlyConf &) = delete;
     ReadOnlyConf &operator=(const ReadOnlyConf &) = delete;

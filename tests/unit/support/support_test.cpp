@@ -7,12 +7,12 @@
 namespace {
 
 TEST(Support, OpenNumbersMatchPositiveNumbersOnly) {
-    EXPECT_EQ("line <N>.", with_open_numbers("line <N>.", "line 107."));
-    EXPECT_EQ("line 0.", with_open_numbers("line <N>.", "line 0."));
-    EXPECT_EQ("line x.", with_open_numbers("line <N>.", "line x."));
-    EXPECT_EQ("line <N>", with_open_numbers("line <N>", "line 7"));
-    EXPECT_EQ("more", with_open_numbers("", "more"));
-    EXPECT_NE("line <N>.", with_open_numbers("line <N>.", "line 107"));
+    EXPECT_EQ(with_open_numbers("line 107.", "line <N>."), "line <N>.");
+    EXPECT_EQ(with_open_numbers("line 0.", "line <N>."), "line 0.");
+    EXPECT_EQ(with_open_numbers("line x.", "line <N>."), "line x.");
+    EXPECT_EQ(with_open_numbers("line 7", "line <N>"), "line <N>");
+    EXPECT_EQ(with_open_numbers("more", ""), "more");
+    EXPECT_NE(with_open_numbers("line 107", "line <N>."), "line <N>.");
 }
 
 TEST(Support, AnEndlessLoopIsParkedAtItsPause) {
@@ -24,10 +24,10 @@ TEST(Support, AnEndlessLoopIsParkedAtItsPause) {
             pause_seconds(2);
         }
     }));
-    EXPECT_EQ(3, rounds);
-    EXPECT_EQ((Texts{"2 s", "2 s", "2 s"}), fake_os::pauses());
-    EXPECT_EQ(fake_os::kStart + 6, wall_seconds());
-    EXPECT_EQ(fake_os::kSteadyStart + 6, steady_seconds());
+    EXPECT_EQ(rounds, 3);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2 s", "2 s", "2 s"}));
+    EXPECT_EQ(wall_seconds(), fake_os::kStart + 6);
+    EXPECT_EQ(steady_seconds(), fake_os::kSteadyStart + 6);
     EXPECT_FALSE(fake_os::run_until_pause(1, [] {}));
 }
 

@@ -27,12 +27,12 @@ class ConfFile : public AgentTest {
     static std::string value_in(const std::string &text, const char *key) {
         write_file(kFile, text);
         char out[2000] = "untouched";
-        EXPECT_EQ(0, read_conf_value(key, out, kFile));
+        EXPECT_EQ(read_conf_value(key, out, kFile), 0);
         return out;
     }
     static std::string after_writing(const std::string &text, const char *key, const std::string &value) {
         write_file(kFile, text);
-        EXPECT_EQ(0, write_conf_value(key, value, kFile));
+        EXPECT_EQ(write_conf_value(key, value, kFile), 0);
         return read_file(kFile);
     }
     static size_t files_in_folder() {
@@ -43,70 +43,70 @@ class ConfFile : public AgentTest {
 };
 
 TEST_F(ConfFile, PathIsTheDevices) {
-    EXPECT_STREQ("/tmp/working/VeloAgent.conf", kConfPath);
+    EXPECT_STREQ(kConfPath, "/tmp/working/VeloAgent.conf");
 }
 
 TEST_F(ConfFile, BlanksAroundALineAreTrimmed) {
-    EXPECT_EQ("192.168.1.10", value_in("  hostIP=192.168.1.10  \n", "hostIP"));
+    EXPECT_EQ(value_in("  hostIP=192.168.1.10  \n", "hostIP"), "192.168.1.10");
 }
 
 TEST_F(ConfFile, EveryWhiteSpaceAroundALineIsTrimmed) {
     for (const char blank : {' ', '\t', '\r', '\v', '\f'}) {
         const std::string text = std::string(2, blank) + "A=1" + std::string(2, blank) + "\n";
-        EXPECT_EQ("1", value_in(text, "A")) << "code " << int{blank};
+        EXPECT_EQ(value_in(text, "A"), "1") << "code " << int{blank};
     }
-    EXPECT_EQ("mid dle", trim_line(" \t\n\r\v\fmid dle \t\n\r\v\f"));
-    EXPECT_EQ("", trim_line(" \t "));
-    EXPECT_EQ("", trim_line(""));
+    EXPECT_EQ(trim_line(" \t\n\r\v\fmid dle \t\n\r\v\f"), "mid dle");
+    EXPECT_EQ(trim_line(" \t "), "");
+    EXPECT_EQ(trim_line(""), "");
 }
 
 TEST_F(ConfFile, AReaderWritesNoMoreThanTheValueAndItsEnd) {
     write_file(kFile, "A=123\n");
     char out[] = "########";
-    EXPECT_EQ(0, read_conf_value("A", out, kFile));
-    EXPECT_EQ(std::string("123\0####", 8), std::string(out, 8));
+    EXPECT_EQ(read_conf_value("A", out, kFile), 0);
+    EXPECT_EQ(std::string(out, 8), std::string("123\0####", 8));
 }
 
 TEST_F(ConfFile, BlanksAroundTheEqualsSignBelongToKeyAndValue) {
-    EXPECT_EQ("untouched", value_in("hostIP = 192.168.1.10\n", "hostIP"));
-    EXPECT_EQ(" 192.168.1.10", value_in("hostIP = 192.168.1.10\n", "hostIP "));
+    EXPECT_EQ(value_in("hostIP = 192.168.1.10\n", "hostIP"), "untouched");
+    EXPECT_EQ(value_in("hostIP = 192.168.1.10\n", "hostIP "), " 192.168.1.10");
 }
 
 TEST_F(ConfFile, TheFirstEqualsSignSplits) {
-    EXPECT_EQ("b=c", value_in("A=b=c\n", "A"));
+    EXPECT_EQ(value_in("A=b=c\n", "A"), "b=c");
 }
 
 TEST_F(ConfFile, CommentsAreIgnored) {
-    EXPECT_EQ("untouched", value_in("#hostIP=1.2.3.4\n", "hostIP"));
-    EXPECT_EQ("untouched", value_in("   #hostIP=1.2.3.4\n", "#hostIP"));
-    EXPECT_EQ("5.6.7.8#9", value_in("#hostIP=1.2.3.4\nhostIP=5.6.7.8#9\n", "hostIP"));
+    EXPECT_EQ(value_in("#hostIP=1.2.3.4\n", "hostIP"), "untouched");
+    EXPECT_EQ(value_in("   #hostIP=1.2.3.4\n", "#hostIP"), "untouched");
+    EXPECT_EQ(value_in("#hostIP=1.2.3.4\nhostIP=5.6.7.8#9\n", "hostIP"), "5.6.7.8#9");
 }
 
 TEST_F(ConfFile, AnEmptyValueIsTheEmptyText) {
-    EXPECT_EQ("", value_in("SESSION_KEY=\n", "SESSION_KEY"));
+    EXPECT_EQ(value_in("SESSION_KEY=\n", "SESSION_KEY"), "");
 }
 
 TEST_F(ConfFile, LinesWithoutEqualsSignAreSkipped) {
-    EXPECT_EQ("1", value_in("\n   \njunk\nA\nA=1\n", "A"));
-    EXPECT_EQ("1", value_in("A=1", "A")) << "no line end at the end of the file";
+    EXPECT_EQ(value_in("\n   \njunk\nA\nA=1\n", "A"), "1");
+    EXPECT_EQ(value_in("A=1", "A"), "1") << "no line end at the end of the file";
 }
 
 TEST_F(ConfFile, TheFirstLineWithAKeyWins) {
-    EXPECT_EQ("1", value_in("A=1\nA=2\n", "A"));
+    EXPECT_EQ(value_in("A=1\nA=2\n", "A"), "1");
 }
 
 TEST_F(ConfFile, KeysMatchExactly) {
-    EXPECT_EQ("untouched", value_in("hostIP=1\n", "hostip"));
-    EXPECT_EQ("untouched", value_in("hostIP=1\n", "host"));
-    EXPECT_EQ("untouched", value_in("hostIP=1\n", "hostIP2"));
-    EXPECT_EQ("x", value_in("LULLABY_SONG=x\n", "LULLABY_SONG"));
+    EXPECT_EQ(value_in("hostIP=1\n", "hostip"), "untouched");
+    EXPECT_EQ(value_in("hostIP=1\n", "host"), "untouched");
+    EXPECT_EQ(value_in("hostIP=1\n", "hostIP2"), "untouched");
+    EXPECT_EQ(value_in("LULLABY_SONG=x\n", "LULLABY_SONG"), "x");
 }
 
 TEST_F(ConfFile, AMissingFileIsTheOnlyReadFailure) {
     char out[] = "untouched";
-    EXPECT_EQ(1, read_conf_value("A", out, "/tmp/working/none.conf"));
-    EXPECT_EQ(1, read_conf_value("A", out, "/tmp/working"));
-    EXPECT_STREQ("untouched", out);
+    EXPECT_EQ(read_conf_value("A", out, "/tmp/working/none.conf"), 1);
+    EXPECT_EQ(read_conf_value("A", out, "/tmp/working"), 1);
+    EXPECT_STREQ(out, "untouched");
     EXPECT_FALSE(conf_value("A", "/tmp/working/none.conf"));
     EXPECT_FALSE(read_conf_pairs("/tmp/working/none.conf"));
 }
@@ -114,22 +114,22 @@ TEST_F(ConfFile, AMissingFileIsTheOnlyReadFailure) {
 TEST_F(ConfFile, NullArgumentsAreAReadFailure) {
     char out[] = "untouched";
     write_file(kFile, "A=1\n");
-    EXPECT_EQ(1, read_conf_value(nullptr, out, kFile));
-    EXPECT_EQ(1, read_conf_value("A", nullptr, kFile));
-    EXPECT_EQ(1, read_conf_value("A", out, nullptr));
-    EXPECT_STREQ("untouched", out);
+    EXPECT_EQ(read_conf_value(nullptr, out, kFile), 1);
+    EXPECT_EQ(read_conf_value("A", nullptr, kFile), 1);
+    EXPECT_EQ(read_conf_value("A", out, nullptr), 1);
+    EXPECT_STREQ(out, "untouched");
 }
 
 TEST_F(ConfFile, ALineIsReadInPiecesOf1022Characters) {
     const std::string text = "A=" + std::string(1020, 'x') + "B=2\nC=3\n";
-    EXPECT_EQ(std::string(1020, 'x'), value_in(text, "A"));
-    EXPECT_EQ("2", value_in(text, "B"));
-    EXPECT_EQ("3", value_in(text, "C"));
-    EXPECT_EQ(std::string(1019, 'x'), value_in("A=" + std::string(1019, 'x') + "\nB=2\n", "A"));
+    EXPECT_EQ(value_in(text, "A"), std::string(1020, 'x'));
+    EXPECT_EQ(value_in(text, "B"), "2");
+    EXPECT_EQ(value_in(text, "C"), "3");
+    EXPECT_EQ(value_in("A=" + std::string(1019, 'x') + "\nB=2\n", "A"), std::string(1019, 'x'));
 }
 
 TEST_F(ConfFile, AnOverlongKeyIsNotFound) {
-    EXPECT_EQ("untouched", value_in("A=1\n", std::string(10'000, 'A').c_str()));
+    EXPECT_EQ(value_in("A=1\n", std::string(10'000, 'A').c_str()), "untouched");
 }
 
 TEST_F(ConfFile, PairsComeInFileOrder) {
@@ -138,72 +138,72 @@ TEST_F(ConfFile, PairsComeInFileOrder) {
     ASSERT_TRUE(pairs);
     Texts texts;
     for (const conf_pair &pair : *pairs) texts.push_back(pair.key + ":" + pair.value);
-    EXPECT_EQ((Texts{"B:2", "A:1", "B:3"}), texts);
+    EXPECT_EQ(texts, (Texts{"B:2", "A:1", "B:3"}));
 }
 
 TEST_F(ConfFile, ValuesAreCutToTheirBuffers) {
     char small[4] = "old";
     EXPECT_FALSE(conf_value_into(small, "A"));
-    EXPECT_STREQ("", small);
+    EXPECT_STREQ(small, "");
     write_conf({{"A", "12345"}});
     EXPECT_TRUE(conf_value_into(small, "A"));
-    EXPECT_STREQ("123", small);
+    EXPECT_STREQ(small, "123");
     EXPECT_TRUE(conf_value_into(small, "B"));
-    EXPECT_STREQ("", small);
+    EXPECT_STREQ(small, "");
 }
 
 TEST_F(ConfFile, NumbersReadAsDecimalsAndZeroOtherwise) {
     EXPECT_FALSE(conf_number("A", 0));
     write_conf({{"A", "42"}, {"B", "-7x"}, {"C", ""}, {"D", "x"}, {"E", "99999999999"}});
-    EXPECT_EQ(42, conf_number("A", 0));
-    EXPECT_EQ(-7, conf_number("B", 0));
-    EXPECT_EQ(0, conf_number("C", 0));
-    EXPECT_EQ(0, conf_number("D", 0));
-    EXPECT_EQ(2147483647, conf_number("E", 0));
-    EXPECT_EQ(0, conf_number("none", 0));
+    EXPECT_EQ(conf_number("A", 0), 42);
+    EXPECT_EQ(conf_number("B", 0), -7);
+    EXPECT_EQ(conf_number("C", 0), 0);
+    EXPECT_EQ(conf_number("D", 0), 0);
+    EXPECT_EQ(conf_number("E", 0), 2147483647);
+    EXPECT_EQ(conf_number("none", 0), 0);
     write_conf({{"A", std::string(14, '0') + "123"}});
-    EXPECT_EQ(1, conf_number("A", 0)) << "a number is read from the value's first 15 characters";
+    EXPECT_EQ(conf_number("A", 0), 1) << "a number is read from the value's first 15 characters";
 }
 
 TEST_F(ConfFile, ARewriteChangesOneValueAndDropsAllButTheEntries) {
-    EXPECT_EQ("A=1\nB=new\nC=\n", after_writing("#c\n\n A=1\nB=2\njunk\nC=\n", "B", "new"));
-    EXPECT_EQ("A=1\nB=\n", after_writing("A=1\nB=2\n", "B", ""));
+    EXPECT_EQ(after_writing("#c\n\n A=1\nB=2\njunk\nC=\n", "B", "new"), "A=1\nB=new\nC=\n");
+    EXPECT_EQ(after_writing("A=1\nB=2\n", "B", ""), "A=1\nB=\n");
 }
 
 TEST_F(ConfFile, AnAbsentKeyIsNotAddedButTheFileIsRewritten) {
-    EXPECT_EQ("A=1\n", after_writing("#c\nA=1\n", "B", "2"));
+    EXPECT_EQ(after_writing("#c\nA=1\n", "B", "2"), "A=1\n");
 }
 
 TEST_F(ConfFile, TheWriterChangesOnlyTheFirstOfTwoLines) {
-    EXPECT_EQ("A=9\nA=2\n", after_writing("A=1\nA=2\n", "A", "9"));
+    EXPECT_EQ(after_writing("A=1\nA=2\n", "A", "9"), "A=9\nA=2\n");
 }
 
 TEST_F(ConfFile, AMissingFileIsCreatedEmpty) {
-    EXPECT_EQ(0, write_conf_value("A", "1", kFile));
+    EXPECT_EQ(write_conf_value("A", "1", kFile), 0);
     EXPECT_TRUE(file_exists(kFile));
-    EXPECT_EQ("", read_file(kFile));
-    EXPECT_EQ(1u, files_in_folder());
+    EXPECT_EQ(read_file(kFile), "");
+    EXPECT_EQ(files_in_folder(), 1u);
 }
 
 TEST_F(ConfFile, ACreatedFileIsAsOpenAsTheMaskAllows) {
     const mode_t mask = umask(0);
-    EXPECT_EQ(0, write_conf_value("A", "1", kFile));
+    EXPECT_EQ(write_conf_value("A", "1", kFile), 0);
     umask(mask);
     struct stat now {};
     stat(kFile, &now);
-    EXPECT_EQ(0666u, now.st_mode & 07777);
+    EXPECT_EQ(now.st_mode & 07777, 0666u);
 }
 
 TEST_F(ConfFile, TheDefaultPathIsRewritten) {
     write_conf({{"A", "1"}});
-    EXPECT_EQ(0, write_conf_value("A", "2"));
-    EXPECT_EQ("A=2\n", conf_text());
-    EXPECT_EQ("2", conf_value("A"));
+    EXPECT_EQ(write_conf_value("A", "2"), 0);
+    EXPECT_EQ(conf_text(), "A=2\n");
+    EXPECT_EQ(conf_value("A"), "2");
 }
 
 TEST_F(ConfFile, AFileThatCannotBeOpenedForWritingIsAFailure) {
-    EXPECT_EQ(1, write_conf_value("A", "1", "/tmp/working/none/test.conf"));
-    EXPECT_EQ(1, write_conf_value("A", "1", "/tmp/working"));
+    EXPECT_EQ(write_conf_value("A", "1", "/tmp/working/none/test.conf"), 1);
+    EXPECT_EQ(write_conf_value("A", "1", "/tmp/working"), 1);
 }
 
 TEST_F(ConfFile, NoEntryIsLostHoweverMany) {
@@ -213,71 +213,71 @@ TEST_F(ConfFile, NoEntryIsLostHoweverMany) {
         text += key + "old\n";
         expected += key + (i == 499 ? "new" : "old") + "\n";
     }
-    EXPECT_EQ(expected, after_writing(text, "KEY499", "new"));
+    EXPECT_EQ(after_writing(text, "KEY499", "new"), expected);
 }
 
 TEST_F(ConfFile, AValueEndsAtItsFirstLineEnd) {
-    EXPECT_EQ("A=1\nB=2\n", after_writing("A=\nB=2\n", "A", "1\nC=3"));
-    EXPECT_EQ("A=1\nB=2\n", after_writing("A=\nB=2\n", "A", "1\rC=3"));
+    EXPECT_EQ(after_writing("A=\nB=2\n", "A", "1\nC=3"), "A=1\nB=2\n");
+    EXPECT_EQ(after_writing("A=\nB=2\n", "A", "1\rC=3"), "A=1\nB=2\n");
 }
 
 TEST_F(ConfFile, AnOverlongValueIsCutToWhatOneReadTakes) {
     const std::string text = after_writing("LONG=1\nB=2\n", "LONG", std::string(10'000, 'x'));
-    EXPECT_EQ("LONG=" + std::string(1016, 'x') + "\nB=2\n", text);
-    EXPECT_EQ(std::string(1016, 'x'), conf_value("LONG", kFile));
+    EXPECT_EQ(text, "LONG=" + std::string(1016, 'x') + "\nB=2\n");
+    EXPECT_EQ(conf_value("LONG", kFile), std::string(1016, 'x'));
     const std::string key(1500, 'K');
-    EXPECT_EQ(0, write_conf_value(key, "v", kFile)) << "a key of more than a line is no pair";
-    EXPECT_EQ(text, read_file(kFile));
+    EXPECT_EQ(write_conf_value(key, "v", kFile), 0) << "a key of more than a line is no pair";
+    EXPECT_EQ(read_file(kFile), text);
 }
 
 TEST_F(ConfFile, ModeAndOwnerStay) {
     write_file(kFile, "A=1\n");
     chmod(kFile, 0640);
     const bool owned = chown(kFile, 12, 34) == 0;  // an ordinary user's view has but one owner
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
     struct stat now {};
-    ASSERT_EQ(0, stat(kFile, &now));
-    EXPECT_EQ(0640u, now.st_mode & 07777);
+    ASSERT_EQ(stat(kFile, &now), 0);
+    EXPECT_EQ(now.st_mode & 07777, 0640u);
     if (owned) {
-        EXPECT_EQ(12u, now.st_uid);
-        EXPECT_EQ(34u, now.st_gid);
+        EXPECT_EQ(now.st_uid, 12u);
+        EXPECT_EQ(now.st_gid, 34u);
     }
-    EXPECT_EQ(1u, files_in_folder());
+    EXPECT_EQ(files_in_folder(), 1u);
 }
 
 TEST_F(ConfFile, TheFileIsReplacedWhole) {
     write_file(kFile, "A=1\n");
     FILE *reader = fopen(kFile, "r");
-    ASSERT_NE(nullptr, reader);
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
     char line[20] = {};
-    EXPECT_STREQ("A=1\n", fgets(line, sizeof line, reader)) << "who has it open reads the old file";
+    EXPECT_STREQ(fgets(line, sizeof line, reader), "A=1\n") << "who has it open reads the old file";
     fclose(reader);
 }
 
 TEST_F(ConfFile, ASymbolicLinkIsKeptAndItsTargetRewritten) {
     mkdir("/tmp/working/flash", 0755);
     write_file("/tmp/working/flash/real.conf", "A=1\n");
-    ASSERT_EQ(0, symlink("flash/real.conf", kFile));
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
-    EXPECT_EQ("A=2\n", read_file("/tmp/working/flash/real.conf"));
+    ASSERT_EQ(symlink("flash/real.conf", kFile), 0);
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
+    EXPECT_EQ(read_file("/tmp/working/flash/real.conf"), "A=2\n");
     EXPECT_TRUE(std::filesystem::is_symlink(kFile));
 }
 
 TEST_F(ConfFile, ALinkWithoutTargetGetsOne) {
-    ASSERT_EQ(0, symlink("real.conf", kFile));
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    ASSERT_EQ(symlink("real.conf", kFile), 0);
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
     EXPECT_TRUE(file_exists("/tmp/working/real.conf"));
     EXPECT_TRUE(std::filesystem::is_symlink(kFile));
 }
 
 TEST_F(ConfFile, TheNewFileIsOnTheDiskBeforeItsNameAndTheNameBeforeTheReturn) {
     write_file(kFile, "A=1\n");
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
     const Texts synced = intercept::synced();
-    ASSERT_EQ(2u, synced.size());
-    EXPECT_EQ(0u, synced[0].find(std::string(kFile) + ".")) << synced[0];
-    EXPECT_EQ("/tmp/working", synced[1]);
+    ASSERT_EQ(synced.size(), 2u);
+    EXPECT_EQ(synced[0].find(std::string(kFile) + "."), 0u) << synced[0];
+    EXPECT_EQ(synced[1], "/tmp/working");
 }
 
 // The name leaves no room for the temporary file's.
@@ -287,10 +287,10 @@ TEST_F(ConfFile, AFolderThatTakesNoTemporaryFileIsWrittenInPlace) {
     struct stat before {
     }, after{};
     stat(path.c_str(), &before);
-    EXPECT_EQ(0, write_conf_value("A", "1", path.c_str()));
-    EXPECT_EQ("A=1\nB=2\n", read_file(path));
+    EXPECT_EQ(write_conf_value("A", "1", path.c_str()), 0);
+    EXPECT_EQ(read_file(path), "A=1\nB=2\n");
     stat(path.c_str(), &after);
-    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(after.st_ino, before.st_ino);
 }
 
 // --- What is not written, and what is told of a failure.
@@ -301,45 +301,45 @@ TEST_F(ConfFile, AValueThatTheFileHoldsIsNotWrittenAgain) {
         struct stat before {
         }, after{};
         stat(kFile, &before);
-        EXPECT_EQ(0, write_conf_value("A", "1", kFile));
-        EXPECT_EQ(0, write_conf_value("A", "1\nB=3", kFile)) << "as it would be stored";
+        EXPECT_EQ(write_conf_value("A", "1", kFile), 0);
+        EXPECT_EQ(write_conf_value("A", "1\nB=3", kFile), 0) << "as it would be stored";
         stat(kFile, &after);
-        EXPECT_EQ(before.st_ino, after.st_ino);
-        EXPECT_EQ(text, read_file(kFile));
+        EXPECT_EQ(after.st_ino, before.st_ino);
+        EXPECT_EQ(read_file(kFile), text);
     }
-    EXPECT_EQ(Texts{}, intercept::synced());
+    EXPECT_EQ(intercept::synced(), Texts{});
 }
 
 TEST_F(ConfFile, AnAbsentKeyRewritesOnlyAFileWithSomethingToDrop) {
-    EXPECT_EQ("A=1\n", after_writing("#c\nA=1\n", "B", "2"));
-    EXPECT_EQ(2u, intercept::synced().size());
-    EXPECT_EQ(0, write_conf_value("B", "2", kFile));
-    EXPECT_EQ(2u, intercept::synced().size());
+    EXPECT_EQ(after_writing("#c\nA=1\n", "B", "2"), "A=1\n");
+    EXPECT_EQ(intercept::synced().size(), 2u);
+    EXPECT_EQ(write_conf_value("B", "2", kFile), 0);
+    EXPECT_EQ(intercept::synced().size(), 2u);
 }
 
 TEST_F(ConfFile, AFailedWriteLeavesOneLineWithoutTheValue) {
     const std::string log = output_of(
-        [] { EXPECT_EQ(1, write_conf_value("PASSWORD", "geheim", "/tmp/working/none/test.conf")); });
-    EXPECT_EQ("write_conf_value failed: key = PASSWORD, No such file or directory\n", log);
+        [] { EXPECT_EQ(write_conf_value("PASSWORD", "geheim", "/tmp/working/none/test.conf"), 1); });
+    EXPECT_EQ(log, "write_conf_value failed: key = PASSWORD, No such file or directory\n");
 }
 
 TEST_F(ConfFile, WhatAPowerCutLeftGoesWithTheNextWriteAndNothingElseDoes) {
     write_file(kFile, "A=1\n");
     write_file(std::string(kFile) + ".veloagent-new", "A=half of a pass");
     write_file(std::string(kFile) + ".backup", "A=0\n");
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
-    EXPECT_EQ("A=2\n", read_file(kFile));
-    EXPECT_EQ("A=0\n", read_file(std::string(kFile) + ".backup"));
-    EXPECT_EQ(2u, files_in_folder());
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
+    EXPECT_EQ(read_file(kFile), "A=2\n");
+    EXPECT_EQ(read_file(std::string(kFile) + ".backup"), "A=0\n");
+    EXPECT_EQ(files_in_folder(), 2u);
 }
 
 TEST_F(ConfFile, ALinkInThePlaceOfTheNewFileIsNotFollowed) {
     write_file(kFile, "A=1\n");
     write_file("/tmp/working/victim", "precious");
-    ASSERT_EQ(0, symlink("victim", (std::string(kFile) + ".veloagent-new").c_str()));
-    EXPECT_EQ(0, write_conf_value("A", "2", kFile));
-    EXPECT_EQ("precious", read_file("/tmp/working/victim"));
-    EXPECT_EQ("A=2\n", read_file(kFile));
+    ASSERT_EQ(symlink("victim", (std::string(kFile) + ".veloagent-new").c_str()), 0);
+    EXPECT_EQ(write_conf_value("A", "2", kFile), 0);
+    EXPECT_EQ(read_file("/tmp/working/victim"), "precious");
+    EXPECT_EQ(read_file(kFile), "A=2\n");
 }
 
 class FullDisk : public ConfFile {
@@ -352,7 +352,7 @@ class FullDisk : public ConfFile {
         rlimit now{};
         getrlimit(RLIMIT_FSIZE, &now);
         now.rlim_cur = bytes;
-        ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &now));
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &now), 0);
     }
     void TearDown() override {
         limit(RLIM_INFINITY);
@@ -362,17 +362,17 @@ class FullDisk : public ConfFile {
 TEST_F(FullDisk, LeavesTheOldFileAndNoOther) {
     write_file(kFile, "A=1\nB=2\n");
     limit(10);
-    EXPECT_EQ(1, write_conf_value("A", "a value that does not fit", kFile));
-    EXPECT_EQ("A=1\nB=2\n", read_file(kFile));
-    EXPECT_EQ(1u, files_in_folder());
+    EXPECT_EQ(write_conf_value("A", "a value that does not fit", kFile), 1);
+    EXPECT_EQ(read_file(kFile), "A=1\nB=2\n");
+    EXPECT_EQ(files_in_folder(), 1u);
 }
 
 TEST_F(FullDisk, CostsNoEntryBeyondTheRefusedBytesInPlace) {
     const std::string path = "/tmp/working/" + std::string(250, 'c');
     write_file(path, "A=1\nB=2\nC=3\n");
     limit(8);
-    EXPECT_EQ(1, write_conf_value("A", "9", path.c_str()));
-    EXPECT_EQ("A=9\nB=2\nC=3\n", read_file(path));
+    EXPECT_EQ(write_conf_value("A", "9", path.c_str()), 1);
+    EXPECT_EQ(read_file(path), "A=9\nB=2\nC=3\n");
 }
 
 TEST_F(ConfFile, WritersOfDifferentKeysLoseNothingAndReadersSeeWholeFiles) {
@@ -399,8 +399,8 @@ TEST_F(ConfFile, WritersOfDifferentKeysLoseNothingAndReadersSeeWholeFiles) {
     for (std::thread &writer : writers) writer.join();
     done = true;
     reader.join();
-    EXPECT_EQ(0, torn);
-    for (auto &[key, value] : entries) EXPECT_EQ(std::to_string(kRounds), conf_value(key)) << key;
+    EXPECT_EQ(torn, 0);
+    for (auto &[key, value] : entries) EXPECT_EQ(conf_value(key), std::to_string(kRounds)) << key;
 }
 
 TEST_F(ConfFile, NoDescriptorIsLeftOpen) {
@@ -418,7 +418,7 @@ TEST_F(ConfFile, NoDescriptorIsLeftOpen) {
         (void)write_conf_value("A", "2", kFile);
         (void)write_conf_value("A", "2", "/tmp/working");
     }
-    EXPECT_EQ(before, descriptors());
+    EXPECT_EQ(descriptors(), before);
 }
 
 }  // namespace

@@ -23,11 +23,11 @@ class Files : public AgentTest {
         write_file(kVictim, "precious");
     }
     static void plant_link() {
-        ASSERT_EQ(0, symlink(kVictim, kPath));
+        ASSERT_EQ(symlink(kVictim, kPath), 0);
     }
     static mode_t mode_of(const char *path) {
         struct stat now {};
-        EXPECT_EQ(0, lstat(path, &now));
+        EXPECT_EQ(lstat(path, &now), 0);
         return now.st_mode & 07777;
     }
     static size_t files_in_folder() {
@@ -38,52 +38,52 @@ class Files : public AgentTest {
 };
 
 TEST_F(Files, ARegularFileIsOpenedAndNothingElse) {
-    EXPECT_EQ(nullptr, open_regular(kPath));
-    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ(open_regular(kPath), nullptr);
+    EXPECT_EQ(errno, ENOENT);
     plant_link();
-    EXPECT_EQ(nullptr, open_regular(kPath));
-    EXPECT_EQ(ELOOP, errno);
+    EXPECT_EQ(open_regular(kPath), nullptr);
+    EXPECT_EQ(errno, ELOOP);
     unlink(kPath);
-    ASSERT_EQ(0, mkfifo(kPath, 0666));
-    EXPECT_EQ(nullptr, open_regular(kPath)) << "and nobody waits for its writer";
-    EXPECT_EQ(nullptr, open_regular("/tmp/files"));
-    EXPECT_NE(nullptr, open_regular(kVictim));
+    ASSERT_EQ(mkfifo(kPath, 0666), 0);
+    EXPECT_EQ(open_regular(kPath), nullptr) << "and nobody waits for its writer";
+    EXPECT_EQ(open_regular("/tmp/files"), nullptr);
+    EXPECT_NE(open_regular(kVictim), nullptr);
 }
 
 TEST_F(Files, AppendingCreatesButFollowsNoLink) {
     for (const char *text : {"a\n", "b\n"}) {
         File file = open_to_append(kPath);
-        ASSERT_NE(nullptr, file);
+        ASSERT_NE(file, nullptr);
         std::fputs(text, file.get());
         EXPECT_TRUE(close_synced(std::move(file)));
     }
-    EXPECT_EQ("a\nb\n", read_file(kPath));
-    EXPECT_EQ((Texts{kPath, kPath}), intercept::synced());
+    EXPECT_EQ(read_file(kPath), "a\nb\n");
+    EXPECT_EQ(intercept::synced(), (Texts{kPath, kPath}));
     unlink(kPath);
     plant_link();
-    EXPECT_EQ(nullptr, open_to_append(kPath));
-    EXPECT_EQ("precious", read_file(kVictim));
+    EXPECT_EQ(open_to_append(kPath), nullptr);
+    EXPECT_EQ(read_file(kVictim), "precious");
 }
 
 TEST_F(Files, AFileIsReplacedWholeAndDurably) {
     write_file(kPath, "old");
     FILE *reader = fopen(kPath, "r");
-    ASSERT_NE(nullptr, reader);
+    ASSERT_NE(reader, nullptr);
     EXPECT_TRUE(replace_file(kPath, "new", 0600));
     char text[10] = {};
-    EXPECT_STREQ("old", fgets(text, sizeof text, reader)) << "who has it open reads the old file";
+    EXPECT_STREQ(fgets(text, sizeof text, reader), "old") << "who has it open reads the old file";
     fclose(reader);
-    EXPECT_EQ("new", read_file(kPath));
-    EXPECT_EQ(0600u, mode_of(kPath));
-    EXPECT_EQ((Texts{"/tmp/files/file.veloagent-new", "/tmp/files"}), intercept::synced());
-    EXPECT_EQ(2u, files_in_folder());
+    EXPECT_EQ(read_file(kPath), "new");
+    EXPECT_EQ(mode_of(kPath), 0600u);
+    EXPECT_EQ(intercept::synced(), (Texts{"/tmp/files/file.veloagent-new", "/tmp/files"}));
+    EXPECT_EQ(files_in_folder(), 2u);
 }
 
 TEST_F(Files, ALinkIsReplacedNotFollowed) {
     plant_link();
     EXPECT_TRUE(replace_file(kPath, "new", 0644));
-    EXPECT_EQ("precious", read_file(kVictim));
-    EXPECT_EQ("new", read_file(kPath));
+    EXPECT_EQ(read_file(kVictim), "precious");
+    EXPECT_EQ(read_file(kPath), "new");
     EXPECT_FALSE(std::filesystem::is_symlink(kPath));
 }
 
@@ -92,13 +92,13 @@ TEST_F(Files, AFolderThatTakesNoNewFileHasItWrittenInPlace) {
     const std::string path = "/tmp/files/" + std::string(250, 'c');
     write_file(path, "an old text");
     EXPECT_TRUE(replace_file(path, "new", 0644));
-    EXPECT_EQ("new", read_file(path));
+    EXPECT_EQ(read_file(path), "new");
     unlink(path.c_str());
-    ASSERT_EQ(0, symlink(kVictim, path.c_str()));
+    ASSERT_EQ(symlink(kVictim, path.c_str()), 0);
     EXPECT_FALSE(replace_file(path, "new", 0644));
-    EXPECT_EQ("precious", read_file(kVictim));
+    EXPECT_EQ(read_file(kVictim), "precious");
     unlink(path.c_str());
-    ASSERT_EQ(0, mkfifo(path.c_str(), 0666));
+    ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
     EXPECT_FALSE(replace_file(path, "new", 0644)) << "and nobody waits for its reader";
 }
 
@@ -108,15 +108,15 @@ TEST_F(Files, AFileOfSomebodyElsesIsNotWrittenInPlace) {
     write_file(path, "planted");
     if (chown(path.c_str(), 1, 1) != 0) GTEST_SKIP() << "there is nobody else in this view";
     EXPECT_FALSE(replace_file(path, "secret", 0600));
-    EXPECT_EQ(EPERM, errno);
-    EXPECT_EQ("planted", read_file(path));
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(read_file(path), "planted");
 }
 
 TEST_F(Files, AFileWithASecondNameIsNotWrittenInPlace) {
     const std::string path = "/tmp/files/" + std::string(250, 'c');
-    ASSERT_EQ(0, link(kVictim, path.c_str()));
+    ASSERT_EQ(link(kVictim, path.c_str()), 0);
     EXPECT_FALSE(replace_file(path, "new", 0600));
-    EXPECT_EQ("precious", read_file(kVictim));
+    EXPECT_EQ(read_file(kVictim), "precious");
 }
 
 TEST_F(Files, AFileThatIsWrittenInPlaceLosesTheRightsOfOthers) {
@@ -124,29 +124,29 @@ TEST_F(Files, AFileThatIsWrittenInPlaceLosesTheRightsOfOthers) {
     write_file(path, "old");
     chmod(path.c_str(), 0666);
     EXPECT_TRUE(replace_file(path, "secret", 0600));
-    EXPECT_EQ(0600u, mode_of(path.c_str()));
+    EXPECT_EQ(mode_of(path.c_str()), 0600u);
 }
 
 TEST_F(Files, WhoKeepsTheNewFileFromBeingMadeHasNothingWritten) {
     write_file(kPath, "planted");
-    ASSERT_EQ(0, mkdir("/tmp/files/file.veloagent-new", 0755));
+    ASSERT_EQ(mkdir("/tmp/files/file.veloagent-new", 0755), 0);
     EXPECT_FALSE(replace_file(kPath, "secret", 0600));
-    EXPECT_EQ(EEXIST, errno);
-    EXPECT_EQ("planted", read_file(kPath));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(read_file(kPath), "planted");
 }
 
 TEST_F(Files, AMissingFolderIsAFailureThatSaysWhy) {
     EXPECT_FALSE(replace_file("/tmp/files/none/file", "new", 0644));
-    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(Files, ARemovalIsDurable) {
     write_file(kPath, "");
     EXPECT_TRUE(remove_file(kPath));
     EXPECT_FALSE(file_exists(kPath));
-    EXPECT_EQ(Texts{"/tmp/files"}, intercept::synced());
+    EXPECT_EQ(intercept::synced(), Texts{"/tmp/files"});
     EXPECT_FALSE(remove_file(kPath));
-    EXPECT_EQ(ENOENT, errno);
+    EXPECT_EQ(errno, ENOENT);
 }
 
 }  // namespace

@@ -56,22 +56,23 @@ TEST(Memory, AnAllocationThatFailsEndsTheProcessWithOneLine) {
             return block != nullptr ? 0 : 2;
         },
         errors);
-    EXPECT_EQ(1 << 8, status);
-    EXPECT_EQ("VeloAgent: out of memory\n", errors);
+    EXPECT_EQ(status, 1 << 8);
+    EXPECT_EQ(errors, "VeloAgent: out of memory\n");
 }
 
 TEST(Memory, MallocStillFailsToItsCaller) {
     if (!kOwnAllocator) GTEST_SKIP();
     std::string errors;
-    EXPECT_EQ(0, status_of(
-                     [] {
-                         prepare_memory();
-                         volatile size_t much = SIZE_MAX / 2 + 1;
-                         void *volatile block = std::malloc(much);
-                         return block == nullptr ? 0 : 2;
-                     },
-                     errors));
-    EXPECT_EQ("", errors);
+    EXPECT_EQ(status_of(
+                  [] {
+                      prepare_memory();
+                      volatile size_t much = SIZE_MAX / 2 + 1;
+                      void *volatile block = std::malloc(much);
+                      return block == nullptr ? 0 : 2;
+                  },
+                  errors),
+              0);
+    EXPECT_EQ(errors, "");
 }
 
 #ifdef M_ARENA_MAX

@@ -123,7 +123,7 @@ TEST_P(Closed, StandardDescriptorsAreOpenAndNobodyElses) {
     });
     std::string expected;
     for (size_t i = 0; i < GetParam().descriptors.size(); i++) expected += "/dev/null";
-    EXPECT_EQ(expected, ended.text);
+    EXPECT_EQ(ended.text, expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Closed,
@@ -136,11 +136,12 @@ INSTANTIATE_TEST_SUITE_P(Rows, Closed,
                          by_name);
 
 TEST_F(Inherited, StandardDescriptorsThatAreOpenStayAsTheyAre) {
-    EXPECT_EQ(kFile, in_process([] {
-                         dup2(open(kFile, O_WRONLY | O_CREAT, 0644), STDOUT_FILENO);
-                         start_clean();
-                         return std::filesystem::read_symlink("/proc/self/fd/1").string();
-                     }).text);
+    EXPECT_EQ(in_process([] {
+                  dup2(open(kFile, O_WRONLY | O_CREAT, 0644), STDOUT_FILENO);
+                  start_clean();
+                  return std::filesystem::read_symlink("/proc/self/fd/1").string();
+              }).text,
+              kFile);
 }
 
 TEST_F(Inherited, FilesAreNotWritableByOthersWhateverTheMaskWas) {
@@ -152,7 +153,7 @@ TEST_F(Inherited, FilesAreNotWritableByOthersWhateverTheMaskWas) {
             close(open(kFile, O_WRONLY | O_CREAT, 0666));
             return "";
         });
-        EXPECT_EQ(std::filesystem::perms{0644}, std::filesystem::status(kFile).permissions());
+        EXPECT_EQ(std::filesystem::status(kFile).permissions(), std::filesystem::perms{0644});
     }
 }
 
@@ -167,8 +168,8 @@ TEST_F(Inherited, NoSignalIsBlockedButSigalrmAndNoneIgnored) {
         start_clean();
         return read_file("/proc/self/status");
     });
-    EXPECT_EQ(bit(SIGALRM), signals_of(ended.text, "SigBlk"));
-    EXPECT_EQ(0u, signals_of(ended.text, "SigIgn"));
+    EXPECT_EQ(signals_of(ended.text, "SigBlk"), bit(SIGALRM));
+    EXPECT_EQ(signals_of(ended.text, "SigIgn"), 0u);
 }
 
 TEST_F(Inherited, WhatWasIgnoredDoesNoHarm) {
@@ -179,33 +180,36 @@ TEST_F(Inherited, WhatWasIgnoredDoesNoHarm) {
         for (const int number : numbers) raise(number);
         return "alive";
     });
-    EXPECT_EQ("alive", ended.text);
+    EXPECT_EQ(ended.text, "alive");
 }
 
 TEST_F(Inherited, WhatWasNotIgnoredEndsTheProcess) {
-    EXPECT_EQ(SIGTERM, in_process([] {
-                           start_clean();
-                           raise(SIGTERM);
-                           return "alive";
-                       }).status);
+    EXPECT_EQ(in_process([] {
+                  start_clean();
+                  raise(SIGTERM);
+                  return "alive";
+              }).status,
+              SIGTERM);
 }
 
 // A handler that only returns would meet the same fault again, for ever.
 TEST_F(Inherited, AFaultThatWasIgnoredEndsTheProcess) {
-    EXPECT_EQ(SIGFPE, in_process([] {
-                          signal(SIGFPE, SIG_IGN);
-                          start_clean();
-                          raise(SIGFPE);
-                          return "alive";
-                      }).status);
+    EXPECT_EQ(in_process([] {
+                  signal(SIGFPE, SIG_IGN);
+                  start_clean();
+                  raise(SIGFPE);
+                  return "alive";
+              }).status,
+              SIGFPE);
 }
 
 TEST_F(Inherited, TheEndOfACommandIsSeenThoughSigchldWasIgnored) {
-    EXPECT_EQ("3", in_process([] {
-                         signal(SIGCHLD, SIG_IGN);
-                         start_clean();
-                         return std::to_string(run_shell("exit 3"));
-                     }).text);
+    EXPECT_EQ(in_process([] {
+                  signal(SIGCHLD, SIG_IGN);
+                  start_clean();
+                  return std::to_string(run_shell("exit 3"));
+              }).text,
+              "3");
 }
 
 TEST_F(Inherited, ABrokenPipeIsAnError) {
@@ -217,7 +221,7 @@ TEST_F(Inherited, ABrokenPipeIsAnError) {
         const ssize_t written = write(ends[1], "x", 1);
         return std::to_string(written) + (errno == EPIPE ? " EPIPE" : "");
     });
-    EXPECT_EQ("-1 EPIPE", ended.text);
+    EXPECT_EQ(ended.text, "-1 EPIPE");
 }
 
 TEST_F(Inherited, NoAlarmRunsAndOneThatWentOffDoesNoHarm) {
@@ -230,7 +234,7 @@ TEST_F(Inherited, NoAlarmRunsAndOneThatWentOffDoesNoHarm) {
         set_mask(SIG_UNBLOCK, set_of({SIGALRM}));
         return std::to_string(left);
     });
-    EXPECT_EQ("0", ended.text);
+    EXPECT_EQ(ended.text, "0");
 }
 
 // --- The reboot tool. In its place stands a shell, which runs the file named by the tool's argument.
@@ -262,8 +266,8 @@ class RebootTool : public Inherited {
 
 TEST_F(RebootTool, TakesTheProcessOverWithItsPathAndRebootAsArguments) {
     install_shell("tr '\\0' '|' < /proc/$$/cmdline > /tmp/os_test\n");
-    EXPECT_EQ(0, replaced([] {}));
-    EXPECT_EQ("/usr/bin/qmx_reboot|reboot|", read_file(kFile));
+    EXPECT_EQ(replaced([] {}), 0);
+    EXPECT_EQ(read_file(kFile), "/usr/bin/qmx_reboot|reboot|");
 }
 
 TEST_F(RebootTool, InheritsNoBlockedSignal) {
@@ -271,12 +275,13 @@ TEST_F(RebootTool, InheritsNoBlockedSignal) {
     install_shell(
         "while read -r line; do case $line in SigBlk*) echo \"$line\" > /tmp/os_test;; esac; done < "
         "/proc/$$/status\n");
-    EXPECT_EQ(0, replaced([] {
+    EXPECT_EQ(replaced([] {
                   sigset_t all;
                   sigfillset(&all);
                   set_mask(SIG_SETMASK, all);
-              }));
-    EXPECT_EQ("SigBlk:\t0000000000000000\n", read_file(kFile));
+              }),
+              0);
+    EXPECT_EQ(read_file(kFile), "SigBlk:\t0000000000000000\n");
 }
 
 TEST_F(RebootTool, InheritsNoIgnoredSignal) {
@@ -288,16 +293,16 @@ TEST_F(RebootTool, InheritsNoIgnoredSignal) {
         (void)exec_reboot_tool();
         return "";
     });
-    EXPECT_EQ(0, ended.status);
-    EXPECT_EQ(0u, signals_of(read_file(kFile), "SigIgn"));
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(signals_of(read_file(kFile), "SigIgn"), 0u);
 }
 
 TEST_F(RebootTool, InheritsNoDescriptorAbove2) {
     install_shell("ls -l /proc/$$/fd > /tmp/os_test\n");
-    EXPECT_EQ(0, replaced([] { fcntl(open("/dev/zero", O_RDONLY), F_DUPFD, 250); }));
+    EXPECT_EQ(replaced([] { fcntl(open("/dev/zero", O_RDONLY), F_DUPFD, 250); }), 0);
     const std::string list = read_file(kFile);
-    EXPECT_NE(std::string::npos, list.find(" 2 -> ")) << list;
-    EXPECT_EQ(std::string::npos, list.find("/dev/zero")) << list;
+    EXPECT_NE(list.find(" 2 -> "), std::string::npos) << list;
+    EXPECT_EQ(list.find("/dev/zero"), std::string::npos) << list;
 }
 
 TEST_F(RebootTool, LosesNoLogLine) {
@@ -306,7 +311,7 @@ TEST_F(RebootTool, LosesNoLogLine) {
         if (std::freopen(kFile, "w", stdout) == nullptr) _exit(98);
         std::fputs("a line without end", stdout);
     });
-    EXPECT_EQ("a line without end", read_file(kFile));
+    EXPECT_EQ(read_file(kFile), "a line without end");
 }
 
 void handle_alarms_with_tick() {
@@ -325,11 +330,12 @@ class TickOf : public RebootTool, public testing::WithParamInterface<AlarmRow> {
 
 TEST_P(TickOf, TheAgentDoesNotEndTheTool) {
     install_shell("sleep 0.1; echo alive > /tmp/os_test\n");
-    EXPECT_EQ(0, replaced([] {
+    EXPECT_EQ(replaced([] {
                   handle_alarms_with_tick();
                   GetParam().prepare();
-              }));
-    EXPECT_EQ("alive\n", read_file(kFile));
+              }),
+              0);
+    EXPECT_EQ(read_file(kFile), "alive\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, TickOf,
@@ -351,30 +357,33 @@ std::string failed_reboot() {
 }
 
 TEST_F(RebootTool, ThatIsMissingIsAFailure) {
-    EXPECT_EQ("-1 ENOENT", in_process([] {
-                               start_clean();
-                               return failed_reboot();
-                           }).text);
+    EXPECT_EQ(in_process([] {
+                  start_clean();
+                  return failed_reboot();
+              }).text,
+              "-1 ENOENT");
 }
 
 TEST_F(RebootTool, ThatIsMissingKeepsATickGoingWhoseAlarmHasGoneOff) {
-    EXPECT_EQ("1", in_process([] {
-                       start_clean();
-                       handle_alarms_with_tick();
-                       arm_tick();
-                       __wrap_alarm(0);
-                       raise(SIGALRM);
-                       failed_reboot();
-                       return std::to_string(__wrap_alarm(0));
-                   }).text);
+    EXPECT_EQ(in_process([] {
+                  start_clean();
+                  handle_alarms_with_tick();
+                  arm_tick();
+                  __wrap_alarm(0);
+                  raise(SIGALRM);
+                  failed_reboot();
+                  return std::to_string(__wrap_alarm(0));
+              }).text,
+              "1");
 }
 
 TEST_F(RebootTool, ThatIsMissingStartsNoTick) {
-    EXPECT_EQ("0", in_process([] {
-                       start_clean();
-                       failed_reboot();
-                       return std::to_string(__wrap_alarm(0));
-                   }).text);
+    EXPECT_EQ(in_process([] {
+                  start_clean();
+                  failed_reboot();
+                  return std::to_string(__wrap_alarm(0));
+              }).text,
+              "0");
 }
 
 TEST_F(RebootTool, ThatIsMissingLeavesAlarmMaskAndHandlersAsTheyWere) {
@@ -392,7 +401,7 @@ TEST_F(RebootTool, ThatIsMissingLeavesAlarmMaskAndHandlersAsTheyWere) {
         }
         return text;
     });
-    EXPECT_EQ("armed same same same", ended.text);
+    EXPECT_EQ(ended.text, "armed same same same");
 }
 
 // --- Several reboots at once, each of which fails.
@@ -449,8 +458,8 @@ TEST_F(RebootTool, ThatIsMissingStaysWithoutEffectForEightThreadsAtOnce) {
         for (const int before = ticks; ticks < before + 3;) pause();  // for ever, where the tick is lost
         return std::string(good ? "good" : "something was lost");
     });
-    EXPECT_EQ(0, ended.status);
-    EXPECT_EQ("good", ended.text);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.text, "good");
 }
 
 }  // namespace

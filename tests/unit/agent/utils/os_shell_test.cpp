@@ -140,35 +140,35 @@ INSTANTIATE_TEST_SUITE_P(Shell, EachWay, testing::ValuesIn(kWays), by_name);
 
 // --- Results.
 
-TEST_F(Shell, RunningGivesTheExitCode) {
-    EXPECT_EQ(0, run_shell("true"));
-    EXPECT_EQ(3, run_shell("exit 3"));
-    EXPECT_EQ(127, run_shell("no_such_program 2>/dev/null"));
-    EXPECT_EQ(128 + SIGKILL, run_shell("kill -9 $$"));
+TEST_F(Shell, RunningGivesTheWaitStatus) {
+    EXPECT_EQ(run_shell("true"), 0);
+    EXPECT_EQ(run_shell("exit 3"), 3);
+    EXPECT_EQ(run_shell("no_such_program 2>/dev/null"), 127);
+    EXPECT_EQ(run_shell("kill -9 $$"), 128 + SIGKILL);
     int wait_status = 0;
-    EXPECT_EQ(3, run_shell("exit 3", kCommandSeconds, &wait_status));
-    EXPECT_EQ(3 * 256, wait_status);
+    EXPECT_EQ(run_shell("exit 3", kCommandSeconds, &wait_status), 3);
+    EXPECT_EQ(wait_status, 3 * 256);
 }
 
 TEST_F(Shell, ReadingGivesAllThatWasWritten) {
-    EXPECT_EQ("one\ntwo\n", read_shell("echo one; echo no >/dev/null; echo two"));
-    EXPECT_EQ("", read_shell("true"));
-    EXPECT_EQ("late\n", read_shell("(sleep 0.05; echo late) &"));
+    EXPECT_EQ(read_shell("echo one; echo no >/dev/null; echo two"), "one\ntwo\n");
+    EXPECT_EQ(read_shell("true"), "");
+    EXPECT_EQ(read_shell("(sleep 0.05; echo late) &"), "late\n");
 }
 
 TEST_F(Shell, AnAnswerHasUpTo64KiB) {
-    EXPECT_EQ(std::string(65'536, '0'), read_shell("head -c 65536 /dev/zero | tr '\\0' 0"));
-    EXPECT_EQ(std::nullopt, read_shell("head -c 65537 /dev/zero"));
-    EXPECT_EQ(std::nullopt, read_shell("yes"));
+    EXPECT_EQ(read_shell("head -c 65536 /dev/zero | tr '\\0' 0"), std::string(65'536, '0'));
+    EXPECT_EQ(read_shell("head -c 65537 /dev/zero"), std::nullopt);
+    EXPECT_EQ(read_shell("yes"), std::nullopt);
 }
 
 TEST_F(Shell, WhatAFailedCommandPrintedIsNoAnswer) {
-    EXPECT_EQ(std::nullopt, read_shell("echo one; exit 5"));
-    EXPECT_EQ(std::nullopt, read_shell("echo one; kill -9 $$"));
+    EXPECT_EQ(read_shell("echo one; exit 5"), std::nullopt);
+    EXPECT_EQ(read_shell("echo one; kill -9 $$"), std::nullopt);
 }
 
 TEST_P(EachWay, UnderstandsTheWholeShell) {
-    EXPECT_EQ("x  b", GetParam().run("printf '%s' \"a  b\" | tr a x && test -d /tmp"));
+    EXPECT_EQ(GetParam().run("printf '%s' \"a  b\" | tr a x && test -d /tmp"), "x  b");
 }
 
 TEST_P(EachWay, ReturnsWhatItsOwnCommandPrinted) {
@@ -176,7 +176,7 @@ TEST_P(EachWay, ReturnsWhatItsOwnCommandPrinted) {
     for (int i = 0; i < 8; i++) {
         threads.emplace_back([text = std::to_string(i)] {
             for (int round = 0; round < 10; round++) {
-                EXPECT_EQ(text + "\n", read_shell(("echo " + text).c_str()));
+                EXPECT_EQ(read_shell(("echo " + text).c_str()), text + "\n");
             }
         });
     }
@@ -213,7 +213,7 @@ TEST_F(Shell, WhatCannotStartIsAFailure) {
     int status = -1;
     waitpid(child, &status, 0);
     if (status == kSkipped << 8) GTEST_SKIP() << "no system call can be refused here";
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(Shell, WithoutADescriptorForThePipeReadingIsAFailure) {
@@ -221,7 +221,7 @@ TEST_F(Shell, WithoutADescriptorForThePipeReadingIsAFailure) {
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit few{3, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &few);
-    EXPECT_EQ(std::nullopt, read_shell("echo x"));
+    EXPECT_EQ(read_shell("echo x"), std::nullopt);
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
@@ -230,7 +230,7 @@ TEST_F(Shell, WithoutADescriptorForThePipeReadingIsAFailure) {
 TEST_P(EachWay, HandsOnNoDescriptorAbove2) {
     const int low = open("/dev/null", O_RDONLY);
     const int high = fcntl(low, F_DUPFD, 250);
-    EXPECT_EQ("0\n1\n2\n", GetParam().run("ls /proc/$$/fd; true"));
+    EXPECT_EQ(GetParam().run("ls /proc/$$/fd; true"), "0\n1\n2\n");
     close(low);
     close(high);
 }
@@ -265,8 +265,8 @@ std::uint64_t signals_of(const std::string &status, const std::string &name) {
 TEST_P(EachWay, GivesAnEmptyMaskAndDefaultHandlers) {
     const OddSignals odd;
     const std::string status = GetParam().run("cat /proc/self/status");
-    EXPECT_EQ(0u, signals_of(status, "SigBlk"));
-    EXPECT_EQ(0u, signals_of(status, "SigIgn"));
+    EXPECT_EQ(signals_of(status, "SigBlk"), 0u);
+    EXPECT_EQ(signals_of(status, "SigIgn"), 0u);
 }
 
 TEST_P(EachWay, LeavesItsCallersMaskAndHandlersAlone) {
@@ -275,15 +275,15 @@ TEST_P(EachWay, LeavesItsCallersMaskAndHandlersAlone) {
     sigaddset(&usr1, SIGUSR1);
     pthread_sigmask(SIG_SETMASK, &usr1, &before);
     signal(SIGUSR2, SIG_IGN);
-    EXPECT_EQ("x\n", GetParam().run("echo x"));
+    EXPECT_EQ(GetParam().run("echo x"), "x\n");
     pthread_sigmask(SIG_SETMASK, &before, &after);
-    EXPECT_EQ(1, sigismember(&after, SIGUSR1));
-    EXPECT_EQ(0, sigismember(&after, SIGUSR2));
-    EXPECT_EQ(SIG_IGN, signal(SIGUSR2, SIG_DFL));
+    EXPECT_EQ(sigismember(&after, SIGUSR1), 1);
+    EXPECT_EQ(sigismember(&after, SIGUSR2), 0);
+    EXPECT_EQ(signal(SIGUSR2, SIG_DFL), SIG_IGN);
 }
 
 TEST_P(EachWay, MakesAProcessGroup) {
-    EXPECT_EQ("own\n", GetParam().run("test $(cut -d' ' -f5 /proc/$$/stat) = $$ && echo own"));
+    EXPECT_EQ(GetParam().run("test $(cut -d' ' -f5 /proc/$$/stat) = $$ && echo own"), "own\n");
 }
 
 TEST_P(EachWay, IsNotCutShortBySignals) {
@@ -292,7 +292,7 @@ TEST_P(EachWay, IsNotCutShortBySignals) {
     sigaction(SIGALRM, &action, nullptr);
     const itimerval every_millisecond{{0, 1000}, {0, 1000}};
     setitimer(ITIMER_REAL, &every_millisecond, nullptr);
-    EXPECT_EQ("x\n", GetParam().run("sleep 0.03; echo x"));
+    EXPECT_EQ(GetParam().run("sleep 0.03; echo x"), "x\n");
     const itimerval never{};
     setitimer(ITIMER_REAL, &never, nullptr);
     signal(SIGALRM, SIG_DFL);
@@ -301,8 +301,8 @@ TEST_P(EachWay, IsNotCutShortBySignals) {
 // --- The end.
 
 void expect_no_child() {
-    EXPECT_EQ(-1, waitpid(-1, nullptr, WNOHANG)) << "a child is left, dead or alive";
-    EXPECT_EQ(ECHILD, errno);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left, dead or alive";
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST_P(EachWay, LeavesNothingBehind) {
@@ -313,7 +313,7 @@ TEST_P(EachWay, LeavesNothingBehind) {
     };
     const size_t before = descriptors();
     for (int i = 0; i < 5; i++) GetParam().run(i % 2 == 0 ? "echo x" : "exit 1");
-    EXPECT_EQ(before, descriptors());
+    EXPECT_EQ(descriptors(), before);
     expect_no_child();
 }
 
@@ -328,7 +328,7 @@ TEST_P(Hung, CommandIsEndedWithItsChildrenAfterAMinute) {
     const auto &[way, row] = GetParam();
     speed = 100;
     const double start = seconds();
-    EXPECT_EQ("failed", way.run(row.command));
+    EXPECT_EQ(way.run(row.command), "failed");
     EXPECT_GE(seconds() - start, 60);
     EXPECT_LT(seconds() - start, 600);
     expect_none_hangs();
@@ -344,14 +344,14 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Shell, AGrandchildThatKeepsTheOutputIsEndedAfterAMinute) {
     speed = 100;
-    EXPECT_EQ(std::nullopt, read_shell(HANG " & echo x"));
+    EXPECT_EQ(read_shell(HANG " & echo x"), std::nullopt);
     expect_none_hangs();
 }
 
 TEST_F(Shell, TheLimitIsTheCallers) {
     speed = 100;
     const double start = seconds();
-    EXPECT_EQ(128 + SIGKILL, run_shell("exec " HANG, 100));
+    EXPECT_EQ(run_shell("exec " HANG, 100), 128 + SIGKILL);
     EXPECT_GE(seconds() - start, 100);
 }
 
@@ -360,22 +360,22 @@ TEST_F(Shell, ACommandThatCannotBeEndedIsLeftBehind) {
     speed = 100;
     immortal = true;
     const double start = seconds();
-    EXPECT_EQ(-1, run_shell("exec " HANG, 10));
+    EXPECT_EQ(run_shell("exec " HANG, 10), -1);
     EXPECT_GE(seconds() - start, 11);
     EXPECT_LT(seconds() - start, 110);
     const pid_t hung = -last_killed;
-    EXPECT_EQ(std::nullopt, read_shell("exec " HANG));
+    EXPECT_EQ(read_shell("exec " HANG), std::nullopt);
     const pid_t hung_reader = -last_killed;
     speed = 1;
     immortal = false;
-    EXPECT_EQ("x\n", read_shell("echo x")) << "others run meanwhile";
+    EXPECT_EQ(read_shell("echo x"), "x\n") << "others run meanwhile";
     kill(hung, SIGKILL);
     kill(hung_reader, SIGKILL);
     siginfo_t ended{};
     for (const pid_t child : {hung, hung_reader}) {
-        EXPECT_EQ(0, waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT));
+        EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT), 0);
     }
-    EXPECT_EQ(0, run_shell("true"));
+    EXPECT_EQ(run_shell("true"), 0);
     expect_no_child();
 }
 
@@ -384,18 +384,18 @@ TEST_F(Shell, BesidesEightThatCannotBeEndedNoneIsStarted) {
     immortal = true;
     std::vector<pid_t> hung;
     for (int i = 0; i < 8; i++) {
-        EXPECT_EQ(-1, run_shell("exec " HANG, 1));
+        EXPECT_EQ(run_shell("exec " HANG, 1), -1);
         hung.push_back(-last_killed);
     }
     speed = 1;
-    EXPECT_EQ(-1, run_shell("touch /tmp/os_test"));
-    EXPECT_EQ(std::nullopt, read_shell("touch /tmp/os_test"));
+    EXPECT_EQ(run_shell("touch /tmp/os_test"), -1);
+    EXPECT_EQ(read_shell("touch /tmp/os_test"), std::nullopt);
     EXPECT_FALSE(std::filesystem::exists(kFile));
     immortal = false;
     kill(hung[3], SIGKILL);
     siginfo_t ended{};
     waitid(P_PID, static_cast<id_t>(hung[3]), &ended, WEXITED | WNOWAIT);
-    EXPECT_EQ(0, run_shell("touch /tmp/os_test"));
+    EXPECT_EQ(run_shell("touch /tmp/os_test"), 0);
     for (const pid_t child : hung) kill(child, SIGKILL);
 }
 

@@ -81,9 +81,9 @@ class Os : public testing::Test {
 
 TEST_F(Os, WallSecondsAreWholeAndGoOnAfter2038) {
     wall = 123 * kSecond + 999'999'999;
-    EXPECT_EQ(123, wall_seconds());
+    EXPECT_EQ(wall_seconds(), 123);
     wall = std::int64_t{0x80000005} * kSecond;
-    EXPECT_EQ(0x80000005, wall_seconds());
+    EXPECT_EQ(wall_seconds(), 0x80000005);
 }
 
 TEST_F(Os, SteadySecondsGrowByAPauseWhateverTheFractions) {
@@ -96,26 +96,26 @@ TEST_F(Os, SteadySecondsGrowByAPauseWhateverTheFractions) {
             const std::int64_t pause = 5 * kSecond - wall_fraction + late;
             wall += pause;
             steady += pause;
-            EXPECT_EQ(before + 5, steady_seconds()) << wall_fraction << " " << steady_fraction;
+            EXPECT_EQ(steady_seconds(), before + 5) << wall_fraction << " " << steady_fraction;
         }
     }
 }
 
 TEST_F(Os, SteadySecondsAreTheMonotonicClocksToTheNearest) {
-    EXPECT_EQ(51, steady_seconds());
+    EXPECT_EQ(steady_seconds(), 51);
     wall += 300'000'000;
-    EXPECT_EQ(50, steady_seconds());
+    EXPECT_EQ(steady_seconds(), 50);
 }
 
 TEST_F(Os, SteadySecondsDoNotFollowAStep) {
     const std::int64_t before = steady_seconds();
     wall += 365 * 86400 * kSecond;
-    EXPECT_EQ(before, steady_seconds());
+    EXPECT_EQ(steady_seconds(), before);
 }
 
 TEST_F(Os, SleepIsTheNominalLengthOnTheMonotonicClock) {
     sleep_milliseconds(300);
-    EXPECT_EQ(until(steady + 300'000'000), sleeps);
+    EXPECT_EQ(sleeps, until(steady + 300'000'000));
 }
 
 TEST_F(Os, NoLengthIsNoSleep) {
@@ -127,27 +127,27 @@ TEST_F(Os, NoLengthIsNoSleep) {
 
 TEST_F(Os, ALongSleepDoesNotOverflow) {
     sleep_milliseconds(2'000'000'000);
-    EXPECT_EQ(until(steady + 2'000'000 * kSecond), sleeps);
+    EXPECT_EQ(sleeps, until(steady + 2'000'000 * kSecond));
 }
 
 TEST_F(Os, ASignalDoesNotChangeTheEndOfASleep) {
     interruptions = 2;
     sleep_milliseconds(300);
     const Sleep one{CLOCK_MONOTONIC, TIMER_ABSTIME, steady + 300'000'000};
-    EXPECT_EQ((std::vector<Sleep>{one, one, one}), sleeps);
+    EXPECT_EQ(sleeps, (std::vector<Sleep>{one, one, one}));
 }
 
 TEST_F(Os, APauseIsItsSecondsLessThePartOfTheCurrentOneGone) {
     wall += 300'000'000;
     pause_seconds(5);
-    EXPECT_EQ(until(steady + 4'700'000'000), sleeps);
+    EXPECT_EQ(sleeps, until(steady + 4'700'000'000));
     sleeps.clear();
     wall = 7 * kSecond;
     pause_seconds(5);
-    EXPECT_EQ(until(steady + 5 * kSecond), sleeps);
+    EXPECT_EQ(sleeps, until(steady + 5 * kSecond));
     sleeps.clear();
     pause_seconds(1'000'000);
-    EXPECT_EQ(until(steady + 1'000'000 * kSecond), sleeps);
+    EXPECT_EQ(sleeps, until(steady + 1'000'000 * kSecond));
 }
 
 TEST_F(Os, TheDeadlineOfAPauseIsWhereItWouldEnd) {
@@ -157,7 +157,7 @@ TEST_F(Os, TheDeadlineOfAPauseIsWhereItWouldEnd) {
             const timespec deadline = pause_deadline(seconds);
             sleeps.clear();
             pause_seconds(seconds);
-            EXPECT_EQ(until(deadline.tv_sec * kSecond + deadline.tv_nsec), sleeps) << gone << " " << seconds;
+            EXPECT_EQ(sleeps, until(deadline.tv_sec * kSecond + deadline.tv_nsec)) << gone << " " << seconds;
         }
     }
     EXPECT_EQ(pause_deadline(5).tv_sec, 54) << "50.7 s and 4 s and a bit";
@@ -166,7 +166,7 @@ TEST_F(Os, TheDeadlineOfAPauseIsWhereItWouldEnd) {
 TEST_F(Os, APauseWithinTheSecondEndsWhereTheSecondHasGoneFar) {
     wall += 30'000'000;
     pause_within_second(100'000'000);
-    EXPECT_EQ(until(steady + 70'000'000), sleeps);
+    EXPECT_EQ(sleeps, until(steady + 70'000'000));
     sleeps.clear();
     for (const std::int64_t gone : {100'000'000, 500'000'000, 999'999'999}) {
         wall = 100 * kSecond + gone;
@@ -181,9 +181,9 @@ TEST_F(Os, ThePageCacheIsDroppedAfterAllIsWrittenBack) {
     ASSERT_TRUE(std::filesystem::exists("/tmp/.device/drop_caches"));
     std::ofstream(kDropCaches) << "0";
     drop_page_cache();
-    EXPECT_EQ(1, syncs);
-    EXPECT_EQ("0", cache_file_at_sync);
-    EXPECT_EQ("1", read_file(kDropCaches));
+    EXPECT_EQ(syncs, 1);
+    EXPECT_EQ(cache_file_at_sync, "0");
+    EXPECT_EQ(read_file(kDropCaches), "1");
 }
 
 }  // namespace

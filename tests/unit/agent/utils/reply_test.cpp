@@ -8,36 +8,36 @@ namespace {
 TEST(ReplyText, IsNoneUntilOneComes) {
     const Reply reply;
     EXPECT_FALSE(reply);
-    EXPECT_EQ("", *reply);
-    EXPECT_STREQ("", reply.c_str());
+    EXPECT_EQ(*reply, "");
+    EXPECT_STREQ(reply.c_str(), "");
 }
 
 TEST(ReplyText, MayBeEmpty) {
     Reply reply;
     EXPECT_TRUE(reply.assign(""));
     EXPECT_TRUE(reply);
-    EXPECT_EQ("", *reply);
+    EXPECT_EQ(*reply, "");
 }
 
 TEST(ReplyText, IsReplacedAndGathered) {
     Reply reply;
     EXPECT_TRUE(reply.assign("a longer one"));
     EXPECT_TRUE(reply.assign("abc"));
-    EXPECT_EQ("abc", *reply);
+    EXPECT_EQ(*reply, "abc");
     EXPECT_TRUE(reply.append("def"));
-    EXPECT_EQ("abcdef", *reply);
-    EXPECT_STREQ("abcdef", reply.c_str());
+    EXPECT_EQ(*reply, "abcdef");
+    EXPECT_STREQ(reply.c_str(), "abcdef");
 }
 
 TEST(ReplyText, GoesWithItsOwner) {
     Reply reply;
     EXPECT_TRUE(reply.assign("abc"));
     Reply owner = std::move(reply);
-    EXPECT_STREQ("abc", owner.c_str());
+    EXPECT_STREQ(owner.c_str(), "abc");
     char *block = owner.release();
-    EXPECT_STREQ("abc", block);
+    EXPECT_STREQ(block, "abc");
     EXPECT_FALSE(owner);
-    EXPECT_EQ("", *owner);
+    EXPECT_EQ(*owner, "");
     std::free(block);
 }
 
@@ -51,7 +51,7 @@ TEST(ReplyText, StaysWhatItWasWithoutMemory) {
     EXPECT_FALSE(reply.assign("d"));
     intercept::refuse_next("realloc");
     EXPECT_FALSE(reply.append("d"));
-    EXPECT_EQ("abc", *reply);
+    EXPECT_EQ(*reply, "abc");
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ class FindXmlValue : public testing::TestWithParam<ValueRow> {};
 
 TEST_P(FindXmlValue, Gives) {
     const ValueRow &row = GetParam();
-    EXPECT_EQ(row.value, find_xml_value(row.text, row.tag));
+    EXPECT_EQ(find_xml_value(row.text, row.tag), row.value);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -55,29 +55,29 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(FindXmlValueLimits, LongTextsAndTags) {
     const std::string value(10'000, 'v');
-    EXPECT_EQ(value, find_xml_value("<a>" + value + "</a>", "a"));
+    EXPECT_EQ(find_xml_value("<a>" + value + "</a>", "a"), value);
     const std::string tag(10'000, 't');
-    EXPECT_EQ(std::nullopt, find_xml_value("<" + tag + ">1</" + tag + ">", tag.c_str()));
+    EXPECT_EQ(find_xml_value("<" + tag + ">1</" + tag + ">", tag.c_str()), std::nullopt);
 }
 
 TEST(ErrorCode, ZeroIsHandedOutAndIsSuccess) {
     const std::string reply = "<Reply><ErrorCode>0</ErrorCode></Reply>";
-    EXPECT_EQ("0", read_error_code(reply));
-    EXPECT_EQ(0, error_code_number(reply));
-    EXPECT_EQ(std::nullopt, camera_error(reply));
+    EXPECT_EQ(read_error_code(reply), "0");
+    EXPECT_EQ(error_code_number(reply), 0);
+    EXPECT_EQ(camera_error(reply), std::nullopt);
 }
 
 TEST(ErrorCode, AnErrorIsItsNumber) {
     const std::string reply = "<ErrorCode>-3</ErrorCode>";
-    EXPECT_EQ("-3", read_error_code(reply));
-    EXPECT_EQ(-3, error_code_number(reply));
-    EXPECT_EQ("-3", camera_error(reply));
+    EXPECT_EQ(read_error_code(reply), "-3");
+    EXPECT_EQ(error_code_number(reply), -3);
+    EXPECT_EQ(camera_error(reply), "-3");
 }
 
 TEST(ErrorCode, AnAbsentElementIsSuccess) {
-    EXPECT_EQ(std::nullopt, read_error_code("<SD>1</SD>"));
-    EXPECT_EQ(0, error_code_number("<SD>1</SD>"));
-    EXPECT_EQ(std::nullopt, camera_error("<SD>1</SD>"));
+    EXPECT_EQ(read_error_code("<SD>1</SD>"), std::nullopt);
+    EXPECT_EQ(error_code_number("<SD>1</SD>"), 0);
+    EXPECT_EQ(camera_error("<SD>1</SD>"), std::nullopt);
 }
 
 struct CodeRow {
@@ -90,8 +90,8 @@ class ErrorCodeNumber : public testing::TestWithParam<CodeRow> {};
 TEST_P(ErrorCodeNumber, DecidesBetweenSuccessAndError) {
     const CodeRow &row = GetParam();
     const std::string reply = std::string("<ErrorCode>") + row.text + "</ErrorCode>";
-    EXPECT_EQ(row.success, error_code_number(reply) == 0);
-    EXPECT_EQ(row.success ? std::nullopt : std::optional<std::string>(row.text), camera_error(reply));
+    EXPECT_EQ(error_code_number(reply) == 0, row.success);
+    EXPECT_EQ(camera_error(reply), row.success ? std::nullopt : std::optional<std::string>(row.text));
 }
 
 INSTANTIATE_TEST_SUITE_P(Row, ErrorCodeNumber,

@@ -30,13 +30,13 @@ class StartThread : public AgentTest {};
 TEST_F(StartThread, RunsTheRoutineDetachedWithItsArgument) {
     pthread_t thread;
     int argument = 0;
-    EXPECT_EQ(0, start_thread(&thread, keep_argument, &argument));
+    EXPECT_EQ(start_thread(&thread, keep_argument, &argument), 0);
     EXPECT_TRUE(eventually([&] { return argument_seen == &argument; }));
 }
 
 TEST_F(StartThread, PassesANullArgument) {
     pthread_t thread;
-    EXPECT_EQ(0, start_thread(&thread, keep_argument, nullptr));
+    EXPECT_EQ(start_thread(&thread, keep_argument, nullptr), 0);
     EXPECT_TRUE(eventually([&] { return null_seen.load(); }));
 }
 
@@ -50,8 +50,8 @@ TEST_P(StartThreadRefused, IsReportedOnStandardError) {
     intercept::refuse_next(GetParam().name);
     pthread_t thread;
     const std::string errors =
-        errors_of([&] { EXPECT_EQ(-1, start_thread(&thread, keep_argument, nullptr)); });
-    EXPECT_EQ(std::string(GetParam().text) + ": Resource temporarily unavailable\n", errors);
+        errors_of([&] { EXPECT_EQ(start_thread(&thread, keep_argument, nullptr), -1); });
+    EXPECT_EQ(errors, std::string(GetParam().text) + ": Resource temporarily unavailable\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -88,27 +88,27 @@ class WantedThreads : public AgentTest {
 };
 
 TEST_F(WantedThreads, ThatStandAreNotStartedAgain) {
-    EXPECT_EQ(0, start<1>());
+    EXPECT_EQ(start<1>(), 0);
     for (int i = 0; i < 3; i++) pause_and_start_missing(100);
     EXPECT_TRUE(ran<1>(1));
-    EXPECT_EQ((Texts{"100 s", "100 s", "100 s"}), fake_os::pauses());
+    EXPECT_EQ(fake_os::pauses(), (Texts{"100 s", "100 s", "100 s"}));
 }
 
 TEST_F(WantedThreads, ThatCouldNotBeCreatedAreTriedOnceAMinute) {
     const std::string errors = errors_of([] {
         intercept::refuse_next("pthread_create");
-        EXPECT_EQ(-1, start<2>());
+        EXPECT_EQ(start<2>(), -1);
         pause_and_start_missing(30);
         pause_and_start_missing(30);
         intercept::refuse_next("pthread_create");
         pause_and_start_missing(50);  // the second try comes before it
         pause_and_start_missing(50);
-        EXPECT_EQ(0, runs<2>);
+        EXPECT_EQ(runs<2>, 0);
         pause_and_start_missing(5);
         EXPECT_TRUE(ran<2>(1));
     });
-    EXPECT_EQ((Texts{"30 s", "30 s", "50 s", "50 s", "5 s"}), fake_os::pauses());
-    EXPECT_EQ(2, std::count(errors.begin(), errors.end(), '\n') / 2) << errors;
+    EXPECT_EQ(fake_os::pauses(), (Texts{"30 s", "30 s", "50 s", "50 s", "5 s"}));
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n') / 2, 2) << errors;
 }
 
 TEST_F(WantedThreads, AreTriedOnceAMinuteInALongPauseToo) {
@@ -122,7 +122,7 @@ TEST_F(WantedThreads, AreTriedOnceAMinuteInALongPauseToo) {
         pause_and_start_missing(3600);
         EXPECT_TRUE(ran<3>(1));
     });
-    EXPECT_EQ((Texts{"60 s", "60 s", "3480 s"}), fake_os::pauses());
+    EXPECT_EQ(fake_os::pauses(), (Texts{"60 s", "60 s", "3480 s"}));
 }
 
 TEST_F(WantedThreads, WhoseWorkFailedAreStartedAgain) {
@@ -144,11 +144,11 @@ void *look_at_mask(void *blocked) {
 TEST_F(StartThread, BlocksTheTickInTheThreadAlone) {
     pthread_t thread;
     std::atomic<int> blocked{-1}, here{-1};
-    EXPECT_EQ(0, start_thread(&thread, look_at_mask, &blocked));
+    EXPECT_EQ(start_thread(&thread, look_at_mask, &blocked), 0);
     EXPECT_TRUE(eventually([&] { return blocked != -1; }));
-    EXPECT_EQ(1, blocked);
+    EXPECT_EQ(blocked, 1);
     look_at_mask(&here);
-    EXPECT_EQ(0, here);
+    EXPECT_EQ(here, 0);
 }
 
 }  // namespace

@@ -27,28 +27,28 @@ class NewTransfer : public AgentTest {
 
 TEST_F(NewTransfer, GetsItsUrl) {
     camera.reply("/CGI/X", "x");
-    EXPECT_EQ(CURLE_OK, perform(new_transfer({url("/CGI/X?a&b")})));
-    EXPECT_EQ((Texts{"GET /CGI/X?a&b -"}), camera.seen());
+    EXPECT_EQ(perform(new_transfer({url("/CGI/X?a&b")})), CURLE_OK);
+    EXPECT_EQ(camera.seen(), (Texts{"GET /CGI/X?a&b -"}));
 }
 
 TEST_F(NewTransfer, FollowsRedirectsButNotForEver) {
     camera.reply("/1", {{.status = 302, .headers = {"Location: /2"}}});
     camera.reply("/2", "x");
-    EXPECT_EQ(CURLE_OK, perform(new_transfer({url("/1")})));
-    EXPECT_EQ((Texts{"GET /1 -", "GET /2 -"}), camera.seen());
+    EXPECT_EQ(perform(new_transfer({url("/1")})), CURLE_OK);
+    EXPECT_EQ(camera.seen(), (Texts{"GET /1 -", "GET /2 -"}));
     camera.forget();
     camera.reply("/round", {{.status = 302, .headers = {"Location: /round"}}});
-    EXPECT_EQ(CURLE_TOO_MANY_REDIRECTS, perform(new_transfer({url("/round")})));
-    EXPECT_EQ(31u, camera.requests().size());
+    EXPECT_EQ(perform(new_transfer({url("/round")})), CURLE_TOO_MANY_REDIRECTS);
+    EXPECT_EQ(camera.requests().size(), 31u);
 }
 
 TEST_F(NewTransfer, SpeaksHttpOnly) {
     for (const char *place : {"ftp://127.0.0.1:8080/x", "file:///etc/passwd", "gopher://127.0.0.1:8080/x"}) {
         camera.reply("/1", {{.status = 302, .headers = {std::string("Location: ") + place}}});
-        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer({url("/1")}))) << place;
-        EXPECT_EQ(CURLE_UNSUPPORTED_PROTOCOL, perform(new_transfer({place}))) << place;
+        EXPECT_EQ(perform(new_transfer({url("/1")})), CURLE_UNSUPPORTED_PROTOCOL) << place;
+        EXPECT_EQ(perform(new_transfer({place})), CURLE_UNSUPPORTED_PROTOCOL) << place;
     }
-    EXPECT_EQ(3u, camera.requests().size());
+    EXPECT_EQ(camera.requests().size(), 3u);
 }
 
 class NewTransferProxy : public NewTransfer, public testing::WithParamInterface<const char *> {};
@@ -56,8 +56,8 @@ class NewTransferProxy : public NewTransfer, public testing::WithParamInterface<
 TEST_P(NewTransferProxy, IsNotTakenFromTheEnvironment) {
     setenv(GetParam(), "http://127.0.0.1:1", 1);
     camera.reply("/x", "x");
-    EXPECT_EQ(CURLE_OK, perform(new_transfer({url("/x")})));
-    EXPECT_EQ((Texts{"GET /x -"}), camera.seen());
+    EXPECT_EQ(perform(new_transfer({url("/x")})), CURLE_OK);
+    EXPECT_EQ(camera.seen(), (Texts{"GET /x -"}));
     unsetenv(GetParam());
 }
 
@@ -80,36 +80,36 @@ int socket_option(const Transfer &transfer, int level, int option) {
 TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
     camera.reply("/x", "x");
     const Transfer transfer = new_transfer({url("/x")});
-    EXPECT_EQ(CURLE_OK, perform(transfer));
-    EXPECT_EQ(1, socket_option(transfer, SOL_SOCKET, SO_KEEPALIVE));
-    EXPECT_EQ(10, socket_option(transfer, IPPROTO_TCP, TCP_KEEPIDLE));
-    EXPECT_EQ(5, socket_option(transfer, IPPROTO_TCP, TCP_KEEPINTVL));
+    EXPECT_EQ(perform(transfer), CURLE_OK);
+    EXPECT_EQ(socket_option(transfer, SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(socket_option(transfer, IPPROTO_TCP, TCP_KEEPIDLE), 10);
+    EXPECT_EQ(socket_option(transfer, IPPROTO_TCP, TCP_KEEPINTVL), 5);
 }
 
 TEST_F(NewTransfer, NoticesAVanishedHostWithBytesUnacknowledged) {
     camera.reply("/x", "x");
     const Transfer transfer = new_transfer({url("/x")});
-    EXPECT_EQ(CURLE_OK, perform(transfer));
-    EXPECT_EQ(30'000, socket_option(transfer, IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(perform(transfer), CURLE_OK);
+    EXPECT_EQ(socket_option(transfer, IPPROTO_TCP, TCP_USER_TIMEOUT), 30'000);
 }
 
 TEST_F(NewTransfer, EndsWhenNothingComesForTenMinutes) {
     (void)new_transfer({url("/x")});
-    EXPECT_EQ(1, intercept::transfer_number(CURLOPT_LOW_SPEED_LIMIT));
-    EXPECT_EQ(600, intercept::transfer_number(CURLOPT_LOW_SPEED_TIME));
-    EXPECT_EQ(1, intercept::transfer_number(CURLOPT_NOSIGNAL));
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_LOW_SPEED_LIMIT), 1);
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_LOW_SPEED_TIME), 600);
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_NOSIGNAL), 1);
 }
 
 TEST_F(NewTransfer, HasASocketThatNoChildInherits) {
     camera.reply("/x", "x");
     const Transfer transfer = new_transfer({url("/x")});
-    EXPECT_EQ(CURLE_OK, perform(transfer));
-    EXPECT_EQ(FD_CLOEXEC, fcntl(socket_of(transfer), F_GETFD));
+    EXPECT_EQ(perform(transfer), CURLE_OK);
+    EXPECT_EQ(fcntl(socket_of(transfer), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(NewTransfer, IsNullWithoutAHandle) {
     intercept::refuse_next("curl_easy_init");
-    EXPECT_EQ(nullptr, new_transfer({url("/x")}));
+    EXPECT_EQ(new_transfer({url("/x")}), nullptr);
 }
 
 // --- The sinks.
@@ -137,22 +137,22 @@ class TransferSinks : public NewTransfer {
 
 TEST_F(TransferSinks, GetBodyAndHeader) {
     camera.reply("/x", {{.body = "12345", .headers = {"X: yz"}}});
-    EXPECT_EQ(CURLE_OK, get(5, sizeof kHeader - 1));
-    EXPECT_EQ("12345", body);
-    EXPECT_EQ(kHeader, header);
+    EXPECT_EQ(get(5, sizeof kHeader - 1), CURLE_OK);
+    EXPECT_EQ(body, "12345");
+    EXPECT_EQ(header, kHeader);
 }
 
 TEST_F(TransferSinks, GetNothingOfABodyPieceBeyondTheirRoom) {
     camera.reply("/x", {{.chunks = {"123", "45"}}});
-    EXPECT_EQ(CURLE_WRITE_ERROR, get(4, kLargestReply));
-    EXPECT_EQ("123", body);
+    EXPECT_EQ(get(4, kLargestReply), CURLE_WRITE_ERROR);
+    EXPECT_EQ(body, "123");
 }
 
 TEST_F(TransferSinks, GetNothingOfAHeaderLineBeyondTheirRoom) {
     camera.reply("/x", {{.body = "12345", .headers = {"X: yz"}}});
-    EXPECT_EQ(CURLE_WRITE_ERROR, get(kLargestReply, sizeof kHeader - 2));
-    EXPECT_EQ("HTTP/1.1 200 Any\r\nX: yz\r\nContent-Length: 5\r\n", header);
-    EXPECT_EQ("", body);
+    EXPECT_EQ(get(kLargestReply, sizeof kHeader - 2), CURLE_WRITE_ERROR);
+    EXPECT_EQ(header, "HTTP/1.1 200 Any\r\nX: yz\r\nContent-Length: 5\r\n");
+    EXPECT_EQ(body, "");
 }
 
 TEST_F(TransferSinks, OfNoCallbackOnlyCount) {
@@ -161,7 +161,7 @@ TEST_F(TransferSinks, OfNoCallbackOnlyCount) {
         Sink nowhere{nullptr, nullptr, room};
         const Transfer transfer = new_transfer({url("/x")});
         set_body_sink(transfer, nowhere);
-        EXPECT_EQ(room == 5 ? CURLE_OK : CURLE_WRITE_ERROR, perform(transfer));
+        EXPECT_EQ(perform(transfer), room == 5 ? CURLE_OK : CURLE_WRITE_ERROR);
     }
 }
 
@@ -172,9 +172,9 @@ TEST_F(TransferSinks, AreHarmlessOnNoTransfer) {
 }
 
 TEST(PieceText, EndsAtTheLengthOrTheFirstNul) {
-    EXPECT_EQ("abc", piece_text("abcdef", 3));
-    EXPECT_EQ("ab", piece_text("ab\0cd", 5));
-    EXPECT_EQ("", piece_text("abc", 0));
+    EXPECT_EQ(piece_text("abcdef", 3), "abc");
+    EXPECT_EQ(piece_text("ab\0cd", 5), "ab");
+    EXPECT_EQ(piece_text("abc", 0), "");
 }
 
 }  // namespace
