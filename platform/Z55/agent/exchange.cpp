@@ -7,9 +7,8 @@
 #include "curlmgr.h"
 #include "utils/text.h"
 
-std::string camera_url(std::string_view host, std::string_view path) {
-    return format_text(kUrlSize, "http://%.*s%.*s", static_cast<int>(host.size()), host.data(),
-                       static_cast<int>(path.size()), path.data());
+std::string camera_url(const char *host, const std::string &path) {
+    return format_text(kUrlSize, "http://%s%s", host, path.c_str());
 }
 
 Exchange::Exchange(const Request &request, Sink body)

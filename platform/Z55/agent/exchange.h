@@ -4,14 +4,13 @@
 #define Z55_AGENT_EXCHANGE_H
 
 #include <string>
-#include <string_view>
 
 #include "utils/transfer.h"
 
 inline constexpr size_t kUrlSize = 200;  // of the buffer that an address is made in
 
 // The address of `path` (which begins with "/") on `host`, cut to fit.
-std::string camera_url(std::string_view host, std::string_view path);
+std::string camera_url(const char *host, const std::string &path);
 
 // A request, and what comes back: libcurl's result and the HTTP status; the body goes to its sink meanwhile.
 class Exchange {

@@ -49,7 +49,7 @@ std::optional<QueryResult> query_values(const std::string &url, const std::strin
 
 std::optional<std::string> getCameraStatus(const std::string &key, const std::string &host,
                                            const char *name) {
-    const auto reply = perform_curl(camera_url(host, "/CGI/CameraStatus"), key, name);
+    const auto reply = perform_curl(camera_url(host.c_str(), "/CGI/CameraStatus"), key, name);
     if (!reply) {
         std::puts("getCameraStatus failed. response of perform_curl() is null.");
         return std::nullopt;
@@ -65,13 +65,13 @@ std::optional<QueryResult> getCameraStatuses(const std::string &key, const std::
                                              const std::vector<const char *> &names, bool notification) {
     const std::string query = joined(notification ? "Notification&" : "", names, kStatusQuerySize);
     std::printf("*** keys_str = \"%s\"***\n", query.c_str());
-    return query_values(camera_url(host, "/CGI/CameraStatus"), key, query, names);
+    return query_values(camera_url(host.c_str(), "/CGI/CameraStatus"), key, query, names);
 }
 
 std::optional<QueryResult> getCameraSettings(const std::string &key, const std::string &host,
                                              const std::vector<const char *> &names) {
     const std::string query = joined("", names, (names.size() + 1) * kSettingKeyBudget);
-    return query_values(camera_url(host, "/CGI/CameraSetting"), key, query, names);
+    return query_values(camera_url(host.c_str(), "/CGI/CameraSetting"), key, query, names);
 }
 
 const char *query_error(const QueryResult &values) {
