@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Sourced by the device tools: records the call of "$0 $@", then gives the ordered answer.
 #   record_call "$@"            one JSON line in /tmp/.device/calls
 #   answer 'usual output'       prints the ordered or the usual output and exits with the ordered code
