@@ -37,12 +37,15 @@ TEST(Endurance, TenThousandCyclesLeaveTheAgentAsItWas) {
     Desk desk(options);
     desk.set_status("MotionEvent", "1");
     const long scale = sanitized_agent() ? 20 : 1;  // a sanitizer keeps up with a slower clock only
-    const long warm = 2000 / scale, total = 12'000 / scale;
-    wait_until("the agent is warm", [&] { return cycles(desk) >= warm; });
+    const long warm = 2000 / scale, total = 12'000 / scale, step = 250 / scale;
+    const auto wait_for = [&](long count) {
+        wait_until("the next cycles", [&] { return cycles(desk) >= count; });
+    };
+    for (long next = step; next <= warm; next += step) wait_for(next);
     const AgentSize before = agent_size(desk);
     std::vector<std::pair<double, double>> samples;
-    for (long next = warm; next <= total; next += 250 / scale) {
-        wait_until("the next cycles", [&] { return cycles(desk) >= next; });
+    for (long next = warm; next <= total; next += step) {
+        wait_for(next);
         samples.emplace_back(static_cast<double>(next) / 1000, heap_in_use(desk).value_or(0) / 1024);
     }
     const double growth = slope(samples);

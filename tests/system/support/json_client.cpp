@@ -7,7 +7,8 @@
 json json_request(int port, const std::string &method, const std::string &path, const json &body) {
     httplib::Client client("127.0.0.1", port);
     client.set_tcp_nodelay(true);
-    client.set_read_timeout(120);
+    // A call may hold its caller for an hour of the agent's time, which is bent less on a busy machine.
+    client.set_read_timeout(500);
     httplib::Request request;
     request.method = method;
     request.path = path;

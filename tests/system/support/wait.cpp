@@ -5,10 +5,12 @@
 #include <thread>
 
 void wait_until(const std::string &what, const std::function<bool()> &condition, double seconds) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    using namespace std::chrono_literals;
+    const auto start = std::chrono::steady_clock::now();
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
+        const auto waited = std::chrono::steady_clock::now() - start;
+        if (waited > std::chrono::duration<double>(seconds))
             throw std::runtime_error("not within " + std::to_string(seconds) + " s: " + what);
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        std::this_thread::sleep_for(waited < 1s ? 2ms : 10ms);
     }
 }
