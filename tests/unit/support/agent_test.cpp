@@ -76,13 +76,6 @@ std::string conf_text() {
     return read_file(kConfFile);
 }
 
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 void write_file(const std::string &path, const std::string &text) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     file << text;
@@ -186,7 +179,7 @@ int CameraTest::begun = 0;
 void CameraTest::SetUp() {
     begun++;
     AgentTest::SetUp();
-    write_conf({{"hostIP", FakeCamera::host},
+    write_conf({{"hostIP", FakeCamera::kHost},
                 {"ITEM_DEVICE", "Cam"},
                 {"ITEM_STREAM", "Live"},
                 {"PASSWORD", "secret"},

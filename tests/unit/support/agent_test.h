@@ -14,6 +14,7 @@
 #include "fake_camera.h"
 #include "fake_os.h"
 #include "fake_vendor.h"
+#include "read_file.h"
 #include "row_names.h"
 
 using Conf = std::vector<std::pair<std::string, std::string>>;
@@ -25,7 +26,6 @@ void set_conf(const std::string &key, const std::string &value);
 void remove_conf();
 std::string conf_text();
 
-std::string read_file(const std::string &path);  // "" when there is none
 void write_file(const std::string &path, const std::string &text);
 bool file_exists(const std::string &path);
 

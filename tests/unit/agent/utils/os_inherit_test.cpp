@@ -16,13 +16,13 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "agent/utils/os.h"
 #include "agent/utils/tick.h"
+#include "read_file.h"
 #include "row_names.h"
 
 namespace {
@@ -41,13 +41,6 @@ extern "C" unsigned __wrap_alarm(unsigned seconds) {
 }
 
 namespace {
-
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // A line of /proc/PID/status that holds signals, less the real-time ones, of which libraries keep some for
 // themselves.

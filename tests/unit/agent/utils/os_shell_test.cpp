@@ -16,13 +16,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "agent/utils/os.h"
+#include "read_file.h"
 #include "row_names.h"
 #include "wrapped_clocks.h"
 
@@ -72,13 +71,6 @@ int __wrap_kill(pid_t process, int number) {
 }  // extern "C"
 
 namespace {
-
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 double seconds() {
     timespec now{};

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <vector>
 
+#include "read_file.h"
 #include "wrapped_clocks.h"
 
 namespace {
@@ -27,13 +27,6 @@ std::vector<Sleep> sleeps;
 int interruptions = 0;  // of the sleeps to come
 std::string cache_file_at_sync;
 int syncs = 0;
-
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 constexpr char kDropCaches[] = "/proc/sys/vm/drop_caches";
 
