@@ -38,7 +38,7 @@ class VideoRecording : public CameraTest {
         set_conf("TIMEZONE", "Asia/Taipei");
         unlink(kFlag);
         unlink(kLog);
-        std::strcpy(hostIP, FakeCamera::host);
+        std::strcpy(hostIP, FakeCamera::kHost);
         setenv("TZ", "UTC", 1);
         tzset();
         // Joinable here, so that a test sees the cutting thread's end.

@@ -495,7 +495,7 @@ TEST_F(Cgi, TheHostIsReadAtEachCall) {
     log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), 0); });
     set_conf("hostIP", "127.0.0.1:8081");
     log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), -1); });
-    set_conf("hostIP", FakeCamera::host);
+    set_conf("hostIP", FakeCamera::kHost);
     log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), 0); });
 }
 

@@ -120,7 +120,7 @@ class QueueStart : public AgentTest {
         return output_of([] { EXPECT_EQ(start_curl_thread(nullptr), reinterpret_cast<void *>(-1)); });
     }
     static int ask() {
-        const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::host + "/x"});
+        const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::kHost + "/x"});
         return curlmgr_enqueue_job(transfer.get(), kDefaultPriority, "job");
     }
     FakeCamera camera;
@@ -197,7 +197,7 @@ class Jobs : public CameraTest {
     // One job: the camera is asked for `path` and sends it back. Returns the result.
     static int perform(const std::string &path, int priority, const char *name = "job") {
         std::string body;
-        const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::host + path});
+        const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::kHost + path});
         curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &body);
         curl_easy_setopt(transfer.get(), CURLOPT_WRITEFUNCTION, keep);
         const int result = curlmgr_enqueue_job(transfer.get(), priority, name);
@@ -379,7 +379,7 @@ TEST_F(Jobs, OfSixteenThreadsAreNeverTwoAtOnce) {
 
 TEST_F(Jobs, TheWorkerHasTheSdksAttributes) {
     std::atomic<size_t> stack{0};
-    const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::host + "/x"});
+    const Transfer transfer = new_transfer({std::string("http://") + FakeCamera::kHost + "/x"});
     curl_easy_setopt(transfer.get(), CURLOPT_WRITEDATA, &stack);
     curl_easy_setopt(
         transfer.get(), CURLOPT_WRITEFUNCTION,

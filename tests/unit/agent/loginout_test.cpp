@@ -39,7 +39,7 @@ class Login : public AgentTest {
         AgentTest::SetUp();
         unlink("/tmp/FWVER.txt");
         unlink("/tmp/cookie.txt");
-        write_conf({{"hostIP", FakeCamera::host},
+        write_conf({{"hostIP", FakeCamera::kHost},
                     {"ITEM_DEVICE", "Cam"},
                     {"ITEM_STREAM", "Live"},
                     {"PASSWORD", "secret"},
@@ -460,7 +460,7 @@ constexpr char kTriedTwice[] =
 TEST_F(SessionKey, WithoutItsLineInTheFileTheLoginIsRepeated) {
     camera.reply("/CGI/CameraLogin", {good_reply("7")});
     const std::string whole = conf_text();
-    write_conf({{"hostIP", FakeCamera::host},
+    write_conf({{"hostIP", FakeCamera::kHost},
                 {"ITEM_DEVICE", "Cam"},
                 {"ITEM_STREAM", "Live"},
                 {"PASSWORD", "secret"}});
@@ -494,7 +494,7 @@ class StoredKeyChanged : public SessionKey {
         });
         return without_logins(log_of_getting());
     }
-    const Conf whole = {{"hostIP", FakeCamera::host},
+    const Conf whole = {{"hostIP", FakeCamera::kHost},
                         {"ITEM_DEVICE", "Cam"},
                         {"ITEM_STREAM", "Live"},
                         {"PASSWORD", "secret"},

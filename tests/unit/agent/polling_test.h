@@ -65,7 +65,7 @@ class PollingTest : public CameraTest {
         replies.push_back({.body = "<ErrorCode>-2</ErrorCode>"});
         camera.reply("/CGI/CameraStatus", std::move(replies));
         std::string log;
-        errors_ = errors_of([&] { log = marked_log(output_of([] { EXPECT_EQ(myPoll("12345"), -2); })); });
+        errors = errors_of([&] { log = marked_log(output_of([] { EXPECT_EQ(myPoll("12345"), -2); })); });
         return log;
     }
     // The same with one value only of interest: what its rules logged in the first cycle.
@@ -81,7 +81,7 @@ class PollingTest : public CameraTest {
         });
     }
 
-    std::string errors_;
+    std::string errors;
 
   private:
     // Latches are the process's own and may be set where several tests share one.

@@ -38,7 +38,7 @@ class Quota : public AgentTest {
   protected:
     void SetUp() override {
         AgentTest::SetUp();
-        write_conf({{"NIMB_ARMED", "1"}, {"NIMB_LOW", "20"}, {"NIMB_HOST", StorageService::host}});
+        write_conf({{"NIMB_ARMED", "1"}, {"NIMB_LOW", "20"}, {"NIMB_HOST", StorageService::kHost}});
         fake_vendor::token("tok123");
     }
     // Clears the latch, which is the process's own and may be set where several tests share one.

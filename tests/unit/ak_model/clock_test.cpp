@@ -43,7 +43,7 @@ class ClockDirect : public AgentTest {
   protected:
     void SetUp() override {
         AgentTest::SetUp();
-        write_conf({{"hostIP", FakeCamera::host}});
+        write_conf({{"hostIP", FakeCamera::kHost}});
         camera.reply("/CGI/CameraSetup", "<Done></Done>");
     }
     FakeCamera camera;

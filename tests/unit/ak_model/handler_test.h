@@ -81,7 +81,7 @@ class HandlerTest : public CameraTest {
   protected:
     void SetUp() override {
         CameraTest::SetUp();
-        std::string(FakeCamera::host).copy(hostIP, sizeof hostIP - 1);
+        std::string(FakeCamera::kHost).copy(hostIP, sizeof hostIP - 1);
         gResolutionType = 1;
         for (pthread_attr_t *attributes : {&resolutionChange_attr, &recVideo_attr}) {
             pthread_attr_init(attributes);

@@ -27,7 +27,7 @@ class UpgradeTest : public CameraTest {
     void SetUp() override {
         CameraTest::SetUp();
         set_conf("OTA_TMP_FILE", kMarker);
-        std::strcpy(hostIP, FakeCamera::host);
+        std::strcpy(hostIP, FakeCamera::kHost);
         mkdir("/tmp/fuse_d", 0755);
         for (const char *path : {kMarker, kFirmwareVersion, kReserve}) unlink(path);
         rmdir(kMarker);

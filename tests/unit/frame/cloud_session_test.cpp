@@ -109,7 +109,7 @@ TEST_F(CloudSession, JoinsWithEverythingPrepared) {
     EXPECT_TRUE(detached(audioback_attr));
     EXPECT_TRUE(detached(resolutionChange_attr));
     EXPECT_TRUE(detached(recVideo_attr));
-    EXPECT_STREQ(hostIP, FakeCamera::host);
+    EXPECT_STREQ(hostIP, FakeCamera::kHost);
     EXPECT_STREQ(device, "Cam");
     EXPECT_STREQ(stream, "Live");
     EXPECT_STREQ(password, "secret");
@@ -121,7 +121,7 @@ TEST_F(CloudSession, JoinsWithEverythingPrepared) {
 TEST_F(CloudSession, IsPreparedBeforeTheSdkStarts) {
     bool prepared = false;
     fake_vendor::result("vq_ipca_init", 0, [&] {
-        prepared = std::strcmp(hostIP, FakeCamera::host) == 0 && detached(recVideo_attr) &&
+        prepared = std::strcmp(hostIP, FakeCamera::kHost) == 0 && detached(recVideo_attr) &&
                    detached(audioback_attr) && detached(resolutionChange_attr);
     });
     log_until_pause(1);

@@ -41,7 +41,7 @@ class FakeCamera {
     FakeCamera(const FakeCamera &) = delete;
     FakeCamera &operator=(const FakeCamera &) = delete;
 
-    static constexpr char host[] = "127.0.0.1:8080";  // fits the 15 characters of "hostIP"
+    static constexpr char kHost[] = "127.0.0.1:8080";  // fits the 15 characters of "hostIP"
 
     // What the next requests of `target` get, one reply each; the last one stays. `target` is a whole target,
     // or its part before the "?", which is looked up second. Without any the camera answers 404.

@@ -62,7 +62,7 @@ StorageService::StorageService(Texts replies, const std::string &name) {
     make_certificate(name);
     int input[2], output[2];
     must(pipe2(input, O_CLOEXEC) == 0 && pipe2(output, O_CLOEXEC) == 0, "pipe2");
-    server_ = start({"openssl", "s_server", "-quiet", "-accept", host, "-key", kKey, "-cert", kCertificate},
+    server_ = start({"openssl", "s_server", "-quiet", "-accept", kHost, "-key", kKey, "-cert", kCertificate},
                     input[0], output[1]);
     close(input[0]);
     close(output[1]);

@@ -19,7 +19,7 @@ class StorageService {
     StorageService(const StorageService &) = delete;
     StorageService &operator=(const StorageService &) = delete;
 
-    static constexpr char host[] = "127.0.0.1:8443";
+    static constexpr char kHost[] = "127.0.0.1:8443";
 
     // Ends the server. Its requests so far, each from the request line to the empty line.
     Texts stop();

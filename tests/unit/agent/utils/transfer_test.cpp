@@ -15,7 +15,7 @@ namespace {
 class NewTransfer : public AgentTest {
   protected:
     static std::string url(const std::string &path) {
-        return std::string("http://") + FakeCamera::host + path;
+        return std::string("http://") + FakeCamera::kHost + path;
     }
     static CURLcode perform(const Transfer &transfer) {
         CURLcode result = CURLE_OK;
