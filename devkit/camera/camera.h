@@ -15,7 +15,7 @@
 #include "task_timer.h"
 
 // The numbers that the camera puts into <ErrorCode>.
-enum camera_error {
+enum CameraError {
     login_refused = -1,
     unknown_session = -2,
     unknown_request = -3,
@@ -25,7 +25,7 @@ enum camera_error {
     write_error = -8,
 };
 
-struct camera {
+struct Camera {
     // Fixed after the start.
     std::filesystem::path card;              // the SD card's folder
     std::function<void()> drop_connections;  // ends all CGI connections; takes no camera lock
@@ -55,26 +55,26 @@ struct camera {
     std::size_t audio_clip_count = 0;
     std::string last_photo;
 
-    task_timer timer;  // its tasks take the lock themselves
+    TaskTimer timer;  // its tasks take the lock themselves
 
-    explicit camera(double speed);
+    explicit Camera(double speed);
 };
 
-constexpr std::size_t audio_clips_kept = 128;
+constexpr std::size_t kAudioClipsKept = 128;
 
 // A new valid key (digits); older ones end where the configuration says so or there are too many.
-std::string add_session(camera &cam);
+std::string add_session(Camera &cam);
 
-bool session_valid(const camera &cam, const std::string &key);
+bool session_valid(const Camera &cam, const std::string &key);
 
 // The value of a status for one query of it (counts down an event), or null when there is no such status.
-json query_status(camera &cam, const std::string &name);
+json query_status(Camera &cam, const std::string &name);
 
 // The status is `value` for the next `polls` (1 and more) queries that ask for it, "0" after that.
-void raise_event(camera &cam, const std::string &name, const std::string &value, int polls);
+void raise_event(Camera &cam, const std::string &name, const std::string &value, int polls);
 
 // Sets elements of a setting group; the temperature limits show in the status too.
-void change_settings(camera &cam, const std::string &group, const json &elements);
+void change_settings(Camera &cam, const std::string &group, const json &elements);
 
 // The camera restarts: see README. Call WITHOUT the lock; takes it.
-void restart_camera(camera &cam);
+void restart_camera(Camera &cam);

@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr int backlog = 128;
-constexpr int accept_poll_ms = 20;  // how soon the accept loop sees that the listener was exchanged
+constexpr int kBacklog = 128;
+constexpr int kAcceptPollMs = 20;  // how soon the accept loop sees that the listener was exchanged
 
 // The kernel drops packets with a smaller time to live than this, SYNs, data, FINs and probes alike, without
 // an answer, and nobody sends with the largest. It needs no privilege, as a packet filter may.
@@ -23,7 +23,7 @@ bool drop_packets(int fd, bool drop) {
 
 }  // namespace
 
-cgi_server::~cgi_server() {
+CgiServer::~CgiServer() {
     {
         std::lock_guard guard(net_.lock);
         stopping_ = true;
@@ -35,10 +35,10 @@ cgi_server::~cgi_server() {
     if (listener_ >= 0) close(listener_);
 }
 
-bool cgi_server::start(const std::string &address, int port) {
+bool CgiServer::start(const std::string &address, int port) {
     address_ = address;
     port_ = port;
-    if (!open_socket() || listen(listener_, backlog) != 0) return false;
+    if (!open_socket() || listen(listener_, kBacklog) != 0) return false;
     listening_ = true;
     sockaddr_in bound{};
     socklen_t size = sizeof bound;
@@ -49,7 +49,7 @@ bool cgi_server::start(const std::string &address, int port) {
 }
 
 // Binds a socket that does not listen yet but keeps the port: whoever connects to it is refused.
-bool cgi_server::open_socket() {
+bool CgiServer::open_socket() {
     listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const int on = 1;
     setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -60,7 +60,7 @@ bool cgi_server::open_socket() {
            bind(listener_, reinterpret_cast<const sockaddr *>(&own), sizeof own) == 0;
 }
 
-void cgi_server::accept_loop() {
+void CgiServer::accept_loop() {
     for (;;) {
         pollfd entry{-1, POLLIN, 0};
         {
@@ -68,7 +68,7 @@ void cgi_server::accept_loop() {
             if (stopping_) return;
             if (listening_) entry.fd = listener_;
         }
-        poll(&entry, 1, accept_poll_ms);
+        poll(&entry, 1, kAcceptPollMs);
         std::lock_guard guard(net_.lock);
         join_finished();
         accept_waiting();
@@ -76,7 +76,7 @@ void cgi_server::accept_loop() {
 }
 
 // The lock is held.
-void cgi_server::join_finished() {
+void CgiServer::join_finished() {
     std::erase_if(net_.links, [](const auto &link) {
         if (link->finished) link->thread.join();
         return link->finished;
@@ -84,19 +84,19 @@ void cgi_server::join_finished() {
 }
 
 // The lock is held.
-void cgi_server::accept_waiting() {
+void CgiServer::accept_waiting() {
     if (!listening_) return;
     for (int fd; (fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
         const int on = 1;
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         if (net_.vanished) drop_packets(fd, true);
-        auto &link = *net_.links.emplace_back(std::make_unique<connection_link>());
+        auto &link = *net_.links.emplace_back(std::make_unique<ConnectionLink>());
         link.fd = fd;
         link.thread = std::thread([this, &link] { serve(link); });
     }
 }
 
-void cgi_server::serve(connection_link &link) {
+void CgiServer::serve(ConnectionLink &link) {
     std::string buffer;
     bool open = true, in_request = false, continued = false;
     double first_byte_ms = 0;
@@ -107,13 +107,13 @@ void cgi_server::serve(connection_link &link) {
             first_byte_ms = monotonic_ms();
             request_begins(net_, link);
         }
-        http_request request;
+        HttpRequest request;
         bool wants_continue = false;
         const auto result = take_request(buffer, request, wants_continue);
-        if (result == parse_result::complete) {
+        if (result == ParseResult::complete) {
             open = serve_request(link, request, first_byte_ms);
             in_request = false;
-        } else if (result == parse_result::malformed) {
+        } else if (result == ParseResult::malformed) {
             send_bytes(net_, link, reply_header({400, "", "text/plain", {}, true}, 0), true);
             open = false;
         } else {
@@ -126,11 +126,11 @@ void cgi_server::serve(connection_link &link) {
     close_link(net_, link);
 }
 
-bool cgi_server::serve_request(connection_link &link, const http_request &request, double time_ms) {
+bool CgiServer::serve_request(ConnectionLink &link, const HttpRequest &request, double time_ms) {
     static std::atomic<bool> no_fault{false};
     const auto taken = take_fault(faults_, request);
     const auto seq = journal_add(log_, request, taken ? taken->kind->name : "", time_ms);
-    exchange x{net_, link, request, [&] { return answer_request(cam_, request); },
+    Exchange x{net_, link, request, [&] { return answer_request(cam_, request); },
                taken ? taken->cleared : no_fault};
     link.on_request_end = [&] { journal_end(log_, seq, x.status); };
     bool open = true;
@@ -142,7 +142,7 @@ bool cgi_server::serve_request(connection_link &link, const http_request &reques
 
 // Makes the port what `vanished` and `refusing_` say; the lock is held. A vanished host listens, deaf, even
 // where it refused: a port without a listener would answer. False (errno tells) when the kernel refuses.
-bool cgi_server::settle_port() {
+bool CgiServer::settle_port() {
     const bool listening = net_.vanished || !refusing_;
     bool settled = true;
     if (listening_ && !listening) {
@@ -152,12 +152,12 @@ bool cgi_server::settle_port() {
         settled = open_socket();
     }
     settled = drop_packets(listener_, net_.vanished) && settled;
-    if (!listening_ && listening) settled = listen(listener_, backlog) == 0 && settled;
+    if (!listening_ && listening) settled = listen(listener_, kBacklog) == 0 && settled;
     listening_ = listening;
     return settled;
 }
 
-bool cgi_server::vanish() {
+bool CgiServer::vanish() {
     std::lock_guard guard(net_.lock);
     net_.vanished = true;
     const bool settled = settle_port();
@@ -169,7 +169,7 @@ bool cgi_server::vanish() {
     return settled;
 }
 
-bool cgi_server::appear() {
+bool CgiServer::appear() {
     std::lock_guard guard(net_.lock);
     net_.vanished = false;
     const bool settled = settle_port();
@@ -182,19 +182,19 @@ bool cgi_server::appear() {
     return settled;
 }
 
-bool cgi_server::refuse() {
+bool CgiServer::refuse() {
     std::lock_guard guard(net_.lock);
     refusing_ = true;
     return settle_port();
 }
 
-bool cgi_server::accept() {
+bool CgiServer::accept() {
     std::lock_guard guard(net_.lock);
     refusing_ = false;
     return settle_port();
 }
 
-void cgi_server::drop_connections() {
+void CgiServer::drop_connections() {
     std::lock_guard guard(net_.lock);
     for (const auto &link : net_.links) {
         link->dropped = true;
@@ -203,12 +203,12 @@ void cgi_server::drop_connections() {
     net_.changed.notify_all();
 }
 
-const char *cgi_server::network_state() {
+const char *CgiServer::network_state() {
     std::lock_guard guard(net_.lock);
     return net_.vanished ? "vanished" : refusing_ ? "refusing" : "up";
 }
 
-json cgi_server::counts() {
+json CgiServer::counts() {
     std::lock_guard guard(net_.lock);
     std::size_t open = 0;
     for (const auto &link : net_.links) open += link->fd >= 0;
@@ -217,7 +217,7 @@ json cgi_server::counts() {
             {"connections", open}};
 }
 
-void cgi_server::reset_max_concurrent() {
+void CgiServer::reset_max_concurrent() {
     std::lock_guard guard(net_.lock);
     net_.max_concurrent = requests_in_progress(net_);
 }

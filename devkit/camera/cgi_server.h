@@ -10,13 +10,13 @@
 #include "journal.h"
 #include "link.h"
 
-class cgi_server {
+class CgiServer {
   public:
-    cgi_server(camera &cam, fault_list &faults, journal &log) : cam_(cam), faults_(faults), log_(log) {}
-    cgi_server(const cgi_server &) = delete;
-    cgi_server &operator=(const cgi_server &) = delete;
+    CgiServer(Camera &cam, FaultList &faults, Journal &log) : cam_(cam), faults_(faults), log_(log) {}
+    CgiServer(const CgiServer &) = delete;
+    CgiServer &operator=(const CgiServer &) = delete;
     // Ends all connections and waits for their threads.
-    ~cgi_server();
+    ~CgiServer();
 
     // Listens on an IPv4 address and starts to serve; port 0: any. False (errno tells) when the port cannot
     // be had.
@@ -47,15 +47,15 @@ class cgi_server {
     void accept_loop();
     void accept_waiting();
     void join_finished();
-    void serve(connection_link &link);
-    bool serve_request(connection_link &link, const http_request &request, double time_ms);
+    void serve(ConnectionLink &link);
+    bool serve_request(ConnectionLink &link, const HttpRequest &request, double time_ms);
 
-    camera &cam_;
-    fault_list &faults_;
-    journal &log_;
+    Camera &cam_;
+    FaultList &faults_;
+    Journal &log_;
     std::string address_;
     int port_ = 0;
-    network net_;
+    Network net_;
     // Guarded by the network's lock:
     int listener_ = -1;
     bool listening_ = false, refusing_ = false, stopping_ = false;

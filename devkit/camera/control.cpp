@@ -12,11 +12,11 @@
 #include "checked_merge.h"
 #include "state_view.h"
 
-struct control_server::parts {
-    camera &cam;
-    fault_list &faults;
-    journal &log;
-    cgi_server &cgi;
+struct ControlServer::Parts {
+    Camera &cam;
+    FaultList &faults;
+    Journal &log;
+    CgiServer &cgi;
     httplib::Server server{};
     std::thread thread{};
     int port = 0;
@@ -24,22 +24,22 @@ struct control_server::parts {
 
 namespace {
 
-using request = httplib::Request;
-using response = httplib::Response;
+using Request = httplib::Request;
+using Response = httplib::Response;
 
 // Enough threads that idle keep-alive connections do not make others wait.
-constexpr std::size_t control_threads = 32;
+constexpr std::size_t kControlThreads = 32;
 
-void say(response &answer, const json &content) {
+void say(Response &answer, const json &content) {
     answer.set_content(content.dump(-1, ' ', false, json::error_handler_t::replace) + "\n",
                        "application/json");
 }
 
-void say_bytes(response &answer, const std::string &bytes, const char *type) {
+void say_bytes(Response &answer, const std::string &bytes, const char *type) {
     answer.set_content(bytes, type);
 }
 
-std::size_t number_parameter(const request &asked, const char *name, std::size_t otherwise) {
+std::size_t number_parameter(const Request &asked, const char *name, std::size_t otherwise) {
     if (!asked.has_param(name)) return otherwise;
     return std::stoull(asked.get_param_value(name));
 }
@@ -56,14 +56,14 @@ json as_texts(const json &object) {
     return texts;
 }
 
-void change_status(camera &cam, const json &changes) {
+void change_status(Camera &cam, const json &changes) {
     const json texts = as_texts(changes);
     std::lock_guard guard(cam.lock);
     for (const auto &[name, value] : texts.items()) cam.events.erase(name);
     cam.status.merge_patch(texts);
 }
 
-void change_config(camera &cam, const json &changes) {
+void change_config(Camera &cam, const json &changes) {
     std::lock_guard guard(cam.lock);
     json merged = cam.config;
     checked_merge(merged, changes);
@@ -74,7 +74,7 @@ void change_config(camera &cam, const json &changes) {
     cam.config = std::move(merged);
 }
 
-void order_event(camera &cam, const json &order) {
+void order_event(Camera &cam, const json &order) {
     json event = {{"name", ""}, {"polls", 1}, {"value", "1"}};
     checked_merge(event, order);
     if (event["name"] == "" || event["polls"] < 1)
@@ -83,7 +83,7 @@ void order_event(camera &cam, const json &order) {
     raise_event(cam, event["name"], event["value"], event["polls"]);
 }
 
-void send_audio(camera &cam, std::size_t number, response &answer) {
+void send_audio(Camera &cam, std::size_t number, Response &answer) {
     std::lock_guard guard(cam.lock);
     const std::size_t forgotten = cam.audio_clip_count - cam.audio_clips.size();
     if (number <= forgotten || number > cam.audio_clip_count)
@@ -92,7 +92,7 @@ void send_audio(camera &cam, std::size_t number, response &answer) {
         say_bytes(answer, cam.audio_clips[number - forgotten - 1], "audio/wav");
 }
 
-void send_photo(camera &cam, response &answer) {
+void send_photo(Camera &cam, Response &answer) {
     std::lock_guard guard(cam.lock);
     if (cam.last_photo.empty())
         answer.status = 404;
@@ -105,67 +105,67 @@ void expect_switched(bool switched) {
         throw std::runtime_error(std::string("the network cannot be switched: ") + std::strerror(errno));
 }
 
-void add_state_routes(httplib::Server &server, camera &cam, journal &log, cgi_server &cgi) {
-    server.Get("/health", [&](const request &, response &answer) {
+void add_state_routes(httplib::Server &server, Camera &cam, Journal &log, CgiServer &cgi) {
+    server.Get("/health", [&](const Request &, Response &answer) {
         say(answer, {{"ok", true}, {"pid", getpid()}, {"cgi", cgi.port()}});
     });
-    server.Get("/state", [&](const request &, response &answer) { say(answer, state_json(cam, log, cgi)); });
-    server.Patch("/status", [&](const request &asked, response &answer) {
+    server.Get("/state", [&](const Request &, Response &answer) { say(answer, state_json(cam, log, cgi)); });
+    server.Patch("/status", [&](const Request &asked, Response &answer) {
         change_status(cam, json::parse(asked.body));
         say(answer, json::object());
     });
-    server.Patch(R"(/settings/(\w+))", [&](const request &asked, response &answer) {
+    server.Patch(R"(/settings/(\w+))", [&](const Request &asked, Response &answer) {
         const json elements = json::parse(asked.body);
         const json texts = elements.is_null() ? elements : as_texts(elements);
         std::lock_guard guard(cam.lock);
         change_settings(cam, asked.matches[1], texts);
         say(answer, json::object());
     });
-    server.Patch("/config", [&](const request &asked, response &answer) {
+    server.Patch("/config", [&](const Request &asked, Response &answer) {
         change_config(cam, json::parse(asked.body));
         say(answer, json::object());
     });
-    server.Post("/event", [&](const request &asked, response &answer) {
+    server.Post("/event", [&](const Request &asked, Response &answer) {
         order_event(cam, json::parse(asked.body));
         say(answer, json::object());
     });
-    server.Get(R"(/audio/(\d{1,9}))", [&](const request &asked, response &answer) {
+    server.Get(R"(/audio/(\d{1,9}))", [&](const Request &asked, Response &answer) {
         send_audio(cam, std::stoul(asked.matches[1]), answer);
     });
-    server.Get("/photo-last", [&](const request &, response &answer) { send_photo(cam, answer); });
+    server.Get("/photo-last", [&](const Request &, Response &answer) { send_photo(cam, answer); });
 }
 
-void add_fault_routes(httplib::Server &server, fault_list &faults) {
-    server.Post("/faults", [&](const request &asked, response &answer) {
+void add_fault_routes(httplib::Server &server, FaultList &faults) {
+    server.Post("/faults", [&](const Request &asked, Response &answer) {
         say(answer, {{"id", add_fault(faults, json::parse(asked.body))}});
     });
-    server.Get("/faults", [&](const request &, response &answer) { say(answer, faults_json(faults)); });
-    server.Delete("/faults", [&](const request &, response &answer) {
+    server.Get("/faults", [&](const Request &, Response &answer) { say(answer, faults_json(faults)); });
+    server.Delete("/faults", [&](const Request &, Response &answer) {
         clear_faults(faults, 0);
         say(answer, json::object());
     });
-    server.Delete(R"(/faults/([1-9]\d{0,8}))", [&](const request &asked, response &answer) {
+    server.Delete(R"(/faults/([1-9]\d{0,8}))", [&](const Request &asked, Response &answer) {
         if (!clear_faults(faults, std::stoi(asked.matches[1]))) throw std::invalid_argument("no such fault");
         say(answer, json::object());
     });
 }
 
-void add_request_routes(httplib::Server &server, journal &log, cgi_server &cgi) {
-    server.Get("/requests", [&](const request &asked, response &answer) {
+void add_request_routes(httplib::Server &server, Journal &log, CgiServer &cgi) {
+    server.Get("/requests", [&](const Request &asked, Response &answer) {
         const std::string endpoint = asked.has_param("endpoint") ? asked.get_param_value("endpoint") : "";
         say(answer, journal_list(log, number_parameter(asked, "since", 0), endpoint,
                                  number_parameter(asked, "limit", static_cast<std::size_t>(-1))));
     });
-    server.Delete("/requests", [&](const request &, response &answer) {
+    server.Delete("/requests", [&](const Request &, Response &answer) {
         journal_clear(log);
         cgi.reset_max_concurrent();
         say(answer, json::object());
     });
 }
 
-void add_switches(httplib::Server &server, camera &cam, cgi_server &cgi) {
+void add_switches(httplib::Server &server, Camera &cam, CgiServer &cgi) {
     const auto add = [&](const char *path, const std::function<void()> &turn) {
-        server.Post(path, [turn](const request &, response &answer) {
+        server.Post(path, [turn](const Request &, Response &answer) {
             turn();
             say(answer, json::object());
         });
@@ -181,7 +181,7 @@ void add_switches(httplib::Server &server, camera &cam, cgi_server &cgi) {
     add("/accept", [&] { expect_switched(cgi.accept()); });
 }
 
-void report_exception(const request &, response &answer, const std::exception_ptr &thrown) {
+void report_exception(const Request &, Response &answer, const std::exception_ptr &thrown) {
     answer.status = 400;
     try {
         std::rethrow_exception(thrown);
@@ -192,10 +192,10 @@ void report_exception(const request &, response &answer, const std::exception_pt
 
 }  // namespace
 
-control_server::control_server(camera &cam, fault_list &faults, journal &log, cgi_server &cgi)
-    : parts_(new parts{cam, faults, log, cgi}) {
+ControlServer::ControlServer(Camera &cam, FaultList &faults, Journal &log, CgiServer &cgi)
+    : parts_(new Parts{cam, faults, log, cgi}) {
     httplib::Server &server = parts_->server;
-    server.new_task_queue = [] { return new httplib::ThreadPool(control_threads); };
+    server.new_task_queue = [] { return new httplib::ThreadPool(kControlThreads); };
     server.set_tcp_nodelay(true);
     server.set_payload_max_length(64 * 1024 * 1024);
     server.set_socket_options([](socket_t fd) {
@@ -209,12 +209,12 @@ control_server::control_server(camera &cam, fault_list &faults, journal &log, cg
     add_switches(server, cam, cgi);
 }
 
-control_server::~control_server() {
+ControlServer::~ControlServer() {
     parts_->server.stop();
     if (parts_->thread.joinable()) parts_->thread.join();
 }
 
-bool control_server::start(const std::string &address, int port) {
+bool ControlServer::start(const std::string &address, int port) {
     parts_->port = port;
     if (port == 0) parts_->port = parts_->server.bind_to_any_port(address);
     if (parts_->port <= 0 || (port != 0 && !parts_->server.bind_to_port(address, port))) return false;
@@ -223,6 +223,6 @@ bool control_server::start(const std::string &address, int port) {
     return true;
 }
 
-int control_server::port() const {
+int ControlServer::port() const {
     return parts_->port;
 }

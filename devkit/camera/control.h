@@ -10,17 +10,17 @@
 #include "faults.h"
 #include "journal.h"
 
-class control_server {
+class ControlServer {
   public:
-    control_server(camera &cam, fault_list &faults, journal &log, cgi_server &cgi);
+    ControlServer(Camera &cam, FaultList &faults, Journal &log, CgiServer &cgi);
     // Stops serving and waits for its threads.
-    ~control_server();
+    ~ControlServer();
 
     // Listens and starts to serve; port 0: any. False when the port cannot be had.
     bool start(const std::string &address, int port);
     int port() const;
 
   private:
-    struct parts;
-    std::unique_ptr<parts> parts_;
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
 };

@@ -11,7 +11,7 @@
 namespace {
 
 // What an endpoint has to say: an error, or the content of the document that bears its name.
-struct answer {
+struct Answer {
     int error = 0;
     std::string content;
     std::vector<std::string> header_lines;
@@ -39,7 +39,7 @@ std::string document_in(const std::string &body) {
     return start == body.npos ? "" : body.substr(start);
 }
 
-answer camera_login(camera &cam, const http_request &request) {
+Answer camera_login(Camera &cam, const HttpRequest &request) {
     const bool accepted = query_value(request.query(), "Device") == cam.config["device"].get<std::string>() &&
                           query_value(request.query(), "Stream") == cam.config["stream"].get<std::string>() &&
                           request.body == "password=" + cam.config["password"].get<std::string>();
@@ -49,16 +49,16 @@ answer camera_login(camera &cam, const http_request &request) {
             {"Set-Cookie: Session=" + add_session(cam) + "; path=/"}};
 }
 
-answer camera_status(camera &cam, const http_request &request) {
-    answer said;
+Answer camera_status(Camera &cam, const HttpRequest &request) {
+    Answer said;
     for (const auto &name : query_parts(request.query()))
         if (const json value = query_status(cam, name); value.is_string())
             said.content += xml_element(name, value.get<std::string>());
     return said;
 }
 
-answer camera_setting(camera &cam, const http_request &request) {
-    answer said;
+Answer camera_setting(Camera &cam, const HttpRequest &request) {
+    Answer said;
     for (const auto &group : query_parts(request.query())) {
         const auto found = cam.settings.find(group);
         if (found == cam.settings.end()) continue;
@@ -70,14 +70,14 @@ answer camera_setting(camera &cam, const http_request &request) {
     return said;
 }
 
-json as_json(const xml_elements &elements) {
+json as_json(const XmlElements &elements) {
     json object = json::object();
     for (const auto &[name, content] : elements) object[name] = content;
     return object;
 }
 
 // A setting group is taken as a whole only: every element that it has, and no other.
-bool set_group(camera &cam, const std::string &group, const std::string &content) {
+bool set_group(Camera &cam, const std::string &group, const std::string &content) {
     const auto known = cam.settings.find(group);
     if (known == cam.settings.end()) return false;
     const json given = as_json(top_elements(content));
@@ -88,7 +88,7 @@ bool set_group(camera &cam, const std::string &group, const std::string &content
     return true;
 }
 
-bool set_item(camera &cam, const std::string &content) {
+bool set_item(Camera &cam, const std::string &content) {
     bool understood = false;
     for (const auto &[name, inner] : top_elements(content)) {
         if (name == "Time") cam.time_document = as_json(top_elements(inner));
@@ -98,7 +98,7 @@ bool set_item(camera &cam, const std::string &content) {
     return understood;
 }
 
-answer camera_setup(camera &cam, const http_request &request) {
+Answer camera_setup(Camera &cam, const HttpRequest &request) {
     const std::string document = document_in(request.body);
     if (document.empty()) return {};
     const auto setup = find_element(top_elements(document), "CameraSetup");
@@ -110,7 +110,7 @@ answer camera_setup(camera &cam, const http_request &request) {
     return {};
 }
 
-answer remote_control_action(camera &cam, const http_request &request) {
+Answer remote_control_action(Camera &cam, const HttpRequest &request) {
     const std::string document = document_in(request.body);
     if (document.empty()) return {};
     const auto control = find_element(top_elements(document), "RemoteControl");
@@ -120,33 +120,33 @@ answer remote_control_action(camera &cam, const http_request &request) {
     return {0, xml_element("Action", *find_element(elements, "Action")) + extra, {}};
 }
 
-answer camera_info(camera &cam, const http_request &) {
+Answer camera_info(Camera &cam, const HttpRequest &) {
     return {0, xml_element("UUID", cam.config["uuid"].get<std::string>()), {}};
 }
 
-answer video_list(camera &cam, const http_request &request) {
+Answer video_list(Camera &cam, const HttpRequest &request) {
     const auto names = video_names(cam.card);
     const auto start = std::strtoul(query_value(request.query(), "start").c_str(), nullptr, 10);
     const auto end = std::strtoul(query_value(request.query(), "end").c_str(), nullptr, 10);
-    answer said;
+    Answer said;
     for (std::size_t i = std::max(start, 1ul); i <= std::min<std::size_t>(end, names.size()); ++i)
         said.content += xml_element("Video", xml_element("Name", names[i - 1]));
     return said;
 }
 
-answer mobile_audio(camera &cam, const http_request &request) {
+Answer mobile_audio(Camera &cam, const HttpRequest &request) {
     cam.audio_clips.push_back(request.body);
     ++cam.audio_clip_count;
-    if (cam.audio_clips.size() > audio_clips_kept) cam.audio_clips.pop_front();
+    if (cam.audio_clips.size() > kAudioClipsKept) cam.audio_clips.pop_front();
     return {0, xml_element("Action", "MOBILE_AUDIO"), {}};
 }
 
-constexpr struct endpoint_row {
+constexpr struct EndpointRow {
     const char *name;
     bool needs_session;
     bool says_zero;  // may hold <ErrorCode>0</ErrorCode>
-    answer (*run)(camera &cam, const http_request &request);
-} endpoints[] = {
+    Answer (*run)(Camera &cam, const HttpRequest &request);
+} kEndpoints[] = {
     {"CameraLogin", false, true, camera_login},
     {"CameraStatus", true, true, camera_status},
     {"CameraSetting", true, true, camera_setting},
@@ -157,8 +157,8 @@ constexpr struct endpoint_row {
     {"MobileAudio", true, true, mobile_audio},
 };
 
-http_reply file_reply(const camera &cam, const std::string &path) {
-    http_reply reply;
+HttpReply file_reply(const Camera &cam, const std::string &path) {
+    HttpReply reply;
     std::ifstream file;
     const auto full = cam.card / path.substr(std::min<std::size_t>(path.find_first_not_of('/'), path.size()));
     if (path.find("..") == path.npos && std::filesystem::is_regular_file(full))
@@ -180,18 +180,18 @@ std::string error_document(const std::string &endpoint, int error) {
     return xml_element(endpoint, xml_element("ErrorCode", std::to_string(error)));
 }
 
-http_reply answer_request(camera &cam, const http_request &request) {
+HttpReply answer_request(Camera &cam, const HttpRequest &request) {
     const std::string name = request.endpoint();
     if (name == "photo") return file_reply(cam, request.path());
-    http_reply reply;
-    const auto row = std::find_if(std::begin(endpoints), std::end(endpoints),
+    HttpReply reply;
+    const auto row = std::find_if(std::begin(kEndpoints), std::end(kEndpoints),
                                   [&](const auto &r) { return name == r.name; });
-    if (row == std::end(endpoints)) {
+    if (row == std::end(kEndpoints)) {
         reply.body = error_document("CGI", unknown_request);
         return reply;
     }
     std::lock_guard guard(cam.lock);
-    answer said;
+    Answer said;
     if (row->needs_session && !session_valid(cam, request.session()))
         said.error = unknown_session;
     else

@@ -7,7 +7,7 @@
 #include "http.h"
 
 // Carries the request out and returns the reply. Takes the camera's lock; does not block beyond small files.
-http_reply answer_request(camera &cam, const http_request &request);
+HttpReply answer_request(Camera &cam, const HttpRequest &request);
 
 // "<endpoint><ErrorCode>n</ErrorCode></endpoint>".
 std::string error_document(const std::string &endpoint, int error);

@@ -37,7 +37,7 @@ std::string_view take_until(std::string_view &text, std::string_view separator) 
     return taken;
 }
 
-bool parse_header(std::string_view text, http_request &request) {
+bool parse_header(std::string_view text, HttpRequest &request) {
     std::string_view line = take_until(text, "\r\n");
     request.method = take_until(line, " ");
     request.target = take_until(line, " ");
@@ -51,39 +51,39 @@ bool parse_header(std::string_view text, http_request &request) {
     return !request.method.empty() && !request.target.empty() && request.version.starts_with("HTTP/1.");
 }
 
-bool body_length(const http_request &request, std::size_t &length) {
+bool body_length(const HttpRequest &request, std::size_t &length) {
     length = 0;
     if (!request.header("Transfer-Encoding").empty())
         return false;  // nothing that talks to a camera sends chunks
     const std::string text = request.header("Content-Length");
     if (text.empty()) return true;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), length);
-    return parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() && length <= largest_body;
+    return parsed.ec == std::errc() && parsed.ptr == text.data() + text.size() && length <= kLargestBody;
 }
 
 }  // namespace
 
-std::string http_request::header(std::string_view name) const {
+std::string HttpRequest::header(std::string_view name) const {
     for (const auto &[header_name, value] : headers)
         if (same_name(header_name, name)) return value;
     return "";
 }
 
-std::string http_request::path() const {
+std::string HttpRequest::path() const {
     return target.substr(0, target.find('?'));
 }
 
-std::string http_request::query() const {
+std::string HttpRequest::query() const {
     const auto mark = target.find('?');
     return mark == target.npos ? "" : target.substr(mark + 1);
 }
 
-std::string http_request::endpoint() const {
+std::string HttpRequest::endpoint() const {
     const std::string whole = path();
     return whole.starts_with("/CGI/") ? whole.substr(5) : "photo";
 }
 
-std::string http_request::session() const {
+std::string HttpRequest::session() const {
     const std::string cookie = header("Cookie");
     const auto found = cookie.find("Session=");
     if (found == cookie.npos) return "";
@@ -91,31 +91,31 @@ std::string http_request::session() const {
     return {start, std::find_if_not(start, cookie.end(), [](unsigned char c) { return std::isdigit(c); })};
 }
 
-bool http_request::keep_alive() const {
+bool HttpRequest::keep_alive() const {
     return version == "HTTP/1.1" && !same_name(header("Connection"), "close");
 }
 
-parse_result take_request(std::string &buffer, http_request &request, bool &wants_continue) {
+ParseResult take_request(std::string &buffer, HttpRequest &request, bool &wants_continue) {
     wants_continue = false;
     const auto header_end = buffer.find("\r\n\r\n");
     if (header_end == buffer.npos)
-        return buffer.size() > largest_header ? parse_result::malformed : parse_result::incomplete;
-    http_request parsed;
+        return buffer.size() > kLargestHeader ? ParseResult::malformed : ParseResult::incomplete;
+    HttpRequest parsed;
     std::size_t length = 0;
     if (!parse_header(std::string_view(buffer).substr(0, header_end), parsed) || !body_length(parsed, length))
-        return parse_result::malformed;
+        return ParseResult::malformed;
     const std::size_t body_start = header_end + 4;
     if (buffer.size() - body_start < length) {
         wants_continue = same_name(parsed.header("Expect"), "100-continue");
-        return parse_result::incomplete;
+        return ParseResult::incomplete;
     }
     parsed.body = buffer.substr(body_start, length);
     buffer.erase(0, body_start + length);
     request = std::move(parsed);
-    return parse_result::complete;
+    return ParseResult::complete;
 }
 
-std::string reply_header(const http_reply &reply, long length, std::string_view version) {
+std::string reply_header(const HttpReply &reply, long length, std::string_view version) {
     std::string text(version);
     text += " " + std::to_string(reply.status) + " " + reason(reply.status) +
             "\r\nContent-Type: " + reply.content_type + "\r\n";

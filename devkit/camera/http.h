@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-struct http_request {
+struct HttpRequest {
     std::string method, target, version;
     std::vector<std::pair<std::string, std::string>> headers;  // as sent, in order
     std::string body;
@@ -24,7 +24,7 @@ struct http_request {
     bool keep_alive() const;
 };
 
-struct http_reply {
+struct HttpReply {
     int status = 200;
     std::string body;
     std::string content_type = "text/xml";
@@ -32,15 +32,15 @@ struct http_reply {
     bool close = false;                     // the connection ends after it
 };
 
-enum class parse_result { incomplete, complete, malformed };
+enum class ParseResult { incomplete, complete, malformed };
 
-constexpr std::size_t largest_header = 64 * 1024, largest_body = 32 * 1024 * 1024;
+constexpr std::size_t kLargestHeader = 64 * 1024, kLargestBody = 32 * 1024 * 1024;
 
 // Takes one request off the front of `buffer`. Incomplete: more bytes are needed and the buffer stays as it
 // is; then `wants_continue` tells that the header is complete and the peer waits for "100 Continue" before it
 // sends the body.
-parse_result take_request(std::string &buffer, http_request &request, bool &wants_continue);
+ParseResult take_request(std::string &buffer, HttpRequest &request, bool &wants_continue);
 
 // The header of a reply up to and with its empty line. `length` is what Content-Length says; below 0: the
 // body comes in chunks.
-std::string reply_header(const http_reply &reply, long length, std::string_view version = "HTTP/1.1");
+std::string reply_header(const HttpReply &reply, long length, std::string_view version = "HTTP/1.1");

@@ -4,9 +4,9 @@
 
 namespace {
 
-constexpr std::size_t entries_kept = 100000, body_bytes_kept = 64 * 1024 * 1024;
+constexpr std::size_t kEntriesKept = 100000, kBodyBytesKept = 64 * 1024 * 1024;
 
-void drop_oldest(journal &log) {
+void drop_oldest(Journal &log) {
     log.body_bytes -= log.entries.front().request.body.size();
     log.entries.pop_front();
 }
@@ -35,7 +35,7 @@ std::string base64(const std::string &bytes) {
     return text;
 }
 
-json entry_json(const journal_entry &entry) {
+json entry_json(const JournalEntry &entry) {
     json headers = json::object();
     for (const auto &[name, value] : entry.request.headers) headers[latin1_text(name)] = latin1_text(value);
     json shown;
@@ -56,28 +56,28 @@ json entry_json(const journal_entry &entry) {
 
 }  // namespace
 
-std::uint64_t journal_add(journal &log, const http_request &request, const std::string &fault,
+std::uint64_t journal_add(Journal &log, const HttpRequest &request, const std::string &fault,
                           double time_ms) {
     std::lock_guard guard(log.lock);
-    journal_entry entry{++log.last_seq, request, fault, time_ms};
+    JournalEntry entry{++log.last_seq, request, fault, time_ms};
     log.body_bytes += request.body.size();
     log.entries.push_back(std::move(entry));
-    while (log.entries.size() > entries_kept || log.body_bytes > body_bytes_kept) drop_oldest(log);
+    while (log.entries.size() > kEntriesKept || log.body_bytes > kBodyBytesKept) drop_oldest(log);
     ++log.counters[request.endpoint()];
     return log.last_seq;
 }
 
-void journal_end(journal &log, std::uint64_t seq, int status) {
+void journal_end(Journal &log, std::uint64_t seq, int status) {
     std::lock_guard guard(log.lock);
     if (log.entries.empty() || seq < log.entries.front().seq) return;
-    journal_entry &entry = log.entries[seq - log.entries.front().seq];
+    JournalEntry &entry = log.entries[seq - log.entries.front().seq];
     entry.end_ms = monotonic_ms();
     entry.status = status;
 }
 
-json journal_list(journal &log, std::uint64_t since, const std::string &endpoint, std::size_t limit) {
+json journal_list(Journal &log, std::uint64_t since, const std::string &endpoint, std::size_t limit) {
     std::lock_guard guard(log.lock);
-    std::deque<const journal_entry *> wanted;
+    std::deque<const JournalEntry *> wanted;
     for (auto entry = log.entries.rbegin();
          entry != log.entries.rend() && wanted.size() < limit && entry->seq > since; ++entry)
         if (endpoint.empty() || entry->request.endpoint() == endpoint) wanted.push_front(&*entry);
@@ -86,7 +86,7 @@ json journal_list(journal &log, std::uint64_t since, const std::string &endpoint
     return list;
 }
 
-void journal_clear(journal &log) {
+void journal_clear(Journal &log) {
     std::lock_guard guard(log.lock);
     log.entries.clear();
     log.body_bytes = 0;

@@ -9,12 +9,12 @@ namespace {
 
 // Every 8x8 block has one colour, so only DC coefficients are coded; the AC table holds nothing but "end of
 // block". A quantiser of 8 makes one DC step one grey level.
-constexpr unsigned quantiser = 8;
-constexpr unsigned dc_code_bits = 4;  // twelve categories, each with a code of four bits: the category itself
+constexpr unsigned kQuantiser = 8;
+constexpr unsigned kDcCodeBits = 4;  // twelve categories, each with a code of four bits: the category itself
 
-class bit_writer {
+class BitWriter {
   public:
-    explicit bit_writer(std::string &out) : out_(out) {}
+    explicit BitWriter(std::string &out) : out_(out) {}
     void put(unsigned value, unsigned bits) {
         while (bits-- > 0) {
             pending_ = pending_ << 1 | (value >> bits & 1);
@@ -55,20 +55,20 @@ std::string huffman_table(unsigned id, unsigned code_bits, unsigned symbols) {
 
 std::string frame_header(unsigned width, unsigned height) {
     std::string header(1, '\x08');
-    for (const unsigned side : {height, width}) {
-        header += static_cast<char>(side >> 8);
-        header += static_cast<char>(side & 0xFF);
+    for (const unsigned Side : {height, width}) {
+        header += static_cast<char>(Side >> 8);
+        header += static_cast<char>(Side & 0xFF);
     }
     header += '\x03';
     for (char component = 1; component <= 3; ++component) header.append({component, '\x11', '\0'});
     return header;
 }
 
-void put_block(bit_writer &bits, int difference) {
+void put_block(BitWriter &bits, int difference) {
     const unsigned magnitude = static_cast<unsigned>(std::abs(difference));
     unsigned category = 0;
     while (magnitude >> category) ++category;
-    bits.put(category, dc_code_bits);
+    bits.put(category, kDcCodeBits);
     const int coded = difference < 0 ? difference + (1 << category) - 1 : difference;
     bits.put(static_cast<unsigned>(coded), category);
     bits.put(0, 1);
@@ -76,7 +76,7 @@ void put_block(bit_writer &bits, int difference) {
 
 std::string picture_data(unsigned width, unsigned height, unsigned seed) {
     std::string data;
-    bit_writer bits(data);
+    BitWriter bits(data);
     std::array<int, 3> last{};
     for (unsigned y = 0; y < height / 8; ++y)
         for (unsigned x = 0; x < width / 8; ++x) {
@@ -96,13 +96,13 @@ std::string picture_data(unsigned width, unsigned height, unsigned seed) {
 // Comment segments that take exactly `bytes` bytes (0, or 4 and more), filled so that no part looks like
 // another.
 std::string padding(std::size_t bytes, unsigned seed) {
-    constexpr std::size_t largest = 65535 + 2, smallest = 4;
+    constexpr std::size_t kLargest = 65535 + 2, kSmallest = 4;
     std::string out;
     std::uint32_t noise = seed * 2654435761u + 1;
     while (bytes > 0) {
-        std::size_t segment = std::min(bytes, largest);
-        if (bytes != segment && bytes - segment < smallest) segment -= smallest;
-        std::string comment(segment - smallest, '\0');
+        std::size_t segment = std::min(bytes, kLargest);
+        if (bytes != segment && bytes - segment < kSmallest) segment -= kSmallest;
+        std::string comment(segment - kSmallest, '\0');
         for (char &byte : comment) {
             noise = noise * 1664525u + 1013904223u;
             byte = static_cast<char>(noise >> 24);
@@ -117,9 +117,9 @@ std::string padding(std::size_t bytes, unsigned seed) {
 
 std::string make_jpeg(unsigned width, unsigned height, unsigned seed, std::size_t bytes) {
     std::string tail;
-    append_segment(tail, 0xDB, std::string(1, '\0') + std::string(64, static_cast<char>(quantiser)));
+    append_segment(tail, 0xDB, std::string(1, '\0') + std::string(64, static_cast<char>(kQuantiser)));
     append_segment(tail, 0xC0, frame_header(width, height));
-    append_segment(tail, 0xC4, huffman_table(0x00, dc_code_bits, 12));
+    append_segment(tail, 0xC4, huffman_table(0x00, kDcCodeBits, 12));
     append_segment(tail, 0xC4, huffman_table(0x10, 1, 1));
     append_segment(tail, 0xDA, {'\x03', '\x01', '\0', '\x02', '\0', '\x03', '\0', '\0', '\x3F', '\0'});
     tail += picture_data(width, height, seed);

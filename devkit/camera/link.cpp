@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::size_t block_bytes = 16 * 1024;
-constexpr int farewell_ms = 20;  // how long the end of a connection may take to be seen on a busy machine
+constexpr std::size_t kBlockBytes = 16 * 1024;
+constexpr int kFarewellMs = 20;  // how long the end of a connection may take to be seen on a busy machine
 constexpr std::chrono::milliseconds look_again(
     10);  // how soon a waiting connection notices that its peer has gone
 
@@ -23,14 +23,14 @@ bool peer_gone(int fd) {
 }
 
 // The lock is held.
-void forget_abandoned(network &net) {
+void forget_abandoned(Network &net) {
     for (const auto &link : net.links)
         if (link->in_progress && peer_gone(link->fd)) link->in_progress = false;
 }
 
 // Sends one block without blocking, as the vanished host must not send; waits for room or for the host's
 // return otherwise. The number of bytes sent, or -1.
-ssize_t send_block(network &net, connection_link &link, std::string_view block) {
+ssize_t send_block(Network &net, ConnectionLink &link, std::string_view block) {
     {
         std::unique_lock guard(net.lock);
         net.changed.wait(guard, [&] { return !net.vanished || link.dropped; });
@@ -46,25 +46,25 @@ ssize_t send_block(network &net, connection_link &link, std::string_view block) 
 
 }  // namespace
 
-int requests_in_progress(const network &net) {
+int requests_in_progress(const Network &net) {
     return static_cast<int>(std::count_if(net.links.begin(), net.links.end(),
                                           [](const auto &link) { return link->in_progress; }));
 }
 
-void request_begins(network &net, connection_link &link) {
+void request_begins(Network &net, ConnectionLink &link) {
     std::lock_guard guard(net.lock);
     link.in_progress = true;
     forget_abandoned(net);
     if (requests_in_progress(net) > std::max(net.max_concurrent, 1)) {
         // A peer's farewell can be overtaken by its next request. A new maximum is rare: look twice, with
         // everything held.
-        poll(nullptr, 0, farewell_ms);
+        poll(nullptr, 0, kFarewellMs);
         forget_abandoned(net);
     }
     net.max_concurrent = std::max(net.max_concurrent, requests_in_progress(net));
 }
 
-void request_ends(network &net, connection_link &link) {
+void request_ends(Network &net, ConnectionLink &link) {
     {
         std::lock_guard guard(net.lock);
         link.in_progress = false;
@@ -72,8 +72,8 @@ void request_ends(network &net, connection_link &link) {
     if (const auto call = std::exchange(link.on_request_end, nullptr)) call();
 }
 
-bool receive_some(network &net, connection_link &link, std::string &buffer) {
-    char bytes[block_bytes];
+bool receive_some(Network &net, ConnectionLink &link, std::string &buffer) {
+    char bytes[kBlockBytes];
     ssize_t received;
     do received = recv(link.fd, bytes, sizeof bytes, 0);
     while (received < 0 && errno == EINTR);
@@ -83,9 +83,9 @@ bool receive_some(network &net, connection_link &link, std::string &buffer) {
     return true;
 }
 
-bool send_bytes(network &net, connection_link &link, std::string_view bytes, bool last) {
+bool send_bytes(Network &net, ConnectionLink &link, std::string_view bytes, bool last) {
     while (!bytes.empty()) {
-        const auto block = bytes.substr(0, block_bytes);
+        const auto block = bytes.substr(0, kBlockBytes);
         if (last && block.size() == bytes.size()) request_ends(net, link);
         const ssize_t sent = send_block(net, link, block);
         if (sent < 0) return false;
@@ -94,7 +94,7 @@ bool send_bytes(network &net, connection_link &link, std::string_view bytes, boo
     return true;
 }
 
-bool pause_link(network &net, connection_link &link, double ms, const std::atomic<bool> &enough) {
+bool pause_link(Network &net, ConnectionLink &link, double ms, const std::atomic<bool> &enough) {
     const auto start = std::chrono::steady_clock::now();
     const std::chrono::duration<double, std::milli> length(ms);
     std::unique_lock guard(net.lock);
@@ -110,7 +110,7 @@ bool pause_link(network &net, connection_link &link, double ms, const std::atomi
     return true;
 }
 
-void close_link(network &net, connection_link &link) {
+void close_link(Network &net, ConnectionLink &link) {
     request_ends(net, link);
     std::unique_lock guard(net.lock);
     net.changed.wait(guard, [&] { return !net.vanished; });

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <thread>
 
-struct connection_link {
+struct ConnectionLink {
     int fd = -1;
     std::function<void()>
         on_request_end;  // called by the connection's thread, just before the reply's last block leaves
@@ -27,35 +27,35 @@ struct connection_link {
     std::thread thread;
 };
 
-struct network {
+struct Network {
     std::mutex lock;  // held across nothing that blocks, but for 20 ms when a new maximum shows
     std::condition_variable changed;
     bool vanished = false;
     int max_concurrent = 0;
-    std::list<std::unique_ptr<connection_link>> links;
+    std::list<std::unique_ptr<ConnectionLink>> links;
 };
 
 // Requests in progress. The lock is held.
-int requests_in_progress(const network &net);
+int requests_in_progress(const Network &net);
 
 // A request's first byte is here. Requests whose peers have gone do not count (any more).
-void request_begins(network &net, connection_link &link);
+void request_begins(Network &net, ConnectionLink &link);
 
 // The request is served; calls on_request_end once per request. Harmless when it has ended already.
-void request_ends(network &net, connection_link &link);
+void request_ends(Network &net, ConnectionLink &link);
 
 // Appends what arrives to `buffer`; blocks until something does. False at the end of the stream.
-bool receive_some(network &net, connection_link &link, std::string &buffer);
+bool receive_some(Network &net, ConnectionLink &link, std::string &buffer);
 
 // Sends all the bytes; blocks while the host has vanished or the peer does not read. Where they close the
 // reply (`last`), the request ends before the last block leaves, so that the peer cannot ask again before it.
 // False when the connection is gone.
-bool send_bytes(network &net, connection_link &link, std::string_view bytes, bool last);
+bool send_bytes(Network &net, ConnectionLink &link, std::string_view bytes, bool last);
 
 // Waits for `ms` milliseconds (below 0: without end) or until `enough` becomes true. False when the peer goes
 // before.
-bool pause_link(network &net, connection_link &link, double ms, const std::atomic<bool> &enough);
+bool pause_link(Network &net, ConnectionLink &link, double ms, const std::atomic<bool> &enough);
 
 // Ends the request and closes the connection, after the host's return if it has vanished. The link is
 // finished.
-void close_link(network &net, connection_link &link);
+void close_link(Network &net, ConnectionLink &link);

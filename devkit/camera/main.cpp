@@ -66,23 +66,23 @@ bool write_ports_file(const std::string &name, int cgi, int control) {
     return false;
 }
 
-int busy_port(const char *which, const options &chosen, int port) {
+int busy_port(const char *which, const Options &chosen, int port) {
     std::fprintf(stderr, "camera: the %s port %s:%d cannot be had: %s\n", which, chosen.bind.c_str(), port,
                  std::strerror(errno));
     return 2;
 }
 
-int run_camera(const options &chosen, const sigset_t &ending) {
-    camera cam(chosen.speed);
-    fault_list faults;
-    journal log;
-    cgi_server cgi(cam, faults, log);
+int run_camera(const Options &chosen, const sigset_t &ending) {
+    Camera cam(chosen.speed);
+    FaultList faults;
+    Journal log;
+    CgiServer cgi(cam, faults, log);
     cam.card = chosen.card;
     cam.drop_connections = [&cgi] { cgi.drop_connections(); };
     cam.run_reboot_tool = [&chosen] {
         if (!chosen.reboot_tool.empty()) start_reboot_tool(chosen.reboot_tool);
     };
-    control_server control(cam, faults, log, cgi);
+    ControlServer control(cam, faults, log, cgi);
     if (!cgi.start(chosen.bind, chosen.cgi_port)) return busy_port("CGI", chosen, chosen.cgi_port);
     if (!control.start(chosen.bind, chosen.control_port))
         return busy_port("control", chosen, chosen.control_port);

@@ -10,68 +10,68 @@ namespace {
 
 std::atomic<bool> never{false};
 
-bool send_text(exchange &x, int status, std::string_view text, bool last) {
+bool send_text(Exchange &x, int status, std::string_view text, bool last) {
     x.status = status;
     return send_bytes(x.net, x.link, text, last);
 }
 
-std::string whole_text(const http_reply &reply, std::string_view version = "HTTP/1.1") {
+std::string whole_text(const HttpReply &reply, std::string_view version = "HTTP/1.1") {
     return reply_header(reply, static_cast<long>(reply.body.size()), version) + reply.body;
 }
 
-bool error_code(exchange &x, const json &parameters) {
-    http_reply reply;
+bool error_code(Exchange &x, const json &parameters) {
+    HttpReply reply;
     reply.body = error_document(x.request.endpoint(), parameters["value"]);
     return send_reply(x, reply);
 }
 
-bool http_status(exchange &x, const json &parameters) {
-    http_reply reply;
+bool http_status(Exchange &x, const json &parameters) {
+    HttpReply reply;
     reply.status = parameters["status"];
     reply.body = "status " + std::to_string(reply.status);
     reply.content_type = "text/plain";
     return send_reply(x, reply);
 }
 
-bool redirect(exchange &x, const json &parameters) {
-    http_reply reply;
+bool redirect(Exchange &x, const json &parameters) {
+    HttpReply reply;
     reply.status = parameters["status"];
     reply.header_lines = {"Location: " + parameters["location"].get<std::string>()};
     return send_reply(x, reply);
 }
 
-bool http10(exchange &x, const json &) {
-    http_reply reply = x.true_reply();
+bool http10(Exchange &x, const json &) {
+    HttpReply reply = x.true_reply();
     reply.close = true;
     send_text(x, reply.status, whole_text(reply, "HTTP/1.0"), true);
     return false;
 }
 
-bool delay(exchange &x, const json &parameters) {
+bool delay(Exchange &x, const json &parameters) {
     return pause_link(x.net, x.link, parameters["ms"], x.cleared) && send_reply(x, x.true_reply());
 }
 
-bool close_silently(exchange &x, const json &parameters) {
+bool close_silently(Exchange &x, const json &parameters) {
     if (parameters["after"]) x.true_reply();
     return false;
 }
 
-bool reset(exchange &x, const json &parameters) {
+bool reset(Exchange &x, const json &parameters) {
     if (parameters["after"]) x.true_reply();
     std::lock_guard guard(x.net.lock);
     x.link.reset = true;
     return false;
 }
 
-bool truncate(exchange &x, const json &parameters) {
-    const http_reply reply = x.true_reply();
+bool truncate(Exchange &x, const json &parameters) {
+    const HttpReply reply = x.true_reply();
     const std::string header = reply_header(reply, static_cast<long>(reply.body.size()));
     send_text(x, reply.status, header + reply.body.substr(0, parameters["bytes"]), true);
     return false;
 }
 
-bool drip(exchange &x, const json &parameters) {
-    const http_reply reply = x.true_reply();
+bool drip(Exchange &x, const json &parameters) {
+    const HttpReply reply = x.true_reply();
     const std::string text = whole_text(reply);
     const std::size_t piece = std::max(parameters["bytes"].get<std::size_t>(), std::size_t{1});
     for (std::size_t sent = 0; sent < text.size(); sent += piece) {
@@ -87,8 +87,8 @@ std::string chunk(const std::string &bytes) {
     return size + bytes + "\r\n";
 }
 
-bool pieces(exchange &x, const json &parameters) {
-    const http_reply reply = x.true_reply();
+bool pieces(Exchange &x, const json &parameters) {
+    const HttpReply reply = x.true_reply();
     const bool chunked = parameters["chunked"];
     const std::size_t count = std::max(parameters["pieces"].get<std::size_t>(), std::size_t{1});
     std::string text = reply_header(reply, chunked ? -1 : static_cast<long>(reply.body.size()));
@@ -105,15 +105,15 @@ bool pieces(exchange &x, const json &parameters) {
     return x.request.keep_alive();
 }
 
-bool oversize(exchange &x, const json &parameters) {
-    http_reply reply = x.true_reply();
+bool oversize(Exchange &x, const json &parameters) {
+    HttpReply reply = x.true_reply();
     reply.body.resize(std::max(reply.body.size(), parameters["bytes"].get<std::size_t>()), ' ');
     return send_reply(x, std::move(reply));
 }
 
-bool garbage(exchange &x, const json &parameters) {
+bool garbage(Exchange &x, const json &parameters) {
     std::minstd_rand noise;  // the same bytes each time
-    http_reply reply;
+    HttpReply reply;
     reply.body.resize(parameters["bytes"]);
     for (std::size_t i = 0; i < reply.body.size(); ++i)
         reply.body[i] = i % 16 == 7 ? '\0' : static_cast<char>(noise() >> 8);
@@ -122,19 +122,19 @@ bool garbage(exchange &x, const json &parameters) {
     return false;
 }
 
-bool literal_body(exchange &x, const json &parameters) {
-    http_reply reply;
+bool literal_body(Exchange &x, const json &parameters) {
+    HttpReply reply;
     reply.body = parameters["text"];
     if (!parameters["raw"]) return send_reply(x, std::move(reply));
     send_text(x, 0, reply.body, true);
     return false;
 }
 
-bool hang(exchange &x, const json &) {
+bool hang(Exchange &x, const json &) {
     return pause_link(x.net, x.link, -1, x.cleared) && send_reply(x, x.true_reply());
 }
 
-constexpr misbehaviour_kind kinds[] = {
+constexpr MisbehaviourKind kinds[] = {
     {"error_code", R"({"value":-1})", error_code},
     {"http_status", R"({"status":500})", http_status},
     {"redirect", R"({"location":"/","status":302})", redirect},
@@ -153,13 +153,13 @@ constexpr misbehaviour_kind kinds[] = {
 
 }  // namespace
 
-const misbehaviour_kind *find_misbehaviour(const std::string &name) {
+const MisbehaviourKind *find_misbehaviour(const std::string &name) {
     for (const auto &kind : kinds)
         if (name == kind.name) return &kind;
     return nullptr;
 }
 
-bool send_reply(exchange &x, http_reply reply) {
+bool send_reply(Exchange &x, HttpReply reply) {
     reply.close = reply.close || !x.request.keep_alive();
     return send_text(x, reply.status, whole_text(reply), true) && !reply.close;
 }

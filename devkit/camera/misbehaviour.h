@@ -10,24 +10,24 @@
 #include "json.h"
 #include "link.h"
 
-struct exchange {
-    network &net;
-    connection_link &link;
-    const http_request &request;
-    std::function<http_reply()> true_reply;  // carries the request out; called once at most
-    std::atomic<bool> &cleared;              // the misbehaviour was taken back
-    int status = 0;                          // of the reply; set before the reply leaves
+struct Exchange {
+    Network &net;
+    ConnectionLink &link;
+    const HttpRequest &request;
+    std::function<HttpReply()> true_reply;  // carries the request out; called once at most
+    std::atomic<bool> &cleared;             // the misbehaviour was taken back
+    int status = 0;                         // of the reply; set before the reply leaves
 };
 
-struct misbehaviour_kind {
+struct MisbehaviourKind {
     const char *name;
     const char *defaults;  // its parameters as a JSON object
     // Answers; returns whether the connection may serve another request.
-    bool (*run)(exchange &x, const json &parameters);
+    bool (*run)(Exchange &x, const json &parameters);
 };
 
 // Null when there is no such kind.
-const misbehaviour_kind *find_misbehaviour(const std::string &name);
+const MisbehaviourKind *find_misbehaviour(const std::string &name);
 
 // Sends the reply as it should be; returns whether the connection may serve another request.
-bool send_reply(exchange &x, http_reply reply);
+bool send_reply(Exchange &x, HttpReply reply);

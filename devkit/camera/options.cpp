@@ -19,7 +19,7 @@ bool read_speed(const std::string &text, double &speed) {
     return !text.empty() && *end == '\0' && std::isfinite(speed) && speed > 0;
 }
 
-bool set_option(options &chosen, const std::string &name, const std::string &value) {
+bool set_option(Options &chosen, const std::string &name, const std::string &value) {
     if (name == "--cgi-port") return read_port(value, chosen.cgi_port);
     if (name == "--control-port") return read_port(value, chosen.control_port);
     if (name == "--speed") return read_speed(value, chosen.speed);
@@ -40,8 +40,8 @@ bool set_option(options &chosen, const std::string &name, const std::string &val
 
 }  // namespace
 
-std::optional<options> read_options(int argc, char **argv) {
-    options chosen;
+std::optional<Options> read_options(int argc, char **argv) {
+    Options chosen;
     for (int i = 1; i < argc; i += 2) {
         if (i + 1 < argc && set_option(chosen, argv[i], argv[i + 1])) continue;
         std::fprintf(stderr,

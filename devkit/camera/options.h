@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-struct options {
+struct Options {
     int cgi_port = 0, control_port = 0;
     std::string bind = "127.0.0.1";
     std::string card = "/tmp/fuse_d";
@@ -14,4 +14,4 @@ struct options {
 };
 
 // The options, or nothing after a message on standard error about what is wrong with them.
-std::optional<options> read_options(int argc, char **argv);
+std::optional<Options> read_options(int argc, char **argv);

@@ -5,25 +5,25 @@
 
 namespace {
 
-constexpr double growth_ms = 500;
-constexpr std::size_t growth_bytes = 32 * 1024;
-constexpr std::size_t largest_video = 4 * 1024 * 1024;  // a long recording must not fill a small card
+constexpr double kGrowthMs = 500;
+constexpr std::size_t kGrowthBytes = 32 * 1024;
+constexpr std::size_t kLargestVideo = 4 * 1024 * 1024;  // a long recording must not fill a small card
 
-std::filesystem::path media_file(const camera &cam, const std::string &name, const char *extension) {
+std::filesystem::path media_file(const Camera &cam, const std::string &name, const char *extension) {
     return media_folder(cam.card) / (name + extension);
 }
 
-void grow_recording(camera &cam, unsigned count, std::size_t bytes) {
+void grow_recording(Camera &cam, unsigned count, std::size_t bytes) {
     std::lock_guard guard(cam.lock);
     if (!cam.recording || cam.recording_count != count) return;
-    const std::size_t grown = bytes + growth_bytes;
-    if (grown > largest_video) return;
-    append_video_piece(media_file(cam, cam.recording_name, ".MP4"), growth_bytes);
-    cam.timer.after_ms(growth_ms, [&cam, count, grown] { grow_recording(cam, count, grown); });
+    const std::size_t grown = bytes + kGrowthBytes;
+    if (grown > kLargestVideo) return;
+    append_video_piece(media_file(cam, cam.recording_name, ".MP4"), kGrowthBytes);
+    cam.timer.after_ms(kGrowthMs, [&cam, count, grown] { grow_recording(cam, count, grown); });
 }
 
 // The lock is held.
-void finish_photo(camera &cam, const std::string &name) {
+void finish_photo(Camera &cam, const std::string &name) {
     const auto seed = static_cast<unsigned>(++cam.photos);
     cam.last_photo = make_jpeg(640, 480, seed, cam.config["photo_bytes"]);
     write_media_file(media_file(cam, name, ".JPG"), cam.last_photo);
@@ -31,7 +31,7 @@ void finish_photo(camera &cam, const std::string &name) {
 
 }  // namespace
 
-int start_recording(camera &cam) {
+int start_recording(Camera &cam) {
     if (cam.status.value("SD", "") == "0") return no_sd_card;
     if (cam.config["recording_ignore"] > 0) {
         cam.config["recording_ignore"] = cam.config["recording_ignore"].get<int>() - 1;
@@ -49,17 +49,17 @@ int start_recording(camera &cam) {
     }
     cam.recording = true;
     cam.recording_name = name;
-    cam.timer.after_ms(growth_ms, [&cam, count] { grow_recording(cam, count, 0); });
+    cam.timer.after_ms(kGrowthMs, [&cam, count] { grow_recording(cam, count, 0); });
     return 0;
 }
 
-int stop_recording(camera &cam) {
+int stop_recording(Camera &cam) {
     cam.recording = false;
     cam.status["Recording"] = "0";
     return 0;
 }
 
-int take_photo(camera &cam, std::string &uri) {
+int take_photo(Camera &cam, std::string &uri) {
     if (cam.status.value("SD", "") == "0") return no_sd_card;
     if (cam.recording) return camera_busy;
     const std::string name = next_media_name(cam.card);

@@ -8,7 +8,7 @@
 
 namespace {
 
-int lullaby(camera &cam, const xml_elements &document, std::string &) {
+int lullaby(Camera &cam, const XmlElements &document, std::string &) {
     bool understood = false;
     for (const auto &[element, status] :
          {std::pair("Setting", "LullabyPlay"), std::pair("Mode", "LullabyMode"),
@@ -21,21 +21,21 @@ int lullaby(camera &cam, const xml_elements &document, std::string &) {
     return understood ? 0 : unusable_document;
 }
 
-int night_light(camera &cam, const xml_elements &document, std::string &) {
+int night_light(Camera &cam, const XmlElements &document, std::string &) {
     const auto setting = find_element(document, "Setting");
     if (!setting) return unusable_document;
     cam.status["Nightlight"] = *setting;
     return 0;
 }
 
-int format_card(camera &cam, const xml_elements &, std::string &) {
+int format_card(Camera &cam, const XmlElements &, std::string &) {
     if (cam.status.value("SD", "") == "0") return no_sd_card;
     if (cam.recording) return camera_busy;
     ++cam.formats;
     return empty_card(cam.card) ? 0 : write_error;
 }
 
-int change_stream(camera &cam, const xml_elements &document, std::string &) {
+int change_stream(Camera &cam, const XmlElements &document, std::string &) {
     const auto name = find_element(document, "STREAM");
     const auto known = {"RTP_H264_WQVGA", "RTP_H264_WVGA", "RTP_H264_HD"};
     if (!name || std::find(known.begin(), known.end(), *name) == known.end()) return unusable_document;
@@ -43,35 +43,35 @@ int change_stream(camera &cam, const xml_elements &document, std::string &) {
     return 0;
 }
 
-int upgrade_firmware(camera &cam, const xml_elements &, std::string &) {
+int upgrade_firmware(Camera &cam, const XmlElements &, std::string &) {
     return start_upgrade(cam);
 }
 
-int video_start(camera &cam, const xml_elements &, std::string &) {
+int video_start(Camera &cam, const XmlElements &, std::string &) {
     const int refusal = cam.config["recording_refuse"];
     return refusal != 0 ? refusal : start_recording(cam);
 }
 
-int video_stop(camera &cam, const xml_elements &, std::string &) {
+int video_stop(Camera &cam, const XmlElements &, std::string &) {
     return stop_recording(cam);
 }
 
-int photo(camera &cam, const xml_elements &, std::string &extra) {
+int photo(Camera &cam, const XmlElements &, std::string &extra) {
     std::string uri;
     const int error = take_photo(cam, uri);
     extra = xml_element("URI", uri);
     return error;
 }
 
-int speaker_on(camera &cam, const xml_elements &, std::string &) {
+int speaker_on(Camera &cam, const XmlElements &, std::string &) {
     cam.speaker_on = true;
     return 0;
 }
 
 constexpr struct {
     const char *name;
-    int (*run)(camera &cam, const xml_elements &document, std::string &extra);
-} actions[] = {
+    int (*run)(Camera &cam, const XmlElements &document, std::string &extra);
+} kActions[] = {
     {"LULLABY", lullaby},
     {"NIGHT_LIGHT", night_light},
     {"FORMATSD", format_card},
@@ -85,10 +85,10 @@ constexpr struct {
 
 }  // namespace
 
-int remote_control(camera &cam, const xml_elements &document, std::string &extra) {
+int remote_control(Camera &cam, const XmlElements &document, std::string &extra) {
     const auto name = find_element(document, "Action");
     if (!name) return unusable_document;
-    for (const auto &action : actions)
+    for (const auto &action : kActions)
         if (*name == action.name) return action.run(cam, document, extra);
     return unknown_request;
 }

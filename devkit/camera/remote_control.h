@@ -8,4 +8,4 @@
 
 // Carries out the action of a <RemoteControl> document (its elements). The camera's lock is held. Returns 0
 // and what the reply says besides the action's name in `extra` (may stay empty), or a camera_error.
-int remote_control(camera &cam, const xml_elements &document, std::string &extra);
+int remote_control(Camera &cam, const XmlElements &document, std::string &extra);

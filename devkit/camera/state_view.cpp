@@ -2,7 +2,7 @@
 
 namespace {
 
-json camera_json(const camera &cam) {
+json camera_json(const Camera &cam) {
     std::lock_guard guard(cam.lock);
     json shown;
     shown["status"] = cam.status;
@@ -32,7 +32,7 @@ json camera_json(const camera &cam) {
 
 }  // namespace
 
-json state_json(const camera &cam, journal &log, cgi_server &cgi) {
+json state_json(const Camera &cam, Journal &log, CgiServer &cgi) {
     json shown = camera_json(cam);
     shown["network"] = cgi.network_state();
     shown.update(cgi.counts());

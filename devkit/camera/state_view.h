@@ -7,4 +7,4 @@
 #include "json.h"
 
 // Takes the locks of its arguments, one after the other; any thread.
-json state_json(const camera &cam, journal &log, cgi_server &cgi);
+json state_json(const Camera &cam, Journal &log, CgiServer &cgi);

@@ -9,13 +9,13 @@
 #include <mutex>
 #include <thread>
 
-class task_timer {
+class TaskTimer {
   public:
     // speed > 0: how much faster than the clock the tasks come due.
-    explicit task_timer(double speed);
-    ~task_timer();
-    task_timer(const task_timer &) = delete;
-    task_timer &operator=(const task_timer &) = delete;
+    explicit TaskTimer(double speed);
+    ~TaskTimer();
+    TaskTimer(const TaskTimer &) = delete;
+    TaskTimer &operator=(const TaskTimer &) = delete;
 
     // Runs the task on the timer's thread after `ms` milliseconds divided by the speed. Does not block.
     void after_ms(double ms, std::function<void()> task);

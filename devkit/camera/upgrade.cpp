@@ -2,19 +2,19 @@
 
 namespace {
 
-void upgrade_step(camera &cam, unsigned count, int step);
+void upgrade_step(Camera &cam, unsigned count, int step);
 
-void next_step(camera &cam, unsigned count, int step) {
+void next_step(Camera &cam, unsigned count, int step) {
     cam.timer.after_ms(cam.config["upgrade"]["step_ms"],
                        [&cam, count, step] { upgrade_step(cam, count, step); });
 }
 
-void show(camera &cam, const char *status, int progress) {
+void show(Camera &cam, const char *status, int progress) {
     cam.status["FwUpgradeStatus"] = status;
     cam.status["FwDownloadProgress"] = std::to_string(progress);
 }
 
-void finish_upgrade(camera &cam, bool new_firmware) {
+void finish_upgrade(Camera &cam, bool new_firmware) {
     {
         std::lock_guard guard(cam.lock);
         if (new_firmware) {
@@ -27,7 +27,7 @@ void finish_upgrade(camera &cam, bool new_firmware) {
 }
 
 // Step 0 < n <= steps downloads, one more flashes, the one after that restarts.
-void upgrade_step(camera &cam, unsigned count, int step) {
+void upgrade_step(Camera &cam, unsigned count, int step) {
     std::unique_lock guard(cam.lock);
     if (cam.upgrade_count != count) return;
     const int steps = cam.config["upgrade"]["steps"];
@@ -48,7 +48,7 @@ void upgrade_step(camera &cam, unsigned count, int step) {
 
 }  // namespace
 
-int start_upgrade(camera &cam) {
+int start_upgrade(Camera &cam) {
     if (cam.status.value("FwUpgradeStatus", "Idle") != "Idle") return camera_busy;
     show(cam, "Downloading", 0);
     next_step(cam, ++cam.upgrade_count, 1);

@@ -5,4 +5,4 @@
 
 // Starts the walk that the configuration describes; 0, or camera_busy while one runs. The camera's lock is
 // held.
-int start_upgrade(camera &cam);
+int start_upgrade(Camera &cam);

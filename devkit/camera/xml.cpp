@@ -1,7 +1,7 @@
 #include "xml.h"
 
-xml_elements top_elements(std::string_view text) {
-    xml_elements found;
+XmlElements top_elements(std::string_view text) {
+    XmlElements found;
     for (;;) {
         const auto open = text.find('<');
         const auto open_end = open == text.npos ? text.npos : text.find('>', open);
@@ -15,7 +15,7 @@ xml_elements top_elements(std::string_view text) {
     }
 }
 
-std::optional<std::string> find_element(const xml_elements &elements, std::string_view name) {
+std::optional<std::string> find_element(const XmlElements &elements, std::string_view name) {
     for (const auto &[element, content] : elements)
         if (element == name) return content;
     return std::nullopt;

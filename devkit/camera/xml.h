@@ -8,14 +8,14 @@
 #include <utility>
 #include <vector>
 
-using xml_elements = std::vector<std::pair<std::string, std::string>>;
+using XmlElements = std::vector<std::pair<std::string, std::string>>;
 
 // The elements at the top level of `text`, in order, as (name, raw content). Text between them is skipped;
 // reading ends at an element that is not closed.
-xml_elements top_elements(std::string_view text);
+XmlElements top_elements(std::string_view text);
 
 // The raw content of the first top-level element of that name.
-std::optional<std::string> find_element(const xml_elements &elements, std::string_view name);
+std::optional<std::string> find_element(const XmlElements &elements, std::string_view name);
 
 // "<name>content</name>".
 std::string xml_element(std::string_view name, std::string_view content);

@@ -4,18 +4,18 @@
 
 #include "commands.h"
 
-int order_fault(const texts &arguments);    // ENDPOINT KIND [VALUE] [COUNT] [NAME=VALUE...]
-int save_audio(const texts &arguments);     // N FILE
-int save_photo(const texts &arguments);     // FILE
-int take_snapshot(const texts &arguments);  // FILE [MODE]
-int talk(const texts &arguments);           // FILE [PACE]
-int save_frames(const texts &arguments);    // H264 AAC [SECONDS]
-int reboot_device(const texts &arguments);  // none
-int call_handler(const texts &arguments);   // NAME [ARGUMENT...]
-int set_token(const texts &arguments);      // TOKEN, or "none"
-int recording_log(const texts &arguments);  // none
-int print_file(const texts &arguments);     // PATH on the device
-int list_folder(const texts &arguments);    // PATH on the device
-int send_plain(const texts &arguments);     // camera|sdk METHOD PATH [JSON]
+int order_fault(const Texts &arguments);    // ENDPOINT KIND [VALUE] [COUNT] [NAME=VALUE...]
+int save_audio(const Texts &arguments);     // N FILE
+int save_photo(const Texts &arguments);     // FILE
+int take_snapshot(const Texts &arguments);  // FILE [MODE]
+int talk(const Texts &arguments);           // FILE [PACE]
+int save_frames(const Texts &arguments);    // H264 AAC [SECONDS]
+int reboot_device(const Texts &arguments);  // none
+int call_handler(const Texts &arguments);   // NAME [ARGUMENT...]
+int set_token(const Texts &arguments);      // TOKEN, or "none"
+int recording_log(const Texts &arguments);  // none
+int print_file(const Texts &arguments);     // PATH on the device
+int list_folder(const Texts &arguments);    // PATH on the device
+int send_plain(const Texts &arguments);     // camera|sdk METHOD PATH [JSON]
 
 #endif

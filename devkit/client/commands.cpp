@@ -5,9 +5,9 @@
 
 namespace {
 
-constexpr side kCamera = side::camera, kSdk = side::sdk;
+constexpr Side kCamera = Side::camera, kSdk = Side::sdk;
 
-constexpr command kCommands[] = {
+constexpr Command kCommands[] = {
     // The camera and its surroundings.
     {"camera state", "[MEMBER...]", 0, kAny, "everything the camera knows, or one member (recording active)",
      kCamera, "GET", "/state", "", show_member},
@@ -92,6 +92,6 @@ constexpr command kCommands[] = {
 
 }  // namespace
 
-std::span<const command> all_commands() {
+std::span<const Command> all_commands() {
     return kCommands;
 }

@@ -9,33 +9,33 @@
 
 #include "desk_run.h"
 
-using texts = std::vector<std::string>;
+using Texts = std::vector<std::string>;
 
 // Prints a reply. Returns the exit code: 0, or 1 when the reply tells of a failure.
-using show_function = int (*)(const nlohmann::json &reply, const texts &arguments);
+using ShowFunction = int (*)(const nlohmann::json &reply, const Texts &arguments);
 
-struct command {
+struct Command {
     const char *words;      // one or two words
     const char *arguments;  // for the help; [] marks what may be left out
     size_t least, most;     // number of arguments
     const char *help;
     // Either one request ...
-    side to = side::camera;
+    Side to = Side::camera;
     const char *method = nullptr;
     const char *path = "";  // $1: the first argument
     const char *body = "";  // JSON; "$1": the first argument as text, "#1": as JSON, or text if it is none;
                             // "#*": an array of all; a member whose argument is missing falls away
-    show_function show = nullptr;  // null: indented JSON
+    ShowFunction show = nullptr;  // null: indented JSON
     // ... or a function that does it all and returns the exit code.
-    int (*run)(const texts &arguments) = nullptr;
+    int (*run)(const Texts &arguments) = nullptr;
 };
 
 constexpr size_t kAny = 1000;
 
-std::span<const command> all_commands();
+std::span<const Command> all_commands();
 
 // Fills the templates of a command.
-std::string fill_path(const char *path, const texts &arguments);
-nlohmann::json fill_body(const char *body, const texts &arguments);
+std::string fill_path(const char *path, const Texts &arguments);
+nlohmann::json fill_body(const char *body, const Texts &arguments);
 
 #endif

@@ -11,7 +11,7 @@ namespace {
 constexpr int kUsage = 2;
 
 // How many of `arguments` spell the words of `row`; 0 when they do not.
-size_t matching_words(const command &row, const texts &arguments) {
+size_t matching_words(const Command &row, const Texts &arguments) {
     if (arguments.empty()) return 0;
     if (row.words == arguments[0]) return 1;
     return arguments.size() > 1 && row.words == arguments[0] + " " + arguments[1] ? 2 : 0;
@@ -20,7 +20,7 @@ size_t matching_words(const command &row, const texts &arguments) {
 // The rows that begin with `word`, or all.
 int print_help(const std::string &word, std::ostream &out) {
     out << "usage: desk COMMAND, of:\n";
-    for (const command &row : all_commands()) {
+    for (const Command &row : all_commands()) {
         const std::string words = row.words;
         if (!word.empty() && words != word && words.rfind(word + " ", 0) != 0) continue;
         out << "  " << std::left << std::setw(48) << words + " " + row.arguments << row.help << '\n';
@@ -28,7 +28,7 @@ int print_help(const std::string &word, std::ostream &out) {
     return kUsage;
 }
 
-int perform(const command &row, const texts &arguments) {
+int perform(const Command &row, const Texts &arguments) {
     if (arguments.size() < row.least || arguments.size() > row.most) {
         std::cerr << "usage: desk " << row.words << " " << row.arguments << "    " << row.help << '\n';
         return kUsage;
@@ -39,10 +39,10 @@ int perform(const command &row, const texts &arguments) {
     return (row.show != nullptr ? row.show : show_json)(reply, arguments);
 }
 
-int dispatch(const texts &arguments) {
-    for (const command &row : all_commands()) {
+int dispatch(const Texts &arguments) {
+    for (const Command &row : all_commands()) {
         const auto words = static_cast<std::ptrdiff_t>(matching_words(row, arguments));
-        if (words != 0) return perform(row, texts(arguments.begin() + words, arguments.end()));
+        if (words != 0) return perform(row, Texts(arguments.begin() + words, arguments.end()));
     }
     const bool asked = arguments.empty() || arguments[0] == "help" || arguments[0] == "--help";
     print_help(asked ? "" : arguments[0], asked ? std::cout : std::cerr);
@@ -53,7 +53,7 @@ int dispatch(const texts &arguments) {
 
 int main(int count, char **arguments) {
     try {
-        return dispatch(texts(arguments + 1, arguments + count));
+        return dispatch(Texts(arguments + 1, arguments + count));
     } catch (const std::exception &error) {
         std::cerr << "desk: " << error.what() << '\n';
         return 1;

@@ -9,14 +9,14 @@ namespace {
 
 constexpr time_t kHour = 3600;
 
-int port_of(side to) {
-    const std::string file = run_folder() + (to == side::camera ? "/camera.json" : "/sdk.json");
+int port_of(Side to) {
+    const std::string file = run_folder() + (to == Side::camera ? "/camera.json" : "/sdk.json");
     std::ifstream stream(file);
     const nlohmann::json ports = nlohmann::json::parse(stream, nullptr, false);
-    const char *key = to == side::camera ? "control" : "port";
+    const char *key = to == Side::camera ? "control" : "port";
     if (!ports.is_object() || !ports.contains(key)) {
-        throw desk_error("nothing is running here: no port in " + file +
-                         " (start ./run, or name its folder in DESK_RUN)");
+        throw DeskError("nothing is running here: no port in " + file +
+                        " (start ./run, or name its folder in DESK_RUN)");
     }
     return ports[key].get<int>();
 }
@@ -34,7 +34,7 @@ std::string run_folder() {
     return folder != nullptr && *folder != '\0' ? folder : DESK_DEFAULT_RUN;
 }
 
-std::string request(side to, const std::string &method, const std::string &path, const std::string &body) {
+std::string request(Side to, const std::string &method, const std::string &path, const std::string &body) {
     const int port = port_of(to);
     httplib::Client client("127.0.0.1", port);
     client.set_read_timeout(kHour);
@@ -44,18 +44,18 @@ std::string request(side to, const std::string &method, const std::string &path,
     order.body = body;
     if (!body.empty()) order.set_header("Content-Type", "application/json");
     const httplib::Result reply = client.send(order);
-    const std::string name = to == side::camera ? "the camera" : "the SDK";
-    if (!reply) throw desk_error(name + " does not answer at port " + std::to_string(port));
+    const std::string name = to == Side::camera ? "the camera" : "the SDK";
+    if (!reply) throw DeskError(name + " does not answer at port " + std::to_string(port));
     if (reply->status / 100 != 2)
-        throw desk_error(name + " answers " + std::to_string(reply->status) + ": " + error_text(*reply));
+        throw DeskError(name + " answers " + std::to_string(reply->status) + ": " + error_text(*reply));
     return reply->body;
 }
 
-nlohmann::json request_json(side to, const std::string &method, const std::string &path,
+nlohmann::json request_json(Side to, const std::string &method, const std::string &path,
                             const nlohmann::json &body) {
     const std::string reply = request(to, method, path, body.is_null() ? "" : body.dump());
     nlohmann::json parsed = nlohmann::json::parse(reply, nullptr, false);
-    if (parsed.is_discarded()) throw desk_error("this reply is no JSON: " + reply);
+    if (parsed.is_discarded()) throw DeskError("this reply is no JSON: " + reply);
     return parsed;
 }
 

@@ -6,10 +6,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-enum class side { camera, sdk };
+enum class Side { camera, sdk };
 
 // A mistake of the user or an error reply; `what()` is all that is to be printed.
-class desk_error : public std::runtime_error {
+class DeskError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
@@ -19,10 +19,10 @@ std::string run_folder();
 
 // Sends one request and waits for the reply as long as it takes (an hour at most). Returns the body of a 2xx
 // reply; throws desk_error for any other and when nobody answers.
-std::string request(side to, const std::string &method, const std::string &path, const std::string &body);
+std::string request(Side to, const std::string &method, const std::string &path, const std::string &body);
 
 // The same with the reply parsed; a reply that is no JSON throws.
-nlohmann::json request_json(side to, const std::string &method, const std::string &path,
+nlohmann::json request_json(Side to, const std::string &method, const std::string &path,
                             const nlohmann::json &body = nullptr);
 
 // The path under which a file of the device can be opened from here.

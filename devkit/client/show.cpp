@@ -25,22 +25,22 @@ std::string one_line(std::string text) {
 
 }  // namespace
 
-int show_json(const json &reply, const texts &) {
+int show_json(const json &reply, const Texts &) {
     if (!reply.empty()) std::cout << reply.dump(2) << '\n';
     return 0;
 }
 
-int show_member(const json &reply, const texts &arguments) {
+int show_member(const json &reply, const Texts &arguments) {
     const json *value = &reply;
     for (const std::string &name : arguments) {
-        if (!value->is_object() || !value->contains(name)) throw desk_error("there is no " + name);
+        if (!value->is_object() || !value->contains(name)) throw DeskError("there is no " + name);
         value = &value->at(name);
     }
     print_value(*value);
     return 0;
 }
 
-int show_alarms(const json &reply, const texts &) {
+int show_alarms(const json &reply, const Texts &) {
     for (const json &alarm : reply.at("alarms")) {
         std::cout << "{" << alarm.at("index") << ", " << alarm.at("name") << ", " << alarm.at("status")
                   << "}  seq " << alarm.at("seq") << ", result " << alarm.at("result") << ", "
@@ -49,7 +49,7 @@ int show_alarms(const json &reply, const texts &) {
     return 0;
 }
 
-int show_requests(const json &reply, const texts &) {
+int show_requests(const json &reply, const Texts &) {
     for (const json &row : reply) {
         std::cout << row.at("seq") << "  " << row.at("time_ms") << " ms  " << row.at("status") << "  "
                   << row.at("method").get<std::string>() << " " << row.at("target").get<std::string>();
@@ -60,14 +60,14 @@ int show_requests(const json &reply, const texts &) {
     return 0;
 }
 
-int show_frames(const json &reply, const texts &) {
+int show_frames(const json &reply, const Texts &) {
     json counts = reply;
     counts.erase("records");
     std::cout << counts.dump(2) << '\n';
     return 0;
 }
 
-int show_result(const json &reply, const texts &) {
+int show_result(const json &reply, const Texts &) {
     const json &result = reply.at("results").at(0);
     if (result.contains("value") && !result["value"].is_null()) {
         print_value(result["value"]);
@@ -78,7 +78,7 @@ int show_result(const json &reply, const texts &) {
     return result["result"] == 0 ? 0 : 1;
 }
 
-int show_calls(const json &reply, const texts &) {
+int show_calls(const json &reply, const Texts &) {
     for (const json &result : reply.at("results")) std::cout << result.dump() << '\n';
     return 0;
 }

@@ -17,9 +17,9 @@ size_t argument_number(const std::string &text) {
 }
 
 // False when the argument that `value` names is missing.
-bool fill(json &value, const texts &arguments);
+bool fill(json &value, const Texts &arguments);
 
-void fill_members(json &object, const texts &arguments) {
+void fill_members(json &object, const Texts &arguments) {
     json filled = json::object();
     for (auto &[name, value] : object.items()) {
         const size_t number = argument_number(name);
@@ -28,7 +28,7 @@ void fill_members(json &object, const texts &arguments) {
     object = filled;
 }
 
-void fill_elements(json &array, const texts &arguments) {
+void fill_elements(json &array, const Texts &arguments) {
     json filled = json::array();
     for (json &value : array) {
         if (fill(value, arguments)) filled.push_back(value);
@@ -36,7 +36,7 @@ void fill_elements(json &array, const texts &arguments) {
     array = filled;
 }
 
-bool fill(json &value, const texts &arguments) {
+bool fill(json &value, const Texts &arguments) {
     if (value.is_object()) fill_members(value, arguments);
     if (value.is_array()) fill_elements(value, arguments);
     if (!value.is_string()) return true;
@@ -56,7 +56,7 @@ bool fill(json &value, const texts &arguments) {
 
 }  // namespace
 
-std::string fill_path(const char *path, const texts &arguments) {
+std::string fill_path(const char *path, const Texts &arguments) {
     std::string filled = path;
     for (size_t number = 1; number <= arguments.size() && number <= 9; ++number) {
         const size_t place = filled.find(std::string{'$', static_cast<char>('0' + number)});
@@ -66,7 +66,7 @@ std::string fill_path(const char *path, const texts &arguments) {
     return filled.find('$') == std::string::npos ? filled : filled.substr(0, filled.find('?'));
 }
 
-json fill_body(const char *body, const texts &arguments) {
+json fill_body(const char *body, const Texts &arguments) {
     if (*body == '\0') return nullptr;
     json filled = json::parse(body);
     fill(filled, arguments);

@@ -18,9 +18,9 @@ constexpr double kMinimalSpeed = 0.01;
 constexpr double kMaximalSpeed = 10000;
 constexpr std::int64_t kLongest = 4 * kSecond * kSecond;  // still fits twice, some 127 years
 
-struct bent_time {
+struct BentTime {
     double speed;
-    bend_file *shared;         // null without BEND_FILE
+    BendFile *shared;          // null without BEND_FILE
     std::int64_t origin;       // real monotonic reading where the bent time began
     std::int64_t wall_origin;  // real wall clock at that moment
     std::int64_t boot_origin;  // real boot clock at that moment
@@ -33,7 +33,7 @@ double speed_asked_for() {
 }
 
 // The first process that uses the file sets the origin; one from an earlier boot of the host is of no use.
-std::int64_t shared_origin(bend_file *shared, std::int64_t start) {
+std::int64_t shared_origin(BendFile *shared, std::int64_t start) {
     std::int64_t origin = __atomic_load_n(&shared->origin_ns, __ATOMIC_ACQUIRE);
     while (origin == 0 || origin > start) {
         if (__atomic_compare_exchange_n(&shared->origin_ns, &origin, start, false, __ATOMIC_ACQ_REL,
@@ -44,8 +44,8 @@ std::int64_t shared_origin(bend_file *shared, std::int64_t start) {
     return origin;
 }
 
-bent_time begin() {
-    bent_time time{};
+BentTime begin() {
+    BentTime time{};
     time.speed = speed_asked_for();
     const char *path = std::getenv("BEND_FILE");
     time.shared = path != nullptr && *path != '\0' ? map_bend_file(path) : nullptr;
@@ -56,8 +56,8 @@ bent_time begin() {
     return time;
 }
 
-const bent_time &current() {
-    static const bent_time time = begin();
+const BentTime &current() {
+    static const BentTime time = begin();
     return time;
 }
 
@@ -71,21 +71,21 @@ bool is_wall(clockid_t clock) {
 }
 
 // What `clock` read, or would have read without any step since, where the bent time began.
-moment reading_at_origin(clockid_t clock) {
-    const bent_time &time = current();
+Moment reading_at_origin(clockid_t clock) {
+    const BentTime &time = current();
     if (clock == CLOCK_BOOTTIME) return later({}, time.boot_origin);
     if (!is_wall(clock)) return later({}, time.origin);
     const std::int64_t offset =
         time.shared != nullptr ? __atomic_load_n(&time.shared->wall_offset_us, __ATOMIC_RELAXED) : 0;
-    const moment stepped =
+    const Moment stepped =
         later({offset / kMicrosecondsPerSecond, 0}, offset % kMicrosecondsPerSecond * kMicrosecond);
     return later(stepped, time.wall_origin);
 }
 
 }  // namespace
 
-moment later(const moment &start, std::int64_t nanoseconds) {
-    moment result{start.seconds + nanoseconds / kSecond, start.nanoseconds + nanoseconds % kSecond};
+Moment later(const Moment &start, std::int64_t nanoseconds) {
+    Moment result{start.seconds + nanoseconds / kSecond, start.nanoseconds + nanoseconds % kSecond};
     if (result.nanoseconds < 0) {
         result.seconds--;
         result.nanoseconds += kSecond;
@@ -120,12 +120,12 @@ bool is_bent(clockid_t clock) {
            clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_BOOTTIME;
 }
 
-moment now(clockid_t clock) {
+Moment now(clockid_t clock) {
     return later(reading_at_origin(clock), to_bent(real_now(CLOCK_MONOTONIC) - current().origin));
 }
 
-std::int64_t left_until(clockid_t clock, const moment &deadline) {
-    const moment reading = now(clock);
+std::int64_t left_until(clockid_t clock, const Moment &deadline) {
+    const Moment reading = now(clock);
     std::int64_t seconds = 0;
     if (__builtin_sub_overflow(deadline.seconds, reading.seconds, &seconds))
         return deadline.seconds > 0 ? kLongest : -kLongest;
@@ -144,7 +144,7 @@ std::int64_t to_bent(std::int64_t real_length) {
         std::clamp(static_cast<double>(real_length) * current().speed, -kMost, kMost));
 }
 
-std::int64_t real_wait(clockid_t clock, const moment &deadline) {
+std::int64_t real_wait(clockid_t clock, const Moment &deadline) {
     const std::int64_t left = left_until(clock, deadline);
     if (left <= 0) return 0;
     const std::int64_t wait = to_real(left) + 1;

@@ -17,13 +17,13 @@ constexpr std::int64_t kMillisecond = 1'000'000;
 constexpr std::int64_t kMicrosecond = 1'000;
 
 // A reading of a clock or a deadline on it.
-struct moment {
+struct Moment {
     std::int64_t seconds;      // since the clock's zero, negative before it
     std::int64_t nanoseconds;  // beyond them, 0 to 999,999,999 on either side of zero
 };
 
 // `start` plus so many nanoseconds, which may be negative.
-moment later(const moment &start, std::int64_t nanoseconds);
+Moment later(const Moment &start, std::int64_t nanoseconds);
 
 // The length of so many seconds and nanoseconds; what is longer than some 127 years is those.
 std::int64_t to_length(std::int64_t seconds, std::int64_t nanoseconds);
@@ -38,10 +38,10 @@ std::int64_t real_now(clockid_t clock);
 bool is_bent(clockid_t clock);
 
 // Reading of a bent clock.
-moment now(clockid_t clock);
+Moment now(clockid_t clock);
 
 // Bent length until the bent `clock` reads `deadline`, negative when that is past.
-std::int64_t left_until(clockid_t clock, const moment &deadline);
+std::int64_t left_until(clockid_t clock, const Moment &deadline);
 
 // The real length of a bent length, rounded up; zero and less stay as they are.
 std::int64_t to_real(std::int64_t bent_length);
@@ -51,14 +51,14 @@ std::int64_t to_bent(std::int64_t real_length);
 
 // Real time left until the bent `clock` reads `deadline`, 0 when it has passed; at most kStepCheck for the
 // wall clock.
-std::int64_t real_wait(clockid_t clock, const moment &deadline);
+std::int64_t real_wait(clockid_t clock, const Moment &deadline);
 
 // The function of that name behind this library: the sanitizer's where there is one, else libc's. Looked up
 // at the first use, so that other libraries' constructors find it too.
 template <typename Function>
-class next_function {
+class NextFunction {
   public:
-    explicit constexpr next_function(const char *name) : name_(name) {}
+    explicit constexpr NextFunction(const char *name) : name_(name) {}
 
     Function *get() {
         Function *found = found_.load(std::memory_order_relaxed);

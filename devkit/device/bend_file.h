@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-struct bend_file {
+struct BendFile {
     std::int64_t
         wall_offset_us;  // added to the wall clock; microseconds reach 292,000 years, nanoseconds 292
     std::int64_t
@@ -19,17 +19,17 @@ struct bend_file {
 
 // Maps the file, creating or lengthening it as needed, for the life of the process. Null on failure, errno
 // set.
-inline bend_file *map_bend_file(const char *path) {
+inline BendFile *map_bend_file(const char *path) {
     const int file = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
     if (file < 0) return nullptr;
     struct stat status {};
     void *map = MAP_FAILED;
     const bool long_enough =
         fstat(file, &status) == 0 &&
-        (status.st_size >= static_cast<off_t>(sizeof(bend_file)) || ftruncate(file, sizeof(bend_file)) == 0);
-    if (long_enough) map = mmap(nullptr, sizeof(bend_file), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        (status.st_size >= static_cast<off_t>(sizeof(BendFile)) || ftruncate(file, sizeof(BendFile)) == 0);
+    if (long_enough) map = mmap(nullptr, sizeof(BendFile), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     close(file);
-    return map == MAP_FAILED ? nullptr : static_cast<bend_file *>(map);
+    return map == MAP_FAILED ? nullptr : static_cast<BendFile *>(map);
 }
 
 #endif

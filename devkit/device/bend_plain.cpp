@@ -21,14 +21,14 @@ static_assert(sizeof(time_t) == sizeof(long), "the functions called here have th
 namespace {
 
 template <typename Function>
-using next = bend::next_function<Function>;
+using Next = bend::NextFunction<Function>;
 
-constinit next<decltype(nanosleep)> next_nanosleep{"nanosleep"};
-constinit next<decltype(ppoll)> next_ppoll{"ppoll"};
-constinit next<decltype(epoll_pwait)> next_epoll_pwait{"epoll_pwait"};
-constinit next<decltype(setitimer)> next_setitimer{"setitimer"};
-constinit next<decltype(pthread_cond_signal)> next_signal{"pthread_cond_signal"};
-constinit next<decltype(pthread_cond_broadcast)> next_broadcast{"pthread_cond_broadcast"};
+constinit Next<decltype(nanosleep)> next_nanosleep{"nanosleep"};
+constinit Next<decltype(ppoll)> next_ppoll{"ppoll"};
+constinit Next<decltype(epoll_pwait)> next_epoll_pwait{"epoll_pwait"};
+constinit Next<decltype(setitimer)> next_setitimer{"setitimer"};
+constinit Next<decltype(pthread_cond_signal)> next_signal{"pthread_cond_signal"};
+constinit Next<decltype(pthread_cond_broadcast)> next_broadcast{"pthread_cond_broadcast"};
 
 timespec to_timespec(std::int64_t time) {
     return {static_cast<time_t>(time / bend::kSecond), static_cast<long>(time % bend::kSecond)};

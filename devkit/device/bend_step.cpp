@@ -31,7 +31,7 @@ int main(int count, char **arguments) {
     if (!show && (end == argument || *end != '\0' || !(std::fabs(seconds) <= kLongestStep))) return usage();
     const char *path = std::getenv("BEND_FILE");
     if (path == nullptr) return usage();
-    bend_file *file = map_bend_file(path);
+    BendFile *file = map_bend_file(path);
     if (file == nullptr) {
         std::perror(path);
         return 1;

@@ -30,22 +30,22 @@ static_assert(sizeof(time_t) == sizeof(long));
 namespace {
 
 template <typename Function>
-using next = bend::next_function<Function>;
+using Next = bend::NextFunction<Function>;
 
-constinit next<decltype(clock_nanosleep)> next_clock_nanosleep{
+constinit Next<decltype(clock_nanosleep)> next_clock_nanosleep{
     NAME("clock_nanosleep", "__clock_nanosleep_time64")};
-constinit next<decltype(nanosleep)> next_nanosleep{NAME("nanosleep", "__nanosleep64")};
-constinit next<decltype(pthread_cond_clockwait)> next_cond_wait{
+constinit Next<decltype(nanosleep)> next_nanosleep{NAME("nanosleep", "__nanosleep64")};
+constinit Next<decltype(pthread_cond_clockwait)> next_cond_wait{
     NAME("pthread_cond_clockwait", "__pthread_cond_clockwait64")};
-constinit next<decltype(sem_timedwait)> next_sem_wait{NAME("sem_timedwait", "__sem_timedwait64")};
-constinit next<decltype(pthread_mutex_timedlock)> next_lock{
+constinit Next<decltype(sem_timedwait)> next_sem_wait{NAME("sem_timedwait", "__sem_timedwait64")};
+constinit Next<decltype(pthread_mutex_timedlock)> next_lock{
     NAME("pthread_mutex_timedlock", "__pthread_mutex_timedlock64")};
-constinit next<decltype(ppoll)> next_ppoll{NAME("ppoll", "__ppoll64")};
-constinit next<decltype(select)> next_select{NAME("select", "__select64")};
-constinit next<decltype(pselect)> next_pselect{NAME("pselect", "__pselect64")};
-constinit next<decltype(setitimer)> next_setitimer{NAME("setitimer", "__setitimer64")};
-constinit next<decltype(getitimer)> next_getitimer{NAME("getitimer", "__getitimer64")};
-constinit next<decltype(setsockopt)> next_setsockopt{NAME("setsockopt", "__setsockopt64")};
+constinit Next<decltype(ppoll)> next_ppoll{NAME("ppoll", "__ppoll64")};
+constinit Next<decltype(select)> next_select{NAME("select", "__select64")};
+constinit Next<decltype(pselect)> next_pselect{NAME("pselect", "__pselect64")};
+constinit Next<decltype(setitimer)> next_setitimer{NAME("setitimer", "__setitimer64")};
+constinit Next<decltype(getitimer)> next_getitimer{NAME("getitimer", "__getitimer64")};
+constinit Next<decltype(setsockopt)> next_setsockopt{NAME("setsockopt", "__setsockopt64")};
 
 std::int64_t nanoseconds(const timespec &length) {
     return bend::to_length(length.tv_sec, length.tv_nsec);
@@ -62,7 +62,7 @@ timespec to_timespec(std::int64_t time) {
     return result;
 }
 
-timespec to_timespec(const bend::moment &time) {
+timespec to_timespec(const bend::Moment &time) {
     timespec result{};
     result.tv_sec = static_cast<decltype(result.tv_sec)>(time.seconds);
     result.tv_nsec = static_cast<decltype(result.tv_nsec)>(time.nanoseconds);
@@ -89,7 +89,7 @@ bool is_valid(const timespec &time) {
 // `deadline` or `wait` gives something else than "timed out". The wall clock may be stepped meanwhile.
 template <typename Wait>
 int wait_until(clockid_t clock, const timespec &deadline, clockid_t real_clock, Wait wait) {
-    const bend::moment end{deadline.tv_sec, deadline.tv_nsec};
+    const bend::Moment end{deadline.tv_sec, deadline.tv_nsec};
     for (;;) {
         const timespec slice = to_timespec(bend::real_now(real_clock) + bend::real_wait(clock, end));
         const int result = wait(slice);
@@ -151,7 +151,7 @@ itimerval scaled_back(const itimerval &real) {
 }
 
 // A TCP option that holds a time, in its own unit (nanoseconds), and the shortest real time it is given.
-struct tcp_time {
+struct TcpTime {
     int option;
     std::int64_t unit;
     std::int64_t least;
@@ -159,12 +159,12 @@ struct tcp_time {
 
 // The kernel looks at the user time-out when it retransmits, 200 ms after the first sending at the earliest.
 // With less than that an acknowledgement that a busy machine delays once would end the connection.
-constexpr tcp_time kTcpTimes[] = {{TCP_KEEPIDLE, bend::kSecond, 1},
-                                  {TCP_KEEPINTVL, bend::kSecond, 1},
-                                  {TCP_USER_TIMEOUT, bend::kMillisecond, 200}};
+constexpr TcpTime kTcpTimes[] = {{TCP_KEEPIDLE, bend::kSecond, 1},
+                                 {TCP_KEEPINTVL, bend::kSecond, 1},
+                                 {TCP_USER_TIMEOUT, bend::kMillisecond, 200}};
 
 // Zero (the system's default) and what the kernel refuses stay as they are.
-int to_real_tcp_time(const tcp_time &time, int bent) {
+int to_real_tcp_time(const TcpTime &time, int bent) {
     if (bent <= 0) return bent;
     const std::int64_t real = (bend::to_real(bent * time.unit) + time.unit - 1) / time.unit;
     return static_cast<int>(std::clamp<std::int64_t>(real, time.least, INT_MAX));
@@ -193,7 +193,7 @@ time_t time(time_t *reading) noexcept {
 }
 
 int gettimeofday(timeval *reading, void *zone) noexcept {
-    const bend::moment time = bend::now(CLOCK_REALTIME);
+    const bend::Moment time = bend::now(CLOCK_REALTIME);
     reading->tv_sec = static_cast<decltype(reading->tv_sec)>(time.seconds);
     reading->tv_usec = static_cast<decltype(reading->tv_usec)>(time.nanoseconds / bend::kMicrosecond);
     if (zone != nullptr) std::memset(zone, 0, sizeof(struct timezone));
@@ -295,7 +295,7 @@ int setsockopt(int handle, int level, int option, const void *value, socklen_t l
         const timeval real = to_real_timeval(bent);
         return next_setsockopt.get()(handle, level, option, &real, sizeof real);
     }
-    const tcp_time *time = std::find_if(std::begin(kTcpTimes), std::end(kTcpTimes), [&](const tcp_time &row) {
+    const TcpTime *time = std::find_if(std::begin(kTcpTimes), std::end(kTcpTimes), [&](const TcpTime &row) {
         return level == IPPROTO_TCP && row.option == option;
     });
     if (time != std::end(kTcpTimes) && length == sizeof(int)) {

@@ -31,8 +31,8 @@ constexpr int kCannotStartCommand = 127;
 constexpr int kKilled = 128 + SIGKILL;
 constexpr timespec kGrace = {2, 0};  // between handing a signal to the command and killing the view
 
-struct view_options {
-    file_options files;
+struct ViewOptions {
+    FileOptions files;
     bool private_network = true;
     bool keep = false;
     std::string pid_file;
@@ -49,8 +49,8 @@ std::string next_value(char **&argument) {
     return *argument++;
 }
 
-view_options parse(char **argument) {
-    view_options options;
+ViewOptions parse(char **argument) {
+    ViewOptions options;
     while (*argument != nullptr && std::strcmp(*argument, "--") != 0) {
         const std::string name = *argument;
         if (name == "--keep") {
@@ -77,7 +77,7 @@ view_options parse(char **argument) {
     return options;
 }
 
-void add_defaults(view_options &options) {
+void add_defaults(ViewOptions &options) {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
     options.files.kept_folders.insert(options.files.kept_folders.end(), {VIEW_SOURCE_DIR, VIEW_BUILD_DIR});
     options.files.tools_folder = VIEW_TOOLS_DIR;
@@ -144,7 +144,7 @@ int exit_code(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-[[noreturn]] void run_command(const view_options &options, const sigset_t &mask) {
+[[noreturn]] void run_command(const ViewOptions &options, const sigset_t &mask) {
     sigprocmask(SIG_SETMASK, &mask, nullptr);
     personality(ADDR_NO_RANDOMIZE);
     setenv("PWD", "/tmp", 1);
@@ -197,9 +197,9 @@ void wait_for_stop() {
     }
 }
 
-// Process 1. `launcher` is the reading end of a pipe that only the launcher can write: a byte comes when it has done its
-// part; it hangs up when that dies.
-int run_view(const view_options &options, const sigset_t &mask, int launcher) {
+// Process 1. `launcher` is the reading end of a pipe that only the launcher can write: a byte comes when it
+// has done its part; it hangs up when that dies.
+int run_view(const ViewOptions &options, const sigset_t &mask, int launcher) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     // A new user namespace has cleared this; without it nobody could look into the view by /proc/PID/root.
     prctl(PR_SET_DUMPABLE, 1);
@@ -227,7 +227,7 @@ int watch_view(pid_t view) {
     }
 }
 
-int launch(view_options options) {
+int launch(ViewOptions options) {
     add_defaults(options);
     sigset_t mask;
     const sigset_t signals = stop_signals();

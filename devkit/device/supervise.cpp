@@ -25,14 +25,14 @@ constexpr int kStopMilliseconds = 2000;  // that the agent is given to end after
 constexpr int kUsage = 2;
 constexpr int kCannotStart = 127;
 
-struct supervisor {
+struct Supervisor {
     bool respawn = false;
     char **command = nullptr;
     int log = -1;      // descriptor of the agent log, -1 without one
     int signals = -1;  // SIGCHLD, SIGTERM and SIGINT arrive here
 };
 
-struct agent {
+struct Agent {
     pid_t pid = -1;
     int output = -1;                // reading end of its standard output and standard error
     std::streamoff first_call = 0;  // where the tools' calls of its time begin: pids come back
@@ -48,12 +48,12 @@ void write_all(int file, const char *data, size_t length) {
     }
 }
 
-void print(const supervisor &own, const char *data, size_t length) {
+void print(const Supervisor &own, const char *data, size_t length) {
     write_all(STDOUT_FILENO, data, length);
     if (own.log >= 0) write_all(own.log, data, length);
 }
 
-void report(const supervisor &own, const std::string &text) {
+void report(const Supervisor &own, const std::string &text) {
     const std::string line = "supervise: " + text + "\n";
     print(own, line.data(), line.size());
 }
@@ -83,7 +83,7 @@ std::streamoff size_of_calls() {
 }
 
 // The reboot tool takes the place of the agent and succeeds, or kills it.
-bool ended_by_reboot(const agent &ended, int status) {
+bool ended_by_reboot(const Agent &ended, int status) {
     const bool replaced = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     const bool killed = WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
     const std::string tool = "{\"tool\":\"qmx_reboot\"",
@@ -98,7 +98,7 @@ bool ended_by_reboot(const agent &ended, int status) {
     return false;
 }
 
-[[noreturn]] void become_agent(const supervisor &own, int output) {
+[[noreturn]] void become_agent(const Supervisor &own, int output) {
     setpgid(0, 0);
     write_number(kPidFile, getpid());
     // As from init, whatever we inherited: nothing is ignored, nothing blocked.
@@ -114,9 +114,9 @@ bool ended_by_reboot(const agent &ended, int status) {
     _exit(kCannotStart);
 }
 
-agent start_agent(const supervisor &own) {
+Agent start_agent(const Supervisor &own) {
     int ends[2];
-    agent started;
+    Agent started;
     started.first_call = size_of_calls();
     if (pipe2(ends, O_CLOEXEC) != 0 || (started.pid = fork()) < 0) {
         std::perror("supervise: cannot start the agent");
@@ -131,7 +131,7 @@ agent start_agent(const supervisor &own) {
 }
 
 // Copies what there is. False at the end of the output.
-bool copy_output(const supervisor &own, int output) {
+bool copy_output(const Supervisor &own, int output) {
     char piece[4096];
     for (;;) {
         const ssize_t length = read(output, piece, sizeof piece);
@@ -143,7 +143,7 @@ bool copy_output(const supervisor &own, int output) {
 
 // Copies the agent's output until it ends; true with its wait status. False when `stop` was asked for
 // meanwhile.
-bool watch_agent(const supervisor &own, agent &running, int &status) {
+bool watch_agent(const Supervisor &own, Agent &running, int &status) {
     pollfd files[] = {{own.signals, POLLIN, 0}, {running.output, POLLIN, 0}};
     for (;;) {
         poll(files, 2, -1);
@@ -160,7 +160,7 @@ bool watch_agent(const supervisor &own, agent &running, int &status) {
     return true;
 }
 
-void stop_agent(const supervisor &own, const agent &running) {
+void stop_agent(const Supervisor &own, const Agent &running) {
     kill(-running.pid, SIGTERM);
     pollfd output = {running.output, POLLIN, 0};
     while (poll(&output, 1, kStopMilliseconds) > 0 && copy_output(own, running.output)) {
@@ -170,7 +170,7 @@ void stop_agent(const supervisor &own, const agent &running) {
 }
 
 // False when a signal to stop came before the time was over.
-bool wait_for_boot(const supervisor &own) {
+bool wait_for_boot(const Supervisor &own) {
     pollfd file = {own.signals, POLLIN, 0};
     signalfd_siginfo signal{};
     while (poll(&file, 1, kBootMilliseconds) > 0) {
@@ -186,9 +186,9 @@ std::string describe(int status) {
            ")";
 }
 
-int supervise(const supervisor &own) {
+int supervise(const Supervisor &own) {
     for (;;) {
-        agent running = start_agent(own);
+        Agent running = start_agent(own);
         int status = 0;
         if (!watch_agent(own, running, status)) {
             stop_agent(own, running);
@@ -207,7 +207,7 @@ int supervise(const supervisor &own) {
     }
 }
 
-bool parse(char **argument, supervisor &own) {
+bool parse(char **argument, Supervisor &own) {
     for (; *argument != nullptr && std::strcmp(*argument, "--") != 0; ++argument) {
         if (std::strcmp(*argument, "--respawn") == 0) {
             own.respawn = true;
@@ -226,7 +226,7 @@ bool parse(char **argument, supervisor &own) {
 }  // namespace
 
 int main(int, char **arguments) {
-    supervisor own;
+    Supervisor own;
     if (!parse(arguments + 1, own)) {
         std::fputs("usage: supervise [--agent-log FILE] [--respawn] -- agent-command...\n", stderr);
         return kUsage;

@@ -27,14 +27,14 @@ void mount_tmpfs(const std::string &target, const std::string &data) {
     mount_or_throw("tmpfs", target, "tmpfs", MS_NOSUID | MS_NODEV, data, "cannot mount a tmpfs on " + target);
 }
 
-struct kept_folder {
+struct KeptFolder {
     std::string path;
     int descriptor;
 };
 
 // A folder below /tmp can be found again under the new /tmp only by a descriptor taken before.
-std::vector<kept_folder> hold_folders(const std::vector<std::string> &paths) {
-    std::vector<kept_folder> held;
+std::vector<KeptFolder> hold_folders(const std::vector<std::string> &paths) {
+    std::vector<KeptFolder> held;
     for (const std::string &path : paths) {
         if (path.rfind("/tmp/", 0) != 0) continue;
         const int descriptor = open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -43,8 +43,8 @@ std::vector<kept_folder> hold_folders(const std::vector<std::string> &paths) {
     return held;
 }
 
-void bind_back(const std::vector<kept_folder> &held) {
-    for (const kept_folder &folder : held) {
+void bind_back(const std::vector<KeptFolder> &held) {
+    for (const KeptFolder &folder : held) {
         fs::create_directories(folder.path);
         mount_or_throw("/proc/self/fd/" + std::to_string(folder.descriptor), folder.path, nullptr,
                        MS_BIND | MS_REC, "", "cannot keep " + folder.path);
@@ -52,7 +52,7 @@ void bind_back(const std::vector<kept_folder> &held) {
     }
 }
 
-void mount_tools(const file_options &options) {
+void mount_tools(const FileOptions &options) {
     const fs::path overlay = fs::path(kState) / "overlay";
     const fs::path upper = overlay / "upper";
     fs::create_directories(upper);
@@ -80,9 +80,9 @@ void mount_proc() {
 
 }  // namespace
 
-void mount_view(const file_options &options) {
+void mount_view(const FileOptions &options) {
     mount_or_throw("none", "/", nullptr, MS_REC | MS_PRIVATE, "", "cannot make the mounts private");
-    const std::vector<kept_folder> held = hold_folders(options.kept_folders);
+    const std::vector<KeptFolder> held = hold_folders(options.kept_folders);
     mount_tmpfs("/tmp", "mode=1777");
     bind_back(held);
     fs::create_directories("/tmp/working");

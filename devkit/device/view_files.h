@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-struct file_options {
+struct FileOptions {
     long sd_megabytes = 512;
     std::vector<std::string> kept_folders;  // absolute; those under /tmp stay reachable at their path
     std::string tools_folder;               // each file in it becomes a file of /usr/bin
@@ -16,6 +16,6 @@ struct file_options {
 };
 
 // Builds the view. To be called by process 1 of a new PID namespace, inside a new mount namespace.
-void mount_view(const file_options &options);
+void mount_view(const FileOptions &options);
 
 #endif

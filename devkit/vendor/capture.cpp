@@ -16,19 +16,19 @@
 namespace desk {
 namespace {
 
-constexpr const char *profiles[] = {"RTP_H264_WQVGA", "RTP_H264_WVGA", "RTP_H264_HD"};
-constexpr int most_failures = 3;               // encoders in a row that end before their first frame
-constexpr int64_t ask_again_ns = 300'000'000;  // pause between two looks at the camera's stream
+constexpr const char *kProfiles[] = {"RTP_H264_WQVGA", "RTP_H264_WVGA", "RTP_H264_HD"};
+constexpr int kMostFailures = 3;              // encoders in a row that end before their first frame
+constexpr int64_t kAskAgainNs = 300'000'000;  // pause between two looks at the camera's stream
 
-struct capture {
+struct Capture {
     std::mutex lock;  // guards all but `delivery`
     std::condition_variable changed;
-    frame_sink sink = nullptr;
+    FrameSink sink = nullptr;
     bool started = false, stalled = false, threads_up = false;
     int init_result = 0, start_result = 0, start_count = 0, stop_count = 0, encoder_starts = 0;
     pid_t encoder_pid = 0;
-    std::string profile = profiles[0], source = "none";
-    frame_plan live{.pace = frame_pace::real};
+    std::string profile = kProfiles[0], source = "none";
+    FramePlan live{.pace = FramePace::real};
     uint64_t video = 0, audio = 0, other = 0;  // delivered
 
     std::mutex delivery;  // held while the sink runs
@@ -36,8 +36,8 @@ struct capture {
 };
 
 // Made at the first use, never destroyed: its threads outlive main.
-capture &state() {
-    static capture &made = *new capture;
+Capture &state() {
+    static Capture &made = *new Capture;
     return made;
 }
 
@@ -72,7 +72,7 @@ bool pass_live_frame(captured_frame &frame) {
 }
 
 void run_synthetic() {
-    frame_plan plan = live_plan();
+    FramePlan plan = live_plan();
     plan.timestamp = static_cast<uint32_t>(real_now_ns() / 1000);
     set_source("synthetic", 0);
     make_frames(plan, 0, pass_live_frame);
@@ -95,11 +95,11 @@ bool run_encoder(const char *path) {
         const std::lock_guard guard(state().lock);
         profile = state().profile;
     }
-    encoder_process encoder(path, profile);
+    EncoderProcess encoder(path, profile);
     if (!encoder.running()) return false;
     set_source("encoder", encoder.pid());
     bool made_some = false;
-    encoder_frame_header header{};
+    EncoderFrameHeader header{};
     std::vector<uint8_t> data;
     while (still_wanted(profile)) {
         pollfd ready[] = {{encoder.descriptor(), POLLIN, 0}, {state().wake, POLLIN, 0}};
@@ -116,22 +116,22 @@ bool run_encoder(const char *path) {
 
 void deliver_for_ever() {
     const char *path = getenv("DESK_ENCODER");
-    int failures = path == nullptr || *path == '\0' ? most_failures : 0;
+    int failures = path == nullptr || *path == '\0' ? kMostFailures : 0;
     for (;;) {
         wait_until_started();
-        if (failures >= most_failures) {
+        if (failures >= kMostFailures) {
             run_synthetic();
         } else if (run_encoder(path)) {
             failures = 0;
-        } else if (++failures == most_failures) {
+        } else if (++failures == kMostFailures) {
             fprintf(stderr, "ef: %s makes no frames, going on with synthetic ones\n", path);
         }
     }
 }
 
 void set_profile(const std::string &profile) {
-    if (std::find(std::begin(profiles), std::end(profiles), profile) == std::end(profiles)) {
-        throw bad_request{"no such profile: " + profile};
+    if (std::find(std::begin(kProfiles), std::end(kProfiles), profile) == std::end(kProfiles)) {
+        throw BadRequest{"no such profile: " + profile};
     }
     {
         const std::lock_guard guard(state().lock);
@@ -151,11 +151,11 @@ void follow_camera(int port) {
             seen = name;
             try {
                 set_profile(seen);
-            } catch (const bad_request &problem) {
+            } catch (const BadRequest &problem) {
                 fprintf(stderr, "ef: %s\n", problem.text.c_str());
             }
         }
-        real_sleep_until_ns(real_now_ns() + ask_again_ns);
+        real_sleep_until_ns(real_now_ns() + kAskAgainNs);
     }
 }
 
@@ -172,7 +172,7 @@ void bring_threads_up() {
 
 }  // namespace
 
-int initialise_capture(frame_sink sink) {
+int initialise_capture(FrameSink sink) {
     const std::lock_guard guard(state().lock);
     if (state().init_result == 0) state().sink = sink;
     return state().init_result;
@@ -203,7 +203,7 @@ int stop_capture() {
 
 bool deliver_frame(captured_frame &frame) {
     const std::lock_guard one_at_a_time(state().delivery);
-    frame_sink sink;
+    FrameSink sink;
     {
         const std::lock_guard guard(state().lock);
         sink = state().sink;
@@ -225,7 +225,7 @@ void change_capture(const json &order) {
 
 json capture_state() {
     const std::lock_guard guard(state().lock);
-    const capture &now = state();
+    const Capture &now = state();
     return {{"initialised", now.sink != nullptr},
             {"started", now.started},
             {"start_count", now.start_count},
@@ -240,7 +240,7 @@ json capture_state() {
             {"delivered", {{"video", now.video}, {"audio", now.audio}, {"other", now.other}}}};
 }
 
-frame_plan live_plan() {
+FramePlan live_plan() {
     const std::lock_guard guard(state().lock);
     return state().live;
 }

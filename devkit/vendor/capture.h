@@ -8,10 +8,10 @@
 
 namespace desk {
 
-using frame_sink = void (*)(captured_frame *frame);
+using FrameSink = void (*)(captured_frame *frame);
 
 // The library's entries; results as ordered (0 at first).
-int initialise_capture(frame_sink sink);
+int initialise_capture(FrameSink sink);
 int start_capture();
 int stop_capture();
 
@@ -22,6 +22,6 @@ bool deliver_frame(captured_frame &frame);
 void change_capture(const json &order);
 json capture_state();
 // What synthetic frames look like unless an order says otherwise.
-frame_plan live_plan();
+FramePlan live_plan();
 
 }  // namespace desk

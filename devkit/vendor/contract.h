@@ -70,20 +70,20 @@ static_assert(sizeof(snapshot_record) == 36 && offsetof(snapshot_record, data) =
 static_assert(sizeof(captured_frame) == 24 && offsetof(captured_frame, length) == 20);
 #endif
 
-using any_function = void (*)();  // cast to its own signature when it is called
+using AnyFunction = void (*)();  // cast to its own signature when it is called
 
-constexpr int audio_slot = 0, video_slot = 7, alarm_slot = 14, table_slots = 16;
+constexpr int kAudioSlot = 0, kVideoSlot = 7, kAlarmSlot = 14, kTableSlots = 16;
 struct mipc_api_table {
-    any_function slot[table_slots];
+    AnyFunction slot[kTableSlots];
 };
 
 // The nine handlers in the order of the table.
-constexpr int callback_count = 9;
+constexpr int kCallbackCount = 9;
 struct device_callbacks {
-    any_function handler[callback_count];
+    AnyFunction handler[kCallbackCount];
 };
 
 // How libvq_ipca.so passes a request of its JSON interface to the two other libraries, which it finds by
 // these names when they are loaded: answers the HTTP status and, in *reply, a JSON text that the caller
 // frees.
-using desk_request_function = int (*)(const char *method, const char *target, const char *body, char **reply);
+using DeskRequestFunction = int (*)(const char *method, const char *target, const char *body, char **reply);

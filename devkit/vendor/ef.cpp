@@ -10,27 +10,27 @@
 #include "threads.h"
 
 using desk::json;
-using desk::json_reply;
-using desk::json_request;
+using desk::JsonReply;
+using desk::JsonRequest;
 
 namespace {
 
 std::atomic<int (*)(int)> error_callback{nullptr};
 
-json_reply get_capture() {
+JsonReply get_capture() {
     json capture = desk::capture_state();
     capture["error_callback"] = error_callback.load() != nullptr;
     return {200, capture};
 }
 
-json_reply put_capture(const json &order) {
+JsonReply put_capture(const json &order) {
     desk::change_capture(order);
     return {};
 }
 
 // Each frame in a block of exactly its size that ends with the call: a sink that reads on, or later, is found
 // out.
-json_reply post_frame(const json &order) {
+JsonReply post_frame(const json &order) {
     const std::string data = desk::from_base64(order.value("data_base64", ""));
     uint32_t timestamp = order.value("timestamp", 0U);
     const int count = order.value("count", 1);
@@ -40,36 +40,36 @@ json_reply post_frame(const json &order) {
         captured_frame frame{
             bytes.get(), order.value("field2", 0),          order.value("field3", 0), order.value("kind", 1),
             timestamp,   static_cast<uint32_t>(data.size())};
-        if (!desk::deliver_frame(frame)) throw desk::bad_request{"capture is not initialised"};
+        if (!desk::deliver_frame(frame)) throw desk::BadRequest{"capture is not initialised"};
     }
     return {};
 }
 
-json_reply post_synthetic(const json &order) {
-    desk::frame_plan plan = desk::live_plan();
-    plan.pace = desk::frame_pace::fast;
+JsonReply post_synthetic(const json &order) {
+    desk::FramePlan plan = desk::live_plan();
+    plan.pace = desk::FramePace::fast;
     desk::change_plan(plan, order);
     const uint64_t count = order.value("count", uint64_t{1});
-    if (count == 0 || plan.video_fps == 0) throw desk::bad_request{"count is at least 1 video frame"};
+    if (count == 0 || plan.video_fps == 0) throw desk::BadRequest{"count is at least 1 video frame"};
     if (order.value("async", false)) {
         desk::detached_thread([plan, count] { desk::make_frames(plan, count, desk::deliver_frame); });
         return {200, {{"started", 1}}};
     }
-    const desk::frame_counts made = desk::make_frames(plan, count, desk::deliver_frame);
-    if (made.video == 0) throw desk::bad_request{"capture is not initialised"};
+    const desk::FrameCounts made = desk::make_frames(plan, count, desk::deliver_frame);
+    if (made.video == 0) throw desk::BadRequest{"capture is not initialised"};
     return {200, {{"video", made.video}, {"audio", made.audio}}};
 }
 
-json_reply post_error(const json &order) {
+JsonReply post_error(const json &order) {
     const auto callback = error_callback.load();
-    if (callback == nullptr) throw desk::bad_request{"no error callback was set"};
+    if (callback == nullptr) throw desk::BadRequest{"no error callback was set"};
     const int code = order.at("code");
     int result = 0;
     desk::quiet_thread([&] { result = callback(code); }).join();
     return {200, {{"result", result}}};
 }
 
-json_reply answer(const json_request &request) {
+JsonReply answer(const JsonRequest &request) {
     const std::string what = request.method + " " + request.path;
     if (what == "GET /capture") return get_capture();
     if (what == "PUT /capture") return put_capture(request.body);

@@ -12,7 +12,7 @@
 namespace desk {
 namespace {
 
-constexpr uint32_t longest_frame = 16 * 1024 * 1024;
+constexpr uint32_t kLongestFrame = 16 * 1024 * 1024;
 
 // The environment without what is preloaded here: the encoder keeps the machine's time and may be of another
 // architecture.
@@ -63,7 +63,7 @@ bool read_all(int fd, void *to, size_t length) {
 
 }  // namespace
 
-encoder_process::encoder_process(const std::string &path, const std::string &profile) {
+EncoderProcess::EncoderProcess(const std::string &path, const std::string &profile) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return;
     pid_ = spawn_clean(path, profile, ends[1]);
@@ -71,7 +71,7 @@ encoder_process::encoder_process(const std::string &path, const std::string &pro
     out_ = ends[0];
 }
 
-encoder_process::~encoder_process() {
+EncoderProcess::~EncoderProcess() {
     if (out_ >= 0) close(out_);
     if (pid_ <= 0) return;
     kill(pid_, SIGKILL);
@@ -79,8 +79,8 @@ encoder_process::~encoder_process() {
     }
 }
 
-bool encoder_process::read_frame(encoder_frame_header &header, std::vector<uint8_t> &data) {
-    if (!read_all(out_, &header, sizeof header) || header.length > longest_frame) return false;
+bool EncoderProcess::read_frame(EncoderFrameHeader &header, std::vector<uint8_t> &data) {
+    if (!read_all(out_, &header, sizeof header) || header.length > kLongestFrame) return false;
     data.resize(header.length);
     return read_all(out_, data.data(), data.size());
 }

@@ -12,14 +12,14 @@
 
 namespace desk {
 
-class encoder_process {
+class EncoderProcess {
   public:
     // Starts `path` for a profile; running() tells whether it worked.
-    encoder_process(const std::string &path, const std::string &profile);
+    EncoderProcess(const std::string &path, const std::string &profile);
     // Ends the child and collects it.
-    ~encoder_process();
-    encoder_process(const encoder_process &) = delete;
-    encoder_process &operator=(const encoder_process &) = delete;
+    ~EncoderProcess();
+    EncoderProcess(const EncoderProcess &) = delete;
+    EncoderProcess &operator=(const EncoderProcess &) = delete;
 
     bool running() const {
         return pid_ > 0;
@@ -32,7 +32,7 @@ class encoder_process {
         return out_;
     }
     // Blocks until a whole frame is there; false at the child's end or when it writes nonsense.
-    bool read_frame(encoder_frame_header &header, std::vector<uint8_t> &data);
+    bool read_frame(EncoderFrameHeader &header, std::vector<uint8_t> &data);
 
   private:
     pid_t pid_ = -1;

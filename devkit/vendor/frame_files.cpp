@@ -7,22 +7,22 @@
 namespace desk {
 namespace {
 
-constexpr size_t most_waiting =
+constexpr size_t kMostWaiting =
     2048;  // frames; beyond it a slow disk drops frames rather than eat the memory
 
 FILE *open_or_refuse(const std::string &path) {
     FILE *file = path.empty() ? nullptr : fopen(path.c_str(), "wbe");
-    if (!path.empty() && file == nullptr) throw bad_request{"cannot write " + path};
+    if (!path.empty() && file == nullptr) throw BadRequest{"cannot write " + path};
     return file;
 }
 
 }  // namespace
 
-frame_files::frame_files(const std::string &h264_path, const std::string &aac_path)
+FrameFiles::FrameFiles(const std::string &h264_path, const std::string &aac_path)
     : h264_(open_or_refuse(h264_path)) {
     try {
         aac_ = open_or_refuse(aac_path);
-    } catch (const bad_request &) {
+    } catch (const BadRequest &) {
         if (h264_ != nullptr) fclose(h264_);
         throw;
     }
@@ -30,18 +30,18 @@ frame_files::frame_files(const std::string &h264_path, const std::string &aac_pa
     writer_ = quiet_thread([this] { write_all(); });
 }
 
-frame_files::~frame_files() {
+FrameFiles::~FrameFiles() {
     if (writer_.joinable()) finish();
 }
 
-void frame_files::take(const frame_data &frame) {
+void FrameFiles::take(const FrameData &frame) {
     if ((frame.video ? h264_ : aac_) == nullptr) {  // that kind is not saved
         free(frame.bytes);
         return;
     }
     const std::lock_guard guard(lock_);
     waiting_.push_back(frame);
-    if (waiting_.size() > most_waiting) {
+    if (waiting_.size() > kMostWaiting) {
         free(waiting_.front().bytes);
         waiting_.pop_front();
         dropped_++;
@@ -49,12 +49,12 @@ void frame_files::take(const frame_data &frame) {
     more_.notify_one();
 }
 
-void frame_files::write_all() {
+void FrameFiles::write_all() {
     std::unique_lock guard(lock_);
     for (;;) {
         more_.wait(guard, [this] { return ending_ || !waiting_.empty(); });
         if (waiting_.empty()) return;
-        const frame_data frame = waiting_.front();
+        const FrameData frame = waiting_.front();
         waiting_.pop_front();
         guard.unlock();
         write_one(frame);
@@ -63,7 +63,7 @@ void frame_files::write_all() {
     }
 }
 
-void frame_files::write_one(const frame_data &frame) {
+void FrameFiles::write_one(const FrameData &frame) {
     begun_ = begun_ || (frame.video && frame.key_frame);
     FILE *file = frame.video ? h264_ : aac_;
     if (!begun_) return;
@@ -73,7 +73,7 @@ void frame_files::write_one(const frame_data &frame) {
     if (frame.video && frame.key_frame) key_frames_++;
 }
 
-json frame_files::finish() {
+json FrameFiles::finish() {
     {
         const std::lock_guard guard(lock_);
         ending_ = true;

@@ -12,11 +12,11 @@
 namespace desk {
 namespace {
 
-constexpr int32_t untouched = 0x5a5a5a5a;
-constexpr size_t clip_size = 102400;
+constexpr int32_t kUntouched = 0x5a5a5a5a;
+constexpr size_t kClipSize = 102400;
 
 template <typename Function>
-Function as(any_function handler) {
+Function as(AnyFunction handler) {
     return reinterpret_cast<Function>(handler);
 }
 
@@ -31,9 +31,9 @@ int number(const json &call, size_t index, int otherwise = 0) {
 }
 
 // A text argument that lives as long as the call.
-struct c_text {
+struct CText {
     std::optional<std::string> text;
-    c_text(const json &call, size_t index) : text(text_argument(argument(call, index))) {}
+    CText(const json &call, size_t index) : text(text_argument(argument(call, index))) {}
     const char *get() const {
         return text ? text->c_str() : nullptr;
     }
@@ -43,10 +43,10 @@ struct c_text {
 };
 
 // Bytes in a block of exactly their size, so that a read beyond them is seen.
-struct exact_block {
+struct ExactBlock {
     std::unique_ptr<uint8_t[]> bytes;
     uint32_t length;
-    explicit exact_block(const std::string &from)
+    explicit ExactBlock(const std::string &from)
         : bytes(new uint8_t[from.size()]), length(static_cast<uint32_t>(from.size())) {
         std::copy(from.begin(), from.end(), bytes.get());
     }
@@ -56,8 +56,8 @@ json thread_result(void *result) {
     return {{"result", static_cast<int>(reinterpret_cast<intptr_t>(result))}};
 }
 
-json call_read(any_function handler, const json &call) {
-    const c_text name(call, 0);
+json call_read(AnyFunction handler, const json &call) {
+    const CText name(call, 0);
     char *value = nullptr;
     const bool wanted = argument(call, 1) != json(false);
     const int result = as<int (*)(const char *, char **)>(handler)(name.get(), wanted ? &value : nullptr);
@@ -66,35 +66,35 @@ json call_read(any_function handler, const json &call) {
     return out;
 }
 
-json call_write(any_function handler, const json &call) {
-    const c_text name(call, 0), value(call, 1);
+json call_write(AnyFunction handler, const json &call) {
+    const CText name(call, 0), value(call, 1);
     const int length = number(call, 2, value.length());
     return {
         {"result", as<int (*)(const char *, const char *, int)>(handler)(name.get(), value.get(), length)}};
 }
 
-json call_with_nothing(any_function handler, const json &) {
+json call_with_nothing(AnyFunction handler, const json &) {
     return {{"result", as<int (*)()>(handler)()}};
 }
 
-json call_with_int(any_function handler, const json &call) {
+json call_with_int(AnyFunction handler, const json &call) {
     return {{"result", as<int (*)(int)>(handler)(number(call, 0))}};
 }
 
-json call_with_ints(any_function handler, const json &call) {
+json call_with_ints(AnyFunction handler, const json &call) {
     return {{"result", as<int (*)(int, int)>(handler)(number(call, 0), number(call, 1))}};
 }
 
-json call_with_long(any_function handler, const json &call) {
+json call_with_long(AnyFunction handler, const json &call) {
     return {{"result", as<int (*)(long)>(handler)(number(call, 0))}};
 }
 
-json tell_int(any_function handler, const json &call) {
+json tell_int(AnyFunction handler, const json &call) {
     as<void (*)(int)>(handler)(number(call, 0));
     return json::object();
 }
 
-json call_play(any_function handler, const json &call) {
+json call_play(AnyFunction handler, const json &call) {
     const auto play = as<int (*)(talkback_frame *)>(handler);
     const json order = argument(call, 0);
     if (order.is_null()) return {{"result", play(nullptr)}};
@@ -104,7 +104,7 @@ json call_play(any_function handler, const json &call) {
         data =
             file.substr(std::min<size_t>(order.value("offset", 44), file.size()), order.value("length", 640));
     }
-    const exact_block payload(data);
+    const ExactBlock payload(data);
     talkback_frame frame{};
     frame.sequence = order.value("sequence", 1U);
     frame.length = payload.length;
@@ -127,12 +127,13 @@ json snapshot_json(const snapshot_record &record, const json &call) {
     return out;
 }
 
-json call_snapshot(any_function handler, const json &call) {
+json call_snapshot(AnyFunction handler, const json &call) {
     const auto take = as<int (*)(snapshot_record *, int)>(handler);
     if (call.value("null_record", false)) return {{"result", take(nullptr, number(call, 0))}};
     snapshot_record record{};
-    record.word0 = record.kind = record.word3 = record.word4 = record.word5 = record.capture_time = untouched;
-    record.byte8 = untouched & 0xff;
+    record.word0 = record.kind = record.word3 = record.word4 = record.word5 = record.capture_time =
+        kUntouched;
+    record.byte8 = kUntouched & 0xff;
     if (call.contains("buffer"))
         record.data = static_cast<uint8_t *>(malloc(call.at("buffer").get<size_t>()));
     const int result = take(&record, number(call, 0));
@@ -142,8 +143,8 @@ json call_snapshot(any_function handler, const json &call) {
     return out;
 }
 
-json call_read_conf(any_function handler, const json &call) {
-    const c_text key(call, 0), path(call, 1);
+json call_read_conf(AnyFunction handler, const json &call) {
+    const CText key(call, 0), path(call, 1);
     std::vector<char> out(4096, '\xff');
     const int result =
         as<int (*)(const char *, char *, const char *)>(handler)(key.get(), out.data(), path.get());
@@ -152,74 +153,74 @@ json call_read_conf(any_function handler, const json &call) {
     return {{"result", result}, {"value", written ? text_value(out.data()) : json()}};
 }
 
-json call_for_text(any_function handler, const json &) {
+json call_for_text(AnyFunction handler, const json &) {
     char *text = as<char *(*)()>(handler)();
     json out{{"value", text_value(text)}};
     free(text);
     return out;
 }
 
-json call_fill_buffer(any_function handler, const json &call) {
+json call_fill_buffer(AnyFunction handler, const json &call) {
     const int size = number(call, 0, 32);
     std::vector<char> buffer(static_cast<size_t>(std::max(size, 0)) + 1);
     const int result = as<int (*)(char *, int)>(handler)(buffer.data(), size);
     return {{"result", result}, {"value", text_value(buffer.data())}};
 }
 
-json call_sink(any_function handler, const json &call) {
+json call_sink(AnyFunction handler, const json &call) {
     const json order = argument(call, 0);
-    const exact_block data(from_base64(order.value("data_base64", "")));
+    const ExactBlock data(from_base64(order.value("data_base64", "")));
     captured_frame frame{data.bytes.get(), 0, 0, order.value("kind", 1), order.value("timestamp", 0U),
                          data.length};
     as<void (*)(captured_frame *)>(handler)(&frame);
     return json::object();
 }
 
-json call_with_address(any_function handler, const json &call) {
+json call_with_address(AnyFunction handler, const json &call) {
     int value = number(call, 0);
     return thread_result(as<void *(*)(void *)>(handler)(&value));
 }
 
-json call_with_number_in_pointer(any_function handler, const json &call) {
+json call_with_number_in_pointer(AnyFunction handler, const json &call) {
     return thread_result(as<void *(*)(void *)>(handler)(reinterpret_cast<void *>(intptr_t{number(call, 0)})));
 }
 
-json call_with_clip(any_function handler, const json &call) {
-    struct clip {
+json call_with_clip(AnyFunction handler, const json &call) {
+    struct Clip {
         char *data;
         int used;
     };
     const json order = argument(call, 0);
-    const std::string bytes = from_base64(order.value("data_base64", "")).substr(0, clip_size);
-    auto *holder = static_cast<clip *>(calloc(1, sizeof(clip)));
-    *holder = {static_cast<char *>(calloc(1, clip_size)),
+    const std::string bytes = from_base64(order.value("data_base64", "")).substr(0, kClipSize);
+    auto *holder = static_cast<Clip *>(calloc(1, sizeof(Clip)));
+    *holder = {static_cast<char *>(calloc(1, kClipSize)),
                order.value("used", static_cast<int>(bytes.size()))};
     std::copy(bytes.begin(), bytes.end(), holder->data);
     return thread_result(as<void *(*)(void *)>(handler)(holder));
 }
 
-using transfer_callback = size_t (*)(char *, size_t, size_t, void *);
+using TransferCallback = size_t (*)(char *, size_t, size_t, void *);
 
-json call_header_sink(any_function handler, const json &call) {
+json call_header_sink(AnyFunction handler, const json &call) {
     std::string line = text_argument(argument(call, 0)).value_or("");
     int status = 0;
-    const size_t result = as<transfer_callback>(handler)(line.data(), 1, line.size(), &status);
+    const size_t result = as<TransferCallback>(handler)(line.data(), 1, line.size(), &status);
     return {{"result", result}, {"status", status}};
 }
 
-json call_result_sink(any_function handler, const json &call) {
+json call_result_sink(AnyFunction handler, const json &call) {
     std::string chunk = text_argument(argument(call, 0)).value_or("");
     std::vector<char> buffer(129);
-    const size_t result = as<transfer_callback>(handler)(chunk.data(), 1, chunk.size(), buffer.data());
+    const size_t result = as<TransferCallback>(handler)(chunk.data(), 1, chunk.size(), buffer.data());
     return {{"result", result}, {"value", text_value(buffer.data())}};
 }
 
-json call_photo_sink(any_function handler, const json &call) {
+json call_photo_sink(AnyFunction handler, const json &call) {
     photo_buffer photo{};
     size_t result = 0;
     for (const json &piece : call.value("args", json::array())) {
         std::string chunk = text_argument(piece).value_or("");
-        result = as<transfer_callback>(handler)(chunk.data(), 1, chunk.size(), &photo);
+        result = as<TransferCallback>(handler)(chunk.data(), 1, chunk.size(), &photo);
     }
     json out{{"result", result}, {"count", photo.count}};
     out["data_base64"] = to_base64(photo.data, photo.data == nullptr ? 0 : photo.count);
@@ -227,7 +228,7 @@ json call_photo_sink(any_function handler, const json &call) {
     return out;
 }
 
-constexpr handler_row handlers[] = {
+constexpr HandlerRow kHandlers[] = {
     {"get_device_status", call_read, 0, false},
     {"get_device_param", call_read, 1, false},
     {"set_device_param", call_write, 2, false},
@@ -261,15 +262,15 @@ constexpr handler_row handlers[] = {
 
 }  // namespace
 
-const handler_row *find_handler(const std::string &name) {
-    for (const handler_row &row : handlers) {
+const HandlerRow *find_handler(const std::string &name) {
+    for (const HandlerRow &row : kHandlers) {
         if (name == row.name) return &row;
     }
     return nullptr;
 }
 
 const char *callback_name(int slot) {
-    return handlers[slot].name;
+    return kHandlers[slot].name;
 }
 
 }  // namespace desk

@@ -9,17 +9,17 @@ namespace desk {
 // Calls `handler` as this order says: call.at("args") holds the arguments, more keys beside it belong to
 // single kinds. Throws bad_request or a JSON error for arguments that do not fit. Blocks as long as the
 // handler does.
-using handler_invoker = json (*)(any_function handler, const json &call);
+using HandlerInvoker = json (*)(AnyFunction handler, const json &call);
 
-struct handler_row {
+struct HandlerRow {
     const char *name;
-    handler_invoker invoke;
+    HandlerInvoker invoke;
     int slot;         // index in the callback table, -1: not in it
     bool by_pointer;  // the exported name is a variable that holds the function's address
 };
 
 // Null for a name that is not in the table.
-const handler_row *find_handler(const std::string &name);
+const HandlerRow *find_handler(const std::string &name);
 
 // The name in place `slot` of the callback table.
 const char *callback_name(int slot);

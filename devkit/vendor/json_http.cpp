@@ -16,7 +16,7 @@
 namespace desk {
 namespace {
 
-constexpr size_t max_head = 64 * 1024, max_body = 64 * 1024 * 1024;
+constexpr size_t kMaxHead = 64 * 1024, kMaxBody = 64 * 1024 * 1024;
 
 sockaddr_in local_address(int port) {
     sockaddr_in address{};
@@ -62,20 +62,20 @@ std::string header_value(const std::string &head, const char *name) {
     return "";
 }
 
-struct message {
+struct Message {
     std::string head, body;
 };
 
 // Reads a whole request or reply; the body has the announced length (none announced: nothing).
-std::optional<message> receive_message(int fd) {
+std::optional<Message> receive_message(int fd) {
     std::string text;
     size_t end;
     while ((end = text.find("\r\n\r\n")) == std::string::npos) {
-        if (text.size() > max_head || !receive_more(fd, text)) return std::nullopt;
+        if (text.size() > kMaxHead || !receive_more(fd, text)) return std::nullopt;
     }
-    message result{text.substr(0, end + 2), text.substr(end + 4)};
+    Message result{text.substr(0, end + 2), text.substr(end + 4)};
     const size_t length = strtoul(header_value(result.head, "Content-Length").c_str(), nullptr, 10);
-    if (length > max_body) return std::nullopt;
+    if (length > kMaxBody) return std::nullopt;
     const bool asks_first = !header_value(result.head, "Expect").empty();
     if (asks_first && result.body.size() < length) send_all(fd, "HTTP/1.1 100 Continue\r\n\r\n");
     while (result.body.size() < length) {
@@ -84,10 +84,10 @@ std::optional<message> receive_message(int fd) {
     return result;
 }
 
-void serve_connection(int fd, json_handler handler) {
-    if (const std::optional<message> got = receive_message(fd)) {
+void serve_connection(int fd, JsonHandler handler) {
+    if (const std::optional<Message> got = receive_message(fd)) {
         const size_t first = got->head.find(' '), second = got->head.find(' ', first + 1);
-        json_reply reply{400, {{"error", "no request line"}}};
+        JsonReply reply{400, {{"error", "no request line"}}};
         if (second != std::string::npos) {
             const std::string method = got->head.substr(0, first);
             reply = answer_json(handler, method, got->head.substr(first + 1, second - first - 1), got->body);
@@ -100,7 +100,7 @@ void serve_connection(int fd, json_handler handler) {
     close(fd);
 }
 
-void accept_connections(int listener, json_handler handler) {
+void accept_connections(int listener, JsonHandler handler) {
     for (;;) {
         const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (fd < 0) {
@@ -129,7 +129,7 @@ std::map<std::string, std::string> parse_query(const std::string &text) {
 
 }  // namespace
 
-int start_json_server(int port, json_handler handler) {
+int start_json_server(int port, JsonHandler handler) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (listener < 0) return -1;
     const int on = 1;
@@ -145,32 +145,32 @@ int start_json_server(int port, json_handler handler) {
     return ntohs(address.sin_port);
 }
 
-json_reply answer_json(json_handler handler, const std::string &method, const std::string &target,
-                       const std::string &body) {
+JsonReply answer_json(JsonHandler handler, const std::string &method, const std::string &target,
+                      const std::string &body) {
     try {
         const size_t mark = std::min(target.find('?'), target.size());
-        json_request request{method, target.substr(0, mark), {}, json::object()};
+        JsonRequest request{method, target.substr(0, mark), {}, json::object()};
         if (mark < target.size()) request.query = parse_query(target.substr(mark + 1));
         if (!body.empty()) request.body = json::parse(body);
-        if (!request.body.is_object()) throw bad_request{"the body is not a JSON object"};
+        if (!request.body.is_object()) throw BadRequest{"the body is not a JSON object"};
         return handler(request);
-    } catch (const bad_request &problem) {
+    } catch (const BadRequest &problem) {
         return {400, {{"error", problem.text}}};
     } catch (const json::exception &problem) {
         return {400, {{"error", problem.what()}}};
     }
 }
 
-int answer_json_text(json_handler handler, const char *method, const char *target, const char *body,
+int answer_json_text(JsonHandler handler, const char *method, const char *target, const char *body,
                      char **reply) {
-    const json_reply answer = answer_json(handler, method, target, body);
+    const JsonReply answer = answer_json(handler, method, target, body);
     *reply = strdup(json_text(answer.body).c_str());
     return answer.status;
 }
 
-json_reply json_call(int port, const std::string &method, const std::string &target, const json &body,
-                     int seconds) {
-    json_reply reply{0, json::object()};
+JsonReply json_call(int port, const std::string &method, const std::string &target, const json &body,
+                    int seconds) {
+    JsonReply reply{0, json::object()};
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return reply;
     const timeval limit{seconds, 0};
@@ -181,7 +181,7 @@ json_reply json_call(int port, const std::string &method, const std::string &tar
         send_all(fd, method + " " + target +
                          " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\nContent-Length: " +
                          std::to_string(text.size()) + "\r\n\r\n" + text)) {
-        if (const std::optional<message> got = receive_message(fd)) {
+        if (const std::optional<Message> got = receive_message(fd)) {
             reply.status = atoi(got->head.c_str() + std::min(got->head.find(' '), got->head.size()));
             reply.body = json::parse(got->body, nullptr, false);
         }

@@ -11,40 +11,40 @@ namespace desk {
 
 using nlohmann::json;
 
-struct json_request {
+struct JsonRequest {
     std::string method, path;
     std::map<std::string, std::string> query;
     json body;  // an empty object when the request has none
 };
 
-struct json_reply {
+struct JsonReply {
     int status = 200;
     json body = json::object();
 };
 
 // What a handler throws to answer 400 with this text.
-struct bad_request {
+struct BadRequest {
     std::string text;
 };
 
-using json_handler = json_reply (*)(const json_request &request);
+using JsonHandler = JsonReply (*)(const JsonRequest &request);
 
 // Serves `handler` on 127.0.0.1 for the rest of the process's life; returns the port, or -1 when `port` (0:
 // any) is not free.
-int start_json_server(int port, json_handler handler);
+int start_json_server(int port, JsonHandler handler);
 
 // Answers one request without a socket: parses target and body, turns bad_request and JSON errors into a 400.
-json_reply answer_json(json_handler handler, const std::string &method, const std::string &target,
-                       const std::string &body);
+JsonReply answer_json(JsonHandler handler, const std::string &method, const std::string &target,
+                      const std::string &body);
 
 // The same for the C boundary between the libraries: *reply is a JSON text that the caller frees.
-int answer_json_text(json_handler handler, const char *method, const char *target, const char *body,
+int answer_json_text(JsonHandler handler, const char *method, const char *target, const char *body,
                      char **reply);
 
 // Sends one request to 127.0.0.1:port and waits for the reply, at most `seconds` of real time between two
 // pieces of it; status 0 when nobody answered.
-json_reply json_call(int port, const std::string &method, const std::string &target, const json &body,
-                     int seconds);
+JsonReply json_call(int port, const std::string &method, const std::string &target, const json &body,
+                    int seconds);
 
 // JSON text; bytes that are no UTF-8 are replaced.
 std::string json_text(const json &value);

@@ -10,13 +10,13 @@
 
 namespace desk {
 
-struct kernel_time {
+struct KernelTime {
     long seconds, nanoseconds;
 };
 
 // Nanoseconds since the machine started.
 inline int64_t real_now_ns() {
-    kernel_time now{};
+    KernelTime now{};
     syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
     return int64_t{now.seconds} * 1'000'000'000 + now.nanoseconds;
 }
@@ -27,8 +27,8 @@ inline int64_t real_now_ms() {
 
 // Blocks until real_now_ns() reaches `deadline` (nanoseconds).
 inline void real_sleep_until_ns(int64_t deadline) {
-    const kernel_time until{static_cast<long>(deadline / 1'000'000'000),
-                            static_cast<long>(deadline % 1'000'000'000)};
+    const KernelTime until{static_cast<long>(deadline / 1'000'000'000),
+                           static_cast<long>(deadline % 1'000'000'000)};
     while (real_now_ns() < deadline) {
         syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
     }

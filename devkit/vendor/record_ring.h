@@ -8,7 +8,7 @@
 namespace desk {
 
 template <typename Record, uint64_t N>
-class record_ring {
+class RecordRing {
   public:
     // The slot for the next record, holding an old one; counts it.
     Record &next() {

@@ -12,7 +12,7 @@
 namespace desk {
 namespace {
 
-struct kept_alarm {
+struct KeptAlarm {
     alarm_record record;
     bool own_table;
     int result, tid;
@@ -20,8 +20,8 @@ struct kept_alarm {
 };
 
 std::mutex lock;
-record_ring<kept_alarm, 1024> alarms;  // under `lock`
-int result_to_give = 0;                // under `lock`
+RecordRing<KeptAlarm, 1024> alarms;  // under `lock`
+int result_to_give = 0;              // under `lock`
 
 }  // namespace
 
@@ -49,7 +49,7 @@ uint64_t alarm_count() {
 json alarms_since(uint64_t since) {
     const std::lock_guard guard(lock);
     json list = json::array();
-    alarms.each_since(since, [&list](uint64_t seq, const kept_alarm &alarm) {
+    alarms.each_since(since, [&list](uint64_t seq, const KeptAlarm &alarm) {
         const std::string name(alarm.record.name, strnlen(alarm.record.name, sizeof alarm.record.name));
         list.push_back({{"seq", seq},
                         {"index", alarm.record.index},

@@ -15,60 +15,60 @@
 namespace desk {
 namespace {
 
-constexpr int most_threads = 256;
-constexpr int64_t talk_bytes_per_second = 24000;
+constexpr int kMostThreads = 256;
+constexpr int64_t kTalkBytesPerSecond = 24000;
 
 std::atomic<const device_callbacks *> callback_table{nullptr};
 std::atomic<uint64_t> running{0}, finished{0};
 
-struct target {
-    handler_invoker invoke;
-    any_function handler;
+struct Target {
+    HandlerInvoker invoke;
+    AnyFunction handler;
 };
 
-any_function exported_handler(const std::string &name, bool by_pointer) {
+AnyFunction exported_handler(const std::string &name, bool by_pointer) {
     void *address = dlsym(RTLD_DEFAULT, name.c_str());
-    if (address == nullptr) throw bad_request{"not exported: " + name};
+    if (address == nullptr) throw BadRequest{"not exported: " + name};
     if (by_pointer) address = __atomic_load_n(static_cast<void **>(address), __ATOMIC_ACQUIRE);
-    if (address == nullptr) throw bad_request{"still null: " + name};
-    return reinterpret_cast<any_function>(address);
+    if (address == nullptr) throw BadRequest{"still null: " + name};
+    return reinterpret_cast<AnyFunction>(address);
 }
 
-target find_target(const json &order) {
+Target find_target(const json &order) {
     const std::string name = order.at("name");
-    const handler_row *row = find_handler(order.value("kind", name));
-    if (row == nullptr) throw bad_request{"unknown signature: " + name};
+    const HandlerRow *row = find_handler(order.value("kind", name));
+    if (row == nullptr) throw BadRequest{"unknown signature: " + name};
     const std::string via = order.value("via", row->slot >= 0 && !order.contains("kind") ? "table" : "dlsym");
     if (via == "dlsym") return {row->invoke, exported_handler(name, row->by_pointer)};
     const device_callbacks *callbacks = callback_table;
-    if (callbacks == nullptr) throw bad_request{"vq_ipca_init was not called yet"};
+    if (callbacks == nullptr) throw BadRequest{"vq_ipca_init was not called yet"};
     if (row->slot < 0 || callbacks->handler[row->slot] == nullptr)
-        throw bad_request{"not in the callback table: " + name};
+        throw BadRequest{"not in the callback table: " + name};
     return {row->invoke, callbacks->handler[row->slot]};
 }
 
 // One call; an argument that does not fit becomes {"error"}. Whatever the handler itself throws ends the
 // process.
-json call_once(const target &what, const json &order) {
-    struct counted {
-        counted() {
+json call_once(const Target &what, const json &order) {
+    struct Counted {
+        Counted() {
             running++;
         }
-        ~counted() {
+        ~Counted() {
             running--;
             finished++;
         }
     } count;
     try {
         return what.invoke(what.handler, order);
-    } catch (const bad_request &problem) {
+    } catch (const BadRequest &problem) {
         return {{"error", problem.text}};
     } catch (const json::exception &problem) {
         return {{"error", problem.what()}};
     }
 }
 
-json call_repeatedly(const target &what, const json &order, int repeat) {
+json call_repeatedly(const Target &what, const json &order, int repeat) {
     json results = json::array();
     for (int i = 0; i < repeat; i++) results.push_back(call_once(what, order));
     return results;
@@ -79,7 +79,7 @@ std::string pcm_of(const json &order) {
     const std::string file = read_file(order.at("wav"));
     const size_t chunk = file.find("data", 12);
     if (file.compare(0, 4, "RIFF") != 0 || chunk == std::string::npos || file.size() < chunk + 8) {
-        throw bad_request{"no WAV file: " + order.at("wav").get<std::string>()};
+        throw BadRequest{"no WAV file: " + order.at("wav").get<std::string>()};
     }
     uint32_t size = 0;
     for (size_t i = 0; i < 4; i++) size |= uint32_t{static_cast<uint8_t>(file[chunk + 4 + i])} << (8 * i);
@@ -88,14 +88,14 @@ std::string pcm_of(const json &order) {
 
 // Waits until the moment at which the byte `sent` is spoken.
 void keep_pace(const std::string &pace, int64_t start_ns, size_t sent, size_t frame_bytes) {
-    const int64_t ns = 1'000'000'000 / talk_bytes_per_second;
+    const int64_t ns = 1'000'000'000 / kTalkBytesPerSecond;
     if (pace == "real") real_sleep_until_ns(start_ns + static_cast<int64_t>(sent) * ns);
     if (pace != "bent") return;
     const timespec pause{0, static_cast<long>(static_cast<int64_t>(frame_bytes) * ns % 1'000'000'000)};
     nanosleep(&pause, nullptr);
 }
 
-json feed(any_function handler, const std::string &pcm, const json &order) {
+json feed(AnyFunction handler, const std::string &pcm, const json &order) {
     const auto play = reinterpret_cast<int (*)(talkback_frame *)>(handler);
     const size_t frame_bytes = order.value("frame_bytes", 640);
     const std::string pace = order.value("pace", "real");
@@ -126,17 +126,17 @@ void set_callbacks(const device_callbacks *callbacks) {
 json present_callbacks() {
     const device_callbacks *callbacks = callback_table;
     json out = json::object();
-    for (int slot = 0; slot < callback_count; slot++) {
+    for (int slot = 0; slot < kCallbackCount; slot++) {
         out[callback_name(slot)] = callbacks != nullptr && callbacks->handler[slot] != nullptr;
     }
     return out;
 }
 
 json call_handler(const json &order) {
-    const target what = find_target(order);
+    const Target what = find_target(order);
     const int count = order.value("threads", 1), repeat = order.value("repeat", 1);
-    if (count < 1 || count > most_threads || repeat < 1)
-        throw bad_request{"threads is 1 to 256, repeat at least 1"};
+    if (count < 1 || count > kMostThreads || repeat < 1)
+        throw BadRequest{"threads is 1 to 256, repeat at least 1"};
     if (order.value("async", false)) {
         for (int i = 0; i < count; i++) {
             detached_thread([what, order, repeat] { call_repeatedly(what, order, repeat); });
@@ -162,9 +162,9 @@ json call_counts() {
 
 json talk(const json &order) {
     const json call{{"name", "device_play_audio"}};
-    const any_function handler = find_target(call).handler;
+    const AnyFunction handler = find_target(call).handler;
     const std::string pcm = pcm_of(order);
-    if (order.value("frame_bytes", 640) < 1) throw bad_request{"frame_bytes is at least 1"};
+    if (order.value("frame_bytes", 640) < 1) throw BadRequest{"frame_bytes is at least 1"};
     if (order.value("async", false)) {
         detached_thread([handler, pcm, order] { feed(handler, pcm, order); });
         return {{"started", 1}};

@@ -19,7 +19,7 @@ namespace {
 constexpr uint64_t kept_records = 64;
 
 template <typename Record>
-struct kept_frame {
+struct KeptFrame {
     Record record;
     uint8_t head[64];
     uint32_t head_length;
@@ -27,15 +27,15 @@ struct kept_frame {
     int tid;
 };
 
-struct frame_totals {
+struct FrameTotals {
     uint64_t video, audio, key_frames, video_bytes, audio_bytes, ownership_errors;
 };
 
 std::mutex lock;  // guards all below
-record_ring<kept_frame<video_record>, kept_records> videos;
-record_ring<kept_frame<audio_record>, kept_records> audios;
-frame_totals totals{};
-frame_files *files = nullptr;  // owned; not destroyed at the end, because threads outlive main
+RecordRing<KeptFrame<video_record>, kept_records> videos;
+RecordRing<KeptFrame<audio_record>, kept_records> audios;
+FrameTotals totals{};
+FrameFiles *files = nullptr;  // owned; not destroyed at the end, because threads outlive main
 
 // The data must be one malloc block that holds all that its record speaks of.
 bool is_whole(const uint8_t *data, uint32_t length) {
@@ -43,7 +43,7 @@ bool is_whole(const uint8_t *data, uint32_t length) {
 }
 
 template <typename Record>
-void fill(kept_frame<Record> &kept, const Record &record, bool whole) {
+void fill(KeptFrame<Record> &kept, const Record &record, bool whole) {
     memcpy(&kept.record, &record, sizeof record);  // the padding bytes too
     kept.head_length = whole ? std::min<uint32_t>(record.length, sizeof kept.head) : 0;
     if (kept.head_length != 0) memcpy(kept.head, record.data, kept.head_length);
@@ -61,7 +61,7 @@ void take_data(bool video, bool key_frame, uint8_t *data, uint32_t length, bool 
     }
 }
 
-json video_json(uint64_t seq, const kept_frame<video_record> &kept) {
+json video_json(uint64_t seq, const KeptFrame<video_record> &kept) {
     const video_record &r = kept.record;
     return {{"seq", seq},
             {"word0", r.word0},
@@ -80,7 +80,7 @@ json video_json(uint64_t seq, const kept_frame<video_record> &kept) {
             {"tid", kept.tid}};
 }
 
-json audio_json(uint64_t seq, const kept_frame<audio_record> &kept) {
+json audio_json(uint64_t seq, const KeptFrame<audio_record> &kept) {
     const audio_record &r = kept.record;
     return {{"seq", seq},
             {"word0", r.word0},
@@ -130,7 +130,7 @@ void keep_audio(const audio_record &record) {
     take_data(false, false, record.data, record.length, whole);
 }
 
-json frame_counts() {
+json FrameCounts() {
     const std::lock_guard guard(lock);
     return {{"video", totals.video},
             {"audio", totals.audio},
@@ -159,18 +159,18 @@ void forget_frames() {
 
 void start_saving(const std::string &h264_path, const std::string &aac_path) {
     const std::lock_guard guard(lock);
-    if (files) throw bad_request{"a recording is on already"};
-    files = new frame_files(h264_path, aac_path);
+    if (files) throw BadRequest{"a recording is on already"};
+    files = new FrameFiles(h264_path, aac_path);
 }
 
 json stop_saving() {
-    std::unique_ptr<frame_files> ended;
+    std::unique_ptr<FrameFiles> ended;
     {
         const std::lock_guard guard(lock);
         ended.reset(files);
         files = nullptr;
     }
-    if (!ended) throw bad_request{"no recording is on"};
+    if (!ended) throw BadRequest{"no recording is on"};
     return ended->finish();
 }
 

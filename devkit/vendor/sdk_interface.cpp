@@ -17,40 +17,40 @@
 namespace desk {
 namespace {
 
-json_reply put_table(const json_request &request) {
+JsonReply put_table(const JsonRequest &request) {
     if (request.body.contains("alarm_result")) set_alarm_result(request.body.at("alarm_result"));
     if (request.body.contains("slot")) set_slot(request.body.at("slot"), request.body.value("present", true));
     if (request.body.contains("null")) give_null_table(request.body.at("null"));
     return {};
 }
 
-json_reply ask_library(const char *function, const std::string &method, const std::string &target,
-                       const std::string &body) {
-    const auto ask = reinterpret_cast<desk_request_function>(dlsym(RTLD_DEFAULT, function));
+JsonReply ask_library(const char *function, const std::string &method, const std::string &target,
+                      const std::string &body) {
+    const auto ask = reinterpret_cast<DeskRequestFunction>(dlsym(RTLD_DEFAULT, function));
     if (ask == nullptr) return {404, {{"error", std::string(function) + ": its library is not loaded"}}};
     char *text = nullptr;
     const int status = ask(method.c_str(), target.c_str(), body.c_str(), &text);
-    json_reply reply{status, json::parse(text, nullptr, false)};
+    JsonReply reply{status, json::parse(text, nullptr, false)};
     free(text);
     return reply;
 }
 
-json_reply to_capture(const json_request &request) {
+JsonReply to_capture(const JsonRequest &request) {
     return ask_library("desk_ef_request", request.method, request.path, json_text(request.body));
 }
 
-json_reply to_tokens(const json_request &request) {
+JsonReply to_tokens(const JsonRequest &request) {
     return ask_library("desk_usock_request", request.method, request.path, json_text(request.body));
 }
 
-json_reply get_state(const json_request &) {
+JsonReply get_state(const JsonRequest &) {
     json state{
         {"pid", getpid()},
         {"callbacks", present_callbacks()},
         {"alarm_count", alarm_count()},
         {"alarm_result", alarm_result()},
         {"calls", call_counts()},
-        {"frames", frame_counts()},
+        {"frames", FrameCounts()},
         {"token", ask_library("desk_usock_request", "GET", "/token", "").body.value("token", json())},
         {"cloud_status",
          ask_library("desk_usock_request", "GET", "/cloud_status", "").body.value("values", json())},
@@ -60,41 +60,41 @@ json_reply get_state(const json_request &) {
     return {200, state};
 }
 
-json_reply get_alarms(const json_request &request) {
+JsonReply get_alarms(const JsonRequest &request) {
     const auto since = request.query.find("since");
     return {200,
             alarms_since(since == request.query.end() ? 0 : strtoull(since->second.c_str(), nullptr, 10))};
 }
 
-json_reply delete_alarms(const json_request &) {
+JsonReply delete_alarms(const JsonRequest &) {
     forget_alarms();
     return {};
 }
 
-json_reply put_request(const json_request &request) {
+JsonReply put_request(const JsonRequest &request) {
     want_video(request.body.at("value"));
     return {};
 }
 
-json_reply put_watch(const json_request &request) {
+JsonReply put_watch(const JsonRequest &request) {
     const bool on = request.body.at("on");
     want_video(on ? 1 : 0);
     return {200, call_handler({{"name", on ? "c_request_video" : "c_end_video"}, {"args", {0, 0}}})};
 }
 
-json_reply post_call(const json_request &request) {
+JsonReply post_call(const JsonRequest &request) {
     return {200, call_handler(request.body)};
 }
 
-json_reply get_calls(const json_request &) {
+JsonReply get_calls(const JsonRequest &) {
     return {200, call_counts()};
 }
 
-json_reply post_talk(const json_request &request) {
+JsonReply post_talk(const JsonRequest &request) {
     return {200, talk(request.body)};
 }
 
-json_reply get_heap(const json_request &) {
+JsonReply get_heap(const JsonRequest &) {
 #if defined(__GLIBC__) && __GLIBC_PREREQ(2, 33)
     const struct mallinfo2 heap = mallinfo2();
     return {200, {{"in_use", heap.uordblks + heap.hblkhd}}};
@@ -103,44 +103,44 @@ json_reply get_heap(const json_request &) {
 #endif
 }
 
-json_reply get_variable(const json_request &request) {
+JsonReply get_variable(const JsonRequest &request) {
     const auto name = request.query.find("name");
-    if (name == request.query.end()) throw bad_request{"which name?"};
+    if (name == request.query.end()) throw BadRequest{"which name?"};
     return {200, read_variable(name->second)};
 }
 
-json_reply put_variable(const json_request &request) {
+JsonReply put_variable(const JsonRequest &request) {
     set_variable(request.body.at("name"), request.body.at("value"));
     return {};
 }
 
-json_reply get_frames(const json_request &) {
-    json frames = frame_counts();
+JsonReply get_frames(const JsonRequest &) {
+    json frames = FrameCounts();
     frames["records"] = frame_records();
     return {200, frames};
 }
 
-json_reply delete_frames(const json_request &) {
+JsonReply delete_frames(const JsonRequest &) {
     forget_frames();
     return {};
 }
 
-json_reply save_frames(const json_request &request) {
+JsonReply save_frames(const JsonRequest &request) {
     start_saving(request.body.value("h264", ""), request.body.value("aac", ""));
     return {};
 }
 
-json_reply stop_frames(const json_request &) {
+JsonReply stop_frames(const JsonRequest &) {
     return {200, stop_saving()};
 }
 
-struct route {
+struct Route {
     const char *method;  // null: any
     const char *path;
-    json_handler handler;
+    JsonHandler handler;
 };
 
-const route routes[] = {
+const Route kRoutes[] = {
     {"GET", "/state", get_state},
     {"GET", "/alarms", get_alarms},
     {"DELETE", "/alarms", delete_alarms},
@@ -166,8 +166,8 @@ const route routes[] = {
     {nullptr, "/bitrates", to_tokens},
 };
 
-json_reply answer(const json_request &request) {
-    for (const route &row : routes) {
+JsonReply answer(const JsonRequest &request) {
+    for (const Route &row : kRoutes) {
         if (request.path == row.path && (row.method == nullptr || request.method == row.method))
             return row.handler(request);
     }
@@ -199,7 +199,7 @@ json apply_orders(const char *variable) {
     for (const json &order : orders) {
         if (!order.is_array() || order.size() < 2) continue;
         const std::string body = order.size() > 2 ? json_text(order.at(2)) : "";
-        const json_reply reply = answer_json(answer, order.at(0), order.at(1), body);
+        const JsonReply reply = answer_json(answer, order.at(0), order.at(1), body);
         if (reply.status != 200) {
             fprintf(stderr, "vq_ipca: %s: %s\n", variable, json_text(reply.body).c_str());
         }

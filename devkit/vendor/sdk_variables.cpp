@@ -9,45 +9,45 @@
 namespace desk {
 namespace {
 
-enum class kind { number, text, text_pointer, bytes, pointer };
+enum class Kind { number, text, text_pointer, bytes, pointer };
 
-struct variable_row {
+struct VariableRow {
     const char *name;
-    kind type;
+    Kind type;
     size_t size;
 };
 
 // A name that is not listed is read as a pointer: it tells only whether it is null.
-constexpr variable_row variables[] = {
-    {"request_vedio", kind::number, 4},
-    {"res", kind::number, 4},
-    {"video_recording", kind::number, 4},
-    {"gResolutionType", kind::number, 4},
-    {"NTP_FAIL", kind::number, 4},
-    {"ota_enable", kind::number, 4},
-    {"get_frame_callback_flag", kind::number, 4},
-    {"wav_header_len", kind::number, 4},
-    {"hostIP", kind::text, 16},
-    {"device", kind::text, 30},
-    {"stream", kind::text, 30},
-    {"password", kind::text, 30},
-    {"cookie", kind::text, 50},
-    {"post_fields", kind::text, 350},
-    {"g_dir", kind::text, 64},
-    {"response", kind::text_pointer, sizeof(char *)},
-    {"wav_header", kind::bytes, 44},
+constexpr VariableRow kVariables[] = {
+    {"request_vedio", Kind::number, 4},
+    {"res", Kind::number, 4},
+    {"video_recording", Kind::number, 4},
+    {"gResolutionType", Kind::number, 4},
+    {"NTP_FAIL", Kind::number, 4},
+    {"ota_enable", Kind::number, 4},
+    {"get_frame_callback_flag", Kind::number, 4},
+    {"wav_header_len", Kind::number, 4},
+    {"hostIP", Kind::text, 16},
+    {"device", Kind::text, 30},
+    {"stream", Kind::text, 30},
+    {"password", Kind::text, 30},
+    {"cookie", Kind::text, 50},
+    {"post_fields", Kind::text, 350},
+    {"g_dir", Kind::text, 64},
+    {"response", Kind::text_pointer, sizeof(char *)},
+    {"wav_header", Kind::bytes, 44},
 };
 
-variable_row find_row(const std::string &name) {
-    for (const variable_row &row : variables) {
+VariableRow find_row(const std::string &name) {
+    for (const VariableRow &row : kVariables) {
         if (name == row.name) return row;
     }
-    return {"", kind::pointer, sizeof(void *)};
+    return {"", Kind::pointer, sizeof(void *)};
 }
 
 void *find_address(const std::string &name) {
     void *address = dlsym(RTLD_DEFAULT, name.c_str());
-    if (address == nullptr) throw bad_request{"not exported: " + name};
+    if (address == nullptr) throw BadRequest{"not exported: " + name};
     return address;
 }
 
@@ -70,25 +70,25 @@ __attribute__((no_sanitize("thread"))) std::string copy_unguarded(const void *fr
 }  // namespace
 
 json read_variable(const std::string &name) {
-    const variable_row row = find_row(name);
+    const VariableRow row = find_row(name);
     void *address = find_address(name);
     json value;
-    if (row.type == kind::number) {
+    if (row.type == Kind::number) {
         value = __atomic_load_n(static_cast<int *>(address), __ATOMIC_RELAXED);
-    } else if (row.type == kind::text) {
+    } else if (row.type == Kind::text) {
         value = text_value(copy_unguarded(address, row.size, true));
-    } else if (row.type == kind::bytes) {
+    } else if (row.type == Kind::bytes) {
         const std::string bytes = copy_unguarded(address, row.size, false);
         value = to_hex(bytes.data(), bytes.size());
     } else {
         const char *pointer = __atomic_load_n(static_cast<const char **>(address), __ATOMIC_ACQUIRE);
-        value = row.type == kind::text_pointer ? text_value(pointer) : json(pointer != nullptr);
+        value = row.type == Kind::text_pointer ? text_value(pointer) : json(pointer != nullptr);
     }
     return {{"name", name}, {"value", value}};
 }
 
 void set_variable(const std::string &name, int value) {
-    if (find_row(name).type != kind::number) throw bad_request{"not an int: " + name};
+    if (find_row(name).type != Kind::number) throw BadRequest{"not an int: " + name};
     __atomic_store_n(static_cast<int *>(find_address(name)), value, __ATOMIC_SEQ_CST);
 }
 

@@ -10,8 +10,8 @@
 namespace desk {
 namespace {
 
-constexpr uint8_t key_unit = 0x67, other_unit = 0x41;  // the byte after the start code
-constexpr uint32_t shortest_video = 5;                 // a start code and that byte
+constexpr uint8_t key_unit = 0x67, kOtherUnit = 0x41;  // the byte after the start code
+constexpr uint32_t kShortestVideo = 5;                 // a start code and that byte
 
 int64_t bent_now_ns() {
     timespec now{};
@@ -19,9 +19,9 @@ int64_t bent_now_ns() {
     return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
-void pause_until(frame_pace pace, int64_t deadline_ns) {
-    if (pace == frame_pace::real) real_sleep_until_ns(deadline_ns);
-    if (pace != frame_pace::bent) return;
+void pause_until(FramePace pace, int64_t deadline_ns) {
+    if (pace == FramePace::real) real_sleep_until_ns(deadline_ns);
+    if (pace != FramePace::bent) return;
     const timespec until{static_cast<time_t>(deadline_ns / 1'000'000'000),
                          static_cast<long>(deadline_ns % 1'000'000'000)};
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) != 0) {
@@ -42,8 +42,8 @@ uint64_t due_us(uint64_t number, uint32_t fps) {
 
 }  // namespace
 
-void change_plan(frame_plan &plan, const json &order) {
-    frame_plan changed = plan;
+void change_plan(FramePlan &plan, const json &order) {
+    FramePlan changed = plan;
     changed.video_fps = order.value("video_fps", plan.video_fps);
     changed.audio_fps = order.value("audio_fps", plan.audio_fps);
     changed.video_bytes = order.value("video_bytes", plan.video_bytes);
@@ -52,31 +52,31 @@ void change_plan(frame_plan &plan, const json &order) {
     changed.start_code_at = order.value("start_code_at", plan.start_code_at);
     changed.timestamp = order.value("timestamp", plan.timestamp);
     const std::string pace = order.value("pace", "");
-    if (pace == "fast") changed.pace = frame_pace::fast;
-    if (pace == "real") changed.pace = frame_pace::real;
-    if (pace == "bent") changed.pace = frame_pace::bent;
-    const uint64_t needed = uint64_t{changed.start_code_at} + shortest_video;
-    if (changed.video_bytes < needed) throw bad_request{"video_bytes is at least start_code_at + 5"};
-    if (changed.key_every == 0) throw bad_request{"key_every is at least 1"};
-    if (changed.video_fps == 0 && changed.audio_fps == 0) throw bad_request{"no frames at 0 a second"};
+    if (pace == "fast") changed.pace = FramePace::fast;
+    if (pace == "real") changed.pace = FramePace::real;
+    if (pace == "bent") changed.pace = FramePace::bent;
+    const uint64_t needed = uint64_t{changed.start_code_at} + kShortestVideo;
+    if (changed.video_bytes < needed) throw BadRequest{"video_bytes is at least start_code_at + 5"};
+    if (changed.key_every == 0) throw BadRequest{"key_every is at least 1"};
+    if (changed.video_fps == 0 && changed.audio_fps == 0) throw BadRequest{"no frames at 0 a second"};
     plan = changed;
 }
 
-frame_counts make_frames(const frame_plan &plan, uint64_t video_count,
-                         const std::function<bool(captured_frame &)> &deliver) {
+FrameCounts make_frames(const FramePlan &plan, uint64_t video_count,
+                        const std::function<bool(captured_frame &)> &deliver) {
     std::vector<uint8_t> video = filler(plan.video_bytes), audio = filler(plan.audio_bytes);
     uint8_t *unit = video.data() + plan.start_code_at;
     std::fill_n(unit, 3, uint8_t{0});
     unit[3] = 1;
-    const int64_t start_ns = plan.pace == frame_pace::real ? real_now_ns() : bent_now_ns();
-    frame_counts made;
+    const int64_t start_ns = plan.pace == FramePace::real ? real_now_ns() : bent_now_ns();
+    FrameCounts made;
     while (video_count == 0 || made.video < video_count) {
         const uint64_t video_due = due_us(made.video, plan.video_fps),
                        audio_due = due_us(made.audio, plan.audio_fps);
         const bool is_video = video_due <= audio_due;
         const uint64_t due = std::min(video_due, audio_due);
         pause_until(plan.pace, start_ns + static_cast<int64_t>(due) * 1000);
-        unit[4] = made.video % plan.key_every == 0 ? key_unit : other_unit;
+        unit[4] = made.video % plan.key_every == 0 ? key_unit : kOtherUnit;
         captured_frame frame{};
         frame.kind = is_video ? 1 : 2;
         frame.data = is_video ? video.data() : audio.data();

@@ -8,27 +8,27 @@
 
 namespace desk {
 
-enum class frame_pace { fast, real, bent };  // no pause; the machine's clock; the process's clock
+enum class FramePace { fast, real, bent };  // no pause; the machine's clock; the process's clock
 
-struct frame_plan {
+struct FramePlan {
     uint32_t video_fps = 15, audio_fps = 47;          // 0: none of the kind
     uint32_t video_bytes = 20000, audio_bytes = 170;  // of each frame
     uint32_t key_every = 30;                          // video frames
     uint32_t start_code_at = 0;                       // offset of the start code in a video frame
     uint32_t timestamp = 0;                           // of the first frame, microseconds
-    frame_pace pace = frame_pace::fast;
+    FramePace pace = FramePace::fast;
 };
 
 // Changes what the order names; throws bad_request for numbers that make no frames.
-void change_plan(frame_plan &plan, const json &order);
+void change_plan(FramePlan &plan, const json &order);
 
-struct frame_counts {
+struct FrameCounts {
     uint64_t video = 0, audio = 0;
 };
 
 // Hands frames to `deliver` in the order of their times until `video_count` video frames are through (0: for
 // ever) or deliver answers false; tells how many it took.
-frame_counts make_frames(const frame_plan &plan, uint64_t video_count,
-                         const std::function<bool(captured_frame &)> &deliver);
+FrameCounts make_frames(const FramePlan &plan, uint64_t video_count,
+                        const std::function<bool(captured_frame &)> &deliver);
 
 }  // namespace desk

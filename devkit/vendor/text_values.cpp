@@ -9,7 +9,7 @@
 namespace desk {
 namespace {
 
-constexpr char base64_digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kBase64Digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 bool is_utf8(const std::string &text) {
     try {
@@ -41,10 +41,10 @@ std::string to_base64(const void *bytes, size_t length) {
         const size_t rest = length - i;
         const uint32_t group =
             uint32_t{at[i]} << 16 | (rest > 1 ? uint32_t{at[i + 1]} << 8 : 0) | (rest > 2 ? at[i + 2] : 0);
-        text += base64_digits[group >> 18];
-        text += base64_digits[group >> 12 & 63];
-        text += rest > 1 ? base64_digits[group >> 6 & 63] : '=';
-        text += rest > 2 ? base64_digits[group & 63] : '=';
+        text += kBase64Digits[group >> 18];
+        text += kBase64Digits[group >> 12 & 63];
+        text += rest > 1 ? kBase64Digits[group >> 6 & 63] : '=';
+        text += rest > 2 ? kBase64Digits[group & 63] : '=';
     }
     return text;
 }
@@ -55,9 +55,9 @@ std::string from_base64(const std::string &text) {
     int bits = 0;
     for (const char digit : text) {
         if (digit == '=' || digit == '\n' || digit == '\r') continue;
-        const char *found = digit == '\0' ? nullptr : strchr(base64_digits, digit);
-        if (found == nullptr) throw bad_request{"not base64"};
-        group = group << 6 | static_cast<uint32_t>(found - base64_digits);
+        const char *found = digit == '\0' ? nullptr : strchr(kBase64Digits, digit);
+        if (found == nullptr) throw BadRequest{"not base64"};
+        group = group << 6 | static_cast<uint32_t>(found - kBase64Digits);
         bits += 6;
         if (bits < 8) continue;
         bits -= 8;
@@ -85,7 +85,7 @@ std::optional<std::string> text_argument(const json &value) {
     if (value.is_null()) return std::nullopt;
     if (value.is_string()) return value.get<std::string>();
     if (value.contains("base64")) return from_base64(value.at("base64"));
-    if (!value.contains("repeat")) throw bad_request{"not a text: " + json_text(value)};
+    if (!value.contains("repeat")) throw BadRequest{"not a text: " + json_text(value)};
     const std::string piece = value.at("repeat");
     std::string text;
     for (int i = 0; i < value.at("times").get<int>(); i++) text += piece;
@@ -94,7 +94,7 @@ std::optional<std::string> text_argument(const json &value) {
 
 std::string read_file(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) throw bad_request{"cannot read " + path};
+    if (!file) throw BadRequest{"cannot read " + path};
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

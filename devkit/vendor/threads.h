@@ -14,18 +14,18 @@
 namespace desk {
 
 // Blocks every signal in this thread and those that it starts, until the end of the block.
-class blocked_signals {
+class BlockedSignals {
   public:
-    blocked_signals() {
+    BlockedSignals() {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_BLOCK, &all, &before_);
     }
-    ~blocked_signals() {
+    ~BlockedSignals() {
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     }
-    blocked_signals(const blocked_signals &) = delete;
-    blocked_signals &operator=(const blocked_signals &) = delete;
+    BlockedSignals(const BlockedSignals &) = delete;
+    BlockedSignals &operator=(const BlockedSignals &) = delete;
 
   private:
     sigset_t before_;
@@ -34,14 +34,14 @@ class blocked_signals {
 // Starts `body` on a new thread, to be joined; throws std::system_error when there is none to be had.
 template <typename Body>
 std::thread quiet_thread(Body &&body) {
-    const blocked_signals blocked;
+    const BlockedSignals blocked;
     return std::thread(std::forward<Body>(body));
 }
 
 // The same for a thread that nobody waits for. Detached from its first moment: the process may end at any
 // time.
 inline void detached_thread(std::function<void()> body) {
-    const blocked_signals blocked;
+    const BlockedSignals blocked;
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);

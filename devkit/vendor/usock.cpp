@@ -10,29 +10,29 @@
 #include "text_values.h"
 
 using desk::json;
-using desk::json_reply;
-using desk::json_request;
+using desk::JsonReply;
+using desk::JsonRequest;
 
 namespace {
 
-struct kept_call {
+struct KeptCall {
     const char *name;
     json argument;
     int result, tid;
     int64_t real_ms;
 };
 
-struct token_state {
+struct TokenState {
     std::mutex lock;  // guards all below
     json token = "desk-token", soap_token = "desk-token";
     int soap_result = 0, remove_result = 0;
-    desk::record_ring<kept_call, 256> calls;
-    desk::record_ring<int, 256> cloud_status, bitrates;
+    desk::RecordRing<KeptCall, 256> calls;
+    desk::RecordRing<int, 256> cloud_status, bitrates;
 };
 
 // Made at the first use, which may come before this library's own constructors; never destroyed.
-token_state &state() {
-    static token_state &made = *new token_state;
+TokenState &state() {
+    static TokenState &made = *new TokenState;
     return made;
 }
 
@@ -42,9 +42,9 @@ int keep_call(const char *name, json argument, int result) {
     return result;
 }
 
-json_reply get_token() {
+JsonReply get_token() {
     json calls = json::array();
-    state().calls.each_since(0, [&calls](uint64_t seq, const kept_call &call) {
+    state().calls.each_since(0, [&calls](uint64_t seq, const KeptCall &call) {
         calls.push_back({{"seq", seq},
                          {"call", call.name},
                          {"argument", call.argument},
@@ -60,10 +60,10 @@ json_reply get_token() {
              {"calls", calls}}};
 }
 
-json_reply put_token(const json &body) {
+JsonReply put_token(const json &body) {
     for (const char *name : {"token", "soap_token"}) {
         if (body.contains(name) && !body.at(name).is_null() && !body.at(name).is_string()) {
-            throw desk::bad_request{"a token is a text or null"};
+            throw desk::BadRequest{"a token is a text or null"};
         }
     }
     state().token = body.value("token", state().token);
@@ -73,13 +73,13 @@ json_reply put_token(const json &body) {
     return {};
 }
 
-json_reply get_numbers(const desk::record_ring<int, 256> &numbers) {
+JsonReply get_numbers(const desk::RecordRing<int, 256> &numbers) {
     json values = json::array();
     numbers.each_since(0, [&values](uint64_t, int value) { values.push_back(value); });
     return {200, {{"total", numbers.total()}, {"values", values}}};
 }
 
-json_reply answer(const json_request &request) {
+JsonReply answer(const JsonRequest &request) {
     const std::lock_guard guard(state().lock);
     const std::string what = request.method + " " + request.path;
     if (what == "GET /token") return get_token();

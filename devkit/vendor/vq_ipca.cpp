@@ -30,20 +30,20 @@ int take_video(video_record *record) {
 
 int take_alarm(alarm_record *record, mipc_api_table *table);
 
-struct slot_row {
+struct SlotRow {
     int slot;
-    any_function function;
+    AnyFunction function;
 };
 
-const slot_row real_slots[] = {
-    {audio_slot, reinterpret_cast<any_function>(take_audio)},
-    {video_slot, reinterpret_cast<any_function>(take_video)},
-    {alarm_slot, reinterpret_cast<any_function>(take_alarm)},
+const SlotRow kRealSlots[] = {
+    {kAudioSlot, reinterpret_cast<AnyFunction>(take_audio)},
+    {kVideoSlot, reinterpret_cast<AnyFunction>(take_video)},
+    {kAlarmSlot, reinterpret_cast<AnyFunction>(take_alarm)},
 };
 
 mipc_api_table table{};  // the agent reads the slots as they are
 
-struct session {
+struct Session {
     std::string uuid, interface_name;
     int init_count = 0;
     bool null_table = false;  // what vq_ipca_init returns
@@ -53,8 +53,8 @@ struct session {
 std::mutex lock;
 
 // Under `lock`. Made at the first use, never destroyed: threads outlive main.
-session &now() {
-    static session &made = *new session;
+Session &now() {
+    static Session &made = *new Session;
     return made;
 }
 
@@ -63,14 +63,14 @@ int take_alarm(alarm_record *record, mipc_api_table *given) {
 }
 
 // The agent reads the slot without a lock of ours, as it would with the real table.
-__attribute__((no_sanitize("thread"))) void put_function(int slot, any_function function) {
-    *const_cast<volatile any_function *>(&table.slot[slot]) = function;
+__attribute__((no_sanitize("thread"))) void put_function(int slot, AnyFunction function) {
+    *const_cast<volatile AnyFunction *>(&table.slot[slot]) = function;
 }
 
 __attribute__((constructor)) void load() {
     pthread_attr_init(&thread_attr);
     pthread_attr_setstacksize(&thread_attr, 256 * 1024);
-    for (const slot_row &row : real_slots) put_function(row.slot, row.function);
+    for (const SlotRow &row : kRealSlots) put_function(row.slot, row.function);
     desk::apply_orders("DESK_SDK_AT_LOAD");
 }
 
@@ -80,7 +80,7 @@ namespace desk {
 
 json session_state() {
     json slots = json::array();
-    for (const any_function slot : table.slot) slots.push_back(slot != nullptr);
+    for (const AnyFunction slot : table.slot) slots.push_back(slot != nullptr);
     const std::lock_guard guard(lock);
     return {{"uuid", now().uuid},
             {"interface", now().interface_name},
@@ -95,10 +95,10 @@ void want_video(int value) {
 }
 
 void set_slot(int slot, bool present) {
-    for (const slot_row &row : real_slots) {
+    for (const SlotRow &row : kRealSlots) {
         if (row.slot == slot) return put_function(slot, present ? row.function : nullptr);
     }
-    throw bad_request{"a slot is 0, 7 or 14"};
+    throw BadRequest{"a slot is 0, 7 or 14"};
 }
 
 void give_null_table(bool null_table) {

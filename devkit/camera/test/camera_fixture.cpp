@@ -38,7 +38,7 @@ int exit_code(pid_t pid) {
 
 }  // namespace
 
-raw_connection::raw_connection(int port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+RawConnection::RawConnection(int port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in peer{};
     peer.sin_family = AF_INET;
     peer.sin_port = htons(static_cast<uint16_t>(port));
@@ -46,15 +46,15 @@ raw_connection::raw_connection(int port) : fd(socket(AF_INET, SOCK_STREAM | SOCK
     if (connect(fd, reinterpret_cast<const sockaddr *>(&peer), sizeof peer) != 0) error = errno;
 }
 
-raw_connection::~raw_connection() {
+RawConnection::~RawConnection() {
     close(fd);
 }
 
-void raw_connection::send(const std::string &bytes) {
+void RawConnection::send(const std::string &bytes) {
     EXPECT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
 }
 
-std::string raw_connection::read_some() {
+std::string RawConnection::read_some() {
     pollfd entry{fd, POLLIN, 0};
     if (poll(&entry, 1, 10000) != 1) {
         ADD_FAILURE() << "nothing arrived within ten seconds";
@@ -67,7 +67,7 @@ std::string raw_connection::read_some() {
     return bytes;
 }
 
-std::string raw_connection::read_to_end() {
+std::string RawConnection::read_to_end() {
     std::string all;
     for (;;) {
         const std::string some = read_some();
@@ -76,7 +76,7 @@ std::string raw_connection::read_to_end() {
     }
 }
 
-void camera_test::SetUp() {
+void CameraTest::SetUp() {
     std::string name = testing::TempDir() + "camera-test-XXXXXX";
     ASSERT_NE(mkdtemp(name.data()), nullptr);
     folder = name;
@@ -97,7 +97,7 @@ void camera_test::SetUp() {
     ASSERT_NE(session, "");
 }
 
-void camera_test::TearDown() {
+void CameraTest::TearDown() {
     if (pid_ > 0) {
         kill(pid_, SIGTERM);
         EXPECT_EQ(exit_code(pid_), 0);
@@ -106,12 +106,12 @@ void camera_test::TearDown() {
     std::filesystem::remove_all(folder);
 }
 
-int camera_test::run_camera(const std::vector<std::string> &arguments) {
+int CameraTest::run_camera(const std::vector<std::string> &arguments) {
     return exit_code(start_program(arguments));
 }
 
-json camera_test::control(const std::string &method, const std::string &path, const json &body,
-                          int expected_status) {
+json CameraTest::control(const std::string &method, const std::string &path, const json &body,
+                         int expected_status) {
     httplib::Client client("127.0.0.1", control_port);
     httplib::Request request;
     request.method = method;
@@ -127,30 +127,30 @@ json camera_test::control(const std::string &method, const std::string &path, co
     return json::parse(result->body, nullptr, false);
 }
 
-std::string camera_test::control_bytes(const std::string &path) {
+std::string CameraTest::control_bytes(const std::string &path) {
     const auto result = httplib::Client("127.0.0.1", control_port).Get(path);
     return result && result->status == 200 ? result->body : "";
 }
 
-std::string camera_test::request_text(const std::string &target, const std::string &body,
-                                      const std::string &session) {
+std::string CameraTest::request_text(const std::string &target, const std::string &body,
+                                     const std::string &session) {
     const std::string method = body.empty() ? "GET" : "POST";
     return method + " " + target + " HTTP/1.1\r\nHost: camera\r\nCookie: Session=" + session +
            "\r\nConnection: close\r\n" +
            (body.empty() ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n") + "\r\n" + body;
 }
 
-std::string camera_test::cgi_reply(const std::string &target, const std::string &body) {
-    raw_connection connection(cgi_port);
+std::string CameraTest::cgi_reply(const std::string &target, const std::string &body) {
+    RawConnection connection(cgi_port);
     connection.send(request_text(target, body, session));
     return connection.read_to_end();
 }
 
-std::string camera_test::cgi(const std::string &target, const std::string &body) {
+std::string CameraTest::cgi(const std::string &target, const std::string &body) {
     return body_of(cgi_reply(target, body));
 }
 
-std::string camera_test::login(const std::string &password) {
+std::string CameraTest::login(const std::string &password) {
     const std::string reply =
         cgi_reply("/CGI/CameraLogin?Device=Camera&Stream=Stream1", "password=" + password);
     const std::string start = "\r\nSet-Cookie: Session=", end = "; path=/\r\n";

@@ -14,12 +14,12 @@
 using json = nlohmann::ordered_json;
 
 // A TCP connection to the camera as a test sees it; closed by its destructor.
-class raw_connection {
+class RawConnection {
   public:
-    explicit raw_connection(int port);
-    ~raw_connection();
-    raw_connection(const raw_connection &) = delete;
-    raw_connection &operator=(const raw_connection &) = delete;
+    explicit RawConnection(int port);
+    ~RawConnection();
+    RawConnection(const RawConnection &) = delete;
+    RawConnection &operator=(const RawConnection &) = delete;
 
     void send(const std::string &bytes);
     // What arrives until the stream ends; `error` is then errno of the end (0 for FIN). Fails the test after
@@ -31,7 +31,7 @@ class raw_connection {
     int fd;
 };
 
-class camera_test : public testing::Test {
+class CameraTest : public testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;

@@ -7,7 +7,7 @@
 
 namespace {
 
-class card_test : public camera_test {
+class CardTest : public CameraTest {
   protected:
     std::filesystem::path media(const std::string &name) const {
         return card / "DCIM" / "100MEDIA" / name;
@@ -37,7 +37,7 @@ bool is_jpeg(const std::string &bytes) {
     return false;
 }
 
-TEST_F(card_test, a_recording_grows_until_it_is_stopped) {
+TEST_F(CardTest, a_recording_grows_until_it_is_stopped) {
     EXPECT_EQ(cgi("/CGI/VideoList?start=1&end=1"), "<VideoList></VideoList>");
     EXPECT_EQ(remote("<Action>VIDEO_START</Action>"),
               "<RemoteControl><Action>VIDEO_START</Action></RemoteControl>");
@@ -54,7 +54,7 @@ TEST_F(card_test, a_recording_grows_until_it_is_stopped) {
     EXPECT_EQ(state()["recording"], json({{"active", true}, {"name", "AAAA0002.MP4"}}));
 }
 
-TEST_F(card_test, a_recording_is_refused_or_quietly_ignored_as_configured) {
+TEST_F(CardTest, a_recording_is_refused_or_quietly_ignored_as_configured) {
     control("PATCH", "/config", {{"recording_refuse", -7}});
     EXPECT_EQ(remote("<Action>VIDEO_START</Action>"),
               "<RemoteControl><ErrorCode>-7</ErrorCode></RemoteControl>");
@@ -66,14 +66,14 @@ TEST_F(card_test, a_recording_is_refused_or_quietly_ignored_as_configured) {
     }
 }
 
-TEST_F(card_test, without_a_card_nothing_is_stored) {
+TEST_F(CardTest, without_a_card_nothing_is_stored) {
     control("PATCH", "/status", {{"SD", "0"}});
     for (const std::string action : {"VIDEO_START", "PHOTO_TO_MOBILE", "FORMATSD"})
         EXPECT_EQ(remote("<Action>" + action + "</Action>"),
                   "<RemoteControl><ErrorCode>-5</ErrorCode></RemoteControl>");
 }
 
-TEST_F(card_test, a_photo_has_exactly_the_ordered_size) {
+TEST_F(CardTest, a_photo_has_exactly_the_ordered_size) {
     control("PATCH", "/config", {{"photo_delay_ms", 0}});
     const std::string plain = photo();
     EXPECT_TRUE(is_jpeg(plain));
@@ -91,7 +91,7 @@ TEST_F(card_test, a_photo_has_exactly_the_ordered_size) {
     EXPECT_EQ(state()["photos"], 32);
 }
 
-TEST_F(card_test, a_photo_appears_after_its_delay_and_not_during_a_recording) {
+TEST_F(CardTest, a_photo_appears_after_its_delay_and_not_during_a_recording) {
     control("PATCH", "/config", {{"photo_delay_ms", 1e9}});
     EXPECT_EQ(remote("<Action>PHOTO_TO_MOBILE</Action>"),
               "<RemoteControl><Action>PHOTO_TO_MOBILE</Action><URI>/DCIM/100MEDIA/AAAA0001.JPG</URI></"
@@ -102,14 +102,14 @@ TEST_F(card_test, a_photo_appears_after_its_delay_and_not_during_a_recording) {
               "<RemoteControl><ErrorCode>-6</ErrorCode></RemoteControl>");
 }
 
-TEST_F(card_test, only_the_card_is_served) {
+TEST_F(CardTest, only_the_card_is_served) {
     std::ofstream(folder / "private") << "x";
     std::ofstream(card / "open") << "y";
     EXPECT_TRUE(cgi_reply("/../private").starts_with("HTTP/1.1 404"));
     EXPECT_EQ(cgi("/open"), "y");
 }
 
-TEST_F(card_test, formatting_empties_the_card) {
+TEST_F(CardTest, formatting_empties_the_card) {
     std::ofstream(card / ".ota.tmp") << "x";
     remote("<Action>VIDEO_START</Action>");
     EXPECT_EQ(remote("<Action>FORMATSD</Action>"),
@@ -120,7 +120,7 @@ TEST_F(card_test, formatting_empties_the_card) {
     EXPECT_TRUE(std::filesystem::is_empty(card));
 }
 
-TEST_F(card_test, an_upgrade_walks_to_the_new_firmware) {
+TEST_F(CardTest, an_upgrade_walks_to_the_new_firmware) {
     control("PATCH", "/config", {{"upgrade", {{"steps", 3}, {"step_ms", 4000}}}});
     EXPECT_EQ(remote("<Action>UPGRADE_FW</Action>"),
               "<RemoteControl><Action>UPGRADE_FW</Action></RemoteControl>");
@@ -149,7 +149,7 @@ TEST_F(card_test, an_upgrade_walks_to_the_new_firmware) {
     EXPECT_TRUE(eventually([&] { return file_text(folder / "reboots") == "reboot\n"; }));
 }
 
-TEST_F(card_test, an_upgrade_fails_in_the_ordered_way) {
+TEST_F(CardTest, an_upgrade_fails_in_the_ordered_way) {
     const struct {
         const char *outcome, *status, *progress;
         int restarts;

@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST_F(camera_test, login_gives_a_key_and_the_firmware_version) {
+TEST_F(CameraTest, login_gives_a_key_and_the_firmware_version) {
     control("PATCH", "/config", {{"fwver", "2.7"}});
     const std::string reply = cgi_reply("/CGI/CameraLogin?Device=Camera&Stream=Stream1", "password=secret");
     EXPECT_EQ(reply.find("HTTP/1.1 200 OK\r\n"), 0u);
@@ -12,14 +12,14 @@ TEST_F(camera_test, login_gives_a_key_and_the_firmware_version) {
     EXPECT_EQ(body_of(reply), "<CameraLogin><FWVER>2.7</FWVER></CameraLogin>");
 }
 
-TEST_F(camera_test, login_refuses_a_wrong_part) {
+TEST_F(CameraTest, login_refuses_a_wrong_part) {
     EXPECT_EQ(login("wrong"), "");
     const std::string reply = cgi_reply("/CGI/CameraLogin?Device=Camera&Stream=Other", "password=secret");
     EXPECT_EQ(body_of(reply), "<CameraLogin><ErrorCode>-1</ErrorCode></CameraLogin>");
     EXPECT_EQ(reply.find("Session="), reply.npos);
 }
 
-TEST_F(camera_test, a_second_login_ends_the_first_key_only_where_asked) {
+TEST_F(CameraTest, a_second_login_ends_the_first_key_only_where_asked) {
     const std::string first = session;
     login();
     EXPECT_EQ(cgi("/CGI/CameraInfo?"), "<CameraInfo><UUID>Z55-0000-0001</UUID></CameraInfo>");
@@ -29,7 +29,7 @@ TEST_F(camera_test, a_second_login_ends_the_first_key_only_where_asked) {
     EXPECT_EQ(state()["sessions"], json({last}));
 }
 
-TEST_F(camera_test, an_expired_key_is_unknown_to_every_endpoint_but_the_login) {
+TEST_F(CameraTest, an_expired_key_is_unknown_to_every_endpoint_but_the_login) {
     control("POST", "/session/expire");
     for (const std::string name : {"CameraStatus", "CameraSetting", "CameraSetup", "RemoteControl",
                                    "CameraInfo", "VideoList", "MobileAudio"})
@@ -37,7 +37,7 @@ TEST_F(camera_test, an_expired_key_is_unknown_to_every_endpoint_but_the_login) {
     EXPECT_EQ(login(), "1000002");
 }
 
-TEST_F(camera_test, status_holds_the_keys_that_exist) {
+TEST_F(CameraTest, status_holds_the_keys_that_exist) {
     control("PATCH", "/status", {{"Battery", 5}, {"Temperature", nullptr}, {"Own", "x y"}});
     EXPECT_EQ(cgi("/CGI/CameraStatus?Notification&SD&Battery&Temperature&Own"),
               "<CameraStatus><Notification>0</Notification><SD>1</SD><Battery>5</Battery><Own>x "
@@ -46,7 +46,7 @@ TEST_F(camera_test, status_holds_the_keys_that_exist) {
     EXPECT_EQ(cgi("/CGI/CameraStatus?SD"), "<CameraStatus><ErrorCode>0</ErrorCode><SD>1</SD></CameraStatus>");
 }
 
-TEST_F(camera_test, an_event_is_seen_by_so_many_queries_of_its_key) {
+TEST_F(CameraTest, an_event_is_seen_by_so_many_queries_of_its_key) {
     control("POST", "/event", {{"name", "MotionEvent"}, {"polls", 2}});
     EXPECT_EQ(cgi("/CGI/CameraStatus?Battery"), "<CameraStatus><Battery>90</Battery></CameraStatus>");
     for (const std::string value : {"1", "1", "0", "0"})
@@ -58,7 +58,7 @@ TEST_F(camera_test, an_event_is_seen_by_so_many_queries_of_its_key) {
     control("POST", "/event", {{"polls", 1}}, 400);
 }
 
-TEST_F(camera_test, a_setting_group_is_written_whole) {
+TEST_F(CameraTest, a_setting_group_is_written_whole) {
     EXPECT_EQ(cgi("/CGI/CameraSetup",
                   "HTTP/1.1\nContent-Length: 9\n\r\n\r\n<CameraSetup><MOTION_DETECTION><ENABLE>ON</ENABLE>"
                   "<SENSITIVITY>9</SENSITIVITY></MOTION_DETECTION></CameraSetup>"),
@@ -75,7 +75,7 @@ TEST_F(camera_test, a_setting_group_is_written_whole) {
         "CameraSetting>");
 }
 
-TEST_F(camera_test, settings_are_patched_from_the_control_side) {
+TEST_F(CameraTest, settings_are_patched_from_the_control_side) {
     control("PATCH", "/settings/TEMPERATURE_ALERT", {{"MAX", 40}, {"ENABLE", nullptr}});
     EXPECT_EQ(
         cgi("/CGI/CameraSetting?TEMPERATURE_ALERT"),
@@ -84,7 +84,7 @@ TEST_F(camera_test, settings_are_patched_from_the_control_side) {
               "<CameraStatus><TemperatureMax>40</TemperatureMax></CameraStatus>");
 }
 
-TEST_F(camera_test, setup_takes_the_time_the_upgrade_switch_and_nothing_at_all) {
+TEST_F(CameraTest, setup_takes_the_time_the_upgrade_switch_and_nothing_at_all) {
     EXPECT_EQ(state()["time"], nullptr);
     cgi("/CGI/CameraSetup",
         "<CameraSetup><Item><Time><Year>2026</Year><Second>7</Second></Time></Item></CameraSetup>");
@@ -95,7 +95,7 @@ TEST_F(camera_test, setup_takes_the_time_the_upgrade_switch_and_nothing_at_all) 
     EXPECT_EQ(state()["fw_upgrade"], "ON");
 }
 
-TEST_F(camera_test, remote_control_shows_in_the_state) {
+TEST_F(CameraTest, remote_control_shows_in_the_state) {
     const struct {
         const char *elements, *status, *value;
     } rows[] = {
@@ -122,7 +122,7 @@ TEST_F(camera_test, remote_control_shows_in_the_state) {
     EXPECT_EQ(cgi("/CGI/RemoteControl", "\r\n\r\n"), "<RemoteControl></RemoteControl>");
 }
 
-TEST_F(camera_test, audio_is_kept_to_the_byte) {
+TEST_F(CameraTest, audio_is_kept_to_the_byte) {
     std::string wav = "RIFF";
     for (int i = 0; i < 72000; ++i) wav += static_cast<char>(i * 7);
     remote("<Action>AUDIO_ON</Action>");
@@ -135,7 +135,7 @@ TEST_F(camera_test, audio_is_kept_to_the_byte) {
     EXPECT_EQ(shown["speaker"], true);
 }
 
-TEST_F(camera_test, every_request_is_recorded_to_the_byte) {
+TEST_F(CameraTest, every_request_is_recorded_to_the_byte) {
     const json before = control("GET", "/requests?since=0");
     ASSERT_EQ(before.size(), 1u);  // the login of the set-up
     EXPECT_EQ(before[0]["target"], "/CGI/CameraLogin?Device=Camera&Stream=Stream1");
@@ -163,7 +163,7 @@ TEST_F(camera_test, every_request_is_recorded_to_the_byte) {
     EXPECT_EQ(state()["counters"], json({{"CameraInfo", 1}, {"CameraLogin", 1}, {"CameraSetup", 1}}));
 }
 
-TEST_F(camera_test, what_the_control_side_does_not_know_is_refused) {
+TEST_F(CameraTest, what_the_control_side_does_not_know_is_refused) {
     control("PATCH", "/config", {{"passwort", "x"}}, 400);
     control("PATCH", "/config", {{"photo_bytes", "many"}}, 400);
     control("PATCH", "/config", {{"photo_bytes", -1}}, 400);

@@ -14,14 +14,14 @@
 
 namespace {
 
-struct outcome {
+struct Outcome {
     std::string output;
     int exit_code;
 };
 
-outcome run_desk(const std::string &arguments) {
+Outcome run_desk(const std::string &arguments) {
     std::FILE *pipe = popen((DESK " " + arguments + " 2>&1").c_str(), "r");
-    outcome result;
+    Outcome result;
     for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe)) {
         result.output += static_cast<char>(character);
     }
@@ -74,13 +74,13 @@ class Desk : public testing::Test {
     std::thread listener_;
 };
 
-struct request_case {
+struct RequestCase {
     const char *arguments, *request;
 };
 
 constexpr auto by_arguments = [](const auto &row) { return case_name(row.param.arguments); };
 
-const request_case kRequests[] = {
+const RequestCase kRequests[] = {
     {.arguments = "camera set MotionEvent 1", .request = R"(PATCH /status {"MotionEvent":"1"})"},
     {.arguments = "camera remove Battery", .request = R"(PATCH /status {"Battery":null})"},
     {.arguments = "camera event MotionEvent", .request = R"(POST /event {"name":"MotionEvent"})"},
@@ -120,7 +120,7 @@ const request_case kRequests[] = {
     {.arguments = "send camera PATCH /status '{\"SD\":\"0\"}'", .request = R"(PATCH /status {"SD":"0"})"},
 };
 
-class DeskRequest : public Desk, public testing::WithParamInterface<request_case> {};
+class DeskRequest : public Desk, public testing::WithParamInterface<RequestCase> {};
 
 TEST_P(DeskRequest, is_sent) {
     if (std::string(GetParam().arguments).rfind("watch", 0) == 0) answer(R"({"results":[]})");
@@ -130,7 +130,7 @@ TEST_P(DeskRequest, is_sent) {
 
 INSTANTIATE_TEST_SUITE_P(Commands, DeskRequest, testing::ValuesIn(kRequests), by_arguments);
 
-struct reply_case {
+struct ReplyCase {
     const char *arguments, *request, *reply, *output;
     int exit_code;
 };
@@ -142,7 +142,7 @@ constexpr char kRequest[] =
     R"([{"seq":7,"time_ms":12,"status":200,"method":"POST","target":"/CGI/A?B","body":"x\ny"},
         {"seq":8,"time_ms":13,"status":null,"method":"GET","target":"/","body":""}])";
 
-const reply_case kReplies[] = {
+const ReplyCase kReplies[] = {
     {.arguments = "alarms",
      .request = "GET /alarms",
      .reply = kAlarm,
@@ -225,11 +225,11 @@ const reply_case kReplies[] = {
      .exit_code = 0},
 };
 
-class DeskReply : public Desk, public testing::WithParamInterface<reply_case> {};
+class DeskReply : public Desk, public testing::WithParamInterface<ReplyCase> {};
 
 TEST_P(DeskReply, is_printed) {
     answer(GetParam().reply);
-    const outcome result = run_desk(GetParam().arguments);
+    const Outcome result = run_desk(GetParam().arguments);
     EXPECT_EQ(asked(), std::string(GetParam().request) + "\n");
     EXPECT_EQ(result.output, GetParam().output);
     EXPECT_EQ(result.exit_code, GetParam().exit_code);
@@ -262,7 +262,7 @@ TEST_F(Desk, talk_sends_the_samples_of_a_wav_file) {
 
 TEST_F(Desk, error_of_an_interface_is_told) {
     answer(R"({"error":"no such key"})", 400);
-    const outcome result = run_desk("camera set a b");
+    const Outcome result = run_desk("camera set a b");
     EXPECT_EQ(result.output, "desk: the camera answers 400: no such key\n");
     EXPECT_EQ(result.exit_code, 1);
 }
@@ -281,7 +281,7 @@ TEST_F(Desk, files_of_the_device) {
 
 TEST(DeskAlone, says_that_nothing_runs) {
     setenv("DESK_RUN", "/tmp", 1);
-    const outcome result = run_desk("alarms");
+    const Outcome result = run_desk("alarms");
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_NE(result.output.find("nothing is running here: no port in /tmp/sdk.json"), std::string::npos);
 }
@@ -297,7 +297,7 @@ TEST(DeskAlone, misuse_ends_with_2_and_help_with_0) {
               "usage: desk camera set KEY VALUE    sets a status (MotionEvent 1)\n");
     EXPECT_EQ(run_desk("camera set a").exit_code, 2);
     EXPECT_EQ(run_desk("levitate").exit_code, 2);
-    const outcome help = run_desk("help");
+    const Outcome help = run_desk("help");
     EXPECT_EQ(help.exit_code, 0);
     EXPECT_NE(help.output.find("camera requests [N]"), std::string::npos);
 }

@@ -37,7 +37,7 @@ void write_all(const void *from, size_t length) {
 }
 
 void write_frame(uint32_t kind, int64_t time_us, const uint8_t *data, uint32_t length) {
-    const encoder_frame_header header{kind, static_cast<uint32_t>(time_us), length};
+    const EncoderFrameHeader header{kind, static_cast<uint32_t>(time_us), length};
     write_all(&header, sizeof header);
     write_all(data, length);
 }
@@ -45,16 +45,16 @@ void write_frame(uint32_t kind, int64_t time_us, const uint8_t *data, uint32_t l
 }  // namespace
 
 int main(int argc, char **argv) {
-    const stream_profile *profile = argc == 2 ? find_profile(argv[1]) : nullptr;
+    const StreamProfile *profile = argc == 2 ? find_profile(argv[1]) : nullptr;
     if (profile == nullptr) {
         fprintf(stderr, "usage: desk_encoder RTP_H264_WQVGA|RTP_H264_WVGA|RTP_H264_HD\n");
         return 2;
     }
-    media_encoder video = open_video(*profile), audio = open_audio();
+    MediaEncoder video = open_video(*profile), audio = open_audio();
     const int64_t start = now_us(CLOCK_MONOTONIC);
     for (;;) {
-        const int64_t video_due = start + int64_t{video.number} * 1'000'000 / video_fps;
-        const int64_t audio_due = start + int64_t{audio.number} * samples_per_frame * 1'000'000 / audio_rate;
+        const int64_t video_due = start + int64_t{video.number} * 1'000'000 / kVideoFps;
+        const int64_t audio_due = start + int64_t{audio.number} * kSamplesPerFrame * 1'000'000 / kAudioRate;
         const int64_t due = video_due < audio_due ? video_due : audio_due;
         sleep_until_us(due);
         const uint32_t kind = video_due < audio_due ? 1 : 2;

@@ -5,24 +5,24 @@
 
 namespace {
 
-constexpr int glyph_columns = 5, glyph_rows = 7;
+constexpr int kGlyphColumns = 5, kGlyphRows = 7;
 
 // One row of pixels a byte, the leftmost in bit 4: 0 to 9, ':' and '.'.
-constexpr uint8_t glyphs[12][glyph_rows] = {
+constexpr uint8_t kGlyphs[12][kGlyphRows] = {
     {14, 17, 19, 21, 25, 17, 14}, {4, 12, 4, 4, 4, 4, 14},  {14, 17, 1, 2, 4, 8, 31},
     {31, 2, 4, 2, 1, 17, 14},     {2, 6, 10, 18, 31, 2, 2}, {31, 16, 30, 1, 1, 17, 14},
     {6, 8, 16, 30, 17, 17, 14},   {31, 1, 2, 4, 8, 8, 8},   {14, 17, 17, 14, 17, 17, 14},
     {14, 17, 17, 15, 1, 2, 12},   {0, 4, 4, 0, 4, 4, 0},    {0, 0, 0, 0, 0, 4, 4},
 };
 
-void fill_rectangle(const picture_planes &picture, int left, int top, int width, int height, uint8_t luma) {
+void fill_rectangle(const PicturePlanes &picture, int left, int top, int width, int height, uint8_t luma) {
     for (int y = std::max(top, 0); y < std::min(top + height, picture.height); y++) {
         uint8_t *row = picture.plane[0] + y * picture.stride[0];
         for (int x = std::max(left, 0); x < std::min(left + width, picture.width); x++) row[x] = luma;
     }
 }
 
-void draw_background(const picture_planes &picture, uint32_t number) {
+void draw_background(const PicturePlanes &picture, uint32_t number) {
     const int shift = static_cast<int>(number % 4096);
     for (int y = 0; y < picture.height; y++) {
         uint8_t *row = picture.plane[0] + y * picture.stride[0];
@@ -44,12 +44,12 @@ int bounce(int way, int room) {
     return at < room ? at : 2 * room - at;
 }
 
-void draw_text(const picture_planes &picture, const char *text, int left, int top, int scale) {
-    for (; *text != '\0'; text++, left += (glyph_columns + 1) * scale) {
-        const uint8_t *glyph = glyphs[*text == ':' ? 10 : *text == '.' ? 11 : *text - '0'];
-        for (int i = 0; i < glyph_rows * glyph_columns; i++) {
-            const int row = i / glyph_columns, column = i % glyph_columns;
-            if ((glyph[row] >> (glyph_columns - 1 - column) & 1) == 0) continue;
+void draw_text(const PicturePlanes &picture, const char *text, int left, int top, int scale) {
+    for (; *text != '\0'; text++, left += (kGlyphColumns + 1) * scale) {
+        const uint8_t *glyph = kGlyphs[*text == ':' ? 10 : *text == '.' ? 11 : *text - '0'];
+        for (int i = 0; i < kGlyphRows * kGlyphColumns; i++) {
+            const int row = i / kGlyphColumns, column = i % kGlyphColumns;
+            if ((glyph[row] >> (kGlyphColumns - 1 - column) & 1) == 0) continue;
             fill_rectangle(picture, left + column * scale, top + row * scale, scale, scale, 235);
         }
     }
@@ -57,7 +57,7 @@ void draw_text(const picture_planes &picture, const char *text, int left, int to
 
 }  // namespace
 
-void draw_picture(const picture_planes &picture, uint32_t number, int64_t time_ms) {
+void draw_picture(const PicturePlanes &picture, uint32_t number, int64_t time_ms) {
     const int seconds = static_cast<int>(time_ms / 1000 % 86400),
               tenths = static_cast<int>(time_ms / 100 % 10);
     char clock[16];
@@ -68,7 +68,7 @@ void draw_picture(const picture_planes &picture, uint32_t number, int64_t time_m
     fill_rectangle(picture, bounce(way, picture.width - size), bounce(way / 2, picture.height - size), size,
                    size, 200);
     const int scale = std::max(picture.width / 80, 1);
-    fill_rectangle(picture, 2 * scale, 2 * scale, (10 * (glyph_columns + 1) + 3) * scale,
-                   (glyph_rows + 4) * scale, 16);
+    fill_rectangle(picture, 2 * scale, 2 * scale, (10 * (kGlyphColumns + 1) + 3) * scale,
+                   (kGlyphRows + 4) * scale, 16);
     draw_text(picture, clock, 4 * scale, 4 * scale, scale);
 }

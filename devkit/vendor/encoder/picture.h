@@ -4,11 +4,11 @@
 #include <cstdint>
 
 // Planes of a 4:2:0 picture; strides in bytes.
-struct picture_planes {
+struct PicturePlanes {
     int width, height;
     uint8_t *plane[3];
     int stride[3];
 };
 
 // Draws picture `number`; `time_ms` is the wall-clock time to show, milliseconds since the epoch (UTC).
-void draw_picture(const picture_planes &picture, uint32_t number, int64_t time_ms);
+void draw_picture(const PicturePlanes &picture, uint32_t number, int64_t time_ms);

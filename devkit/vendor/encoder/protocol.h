@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-struct encoder_frame_header {
+struct EncoderFrameHeader {
     uint32_t kind;       // 1: one H.264 access unit, Annex B; 2: one raw AAC-LC frame, 48 kHz stereo
     uint32_t timestamp;  // microseconds
     uint32_t length;     // bytes

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int patience_seconds = 60;  // for one reply, under a sanitizer on a busy machine
+constexpr int kPatienceSeconds = 60;  // for one reply, under a sanitizer on a busy machine
 
 std::vector<std::string> environment_with(std::map<std::string, std::string> more) {
     std::vector<std::string> entries;
@@ -49,17 +49,17 @@ std::string output_of(const std::string &command) {
     return text;
 }
 
-scratch_folder::scratch_folder() {
+ScratchFolder::ScratchFolder() {
     std::string name = std::filesystem::temp_directory_path() / "vendor-test.XXXXXX";
     path_ = mkdtemp(name.data());
 }
 
-scratch_folder::~scratch_folder() {
+ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
 }
 
-agent_process::agent_process(std::map<std::string, std::string> environment) {
+AgentProcess::AgentProcess(std::map<std::string, std::string> environment) {
     const std::string ports_file = folder_.path("sdk.json");
     environment["DESK_SDK_PORTS_FILE"] = ports_file;
     std::vector<std::string> entries = environment_with(std::move(environment));
@@ -84,12 +84,12 @@ agent_process::agent_process(std::map<std::string, std::string> environment) {
     EXPECT_TRUE(eventually([&] { return get("/variable?name=ready").at("value") == true; }));
 }
 
-agent_process::~agent_process() {
+AgentProcess::~AgentProcess() {
     if (pid_ <= 0) return;
     EXPECT_EQ(wait_for_end(), 0) << "the agent did not end well";
 }
 
-int agent_process::wait_for_end() {
+int AgentProcess::wait_for_end() {
     close(input_);
     int status = -1;
     waitpid(pid_, &status, 0);
@@ -97,29 +97,29 @@ int agent_process::wait_for_end() {
     return status;
 }
 
-json_reply agent_process::ask(const std::string &method, const std::string &target, const json &body) {
-    return desk::json_call(port_, method, target, body, patience_seconds);
+JsonReply AgentProcess::ask(const std::string &method, const std::string &target, const json &body) {
+    return desk::json_call(port_, method, target, body, kPatienceSeconds);
 }
 
-json agent_process::good(const std::string &method, const std::string &target, const json &body) {
-    const json_reply reply = ask(method, target, body);
+json AgentProcess::good(const std::string &method, const std::string &target, const json &body) {
+    const JsonReply reply = ask(method, target, body);
     EXPECT_EQ(reply.status, 200) << method << " " << target << ": " << reply.body;
     return reply.body;
 }
 
-json agent_process::get(const std::string &target) {
+json AgentProcess::get(const std::string &target) {
     return good("GET", target, nullptr);
 }
 
-json agent_process::put(const std::string &target, const json &body) {
+json AgentProcess::put(const std::string &target, const json &body) {
     return good("PUT", target, body);
 }
 
-json agent_process::post(const std::string &target, const json &body) {
+json AgentProcess::post(const std::string &target, const json &body) {
     return good("POST", target, body);
 }
 
-json agent_process::call(const std::string &name, const json &args, json order) {
+json AgentProcess::call(const std::string &name, const json &args, json order) {
     order["name"] = name;
     order["args"] = args;
     const json results = post("/call", order).value("results", json::array());

@@ -12,7 +12,7 @@
 #include "json_http.h"
 
 using desk::json;
-using desk::json_reply;
+using desk::JsonReply;
 
 // Asks again and again until `condition` holds; false after a minute.
 bool eventually(const std::function<bool()> &condition);
@@ -21,12 +21,12 @@ bool eventually(const std::function<bool()> &condition);
 std::string output_of(const std::string &command);
 
 // A folder that is removed at the end.
-class scratch_folder {
+class ScratchFolder {
   public:
-    scratch_folder();
-    ~scratch_folder();
-    scratch_folder(const scratch_folder &) = delete;
-    scratch_folder &operator=(const scratch_folder &) = delete;
+    ScratchFolder();
+    ~ScratchFolder();
+    ScratchFolder(const ScratchFolder &) = delete;
+    ScratchFolder &operator=(const ScratchFolder &) = delete;
     std::string path(const std::string &name) const {
         return path_ + "/" + name;
     }
@@ -35,15 +35,15 @@ class scratch_folder {
     std::string path_;
 };
 
-class agent_process {
+class AgentProcess {
   public:
-    explicit agent_process(std::map<std::string, std::string> environment = {});
+    explicit AgentProcess(std::map<std::string, std::string> environment = {});
     // Ends the agent; the test fails when it did not end well (a sanitizer's report is not well).
-    ~agent_process();
-    agent_process(const agent_process &) = delete;
-    agent_process &operator=(const agent_process &) = delete;
+    ~AgentProcess();
+    AgentProcess(const AgentProcess &) = delete;
+    AgentProcess &operator=(const AgentProcess &) = delete;
 
-    json_reply ask(const std::string &method, const std::string &target, const json &body = nullptr);
+    JsonReply ask(const std::string &method, const std::string &target, const json &body = nullptr);
     // The body of a reply that must be 200.
     json get(const std::string &target);
     json put(const std::string &target, const json &body);
@@ -57,7 +57,7 @@ class agent_process {
     pid_t pid() const {
         return pid_;
     }
-    const scratch_folder &folder() const {
+    const ScratchFolder &folder() const {
         return folder_;
     }
     // Waits for the end of an agent that ends by itself; returns its wait status.
@@ -66,7 +66,7 @@ class agent_process {
   private:
     json good(const std::string &method, const std::string &target, const json &body);
 
-    scratch_folder folder_;
+    ScratchFolder folder_;
     pid_t pid_ = -1;
     int port_ = 0, input_ = -1;
 };

@@ -5,11 +5,11 @@
 
 namespace {
 
-struct call_row {
+struct CallRow {
     const char *name, *args, *result;
 };
 
-const call_row calls[] = {
+const CallRow kCalls[] = {
     {"get_device_status", R"(["Battery"])", R"({"result":17,"value":"status of Battery"})"},
     {"get_device_status", R"(["Battery",false])", R"({"result":-3,"value":null})"},
     {"get_device_param", R"([null])", R"({"result":5,"value":"ERROR"})"},
@@ -47,8 +47,8 @@ const call_row calls[] = {
 };
 
 TEST(Call, EveryHandlerHasItsOwnSignature) {
-    agent_process agent;
-    for (const call_row &row : calls) {
+    AgentProcess agent;
+    for (const CallRow &row : kCalls) {
         EXPECT_EQ(agent.call(row.name, json::parse(row.args)), json::parse(row.result))
             << row.name << row.args;
         if (std::string(row.name) == "start_recording_video")
@@ -59,7 +59,7 @@ TEST(Call, EveryHandlerHasItsOwnSignature) {
 }
 
 TEST(Call, SnapshotGivesAllWordsAndTheData) {
-    agent_process agent;
+    AgentProcess agent;
     const json taken = agent.call("get_camera_snapshot", {0}, {{"buffer", 4000}});
     EXPECT_EQ(taken.at("result"), 0);
     EXPECT_EQ(taken.at("kind"), 11);
@@ -75,7 +75,7 @@ TEST(Call, SnapshotGivesAllWordsAndTheData) {
 }
 
 TEST(Call, ThreadsTimesRepeatResults) {
-    agent_process agent;
+    AgentProcess agent;
     const json order = {
         {"name", "get_device_param"}, {"args", {"abc"}}, {"threads", 8}, {"repeat", 25}, {"via", "dlsym"}};
     const json results = agent.post("/call", order).at("results");
@@ -85,7 +85,7 @@ TEST(Call, ThreadsTimesRepeatResults) {
 }
 
 TEST(Call, AsyncAnswersBeforeTheHandlerDoes) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(agent.post("/call", {{"name", "OTA_monitor"}, {"async", true}}), json({{"started", 1}}));
     ASSERT_TRUE(eventually([&] { return agent.get("/calls").at("running") == 1; }));
     EXPECT_EQ(agent.get("/calls").at("finished"), 0);
@@ -94,7 +94,7 @@ TEST(Call, AsyncAnswersBeforeTheHandlerDoes) {
 }
 
 TEST(Call, UnlistedNameTakesTheSignatureOfAnother) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(agent.call("stop_recording_video", {}, {{"kind", "login"}}).at("result"), -1);
     EXPECT_EQ(agent.ask("POST", "/call", {{"name", "puts"}}).status, 400);
     EXPECT_EQ(agent.ask("POST", "/call", {{"name", "no_such_name"}, {"kind", "login"}}).status, 400);
@@ -103,14 +103,14 @@ TEST(Call, UnlistedNameTakesTheSignatureOfAnother) {
 }
 
 TEST(Call, ArgumentThatDoesNotFitIsAnErrorOfThatCall) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(agent.call("ptz_direction_control", {"x", 1}).count("error"), 1U);
     EXPECT_EQ(agent.call("get_device_param", {17}).count("error"), 1U);
     EXPECT_EQ(agent.call("device_play_audio", {{{"wav", "/no/such/file"}}}).count("error"), 1U);
 }
 
 TEST(Talk, WholeClipGoesInFrames) {
-    agent_process agent;
+    AgentProcess agent;
     const std::string path = agent.folder().path("talk.wav");
     std::string wav = "RIFF....WAVEfmt ";
     wav += std::string("\x10\0\0\0", 4) + std::string(16, '\0') + "data" + std::string("\xff\xff\xff\x7f", 4);

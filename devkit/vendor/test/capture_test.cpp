@@ -6,7 +6,7 @@
 namespace {
 
 struct Capture : testing::Test {
-    agent_process agent;
+    AgentProcess agent;
     int delivered(const char *kind) {
         return agent.get("/capture").at("delivered").at(kind);
     }
@@ -82,14 +82,14 @@ TEST_F(Capture, UnknownProfileIsRefused) {
 
 std::atomic<int> camera_stream{0};
 
-json_reply camera_state(const desk::json_request &request) {
+JsonReply camera_state(const desk::JsonRequest &request) {
     EXPECT_EQ(request.path, "/state");
     return {200, {{"stream", camera_stream == 0 ? "RTP_H264_WVGA" : "RTP_H264_HD"}}};
 }
 
 TEST(CaptureProfile, FollowsTheCamera) {
     const int port = desk::start_json_server(0, camera_state);
-    agent_process agent(std::map<std::string, std::string>{
+    AgentProcess agent(std::map<std::string, std::string>{
         {"DESK_CAMERA_CONTROL", "http://127.0.0.1:" + std::to_string(port)}});
     EXPECT_EQ(agent.get("/capture").at("profile"), "RTP_H264_WQVGA");
     agent.put("/watch", {{"on", true}});

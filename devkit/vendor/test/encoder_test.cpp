@@ -30,7 +30,7 @@ bool is_gone(pid_t pid) {
 }
 
 struct Encoder : testing::Test {
-    agent_process agent{std::map<std::string, std::string>{{"DESK_ENCODER", DESK_ENCODER}}};
+    AgentProcess agent{std::map<std::string, std::string>{{"DESK_ENCODER", DESK_ENCODER}}};
 
     int pid() {
         return agent.get("/capture").at("encoder_pid");
@@ -104,7 +104,7 @@ TEST_F(Encoder, EndsWithTheAgent) {
 }
 
 TEST(EncoderMissing, SyntheticFramesTakeItsPlace) {
-    agent_process agent(std::map<std::string, std::string>{{"DESK_ENCODER", "/no/such/program"}});
+    AgentProcess agent(std::map<std::string, std::string>{{"DESK_ENCODER", "/no/such/program"}});
     agent.put("/watch", {{"on", true}});
     EXPECT_TRUE(eventually([&] { return agent.get("/capture").at("source") == "synthetic"; }));
 }

@@ -52,14 +52,14 @@ char *answer(const std::string &text) {
     return buffer;
 }
 
-any_function sdk_function(int slot) {
+AnyFunction sdk_function(int slot) {
     const mipc_api_table *table = __atomic_load_n(&mipc_api, __ATOMIC_SEQ_CST);
     return table == nullptr ? nullptr : table->slot[slot];
 }
 
 int send_alarm(int status) {
     alarm_record record{1, "alarm", status};
-    const auto send = reinterpret_cast<int (*)(alarm_record *, mipc_api_table *)>(sdk_function(alarm_slot));
+    const auto send = reinterpret_cast<int (*)(alarm_record *, mipc_api_table *)>(sdk_function(kAlarmSlot));
     return send == nullptr ? -2 : send(&record, __atomic_load_n(&mipc_api, __ATOMIC_SEQ_CST));
 }
 
@@ -208,8 +208,8 @@ EXPORT int get_record_start_time(char *buffer, int size) {
 
 EXPORT void new_getframe_callback(captured_frame *frame) {
     static uint32_t counter = 0;
-    const auto video = reinterpret_cast<int (*)(video_record *)>(sdk_function(video_slot));
-    const auto audio = reinterpret_cast<int (*)(audio_record *)>(sdk_function(audio_slot));
+    const auto video = reinterpret_cast<int (*)(video_record *)>(sdk_function(kVideoSlot));
+    const auto audio = reinterpret_cast<int (*)(audio_record *)>(sdk_function(kAudioSlot));
     counter++;
     if (frame->kind == 1 && video != nullptr) {
         video_record record{};
@@ -248,11 +248,11 @@ EXPORT void *OTA_monitor(void *) {
 }
 
 EXPORT void *waitAndPlay(void *holder) {
-    struct clip {
+    struct Clip {
         char *data;
         int used;
     };
-    auto *given = static_cast<clip *>(holder);
+    auto *given = static_cast<Clip *>(holder);
     const intptr_t result = given->used + given->data[0];
     free(given->data);
     free(given);
@@ -279,15 +279,15 @@ EXPORT size_t photo_write_callback(char *chunk, size_t size, size_t nmemb, void 
 
 int main() {
     static const device_callbacks callbacks = {{
-        reinterpret_cast<any_function>(get_device_status),
-        reinterpret_cast<any_function>(get_device_param),
-        reinterpret_cast<any_function>(set_device_param),
-        reinterpret_cast<any_function>(device_play_audio),
-        reinterpret_cast<any_function>(ptz_direction_control),
-        reinterpret_cast<any_function>(get_camera_snapshot),
-        reinterpret_cast<any_function>(notify_Z55_connection_status),
-        reinterpret_cast<any_function>(start_recording_video),
-        reinterpret_cast<any_function>(stop_recording_video),
+        reinterpret_cast<AnyFunction>(get_device_status),
+        reinterpret_cast<AnyFunction>(get_device_param),
+        reinterpret_cast<AnyFunction>(set_device_param),
+        reinterpret_cast<AnyFunction>(device_play_audio),
+        reinterpret_cast<AnyFunction>(ptz_direction_control),
+        reinterpret_cast<AnyFunction>(get_camera_snapshot),
+        reinterpret_cast<AnyFunction>(notify_Z55_connection_status),
+        reinterpret_cast<AnyFunction>(start_recording_video),
+        reinterpret_cast<AnyFunction>(stop_recording_video),
     }};
     get_session_key = [] { return strdup("4711"); };
     size_t stack = 0;

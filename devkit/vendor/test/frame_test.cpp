@@ -12,7 +12,7 @@ std::string file_text(const std::string &path) {
 }
 
 struct Frames : testing::Test {
-    agent_process agent;
+    AgentProcess agent;
 };
 
 TEST_F(Frames, VideoRecordIsKeptWordByWord) {

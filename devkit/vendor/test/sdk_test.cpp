@@ -10,7 +10,7 @@
 namespace {
 
 TEST(Sdk, StateTellsWhatTheAgentHandedOver) {
-    agent_process agent;
+    AgentProcess agent;
     const json state = agent.get("/state");
     EXPECT_EQ(state.at("uuid"), "UUID-1");
     EXPECT_EQ(state.at("interface"), "wlan0");
@@ -24,7 +24,7 @@ TEST(Sdk, StateTellsWhatTheAgentHandedOver) {
 }
 
 TEST(Sdk, AlarmsAreKeptInOrderToTheByte) {
-    agent_process agent;
+    AgentProcess agent;
     for (const char *status : {"1", "13", "20"})
         EXPECT_EQ(agent.call("set_device_param", {"alarm", status}).at("result"), 0);
     const json all = agent.get("/alarms");
@@ -43,7 +43,7 @@ TEST(Sdk, AlarmsAreKeptInOrderToTheByte) {
 }
 
 TEST(Sdk, OldAlarmsGiveWayToNewOnes) {
-    agent_process agent;
+    AgentProcess agent;
     agent.post("/call",
                {{"name", "set_device_param"}, {"args", {"alarm", "3"}}, {"threads", 4}, {"repeat", 300}});
     const json alarms = agent.get("/alarms");
@@ -53,7 +53,7 @@ TEST(Sdk, OldAlarmsGiveWayToNewOnes) {
 }
 
 TEST(Sdk, TheHeapGrowsAndShrinksByWhatIsHeld) {
-    agent_process agent;
+    AgentProcess agent;
     const auto in_use = [&] { return agent.get("/heap").at("in_use").get<double>(); };
     const double before = in_use();
     EXPECT_GT(before, 0);
@@ -64,7 +64,7 @@ TEST(Sdk, TheHeapGrowsAndShrinksByWhatIsHeld) {
 }
 
 TEST(Sdk, TableAnswersAsOrdered) {
-    agent_process agent;
+    AgentProcess agent;
     agent.put("/table", {{"alarm_result", -1}});
     EXPECT_EQ(agent.call("set_device_param", {"alarm", "1"}).at("result"), -1);
     agent.put("/table", {{"slot", 14}, {"present", false}});
@@ -75,7 +75,7 @@ TEST(Sdk, TableAnswersAsOrdered) {
 }
 
 TEST(Sdk, OrdersFromTheEnvironmentComeBeforeTheAgent) {
-    agent_process agent(
+    AgentProcess agent(
         {{"DESK_SDK_AT_LOAD", R"([["PUT","/table",{"null":true}],["PUT","/token",{"token":"early"}],)"
                               R"(["PUT","/capture",{"init_result":-7}]])"},
          {"DESK_SDK_AT_INIT", R"([["POST","/call",{"name":"get_device_status","args":["SD"]}]])"}});
@@ -88,7 +88,7 @@ TEST(Sdk, OrdersFromTheEnvironmentComeBeforeTheAgent) {
 }
 
 TEST(Sdk, ViewerComesAndLeaves) {
-    agent_process agent;
+    AgentProcess agent;
     agent.put("/request_vedio", {{"value", 3}});
     EXPECT_EQ(agent.get("/variable?name=request_vedio").at("value"), 3);
     EXPECT_EQ(agent.get("/capture").at("started"), false);
@@ -101,7 +101,7 @@ TEST(Sdk, ViewerComesAndLeaves) {
 }
 
 TEST(Sdk, VariablesAreReadByTheirKind) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(agent.get("/variable?name=mipc_api").at("value"), true);
     EXPECT_EQ(agent.get("/variable?name=NTP_FAIL").at("value"), -1);
     EXPECT_EQ(agent.get("/variable?name=hostIP").at("value"), "127.0.0.1:80800");
@@ -115,14 +115,14 @@ TEST(Sdk, VariablesAreReadByTheirKind) {
 }
 
 TEST(Sdk, CallThatEndsTheProcessDropsTheConnection) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(agent.ask("POST", "/call", {{"name", "rebootOperation"}}).status, 0);
     EXPECT_EQ(agent.wait_for_end(), 0);
 }
 
 TEST(Sdk, BusyPortIsReplacedByAFreeOne) {
-    agent_process first;
-    agent_process second({{"DESK_SDK_PORT", std::to_string(first.port())}});
+    AgentProcess first;
+    AgentProcess second({{"DESK_SDK_PORT", std::to_string(first.port())}});
     EXPECT_NE(second.port(), first.port());
     EXPECT_EQ(second.get("/state").at("pid"), second.pid());
 }
@@ -130,16 +130,16 @@ TEST(Sdk, BusyPortIsReplacedByAFreeOne) {
 TEST(Sdk, RestartedAgentTakesTheSamePortAgain) {
     int port;
     {
-        agent_process first;
+        AgentProcess first;
         port = first.port();
         first.get("/state");
     }
-    agent_process second({{"DESK_SDK_PORT", std::to_string(port)}});
+    AgentProcess second({{"DESK_SDK_PORT", std::to_string(port)}});
     EXPECT_EQ(second.port(), port);
 }
 
 TEST(Sdk, NonsenseIsRefusedAndDoesNoHarm) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(agent.ask("GET", "/nothing").status, 404);
     EXPECT_EQ(agent.ask("DELETE", "/state").status, 404);
     EXPECT_EQ(agent.ask("PUT", "/request_vedio", {{"value", "x"}}).status, 400);

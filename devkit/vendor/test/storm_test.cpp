@@ -7,7 +7,7 @@
 namespace {
 
 TEST(Storm, CallsFramesAlarmsAndRecordingsAtOnce) {
-    agent_process agent;
+    AgentProcess agent;
     const std::string h264 = agent.folder().path("clip.h264");
     const std::vector<json> orders = {
         {{"name", "get_device_param"}, {"args", {"abc"}}, {"threads", 4}, {"repeat", 100}},
@@ -39,13 +39,13 @@ TEST(Storm, CallsFramesAlarmsAndRecordingsAtOnce) {
     EXPECT_EQ(saved.at("dropped"), 0) << "sound that is not saved takes nobody's place";
 }
 
-struct library_row {
+struct LibraryRow {
     const char *path, *names;
 };
 
 // The agent's link must find the vendor's names, and nothing of ours may get in the way of its own.
 TEST(Exports, LibrariesShowTheVendorsNamesOnly) {
-    const library_row libraries[] = {
+    const LibraryRow libraries[] = {
         {VENDOR_DIR "/libvq_ipca.so", "request_vedio thread_attr vq_ipca_init "},
         {VENDOR_DIR "/libef.so",
          "ExFramer_Capture_Init ExFramer_Capture_Start ExFramer_Capture_Stop SetErrorCallback "
@@ -54,7 +54,7 @@ TEST(Exports, LibrariesShowTheVendorsNamesOnly) {
          "desk_usock_request readTokenFromFile remove_token send_cloud_status set_video_bitrate "
          "soapGetToken "},
     };
-    for (const library_row &library : libraries) {
+    for (const LibraryRow &library : libraries) {
         const std::string path = library.path, file = path.substr(path.rfind('/') + 1);
         const std::string names =
             "nm -D --defined-only " + path + " | awk '{print $3}' | LC_ALL=C sort | tr '\\n' ' '";

@@ -3,12 +3,12 @@
 
 namespace {
 
-std::string token_read_by(agent_process &agent) {
+std::string token_read_by(AgentProcess &agent) {
     return agent.call("get_device_param", {"token"}).at("value");
 }
 
 TEST(Tokens, AreReadRemovedAndFetchedAsOrdered) {
-    agent_process agent;
+    AgentProcess agent;
     EXPECT_EQ(token_read_by(agent), "desk-to") << "cut to the reader's 8 bytes";
     agent.put("/token", {{"token", "abc"}, {"remove_result", -1}});
     EXPECT_EQ(token_read_by(agent), "abc");
@@ -26,7 +26,7 @@ TEST(Tokens, AreReadRemovedAndFetchedAsOrdered) {
 }
 
 TEST(Tokens, CallsAreKeptInOrder) {
-    agent_process agent;
+    AgentProcess agent;
     agent.call("set_device_param", {"cloud_status", "3"});
     agent.call("set_device_param", {"bitrate", "512"});
     token_read_by(agent);

@@ -8,7 +8,7 @@
 #include "bend_test.h"
 
 void step_wall_clock(double seconds) {
-    bend_file *file = map_bend_file(getenv("BEND_FILE"));
+    BendFile *file = map_bend_file(getenv("BEND_FILE"));
     ASSERT_NE(file, nullptr);
     __atomic_add_fetch(&file->wall_offset_us, static_cast<std::int64_t>(seconds * 1e6), __ATOMIC_RELAXED);
     munmap(file, sizeof *file);

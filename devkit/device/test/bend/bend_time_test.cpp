@@ -96,17 +96,17 @@ timeval short_length(double seconds) {
             static_cast<suseconds_t>((seconds - static_cast<int>(seconds)) * 1e6)};
 }
 
-struct wait_case {
+struct WaitCase {
     const char *name;
     std::function<int(double seconds)> wait;
     int result;
 };
 
-void PrintTo(const wait_case &row, std::ostream *out) {
+void PrintTo(const WaitCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-const wait_case kWaits[] = {
+const WaitCase kWaits[] = {
     {.name = "sleep", .wait = [](double s) { return sleep(static_cast<unsigned>(s)); }, .result = 0},
     {.name = "usleep",
      .wait = [](double s) { return usleep(static_cast<useconds_t>(s * 1e6)); },
@@ -242,7 +242,7 @@ const wait_case kWaits[] = {
      .result = EAGAIN},
 };
 
-class BentWait : public testing::TestWithParam<wait_case> {};
+class BentWait : public testing::TestWithParam<WaitCase> {};
 
 TEST_P(BentWait, lasts_its_bent_length) {
     constexpr double kLength = 10;
@@ -257,17 +257,17 @@ TEST_P(BentWait, lasts_its_bent_length) {
 
 INSTANTIATE_TEST_SUITE_P(Functions, BentWait, testing::ValuesIn(kWaits), by_name);
 
-struct clock_case {
+struct ClockCase {
     const char *name;
     std::function<double()> seconds;
     double resolution;
 };
 
-void PrintTo(const clock_case &row, std::ostream *out) {
+void PrintTo(const ClockCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-const clock_case kClocks[] = {
+const ClockCase kClocks[] = {
     {.name = "realtime", .seconds = [] { return bent_seconds(CLOCK_REALTIME); }, .resolution = 0},
     {.name = "realtime_coarse",
      .seconds = [] { return bent_seconds(CLOCK_REALTIME_COARSE); },
@@ -296,7 +296,7 @@ const clock_case kClocks[] = {
      .resolution = 0},
 };
 
-class BentClock : public testing::TestWithParam<clock_case> {};
+class BentClock : public testing::TestWithParam<ClockCase> {};
 
 TEST_P(BentClock, runs_a_hundred_times_as_fast) {
     const auto &reading = GetParam().seconds;
@@ -374,18 +374,18 @@ TEST(BentWaits, posted_semaphore_and_signalled_condition_end_a_wait) {
     other.join();
 }
 
-struct option_case {
+struct OptionCase {
     const char *name;
     int option;
     int bent;
     int real;
 };
 
-void PrintTo(const option_case &row, std::ostream *out) {
+void PrintTo(const OptionCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-const option_case kOptions[] = {
+const OptionCase kOptions[] = {
     {.name = "keep_alive_idle", .option = TCP_KEEPIDLE, .bent = 250, .real = 3},
     {.name = "keep_alive_interval_of_a_second_at_least", .option = TCP_KEEPINTVL, .bent = 5, .real = 1},
     {.name = "user_timeout", .option = TCP_USER_TIMEOUT, .bent = 30'001, .real = 301},
@@ -396,7 +396,7 @@ const option_case kOptions[] = {
     {.name = "user_timeout_taken_back", .option = TCP_USER_TIMEOUT, .bent = 0, .real = 0},
 };
 
-class BentSocket : public testing::TestWithParam<option_case> {};
+class BentSocket : public testing::TestWithParam<OptionCase> {};
 
 TEST_P(BentSocket, has_its_times_divided) {
     const auto &[name, option, bent, real] = GetParam();

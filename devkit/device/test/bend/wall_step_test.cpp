@@ -59,17 +59,17 @@ int wait_on_condition(clockid_t attribute, const timespec &deadline) {
     return result;
 }
 
-struct wait_case {
+struct WaitCase {
     const char *name;
     clockid_t clock;
     std::function<int(const timespec &deadline)> wait;
 };
 
-void PrintTo(const wait_case &row, std::ostream *out) {
+void PrintTo(const WaitCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-const wait_case kWallWaits[] = {
+const WaitCase kWallWaits[] = {
     {.name = "pthread_cond_timedwait",
      .clock = CLOCK_REALTIME,
      .wait = [](const timespec &deadline) { return wait_on_condition(CLOCK_REALTIME, deadline); }},
@@ -89,7 +89,7 @@ const wait_case kWallWaits[] = {
          }},
 };
 
-class WallWait : public testing::TestWithParam<wait_case> {};
+class WallWait : public testing::TestWithParam<WaitCase> {};
 
 TEST_P(WallWait, ends_when_the_clock_steps_past_its_deadline) {
     const timespec deadline = bent_deadline(CLOCK_REALTIME, kYear);
@@ -135,16 +135,16 @@ TEST(WallStep, leaves_a_monotonic_wait_alone) {
     step_wall_clock(-kYear);
 }
 
-struct far_case {
+struct FarCase {
     const char *name;
     double second;  // since 1970
 };
 
-void PrintTo(const far_case &row, std::ostream *out) {
+void PrintTo(const FarCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-const far_case kFarSeconds[] = {
+const FarCase kFarSeconds[] = {
     {.name = "year_1", .second = -62135596800},
     {.name = "year_1901", .second = -2177452800},
     {.name = "an_hour_before_1970", .second = -3600},
@@ -155,7 +155,7 @@ const far_case kFarSeconds[] = {
 };
 
 // The clock stands at the row's second, and back where it was after the test.
-class FarWall : public testing::TestWithParam<far_case> {
+class FarWall : public testing::TestWithParam<FarCase> {
   protected:
     void SetUp() override {
         if (sizeof(time_t) < 8) GTEST_SKIP() << "time_t does not reach there";
@@ -191,7 +191,7 @@ TEST_P(FarWall, reads_whole_seconds_and_what_is_beyond) {
 }
 
 TEST_P(FarWall, waits_last_their_length) {
-    for (const wait_case &row : kWallWaits) {
+    for (const WaitCase &row : kWallWaits) {
         const double start = bent_seconds(CLOCK_MONOTONIC);
         row.wait(bent_deadline(CLOCK_REALTIME, 10));
         const double waited = bent_seconds(CLOCK_MONOTONIC) - start;

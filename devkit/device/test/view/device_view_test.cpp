@@ -16,7 +16,7 @@
 
 namespace {
 
-struct script_case {
+struct ScriptCase {
     const char *name;
     std::vector<std::string> options;
     const char *script;
@@ -24,11 +24,11 @@ struct script_case {
     int exit_code = 0;
 };
 
-void PrintTo(const script_case &row, std::ostream *out) {
+void PrintTo(const ScriptCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-const script_case kScripts[] = {
+const ScriptCase kScripts[] = {
     {.name = "exit_code_is_passed_on", .options = {}, .script = "exit 7", .output = "", .exit_code = 7},
     {.name = "signal_is_told",
      .options = {},
@@ -116,11 +116,11 @@ const script_case kScripts[] = {
      .output = "0.000000000\n"},
 };
 
-class View : public testing::TestWithParam<script_case> {};
+class View : public testing::TestWithParam<ScriptCase> {};
 
 TEST_P(View, script_in_it) {
     setenv("VIEW_TEST", "kept", 1);
-    view_process view = start_view(GetParam().options, {"sh", "-c", GetParam().script});
+    ViewProcess view = start_view(GetParam().options, {"sh", "-c", GetParam().script});
     EXPECT_EQ(view.read_to_end(), GetParam().output);
     EXPECT_EQ(view.wait(), GetParam().exit_code);
 }
@@ -154,8 +154,7 @@ TEST(ViewStart, host_folder_is_hidden_unless_it_is_bound) {
 TEST(ViewStart, host_network_is_there_when_asked_for) {
     std::ifstream devices("/proc/self/net/dev");
     const std::string host{std::istreambuf_iterator<char>(devices), {}};
-    view_process view =
-        start_view({"--net", "host"}, {"sh", "-c", "cut -d: -f1 /proc/net/dev | grep -v '|'"});
+    ViewProcess view = start_view({"--net", "host"}, {"sh", "-c", "cut -d: -f1 /proc/net/dev | grep -v '|'"});
     std::istringstream names(view.read_to_end());
     for (std::string name; names >> name;) EXPECT_NE(host.find(name + ":"), std::string::npos) << name;
     EXPECT_EQ(view.wait(), 0);
@@ -164,7 +163,7 @@ TEST(ViewStart, host_network_is_there_when_asked_for) {
 TEST(ViewStart, files_can_be_seen_from_outside) {
     char file[] = "/tmp/device_view_test.XXXXXX";
     close(mkstemp(file));
-    view_process view =
+    ViewProcess view =
         start_view({"--pid-file", file}, {"sh", "-c", "echo hello >/tmp/word; echo ready; sleep 1000"});
     view.read_line();
     std::string pid, word;
@@ -179,7 +178,7 @@ constexpr char kStubborn[] =
     "trap '' TERM; (trap '' TERM INT; echo ready; [ ! -e go ] || echo >go; sleep 1000; sleep 1000) & ";
 
 TEST(ViewEnd, ends_with_its_command) {
-    view_process view =
+    ViewProcess view =
         start_view({}, {"sh", "-c", std::string("mkfifo go; ") + kStubborn + "read line <go; exit 4"});
     EXPECT_EQ(view.read_to_end(), "ready\n");
     EXPECT_EQ(view.wait(), 4);
@@ -187,7 +186,7 @@ TEST(ViewEnd, ends_with_its_command) {
 
 TEST(ViewEnd, stop_signal_reaches_the_command) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
-        view_process view =
+        ViewProcess view =
             start_view({}, {"sh", "-c", "trap 'echo stopped; exit 5' TERM; echo ready; sleep 1000 & wait"});
         EXPECT_EQ(view.read_line(), "ready\n");
         view.signal(number);
@@ -197,7 +196,7 @@ TEST(ViewEnd, stop_signal_reaches_the_command) {
 }
 
 TEST(ViewEnd, second_stop_signal_kills_at_once) {
-    view_process view = start_view({}, {"sh", "-c", std::string(kStubborn) + "wait; sleep 1000"});
+    ViewProcess view = start_view({}, {"sh", "-c", std::string(kStubborn) + "wait; sleep 1000"});
     view.read_line();
     view.signal(SIGTERM);
     view.signal(SIGINT);
@@ -206,14 +205,14 @@ TEST(ViewEnd, second_stop_signal_kills_at_once) {
 }
 
 TEST(ViewEnd, dies_with_its_launcher) {
-    view_process view = start_view({}, {"sh", "-c", std::string(kStubborn) + "sleep 1000"});
+    ViewProcess view = start_view({}, {"sh", "-c", std::string(kStubborn) + "sleep 1000"});
     EXPECT_EQ(view.read_line(), "ready\n");
     view.signal(SIGKILL);
     EXPECT_EQ(view.read_to_end(), "");
 }
 
 TEST(ViewEnd, kept_view_stands_until_it_is_stopped) {
-    view_process view = start_view({"--keep"}, {"sh", "-c", std::string(kStubborn) + "exit 6"});
+    ViewProcess view = start_view({"--keep"}, {"sh", "-c", std::string(kStubborn) + "exit 6"});
     view.read_line();
     EXPECT_FALSE(view.has_ended_within(200));
     view.signal(SIGTERM);

@@ -10,7 +10,7 @@
 
 namespace {
 
-struct agent_case {
+struct AgentCase {
     const char *name;
     const char *options;
     const char *agent;  // the agent; its reboots so far are in $n
@@ -19,13 +19,13 @@ struct agent_case {
     int exit_code;
 };
 
-void PrintTo(const agent_case &row, std::ostream *out) {
+void PrintTo(const AgentCase &row, std::ostream *out) {
     *out << row.name;
 }
 
 constexpr char kReboots[] = "cat .device/reboots";
 
-const agent_case kAgents[] = {
+const AgentCase kAgents[] = {
     {.name = "exit_code_ends_it",
      .options = "",
      .agent = "exit 5",
@@ -95,14 +95,14 @@ const agent_case kAgents[] = {
      .exit_code = 3},
 };
 
-class Supervise : public testing::TestWithParam<agent_case> {};
+class Supervise : public testing::TestWithParam<AgentCase> {};
 
 TEST_P(Supervise, agent) {
-    const agent_case &row = GetParam();
+    const AgentCase &row = GetParam();
     const std::string agent = std::string("n=$(cat .device/reboots); ") + row.agent;
     const std::string start =
         std::string(SUPERVISE) + " " + row.options + " -- sh -c '" + agent + "'; code=$?; ";
-    view_process view = start_view({}, {"sh", "-c", start + row.after + "\nexit $code"});
+    ViewProcess view = start_view({}, {"sh", "-c", start + row.after + "\nexit $code"});
     EXPECT_EQ(view.read_to_end(), row.output);
     EXPECT_EQ(view.wait(), row.exit_code);
 }
@@ -110,8 +110,8 @@ TEST_P(Supervise, agent) {
 INSTANTIATE_TEST_SUITE_P(Agents, Supervise, testing::ValuesIn(kAgents), by_name);
 
 TEST(SuperviseStop, respawned_agent_runs_until_a_signal_comes) {
-    view_process view = start_view({}, {SUPERVISE, "--respawn", "--", "sh", "-c",
-                                        "[ -e second ] && echo again && exec sleep 1000; : >second"});
+    ViewProcess view = start_view({}, {SUPERVISE, "--respawn", "--", "sh", "-c",
+                                       "[ -e second ] && echo again && exec sleep 1000; : >second"});
     EXPECT_EQ(view.read_line(), "supervise: the agent ended with exit code 0\n");
     EXPECT_EQ(view.read_line(), "again\n");
     view.signal(SIGTERM);
@@ -120,7 +120,7 @@ TEST(SuperviseStop, respawned_agent_runs_until_a_signal_comes) {
 }
 
 TEST(SuperviseStop, missing_program_is_reported) {
-    view_process view = start_view({}, {SUPERVISE, "--", "/nonexistent"});
+    ViewProcess view = start_view({}, {SUPERVISE, "--", "/nonexistent"});
     EXPECT_EQ(view.read_to_end(),
               "supervise: cannot start /nonexistent: No such file or directory\n"
               "supervise: the agent ended with exit code 127\n");

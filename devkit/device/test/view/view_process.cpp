@@ -15,7 +15,7 @@ constexpr int kPatienceMilliseconds = 30'000;
 
 }  // namespace
 
-view_process::~view_process() {
+ViewProcess::~ViewProcess() {
     if (pid_ > 0) {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
@@ -23,7 +23,7 @@ view_process::~view_process() {
     close(output_);
 }
 
-bool view_process::read_byte(char &byte) const {
+bool ViewProcess::read_byte(char &byte) const {
     pollfd file = {output_, POLLIN, 0};
     if (poll(&file, 1, kPatienceMilliseconds) == 0) {
         ADD_FAILURE() << "the view is silent";
@@ -32,30 +32,30 @@ bool view_process::read_byte(char &byte) const {
     return read(output_, &byte, 1) == 1;
 }
 
-std::string view_process::read_line() {
+std::string ViewProcess::read_line() {
     std::string line;
     for (char byte = 0; byte != '\n' && read_byte(byte);) line += byte;
     return line;
 }
 
-std::string view_process::read_to_end() {
+std::string ViewProcess::read_to_end() {
     std::string text;
     for (char byte = 0; read_byte(byte);) text += byte;
     return text;
 }
 
-void view_process::signal(int number) const {
+void ViewProcess::signal(int number) const {
     kill(pid_, number);
 }
 
-int view_process::wait() {
+int ViewProcess::wait() {
     int status = 0;
     waitpid(pid_, &status, 0);
     pid_ = -1;
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-bool view_process::has_ended_within(int milliseconds) const {
+bool ViewProcess::has_ended_within(int milliseconds) const {
     const int handle = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
     pollfd file = {handle, POLLIN, 0};
     const bool ended = poll(&file, 1, milliseconds) > 0;
@@ -63,7 +63,7 @@ bool view_process::has_ended_within(int milliseconds) const {
     return ended;
 }
 
-view_process start_view(const std::vector<std::string> &options, const std::vector<std::string> &command) {
+ViewProcess start_view(const std::vector<std::string> &options, const std::vector<std::string> &command) {
     std::vector<std::string> words = {DEVICE_VIEW};
     words.insert(words.end(), options.begin(), options.end());
     words.emplace_back("--");

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-class view_process {
+class ViewProcess {
   public:
-    view_process(pid_t pid, int output) : pid_(pid), output_(output) {}
-    view_process(const view_process &) = delete;
-    view_process &operator=(const view_process &) = delete;
-    ~view_process();
+    ViewProcess(pid_t pid, int output) : pid_(pid), output_(output) {}
+    ViewProcess(const ViewProcess &) = delete;
+    ViewProcess &operator=(const ViewProcess &) = delete;
+    ~ViewProcess();
 
     // What the view prints, until the next line end or until nobody holds its output open any more. A silence
     // of half a minute fails the test and ends the reading.
@@ -36,6 +36,6 @@ class view_process {
 };
 
 // Runs device-view with these options and this command.
-view_process start_view(const std::vector<std::string> &options, const std::vector<std::string> &command);
+ViewProcess start_view(const std::vector<std::string> &options, const std::vector<std::string> &command);
 
 #endif
