@@ -1,6 +1,11 @@
 // A small HTTP/1.1 server and client for JSON on 127.0.0.1: a thread per connection, one request per
 // connection. No time-outs on the server's side: the process's clocks may be bent, and a handler may take
 // minutes.
+//
+// By hand, because it runs inside the agent's process, which a library's server would change: cpp-httplib's
+// makes the whole process ignore SIGPIPE, ends connections by time-outs in bent time, keeps a pool of threads
+// and loads libcrypto and more; under ThreadSanitizer it is code without instrumentation between the tests
+// and the agent.
 #pragma once
 
 #include <map>

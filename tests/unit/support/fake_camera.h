@@ -1,5 +1,6 @@
 // A camera's web server on 127.0.0.1:8080 (each test process has a network of its own): keeps every request
-// to the byte and answers as the test says. Threads of its own; every member may be called on any thread.
+// to the byte and answers as the test says: head, versions, pieces and half replies are the test's, which no
+// library's server leaves to its user. Threads of its own; every member may be called on any thread.
 #ifndef UNIT_SUPPORT_FAKE_CAMERA_H
 #define UNIT_SUPPORT_FAKE_CAMERA_H
 
