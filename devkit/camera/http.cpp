@@ -12,15 +12,15 @@ const char *reason(int status) {
     static constexpr struct {
         int status;
         const char *text;
-    } reasons[] = {{200, "OK"},
-                   {301, "Moved Permanently"},
-                   {302, "Found"},
-                   {400, "Bad Request"},
-                   {401, "Unauthorized"},
-                   {404, "Not Found"},
-                   {500, "Internal Server Error"},
-                   {503, "Service Unavailable"}};
-    for (const auto &row : reasons)
+    } kReasons[] = {{200, "OK"},
+                    {301, "Moved Permanently"},
+                    {302, "Found"},
+                    {400, "Bad Request"},
+                    {401, "Unauthorized"},
+                    {404, "Not Found"},
+                    {500, "Internal Server Error"},
+                    {503, "Service Unavailable"}};
+    for (const auto &row : kReasons)
         if (row.status == status) return row.text;
     return "Status";
 }

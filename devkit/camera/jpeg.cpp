@@ -55,9 +55,9 @@ std::string huffman_table(unsigned id, unsigned code_bits, unsigned symbols) {
 
 std::string frame_header(unsigned width, unsigned height) {
     std::string header(1, '\x08');
-    for (const unsigned Side : {height, width}) {
-        header += static_cast<char>(Side >> 8);
-        header += static_cast<char>(Side & 0xFF);
+    for (const unsigned side : {height, width}) {
+        header += static_cast<char>(side >> 8);
+        header += static_cast<char>(side & 0xFF);
     }
     header += '\x03';
     for (char component = 1; component <= 3; ++component) header.append({component, '\x11', '\0'});

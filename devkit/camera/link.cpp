@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kBlockBytes = 16 * 1024;
 constexpr int kFarewellMs = 20;  // how long the end of a connection may take to be seen on a busy machine
-constexpr std::chrono::milliseconds look_again(
+constexpr std::chrono::milliseconds kLookAgain(
     10);  // how soon a waiting connection notices that its peer has gone
 
 bool peer_gone(int fd) {
@@ -40,7 +40,7 @@ ssize_t send_block(Network &net, ConnectionLink &link, std::string_view block) {
         if (errno != EAGAIN) return -1;
     }
     pollfd entry{link.fd, POLLOUT, 0};
-    poll(&entry, 1, static_cast<int>(look_again.count()));
+    poll(&entry, 1, static_cast<int>(kLookAgain.count()));
     return 0;
 }
 
@@ -104,7 +104,7 @@ bool pause_link(Network &net, ConnectionLink &link, double ms, const std::atomic
         if (ms >= 0 && left.count() <= 0) return true;
         if (link.dropped || peer_gone(link.fd)) return false;
         const auto slice =
-            ms < 0 ? look_again : std::min<std::chrono::duration<double, std::milli>>(left, look_again);
+            ms < 0 ? kLookAgain : std::min<std::chrono::duration<double, std::milli>>(left, kLookAgain);
         net.changed.wait_for(guard, slice);
     }
     return true;

@@ -134,7 +134,7 @@ bool hang(Exchange &x, const json &) {
     return pause_link(x.net, x.link, -1, x.cleared) && send_reply(x, x.true_reply());
 }
 
-constexpr MisbehaviourKind kinds[] = {
+constexpr MisbehaviourKind kKinds[] = {
     {"error_code", R"({"value":-1})", error_code},
     {"http_status", R"({"status":500})", http_status},
     {"redirect", R"({"location":"/","status":302})", redirect},
@@ -154,7 +154,7 @@ constexpr MisbehaviourKind kinds[] = {
 }  // namespace
 
 const MisbehaviourKind *find_misbehaviour(const std::string &name) {
-    for (const auto &kind : kinds)
+    for (const auto &kind : kKinds)
         if (name == kind.name) return &kind;
     return nullptr;
 }

@@ -16,7 +16,7 @@
 namespace desk {
 namespace {
 
-constexpr uint64_t kept_records = 64;
+constexpr uint64_t kKeptRecords = 64;
 
 template <typename Record>
 struct KeptFrame {
@@ -32,8 +32,8 @@ struct FrameTotals {
 };
 
 std::mutex lock;  // guards all below
-RecordRing<KeptFrame<video_record>, kept_records> videos;
-RecordRing<KeptFrame<audio_record>, kept_records> audios;
+RecordRing<KeptFrame<video_record>, kKeptRecords> videos;
+RecordRing<KeptFrame<audio_record>, kKeptRecords> audios;
 FrameTotals totals{};
 FrameFiles *files = nullptr;  // owned; not destroyed at the end, because threads outlive main
 
@@ -130,7 +130,7 @@ void keep_audio(const audio_record &record) {
     take_data(false, false, record.data, record.length, whole);
 }
 
-json FrameCounts() {
+json frame_counts() {
     const std::lock_guard guard(lock);
     return {{"video", totals.video},
             {"audio", totals.audio},

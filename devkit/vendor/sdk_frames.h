@@ -12,7 +12,7 @@ namespace desk {
 void keep_video(const video_record &record);
 void keep_audio(const audio_record &record);
 
-json FrameCounts();
+json frame_counts();
 json frame_records();
 void forget_frames();
 

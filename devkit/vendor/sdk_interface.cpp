@@ -50,7 +50,7 @@ JsonReply get_state(const JsonRequest &) {
         {"alarm_count", alarm_count()},
         {"alarm_result", alarm_result()},
         {"calls", call_counts()},
-        {"frames", FrameCounts()},
+        {"frames", frame_counts()},
         {"token", ask_library("desk_usock_request", "GET", "/token", "").body.value("token", json())},
         {"cloud_status",
          ask_library("desk_usock_request", "GET", "/cloud_status", "").body.value("values", json())},
@@ -115,7 +115,7 @@ JsonReply put_variable(const JsonRequest &request) {
 }
 
 JsonReply get_frames(const JsonRequest &) {
-    json frames = FrameCounts();
+    json frames = frame_counts();
     frames["records"] = frame_records();
     return {200, frames};
 }

@@ -10,7 +10,7 @@
 namespace desk {
 namespace {
 
-constexpr uint8_t key_unit = 0x67, kOtherUnit = 0x41;  // the byte after the start code
+constexpr uint8_t kKeyUnit = 0x67, kOtherUnit = 0x41;  // the byte after the start code
 constexpr uint32_t kShortestVideo = 5;                 // a start code and that byte
 
 int64_t bent_now_ns() {
@@ -76,7 +76,7 @@ FrameCounts make_frames(const FramePlan &plan, uint64_t video_count,
         const bool is_video = video_due <= audio_due;
         const uint64_t due = std::min(video_due, audio_due);
         pause_until(plan.pace, start_ns + static_cast<int64_t>(due) * 1000);
-        unit[4] = made.video % plan.key_every == 0 ? key_unit : kOtherUnit;
+        unit[4] = made.video % plan.key_every == 0 ? kKeyUnit : kOtherUnit;
         captured_frame frame{};
         frame.kind = is_video ? 1 : 2;
         frame.data = is_video ? video.data() : audio.data();

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds patience(10);
+constexpr std::chrono::seconds kPatience(10);
 
 pid_t start_program(std::vector<std::string> arguments) {
     std::vector<char *> list;
@@ -160,7 +160,7 @@ std::string CameraTest::login(const std::string &password) {
 }
 
 bool eventually(const std::function<bool()> &holds) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (!holds()) {
         if (std::chrono::steady_clock::now() > deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -159,13 +159,13 @@ class FarWall : public testing::TestWithParam<FarCase> {
   protected:
     void SetUp() override {
         if (sizeof(time_t) < 8) GTEST_SKIP() << "time_t does not reach there";
-        step_ = GetParam().second - std::floor(bent_seconds(CLOCK_REALTIME));
-        step_wall_clock(step_);
+        step = GetParam().second - std::floor(bent_seconds(CLOCK_REALTIME));
+        step_wall_clock(step);
     }
     void TearDown() override {
-        step_wall_clock(-step_);
+        step_wall_clock(-step);
     }
-    double step_ = 0;
+    double step = 0;
 };
 
 // Who waits for what is left of a second takes the fraction from one: a negative fraction doubles such a
