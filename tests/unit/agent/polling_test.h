@@ -65,7 +65,7 @@ class PollingTest : public CameraTest {
         replies.push_back({.body = "<ErrorCode>-2</ErrorCode>"});
         camera.reply("/CGI/CameraStatus", std::move(replies));
         std::string log;
-        errors = errors_of([&] { log = marked_log(output_of([] { EXPECT_EQ(myPoll("12345"), -2); })); });
+        errors_of([&] { log = marked_log(output_of([] { EXPECT_EQ(myPoll("12345"), -2); })); });
         return log;
     }
     // The same with one value only of interest: what its rules logged in the first cycle.
@@ -80,8 +80,6 @@ class PollingTest : public CameraTest {
             return fake_os::ShellResult{};
         });
     }
-
-    std::string errors;
 
   private:
     // Latches are the process's own and may be set where several tests share one.
