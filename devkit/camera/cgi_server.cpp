@@ -132,7 +132,8 @@ bool CgiServer::serve_request(ConnectionLink &link, const HttpRequest &request, 
     const auto seq = journal_add(log_, request, taken ? taken->kind->name : "", time_ms);
     Exchange x{net_, link, request, [&] { return answer_request(cam_, request); },
                taken ? taken->cleared : no_fault};
-    link.on_request_end = [&] { journal_end(log_, seq, x.status); };
+    link.sent.clear();
+    link.on_request_end = [&] { journal_end(log_, seq, x.status, link.sent); };
     bool open = true;
     if (taken) open = pause_link(net_, link, taken->order["delay_ms"], taken->cleared);
     if (open) open = taken ? taken->kind->run(x, taken->parameters) : send_reply(x, x.true_reply());

@@ -50,6 +50,7 @@ json entry_json(const JournalEntry &entry) {
     shown["time_ms"] = entry.time_ms;
     shown["end_ms"] = entry.end_ms > 0 ? json(entry.end_ms) : json();
     shown["status"] = entry.status > 0 ? json(entry.status) : json();
+    shown["reply"] = latin1_text(entry.reply);
     shown["fault"] = entry.fault.empty() ? json() : json(entry.fault);
     return shown;
 }
@@ -59,7 +60,7 @@ json entry_json(const JournalEntry &entry) {
 std::uint64_t journal_add(Journal &log, const HttpRequest &request, const std::string &fault,
                           double time_ms) {
     std::lock_guard guard(log.lock);
-    JournalEntry entry{++log.last_seq, request, fault, time_ms};
+    JournalEntry entry{++log.last_seq, request, fault, time_ms, 0, 0, ""};
     log.body_bytes += request.body.size();
     log.entries.push_back(std::move(entry));
     while (log.entries.size() > kEntriesKept || log.body_bytes > kBodyBytesKept) drop_oldest(log);
@@ -67,12 +68,13 @@ std::uint64_t journal_add(Journal &log, const HttpRequest &request, const std::s
     return log.last_seq;
 }
 
-void journal_end(Journal &log, std::uint64_t seq, int status) {
+void journal_end(Journal &log, std::uint64_t seq, int status, const std::string &reply) {
     std::lock_guard guard(log.lock);
     if (log.entries.empty() || seq < log.entries.front().seq) return;
     JournalEntry &entry = log.entries[seq - log.entries.front().seq];
     entry.end_ms = monotonic_ms();
     entry.status = status;
+    entry.reply = reply;
 }
 
 json journal_list(Journal &log, std::uint64_t since, const std::string &endpoint, std::size_t limit) {

@@ -17,6 +17,7 @@ struct JournalEntry {
     std::string fault;               // the kind of misbehaviour applied; empty: none
     double time_ms = 0, end_ms = 0;  // monotonic; end 0: not ended
     int status = 0;                  // of the reply; 0: none sent (yet)
+    std::string reply;               // its first bytes, header too
 };
 
 struct Journal {
@@ -31,7 +32,7 @@ struct Journal {
 std::uint64_t journal_add(Journal &log, const HttpRequest &request, const std::string &fault, double time_ms);
 
 // Notes the end of a request; nothing happens where it is forgotten already.
-void journal_end(Journal &log, std::uint64_t seq, int status);
+void journal_end(Journal &log, std::uint64_t seq, int status, const std::string &reply);
 
 // The entries after `since` (of one endpoint where that is not empty), at most the `limit` newest, oldest
 // first.

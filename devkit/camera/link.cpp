@@ -84,6 +84,7 @@ bool receive_some(Network &net, ConnectionLink &link, std::string &buffer) {
 }
 
 bool send_bytes(Network &net, ConnectionLink &link, std::string_view bytes, bool last) {
+    link.sent += bytes.substr(0, kKeptOfReply - std::min(link.sent.size(), kKeptOfReply));
     while (!bytes.empty()) {
         const auto block = bytes.substr(0, kBlockBytes);
         if (last && block.size() == bytes.size()) request_ends(net, link);

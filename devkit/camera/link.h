@@ -13,10 +13,14 @@
 #include <string_view>
 #include <thread>
 
+constexpr std::size_t kKeptOfReply = 1024;
+
 struct ConnectionLink {
     int fd = -1;
     std::function<void()>
         on_request_end;  // called by the connection's thread, just before the reply's last block leaves
+
+    std::string sent;  // of the reply, header too, the first kKeptOfReply bytes
 
     // Guarded by the network's lock:
     bool in_progress = false;  // a request is being served

@@ -121,7 +121,11 @@ bool is_bent(clockid_t clock) {
 }
 
 Moment now(clockid_t clock) {
-    return later(reading_at_origin(clock), to_bent(real_now(CLOCK_MONOTONIC) - current().origin));
+    const BendFile *shared = current().shared;
+    const std::int64_t skipped =
+        shared != nullptr ? __atomic_load_n(&shared->skipped_ns, __ATOMIC_ACQUIRE) : 0;
+    return later(later(reading_at_origin(clock), skipped),
+                 to_bent(real_now(CLOCK_MONOTONIC) - current().origin));
 }
 
 std::int64_t left_until(clockid_t clock, const Moment &deadline) {

@@ -1,5 +1,5 @@
-// The small file that bent processes and bend-step share by mapping. Both numbers are read and written
-// atomically.
+// The small file that bent processes, bend-step, bend-skip and whoever drives them share by mapping. Every
+// number is read and written atomically; a new file is all zeros.
 #ifndef DEVKIT_DEVICE_BEND_FILE_H
 #define DEVKIT_DEVICE_BEND_FILE_H
 
@@ -10,11 +10,36 @@
 
 #include <cstdint>
 
+// A thread that waits. Free while `pid` is 0.
+struct BendWait {
+    std::int32_t pid;
+    std::int32_t sleeps;       // 0: it waits for a peer, so that nothing may be skipped now; 0 in free ones
+    std::int64_t deadline_ns;  // the reading of the bent monotonic clock that ends its sleep
+};
+
+// A process that lives in bent time.
+struct BendProcess {
+    std::int32_t pid;
+    std::int32_t serves;      // 1: it acts when a wait ends or a peer asks, never by itself
+    std::int64_t started_ns;  // reading of the bent monotonic clock
+};
+
+constexpr int kBendWaits = 160;
+constexpr int kBendProcesses = 32;  // the newest
+
 struct BendFile {
     std::int64_t
         wall_offset_us;  // added to the wall clock; microseconds reach 292,000 years, nanoseconds 292
     std::int64_t
         origin_ns;  // reading of the real monotonic clock where the bent time began; 0: not yet begun
+    std::int64_t skipped_ns;  // by which all bent clocks but the wall clock's steps are ahead of their speed
+    std::int64_t skip_limit_ns;  // reading of the bent monotonic clock beyond which nothing may be skipped
+    std::uint32_t changes;       // a futex: grows with every skip and every signal of a condition
+    std::uint32_t waits_begun;   // a futex: grows with every wait that begins
+    std::uint32_t processes_begun;
+    std::uint32_t unused;
+    BendProcess processes[kBendProcesses];  // number n in place n modulo kBendProcesses
+    BendWait waits[kBendWaits];
 };
 
 // Maps the file, creating or lengthening it as needed, for the life of the process. Null on failure, errno

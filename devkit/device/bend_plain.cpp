@@ -15,6 +15,7 @@
 #include <cstdlib>
 
 #include "bend_clock.h"
+#include "bend_skip.h"
 
 static_assert(sizeof(time_t) == sizeof(long), "the functions called here have the plain names");
 
@@ -36,6 +37,11 @@ timespec to_timespec(std::int64_t time) {
 
 // Sleeps a bent length. Returns the bent length that was left when a signal came, else 0.
 std::int64_t sleep_bent(std::int64_t length) {
+    if (bend::skips()) {
+        const bend::Moment end = bend::later(bend::now(CLOCK_MONOTONIC), length);
+        if (bend::sleep_skippably(CLOCK_MONOTONIC, end) == 0) return 0;
+        return std::max<std::int64_t>(bend::left_until(CLOCK_MONOTONIC, end), 0);
+    }
     const timespec real = to_timespec(bend::to_real(length));
     timespec left{};
     if (next_nanosleep.get()(&real, &left) == 0) return 0;
@@ -67,6 +73,7 @@ int usleep(useconds_t microseconds) {
 int poll(pollfd *files, nfds_t count, int timeout) {
     if (timeout < 0) return next_ppoll.get()(files, count, nullptr, nullptr);
     const timespec real = to_timespec(bend::to_real(timeout * bend::kMillisecond));
+    const bend::PeerWait wait(count > 0);
     return next_ppoll.get()(files, count, &real, nullptr);
 }
 
@@ -81,6 +88,7 @@ int epoll_pwait(int handle, epoll_event *events, int count, int timeout, const s
     const std::int64_t real = bend::to_real(timeout * bend::kMillisecond) + bend::kMillisecond - 1;
     const int milliseconds =
         timeout < 0 ? -1 : static_cast<int>(std::min<std::int64_t>(real / bend::kMillisecond, INT_MAX));
+    const bend::PeerWait wait(timeout >= 0);
     return next_epoll_pwait.get()(handle, events, count, milliseconds, mask);
 }
 
@@ -103,12 +111,16 @@ unsigned alarm(unsigned seconds) noexcept {
 
 int pthread_cond_signal(pthread_cond_t *condition) noexcept {
     bend::signals_sent(condition)++;
-    return next_signal.get()(condition);
+    const int result = next_signal.get()(condition);
+    bend::tell_of_signal();
+    return result;
 }
 
 int pthread_cond_broadcast(pthread_cond_t *condition) noexcept {
     bend::signals_sent(condition)++;
-    return next_broadcast.get()(condition);
+    const int result = next_broadcast.get()(condition);
+    bend::tell_of_signal();
+    return result;
 }
 
 // The host's disks are none of the agent's business: the call is only recorded, beside those of the device

@@ -18,6 +18,7 @@
 #include <iterator>
 
 #include "bend_clock.h"
+#include "bend_skip.h"
 
 #if defined(BEND_64_BIT_TIME)
 static_assert(sizeof(time_t) == 8);
@@ -102,6 +103,8 @@ constexpr int kSignalled = -1;
 int wait_on_condition(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock,
                       const timespec &deadline) {
     if (!is_valid(deadline)) return EINVAL;
+    if (bend::skips())
+        return bend::wait_skippably(condition, mutex, clock, {deadline.tv_sec, deadline.tv_nsec});
     const std::atomic<unsigned> &signals = bend::signals_sent(condition);
     const unsigned before = signals.load();
     const int result = wait_until(clock, deadline, CLOCK_MONOTONIC, [&](const timespec &slice) {
@@ -139,6 +142,15 @@ int lock_mutex(pthread_mutex_t *mutex, clockid_t clock, const timespec &deadline
 clockid_t clock_of(const pthread_cond_t *condition) {
     const unsigned flags = __atomic_load_n(&condition->__data.__wrefs, __ATOMIC_RELAXED);
     return (flags & 2U) != 0 ? CLOCK_MONOTONIC : CLOCK_REALTIME;
+}
+
+// Sleeps a bent length, which time that is skipped shortens.
+int sleep_length(const timespec &length, timespec *remaining) {
+    const bend::Moment end = bend::later(bend::now(CLOCK_MONOTONIC), nanoseconds(length));
+    const int error = bend::sleep_skippably(CLOCK_MONOTONIC, end);
+    if (error == EINTR && remaining != nullptr)
+        *remaining = to_timespec(std::max<std::int64_t>(bend::left_until(CLOCK_MONOTONIC, end), 0));
+    return error;
 }
 
 void scale_back(timespec *remaining) {
@@ -203,6 +215,9 @@ int gettimeofday(timeval *reading, void *zone) noexcept {
 int clock_nanosleep(clockid_t clock, int flags, const timespec *length, timespec *remaining) {
     if (!bend::is_bent(clock)) return next_clock_nanosleep.get()(clock, flags, length, remaining);
     if (!is_valid(*length)) return EINVAL;
+    if (bend::skips() && (flags & TIMER_ABSTIME) != 0)
+        return bend::sleep_skippably(clock, {length->tv_sec, length->tv_nsec});
+    if (bend::skips()) return sleep_length(*length, remaining);
     if ((flags & TIMER_ABSTIME) != 0) {
         return wait_until(clock, *length, CLOCK_MONOTONIC,
                           [](const timespec &slice) {
@@ -221,6 +236,10 @@ int clock_nanosleep(clockid_t clock, int flags, const timespec *length, timespec
 
 int nanosleep(const timespec *length, timespec *remaining) {
     if (!is_valid(*length)) return next_nanosleep.get()(length, remaining);
+    if (bend::skips()) {
+        errno = sleep_length(*length, remaining);
+        return errno == 0 ? 0 : -1;
+    }
     const timespec real = to_timespec(bend::to_real(nanoseconds(*length)));
     const int result = next_nanosleep.get()(&real, remaining);
     if (result != 0 && errno == EINTR) scale_back(remaining);
@@ -255,12 +274,14 @@ int pthread_mutex_clocklock(pthread_mutex_t *mutex, clockid_t clock, const times
 int ppoll(pollfd *files, nfds_t count, const timespec *timeout, const sigset_t *mask) {
     if (timeout == nullptr) return next_ppoll.get()(files, count, nullptr, mask);
     const timespec real = to_timespec(bend::to_real(nanoseconds(*timeout)));
+    const bend::PeerWait wait(count > 0);
     return next_ppoll.get()(files, count, &real, mask);
 }
 
 int select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout) {
     if (timeout == nullptr) return next_select.get()(count, readable, writable, exceptional, nullptr);
     timeval real = to_real_timeval(*timeout);
+    const bend::PeerWait wait(count > 0);
     const int result = next_select.get()(count, readable, writable, exceptional, &real);
     *timeout = to_timeval(bend::to_bent(nanoseconds(real)));
     return result;
@@ -270,6 +291,7 @@ int pselect(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, 
             const sigset_t *mask) {
     if (timeout == nullptr) return next_pselect.get()(count, readable, writable, exceptional, nullptr, mask);
     const timespec real = to_timespec(bend::to_real(nanoseconds(*timeout)));
+    const bend::PeerWait wait(count > 0);
     return next_pselect.get()(count, readable, writable, exceptional, &real, mask);
 }
 

@@ -25,6 +25,13 @@ inline int64_t real_now_ms() {
     return real_now_ns() / 1'000'000;
 }
 
+// The process's own monotonic clock, which may be bent.
+inline double process_now_ms() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+}
+
 // Blocks until real_now_ns() reaches `deadline` (nanoseconds).
 inline void real_sleep_until_ns(int64_t deadline) {
     const KernelTime until{static_cast<long>(deadline / 1'000'000'000),

@@ -134,6 +134,7 @@ json present_callbacks() {
 
 json call_handler(const json &order) {
     const Target what = find_target(order);
+    const double begun = process_now_ms();
     const int count = order.value("threads", 1), repeat = order.value("repeat", 1);
     if (count < 1 || count > kMostThreads || repeat < 1)
         throw BadRequest{"threads is 1 to 256, repeat at least 1"};
@@ -153,7 +154,7 @@ json call_handler(const json &order) {
     for (json &result : results) {
         for (json &one : result) all.push_back(std::move(one));
     }
-    return {{"results", std::move(all)}};
+    return {{"results", std::move(all)}, {"begun_ms", begun}, {"ended_ms", process_now_ms()}};
 }
 
 json call_counts() {

@@ -152,6 +152,7 @@ TEST_F(CameraTest, every_request_is_recorded_to_the_byte) {
     EXPECT_EQ(last["body"], std::string("a\0\xC3\xA9\n", 5));
     EXPECT_EQ(last["body_base64"], "YQDpCg==");
     EXPECT_EQ(last["status"], 200);
+    EXPECT_EQ(last["reply"].get<std::string>().rfind("HTTP/1.1 200 OK\r\n", 0), 0u);
     EXPECT_EQ(last["fault"], nullptr);
     EXPECT_GE(last["end_ms"], last["time_ms"]);
     cgi("/CGI/CameraInfo?");

@@ -1,0 +1,220 @@
+// Time that nobody needs is skipped, and no other. The program starts itself anew under the preload, with
+// bend-skip beside it.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <thread>
+
+#include "../../bend_file.h"
+#include "../bend/bend_test.h"
+
+namespace {
+
+constexpr double kSlow = 10;    // bent seconds per second while nothing is skipped
+constexpr double kHour = 3600;  // takes six minutes then
+constexpr double kAtOnce = 20;  // real seconds in which a loaded machine has skipped anything
+constexpr std::int64_t kNoLimit = INT64_MAX;
+
+BendFile *shared() {
+    static BendFile *const file = map_bend_file(getenv("BEND_FILE"));
+    return file;
+}
+
+void limit_skipping(std::int64_t reading_ns) {
+    __atomic_store_n(&shared()->skip_limit_ns, reading_ns, __ATOMIC_RELEASE);
+}
+
+// What has been skipped so far, seconds.
+double skipped() {
+    return static_cast<double>(__atomic_load_n(&shared()->skipped_ns, __ATOMIC_ACQUIRE)) / 1e9;
+}
+
+class Skip : public testing::Test {
+  protected:
+    Skip() {
+        limit_skipping(kNoLimit);
+    }
+    ~Skip() override {
+        limit_skipping(0);
+    }
+    // Whether so many bent seconds passed, in no time.
+    void expect_skipped(double seconds) const {
+        EXPECT_NEAR(bent_seconds(CLOCK_MONOTONIC) - bent_, seconds, kAtOnce * kSlow);
+        EXPECT_GE(bent_seconds(CLOCK_MONOTONIC) - bent_, seconds);
+        EXPECT_LT(real_seconds() - real_, kAtOnce);
+    }
+    // Whether nothing was skipped since.
+    void expect_kept(double before) const {
+        EXPECT_EQ(skipped(), before);
+    }
+
+  private:
+    double bent_ = bent_seconds(CLOCK_MONOTONIC), real_ = real_seconds();
+};
+
+TEST_F(Skip, a_sleep) {
+    sleep(static_cast<unsigned>(kHour));
+    expect_skipped(kHour);
+}
+
+TEST_F(Skip, a_sleep_until_a_moment_of_the_wall_clock) {
+    const timespec deadline = bent_deadline(CLOCK_REALTIME, kHour);
+    EXPECT_EQ(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &deadline, nullptr), 0);
+    expect_skipped(kHour);
+}
+
+TEST_F(Skip, a_wait_for_a_condition) {
+    std::mutex lock;
+    std::condition_variable condition;
+    std::unique_lock held(lock);
+    EXPECT_EQ(condition.wait_for(held, std::chrono::hours(1)), std::cv_status::timeout);
+    expect_skipped(kHour);
+}
+
+TEST_F(Skip, to_the_first_of_several_deadlines) {
+    std::atomic<int> order{0};
+    int late = 0, early = 0;
+    std::thread second([&] {
+        sleep(7200);
+        late = ++order;
+    });
+    sleep(static_cast<unsigned>(kHour));
+    early = ++order;
+    second.join();
+    EXPECT_EQ(early, 1);
+    EXPECT_EQ(late, 2);
+    expect_skipped(2 * kHour);
+}
+
+TEST_F(Skip, not_beyond_the_limit) {
+    limit_skipping(static_cast<std::int64_t>((bent_seconds(CLOCK_MONOTONIC) + 1000) * 1e9));
+    std::thread sleeper([] { sleep(static_cast<unsigned>(kHour)); });
+    const double until = bent_seconds(CLOCK_MONOTONIC) + 1000;
+    while (bent_seconds(CLOCK_MONOTONIC) < until) {
+        const pollfd nobody{-1, POLLIN, 0};
+        pollfd copy = nobody;
+        poll(&copy, 0, 10);
+    }
+    EXPECT_LT(bent_seconds(CLOCK_MONOTONIC), until + kAtOnce * kSlow);
+    limit_skipping(kNoLimit);
+    sleeper.join();
+}
+
+TEST_F(Skip, a_signal_ends_a_wait_at_once) {
+    std::mutex lock;
+    std::condition_variable condition;
+    bool told = false;
+    std::thread teller([&] {
+        sleep(100);
+        const std::lock_guard held(lock);
+        told = true;
+        condition.notify_one();
+    });
+    std::unique_lock held(lock);
+    EXPECT_TRUE(condition.wait_for(held, std::chrono::hours(1), [&] { return told; }));
+    held.unlock();
+    teller.join();
+    expect_skipped(100);
+}
+
+TEST_F(Skip, nothing_while_a_thread_works) {
+    std::thread sleeper([] { sleep(static_cast<unsigned>(kHour)); });
+    limit_skipping(0);
+    while (shared()->waits_begun == 0) {
+    }
+    const double before = skipped(), end = real_seconds() + 0.3;
+    limit_skipping(kNoLimit);
+    while (real_seconds() < end) {
+    }
+    expect_kept(before);
+    sleeper.join();
+}
+
+TEST_F(Skip, nothing_while_one_waits_for_a_peer) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::thread sleeper([] { sleep(static_cast<unsigned>(kHour)); });
+    limit_skipping(0);
+    usleep(100'000);
+    pollfd peer{ends[0], POLLIN, 0};
+    const double before = skipped();
+    std::thread allower([] {
+        const double end = real_seconds() + 0.05;
+        while (real_seconds() < end) {
+        }
+        limit_skipping(kNoLimit);
+    });
+    EXPECT_EQ(poll(&peer, 1, 4000), 0);
+    const double after = skipped();
+    allower.join();
+    EXPECT_EQ(after, before);
+    sleeper.join();
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(Skip, nothing_while_there_is_a_child) {
+    limit_skipping(0);
+    const pid_t child = fork();
+    if (child == 0) {
+        execl("/bin/sleep", "sleep", "0.3", nullptr);
+        _exit(1);
+    }
+    const double before = skipped();
+    limit_skipping(kNoLimit);
+    siginfo_t end{};
+    EXPECT_EQ(waitid(P_PID, static_cast<id_t>(child), &end, WEXITED | WNOWAIT), 0);
+    expect_kept(before);
+    waitpid(child, nullptr, 0);
+    sleep(static_cast<unsigned>(kHour));
+    expect_skipped(kHour);
+}
+
+TEST_F(Skip, the_wall_clock_moves_with_the_others) {
+    const double apart = bent_seconds(CLOCK_REALTIME) - bent_seconds(CLOCK_MONOTONIC);
+    sleep(static_cast<unsigned>(kHour));
+    EXPECT_NEAR(bent_seconds(CLOCK_REALTIME) - bent_seconds(CLOCK_MONOTONIC), apart, 1);
+}
+
+int start_bent(char **arguments) {
+    char file[] = "/tmp/skip_test.XXXXXX";
+    close(mkstemp(file));
+    setenv("BEND_FILE", file, 1);
+    setenv("BEND_SPEED", std::to_string(kSlow).c_str(), 1);
+    setenv("BEND_SKIP", "1", 1);
+    setenv("LD_PRELOAD", BEND_LIBRARY, 1);
+    setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1);
+    execv("/proc/self/exe", arguments);
+    perror("cannot start the tests anew");
+    return 1;
+}
+
+// A sister, not a child: nothing is skipped while there is a child.
+void start_skipping() {
+    const pid_t between = fork();
+    if (between == 0) {
+        if (fork() != 0) _exit(0);
+        execl(BEND_SKIPPER, "bend-skip", nullptr);
+        _exit(1);
+    }
+    waitpid(between, nullptr, 0);
+}
+
+}  // namespace
+
+int main(int count, char **arguments) {
+    if (getenv("BEND_SPEED") == nullptr) return start_bent(arguments);
+    testing::InitGoogleTest(&count, arguments);
+    if (!testing::GTEST_FLAG(list_tests)) start_skipping();
+    const int result = RUN_ALL_TESTS();
+    unlink(getenv("BEND_FILE"));
+    return result;
+}
