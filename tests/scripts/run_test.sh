@@ -10,14 +10,11 @@ agent() {
   chmod 755 build/release/VeloAgent
 }
 
+# All that it says comes at once: no summary can be shown in between.
 polling_agent() {
   agent <<'A'
-echo 'Try log VeloAgent init time...........'
-for poll in 1 2 3; do
-  printf '\n*** (Polling) end of a time. Start sleeping for 5 sec.***\n\n'
-done
-echo '(poll) SendAlarmData!! index:1, name:alarm, status: 1 '
-printf 'what is said \e[31mlast\n'
+cycle='\n*** (Polling) end of a time. Start sleeping for 5 sec.***\n\n'
+printf "Try log VeloAgent init time...........\n$cycle$cycle$cycle(poll) SendAlarmData!! index:1, name:alarm, status: 1 \nwhat is said \e[31mlast\n"
 exec sleep 1000
 A
 }
