@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "frame_files.h"
+#include "frame_tap.h"
 #include "real_time.h"
 #include "record_ring.h"
 #include "text_values.h"
@@ -118,6 +119,7 @@ void keep_video(const video_record &record) {
     totals.video++;
     totals.video_bytes += record.length;
     totals.key_frames += record.key_frame != 0;
+    if (whole) tap_video(record);
     take_data(true, record.key_frame != 0, record.data, record.length, whole);
 }
 
@@ -127,6 +129,7 @@ void keep_audio(const audio_record &record) {
     fill(audios.next(), record, whole);
     totals.audio++;
     totals.audio_bytes += record.length;
+    if (whole) tap_audio(record);
     take_data(false, false, record.data, record.length, whole);
 }
 

@@ -2,6 +2,7 @@
 #include <mutex>
 
 #include "contract.h"
+#include "frame_tap.h"
 #include "sdk_alarms.h"
 #include "sdk_calls.h"
 #include "sdk_frames.h"
@@ -71,6 +72,7 @@ __attribute__((constructor)) void load() {
     pthread_attr_init(&thread_attr);
     pthread_attr_setstacksize(&thread_attr, 256 * 1024);
     for (const SlotRow &row : kRealSlots) put_function(row.slot, row.function);
+    desk::open_tap();
     desk::apply_orders("DESK_SDK_AT_LOAD");
 }
 
