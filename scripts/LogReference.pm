@@ -15,7 +15,7 @@ use warnings;
 use Exporter qw(import);
 use Text::Wrap qw(wrap);
 
-our @EXPORT_OK = qw(read_reference write_reference explainer is_text shown plain);
+our @EXPORT_OK = qw(read_reference write_reference explainer is_text shown plain line_pattern);
 
 # A text as it stands in the document, and back.
 sub shown {

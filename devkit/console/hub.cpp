@@ -1,0 +1,87 @@
+#include "hub.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr size_t most_waiting = 4096;  // events
+
+std::shared_ptr<const std::string> event_text(const std::string &name, const json &value) {
+    return std::make_shared<const std::string>("event: " + name + "\ndata: " + json_text(value) + "\n\n");
+}
+
+}  // namespace
+
+void listener::push(const std::shared_ptr<const std::string> &event) {
+    const std::lock_guard guard(lock_);
+    overrun_ = overrun_ || waiting_.size() >= most_waiting;
+    if (!overrun_) waiting_.push_back(event);
+    more_.notify_one();
+}
+
+std::shared_ptr<const std::string> listener::next(std::chrono::milliseconds limit) {
+    std::unique_lock guard(lock_);
+    more_.wait_for(guard, limit, [this] { return overrun_ || !waiting_.empty(); });
+    if (overrun_) return nullptr;
+    if (waiting_.empty()) return std::make_shared<const std::string>();
+    const auto event = waiting_.front();
+    waiting_.pop_front();
+    return event;
+}
+
+void hub::tell(const std::string &name, const json &value) {
+    std::erase_if(listeners_, [](const auto &each) { return each.expired(); });
+    if (listeners_.empty()) return;
+    const auto text = event_text(name, value);
+    for (const auto &each : listeners_) {
+        if (const auto open = each.lock()) open->push(text);
+    }
+}
+
+void hub::set(const std::string &name, const json &value) {
+    const std::lock_guard guard(lock_);
+    json &kept = values_[name];
+    if (kept == value) return;
+    kept = value;
+    tell(name, value);
+}
+
+void hub::add(const std::string &name, const json &items, size_t keep) {
+    if (items.empty()) return;
+    const std::lock_guard guard(lock_);
+    std::deque<json> &list = lists_[name];
+    list.insert(list.end(), items.begin(), items.end());
+    while (list.size() > keep) list.pop_front();
+    tell(name, items);
+}
+
+json hub::list_of(const std::string &name) const {
+    const auto &list = lists_.at(name);
+    return json(json::array_t(list.begin(), list.end()));
+}
+
+json hub::section(const std::string &name) const {
+    const std::lock_guard guard(lock_);
+    if (lists_.contains(name)) return list_of(name);
+    const auto found = values_.find(name);
+    return found == values_.end() ? json() : found->second;
+}
+
+json hub::state() const {
+    const std::lock_guard guard(lock_);
+    json all = json::object();
+    for (const auto &[name, value] : values_) all[name] = value;
+    for (const auto &[name, list] : lists_) all[name] = list_of(name);
+    return all;
+}
+
+std::shared_ptr<listener> hub::listen() {
+    const std::lock_guard guard(lock_);
+    const auto made = std::make_shared<listener>();
+    made->push(event_text("hello", json::object()));
+    for (const auto &[name, value] : values_) made->push(event_text(name, value));
+    for (const auto &[name, list] : lists_) made->push(event_text(name, list_of(name)));
+    made->push(event_text("ready", json::object()));
+    listeners_.push_back(made);
+    return made;
+}

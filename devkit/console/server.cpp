@@ -1,0 +1,196 @@
+#include "server.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "device.h"
+#include "guard.h"
+#include "muxer.h"
+#include "speech.h"
+#include "text64.h"
+
+namespace {
+
+using httplib::DataSink;
+using httplib::Request;
+using httplib::Response;
+
+constexpr const char *json_type = "application/json";
+constexpr auto heartbeat = std::chrono::milliseconds(5000);
+constexpr int first_picture_looks = 40;  // of a quarter of a second
+constexpr int frames_without_sound = 12;
+
+void say(Response &response, const json &content, int status = 200) {
+    response.status = status;
+    response.set_content(json_text(content) + "\n", json_type);
+}
+
+void say_result(Response &response, const std::string &wrong) {
+    wrong.empty() ? say(response, json::object()) : say(response, {{"error", wrong}}, 400);
+}
+
+json body_of(const Request &request) {
+    json body = json::parse(request.body, nullptr, false);
+    return body.is_object() ? body : json::object();
+}
+
+// --- What lies behind.
+
+void pass_on(const console &desk, side to, const Request &request, Response &response) {
+    const size_t prefix = request.target.find('/', 1);
+    const answer got = desk.behind.send(to, request.method, request.target.substr(prefix), request.body);
+    response.status = got.status;
+    response.set_content(got.body, got.type.empty() ? json_type : got.type);
+}
+
+void add_passages(httplib::Server &server, const console &desk) {
+    for (const auto &[name, to] : {std::pair("/camera/.*", side::camera), std::pair("/sdk/.*", side::sdk)}) {
+        const auto pass = [desk, to = to](const Request &request, Response &response) {
+            pass_on(desk, to, request, response);
+        };
+        server.Get(name, pass).Post(name, pass).Put(name, pass).Patch(name, pass).Delete(name, pass);
+    }
+}
+
+// --- The stream of events.
+
+void stream_events(const console &desk, Response &response) {
+    const auto open = desk.page.listen();
+    response.set_header("Cache-Control", "no-store");
+    response.set_chunked_content_provider("text/event-stream", [open](size_t, DataSink &sink) {
+        const auto event = open->next(heartbeat);
+        if (!event) return false;
+        const std::string &text = event->empty() ? ": still here\n\n" : *event;
+        return sink.write(text.data(), text.size());
+    });
+}
+
+// --- The live picture.
+
+// One viewer's stream: what waited for its muxer, then frame by frame.
+struct picture_stream {
+    live &source;
+    std::shared_ptr<viewer> queue;
+    std::unique_ptr<muxer> film{};
+    std::string codecs{}, begun{};
+
+    explicit picture_stream(live &from) : source(from), queue(from.add_viewer()) {}
+    ~picture_stream() {
+        source.remove_viewer(queue);
+    }
+    picture_stream(const picture_stream &) = delete;
+    picture_stream &operator=(const picture_stream &) = delete;
+};
+
+// Waits for a key frame and for sound, or a while without it; false where no picture comes.
+bool begin_film(picture_stream &stream) {
+    std::vector<shared_frame> first;
+    shared_frame sound;
+    for (int looks = 0; looks < first_picture_looks && !stream.queue->ended();) {
+        const shared_frame frame = stream.queue->next();
+        if (!frame) looks++;
+        if (!frame || (first.empty() && !frame->key)) continue;
+        first.push_back(frame);
+        if (!frame->video && !sound) sound = frame;
+        if (!sound && first.size() < frames_without_sound) continue;
+        stream.codecs = codec_names(*first.front(), sound.get());
+        stream.film = stream.codecs.empty() ? nullptr : muxer::begin(*first.front(), sound.get());
+        if (!stream.film) return false;
+        for (const shared_frame &each : first) stream.film->feed(*each);
+        stream.begun = stream.film->take();
+        return true;
+    }
+    return false;
+}
+
+// One frame; false at the stream's end. A viewer that takes nothing blocks its own thread only.
+bool send_more(picture_stream &stream, DataSink &sink) {
+    if (!stream.begun.empty()) {
+        const std::string begun = std::exchange(stream.begun, {});
+        return sink.write(begun.data(), begun.size());
+    }
+    const shared_frame frame = stream.queue->next();
+    if (!frame) return !stream.queue->ended() && sink.is_writable();
+    if (!stream.film->feed(*frame)) {
+        sink.done();
+        return true;
+    }
+    const std::string made = stream.film->take();
+    return made.empty() || sink.write(made.data(), made.size());
+}
+
+void stream_pictures(const console &desk, Response &response) {
+    const auto stream = std::make_shared<picture_stream>(desk.pictures);
+    if (!begin_film(*stream)) return say(response, {{"error", "no picture comes"}}, 503);
+    response.set_header("Cache-Control", "no-store");
+    response.set_header("X-Codecs", stream->codecs);
+    response.set_chunked_content_provider(
+        "video/mp4", [stream](size_t, DataSink &sink) { return send_more(*stream, sink); });
+}
+
+// --- The device.
+
+void send_media(const Request &request, Response &response) {
+    const std::string path = media_path(request.matches[1]);
+    std::ifstream file(path, std::ios::binary);
+    if (path.empty() || !file) return say(response, {{"error", "there is no such file"}}, 404);
+    const bool photo = path.ends_with(".JPG") || path.ends_with(".THM");
+    response.set_content(std::string(std::istreambuf_iterator<char>(file), {}),
+                         photo ? "image/jpeg" : "video/mp4");
+}
+
+void say_sentence(const console &desk, const Request &request, Response &response) {
+    const std::string samples = spoken(body_of(request).value("text", ""));
+    if (samples.empty()) return say(response, {{"error", "espeak-ng says nothing: is it installed?"}}, 503);
+    const json order{{"pcm_base64", to_base64(samples)}, {"pace", "real"}};
+    const answer got = desk.behind.send(side::sdk, "POST", "/talk", json_text(order));
+    response.status = got.status;
+    response.set_content(got.body, json_type);
+}
+
+void add_device(httplib::Server &server, const console &desk) {
+    server.Put("/api/tools/([a-z_]+)", [](const Request &request, Response &response) {
+        say_result(response, order_tool(request.matches[1], body_of(request)));
+    });
+    server.Put("/api/card", [](const Request &request, Response &response) {
+        say_result(response, fill_card(body_of(request).value("full", false)));
+    });
+    server.Post("/api/clock", [](const Request &request, Response &response) {
+        const json step = body_of(request).value("step", json());
+        say_result(response, step.is_number() ? step_clock(step) : "step is a number of seconds");
+    });
+    server.Get("/api/files/([^/]+)", send_media);
+    server.Post("/api/say", [desk](const Request &request, Response &response) {
+        say_sentence(desk, request, response);
+    });
+}
+
+void add_scripts(httplib::Server &server, const console &desk) {
+    server.Get("/api/scenarios",
+               [desk](const Request &, Response &response) { say(response, desk.scripts.list()); });
+    server.Post("/api/scenarios/([a-z0-9-]+)", [desk](const Request &request, Response &response) {
+        say_result(response, desk.scripts.start(request.matches[1]));
+    });
+    server.Delete("/api/scenarios", [desk](const Request &, Response &response) {
+        desk.scripts.stop();
+        say(response, json::object());
+    });
+}
+
+}  // namespace
+
+void add_routes(httplib::Server &server, const console &desk, int port) {
+    guard(server, port);
+    server.set_mount_point("/", desk.web);
+    server.set_file_extension_and_mimetype_mapping("mjs", "text/javascript");
+    server.Get("/events", [desk](const Request &, Response &response) { stream_events(desk, response); });
+    server.Get("/live", [desk](const Request &, Response &response) { stream_pictures(desk, response); });
+    server.Get("/api/state",
+               [desk](const Request &, Response &response) { say(response, desk.page.state()); });
+    server.Get("/api/log-reference", [desk](const Request &, Response &response) {
+        response.set_content(desk.log_reference, json_type);
+    });
+    add_passages(server, desk);
+    add_device(server, desk);
+    add_scripts(server, desk);
+}

@@ -1,0 +1,137 @@
+#include "watcher.h"
+
+#include <time.h>
+
+#include <cmath>
+
+#include "alarm_causes.h"
+#include "clocks.h"
+#include "device.h"
+
+namespace {
+
+constexpr long look_ms = 250;
+constexpr int sdk_every = 2, device_every = 4, sample_every = 4;  // looks
+constexpr size_t kept_alarms = 1000, kept_requests = 400, kept_samples = 1800, kept_marks = 200;
+constexpr size_t body_shown = 2000;
+
+// What the page needs of a request, with wall-clock times.
+json shown_request(const json &record) {
+    const auto number = [&](const char *name) {
+        return record[name].is_number() ? record[name].get<double>() : 0.0;
+    };
+    std::string body = record.value("body", "");
+    body.resize(std::min(body.size(), body_shown));
+    return {{"seq", record["seq"]},
+            {"method", record["method"]},
+            {"target", record["target"]},
+            {"endpoint", record["endpoint"]},
+            {"body", body},
+            {"t", wall_of(number("time_ms"))},
+            {"ms", record["end_ms"].is_null() ? json() : json(number("end_ms") - number("time_ms"))},
+            {"status", record["status"]},
+            {"fault", record["fault"]}};
+}
+
+}  // namespace
+
+void watcher::mark(const char *kind, const std::string &text) {
+    page_.add("marks", json::array({{{"t", wall_ms()}, {"kind", kind}, {"text", text}}}), kept_marks);
+}
+
+void watcher::look_at_camera() {
+    camera_ = behind_.ask(side::camera, "GET", "/state").value_or(json());
+    page_.set("camera", camera_);
+    page_.set("faults", behind_.ask(side::camera, "GET", "/faults").value_or(json()));
+    if (!camera_.is_object()) return;
+    const double restarts = camera_.value("restarts", 0.0);
+    if (restarts_ >= 0 && restarts > restarts_) mark("camera", "the camera restarted");
+    restarts_ = restarts;
+}
+
+// Requests are told when they begin and again when they end.
+void watcher::look_at_requests() {
+    const auto since = std::to_string(static_cast<long long>(requests_from_));
+    const auto got = behind_.ask(side::camera, "GET", "/requests?limit=200&since=" + since);
+    if (!got) return;
+    json fresh = json::array();
+    for (const json &record : got->is_array() ? *got : got->value("requests", json::array())) {
+        const double seq = record["seq"];
+        const bool ended = !record["end_ms"].is_null();
+        const auto told = requests_told_.find(seq);
+        if (told == requests_told_.end() || told->second != ended) fresh.push_back(shown_request(record));
+        requests_told_[seq] = ended;
+    }
+    while (!requests_told_.empty() && requests_told_.begin()->second) {
+        requests_from_ = requests_told_.begin()->first;
+        requests_told_.erase(requests_told_.begin());
+    }
+    page_.add("requests", fresh, kept_requests);
+}
+
+void watcher::look_at_sdk() {
+    const auto state = behind_.ask(side::sdk, "GET", "/state");
+    sdk_ = state.value_or(json());
+    page_.set("sdk", sdk_);
+    if (!state) return;
+    const int pid = sdk_.value("pid", 0);
+    if (pid != pid_) {
+        if (pid_ != 0) mark("agent", "the agent started again");
+        pid_ = pid;
+        alarms_seen_ = 0;
+    }
+    look_at_alarms(pid);
+}
+
+void watcher::look_at_alarms(int pid) {
+    if (sdk_.value("alarm_count", 0.0) == alarms_seen_) return;
+    const auto got = behind_.ask(side::sdk, "GET",
+                                 "/alarms?since=" + std::to_string(static_cast<long long>(alarms_seen_)));
+    if (!got) return;
+    json fresh = json::array();
+    for (json alarm : got->value("alarms", json::array())) {
+        alarms_seen_ = alarm["seq"];
+        alarm.update(alarm_cause(alarm.value("status", 0), camera_, device_.value("conf", json())));
+        alarm["n"] = ++alarm_number_;
+        alarm["t"] = wall_of(alarm.value("real_ms", 0.0));
+        alarm["pid"] = pid;
+        fresh.push_back(alarm);
+    }
+    page_.add("alarms", fresh, kept_alarms);
+}
+
+void watcher::look_at_device() {
+    device_ = device_state();
+    page_.set("device", device_);
+    const int reboots = device_["reboots"];
+    if (reboots_ >= 0 && reboots > reboots_) mark("reboot", "reboot " + std::to_string(reboots));
+    reboots_ = reboots;
+}
+
+void watcher::take_sample() {
+    json sample = process_state(behind_.agent_pid());
+    if (!sample.is_object()) sample = json::object();
+    sample["t"] = std::round(wall_ms());
+    const json status = camera_.is_object() ? camera_["status"] : json::object();
+    sample["battery"] = std::atof(status.value("Battery", "0").c_str());
+    sample["temperature"] = std::atof(status.value("Temperature", "0").c_str());
+    sample["requests"] = camera_.is_object() ? camera_["requests_total"] : json();
+    sample["card_free_mb"] = device_["card"].is_object() ? device_["card"]["free_mb"] : json();
+    if (sdk_.is_object()) {
+        for (const char *name : {"video", "audio", "key_frames", "video_bytes", "audio_bytes"})
+            sample[name] = sdk_["frames"][name];
+    }
+    page_.add("samples", json::array({sample}), kept_samples);
+}
+
+void watcher::watch() {
+    for (unsigned look = 0;; look++) {
+        look_at_camera();
+        look_at_requests();
+        if (look % device_every == 0) look_at_device();
+        if (look % sdk_every == 0) look_at_sdk();
+        if (look % sample_every == 0) take_sample();
+        const timespec pause{0, look_ms * 1'000'000};
+        nanosleep(&pause, nullptr);
+    }
+}
