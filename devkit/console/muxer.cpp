@@ -7,7 +7,7 @@
 #include <utility>
 
 extern "C" {
-#include <libavcodec/packet.h>
+#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/mem.h>
@@ -54,14 +54,33 @@ void give_bytes(AVCodecParameters &to, const std::string &bytes) {
     to.extradata_size = static_cast<int>(bytes.size());
 }
 
-void describe_video(AVStream &stream, const std::string &sets) {
+// Width and height, as the parameter sets have them: what browsers show is what the container says. False where they
+// say nothing.
+bool measure(const std::string &frame, AVCodecParameters &codec) {
+    AVCodecParserContext *parser = av_parser_init(AV_CODEC_ID_H264);
+    AVCodecContext *context = avcodec_alloc_context3(nullptr);
+    if (parser != nullptr && context != nullptr) {
+        parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+        std::string padded = frame + std::string(AV_INPUT_BUFFER_PADDING_SIZE, '\0');
+        uint8_t *data = nullptr;
+        int size = 0;
+        av_parser_parse2(parser, context, &data, &size, reinterpret_cast<uint8_t *>(padded.data()),
+                         static_cast<int>(frame.size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+        codec.width = parser->width;
+        codec.height = parser->height;
+    }
+    av_parser_close(parser);
+    avcodec_free_context(&context);
+    return codec.width > 0 && codec.height > 0;
+}
+
+bool describe_video(AVStream &stream, const std::string &key_frame, const std::string &sets) {
     AVCodecParameters &codec = *stream.codecpar;
     codec.codec_type = AVMEDIA_TYPE_VIDEO;
     codec.codec_id = AV_CODEC_ID_H264;
-    codec.width = 16;  // the parameter sets tell the true size; the format wants one
-    codec.height = 16;
     give_bytes(codec, sets);
     stream.time_base = {1, video_scale};
+    return measure(key_frame, codec);
 }
 
 void describe_sound(AVStream &stream, const sound_format &format) {
@@ -106,7 +125,7 @@ bool muxer::open(const live_frame &key_frame, const live_frame *sound) {
     if (video == nullptr || (has_sound_ && audio == nullptr) || buffer == nullptr) return false;
     context_->pb = avio_alloc_context(buffer, buffer_bytes, 1, this, nullptr, keep_made, nullptr);
     context_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
-    describe_video(*video, parameters_);
+    if (!describe_video(*video, key_frame.data, parameters_)) return false;
     if (audio != nullptr) describe_sound(*audio, format_of(sound->data));
     AVDictionary *options = nullptr;
     av_dict_set(&options, "movflags", "empty_moov+default_base_moof+frag_custom+skip_trailer", 0);

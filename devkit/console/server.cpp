@@ -121,7 +121,10 @@ bool send_more(picture_stream &stream, DataSink &sink) {
 
 void stream_pictures(const console &desk, Response &response) {
     const auto stream = std::make_shared<picture_stream>(desk.pictures);
-    if (!begin_film(*stream)) return say(response, {{"error", "no picture comes"}}, 503);
+    if (!begin_film(*stream)) {  // no error: the page asks again
+        response.status = 204;
+        return;
+    }
     response.set_header("Cache-Control", "no-store");
     response.set_header("X-Codecs", stream->codecs);
     response.set_chunked_content_provider(

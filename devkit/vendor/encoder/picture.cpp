@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr int kGlyphColumns = 5, kGlyphRows = 7;
+constexpr int kGlyphColumns = 5, kGlyphRows = 7, kTimeCodeBits = 16;
 
 // One row of pixels a byte, the leftmost in bit 4: 0 to 9, ':' and '.'.
 constexpr uint8_t kGlyphs[12][kGlyphRows] = {
@@ -55,6 +55,16 @@ void draw_text(const PicturePlanes &picture, const char *text, int left, int top
     }
 }
 
+// The lower 16 bits of the time in milliseconds as a row of squares along the lower edge, the highest first, white for 1:
+// what a program reads back from a picture that it is shown.
+void draw_time_code(const PicturePlanes &picture, int64_t time_ms) {
+    const int size = picture.height / 20, top = picture.height - size;
+    for (int bit = 0; bit < kTimeCodeBits; bit++) {
+        const bool set = (time_ms >> (kTimeCodeBits - 1 - bit) & 1) != 0;
+        fill_rectangle(picture, bit * size, top, size, size, set ? 235 : 16);
+    }
+}
+
 }  // namespace
 
 void draw_picture(const PicturePlanes &picture, uint32_t number, int64_t time_ms) {
@@ -71,4 +81,5 @@ void draw_picture(const PicturePlanes &picture, uint32_t number, int64_t time_ms
     fill_rectangle(picture, 2 * scale, 2 * scale, (10 * (kGlyphColumns + 1) + 3) * scale,
                    (kGlyphRows + 4) * scale, 16);
     draw_text(picture, clock, 4 * scale, 4 * scale, scale);
+    draw_time_code(picture, time_ms);
 }

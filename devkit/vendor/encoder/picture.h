@@ -1,4 +1,5 @@
-// The moving test picture: a sliding gradient, a square that bounces, and the time of day in large digits.
+// The moving test picture: a sliding gradient, a square that bounces, the time of day in large digits and
+// as a row of squares that a program can read.
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,90 @@
+// Live: the picture with its sound, what the stream is like, and what can be raised before the camera.
+import {camera} from './api.js';
+import {alarmCards} from './alarms.js';
+import {card, h, lazily} from './dom.js';
+import {Player, latency} from './player.js';
+import {plot, rate} from './plot.js';
+import {on, state} from './stream.js';
+
+const remembered = 'desk.watching';
+
+function makePicture() {
+  const video = h('video', {muted: true, playsInline: true, 'aria-label': 'Live picture'});
+  const hint = h('p', {}, 'Nobody watches. Press Watch: the SDK asks the agent for pictures, as when somebody opens the app.');
+  const badge = h('p', {class: 'latency', hidden: true});
+  const player = new Player(video, (what, why) => {
+    hint.hidden = what === 'live';
+    hint.textContent = what === 'off' ? 'Nobody watches.' : why ? `Waiting for a picture: ${why}.` : 'Waiting for a picture …';
+    badge.hidden = what !== 'live';
+    figure.dataset.state = what;
+  });
+  const figure = h('div', {class: 'picture', 'data-state': 'off'}, video, hint, badge);
+  const look = () => {
+    if (video.videoWidth && player.wanted) badge.textContent = `${latency(video)} ms behind`;
+  };
+  setInterval(() => video.requestVideoFrameCallback(look), 500);
+  return {video, player, figure};
+}
+
+function watchButtons({video, player}) {
+  const watch = h('button', {type: 'button', class: 'primary', id: 'watch', 'aria-pressed': 'false', onclick: () => turn(!player.wanted)}, 'Watch');
+  const turn = (wanted) => {
+    wanted ? player.start() : player.stop();
+    watch.textContent = wanted ? 'Stop watching' : 'Watch';
+    watch.setAttribute('aria-pressed', wanted);
+    sessionStorage.setItem(remembered, wanted ? '1' : '');
+  };
+  const sound = h('button', {type: 'button', id: 'sound', 'aria-pressed': 'false', onclick: () => {
+    video.muted = !video.muted;
+    sound.setAttribute('aria-pressed', !video.muted);
+  }}, 'Sound');
+  if (sessionStorage.getItem(remembered)) turn(true);
+  const big = h('button', {type: 'button', onclick: () => video.parentElement.requestFullscreen?.()}, 'Full screen');
+  return h('div', {class: 'row'}, watch, sound, big);
+}
+
+function raise(name, label) {
+  return h('button', {type: 'button', id: `raise-${name}`, onclick: () => camera('POST', '/event', {name, polls: 1, value: '1'})}, label);
+}
+
+// Frames from one key frame to the next.
+function keyDistance(samples) {
+  const points = [];
+  for (let i = 10; i < samples.length; i++) {
+    const keys = samples[i].key_frames - samples[i - 10].key_frames, frames = samples[i].video - samples[i - 10].video;
+    if (keys > 0 && frames > 0) points.push([samples[i].t, frames / keys]);
+  }
+  return points;
+}
+
+function makeSparks() {
+  const plots = {
+    fps: plot('Pictures', {unit: ' /s', digits: 1, floor: 0}), keys: plot('Key frame every', {unit: ' frames', floor: 0}),
+    bits: plot('Video', {unit: ' kbit/s', floor: 0}), sound: plot('Sound', {unit: ' kbit/s', floor: 0}),
+  };
+  const dog = h('p', {class: 'hint', id: 'watchdog'});
+  on('samples', lazily(() => {
+    plots.fps.draw(rate(state.samples, 'video'), state.marks);
+    plots.keys.draw(keyDistance(state.samples), state.marks);
+    plots.bits.draw(rate(state.samples, 'video_bytes', 0.008), state.marks);
+    plots.sound.draw(rate(state.samples, 'audio_bytes', 0.008), state.marks);
+  }));
+  const tellDog = () => {
+    const watched = state.sdk?.request_vedio ? 'on guard: without a frame for one period the agent reboots the device' : 'at rest: nobody watches';
+    dog.textContent = state.sdk ? `Watchdog ${watched}. Profile ${state.sdk.capture?.profile ?? '–'}, ${state.sdk.capture?.stalled ? 'stalled' : state.sdk.capture?.source ?? '–'}; viewers here: ${state.viewers ?? 0}.` : 'The agent is away.';
+  };
+  on('sdk', lazily(tellDog));
+  on('viewers', lazily(tellDog));
+  return [h('div', {class: 'sparks'}, Object.values(plots).map((each) => each.element)), dog];
+}
+
+export function makeLive(panel) {
+  const parts = makePicture();
+  const picture = card('Picture', parts.figure, watchButtons(parts), ...makeSparks());
+  const before = card('Before the camera', h('div', {class: 'row'}, raise('MotionEvent', 'Somebody walks by'),
+    raise('AudioEvent', 'A noise'), raise('TemperatureEvent', 'A temperature event')),
+  h('p', {class: 'hint'}, 'Each lasts for one poll. The agent asks every few seconds; the alarm and its lines follow.'));
+  panel.append(picture, h('div', {class: 'stack'}, before, ...alarmCards()));
+  panel.classList.add('picture-first');
+  window.deskPlayer = parts.player;  // for whoever measures
+}

@@ -1,0 +1,147 @@
+// The agent's log: live, folded by poll cycle, filtered, coloured by module; a click explains a line and marks its moment.
+import {announce, card, clock, h, lazily} from './dom.js';
+import {entriesOf, loadReference, moduleOf, wantsALook} from './explain.js';
+import {on, pointAt, state} from './stream.js';
+
+const cyclesShown = 60, near = 200;  // milliseconds around a moment
+const hues = ['#3b82c4', '#2f9e6e', '#b5792b', '#8a63c9', '#c2557f', '#5b8f3a', '#3a9aa8', '#a3584d', '#7a7f2c', '#6570c4'];
+const modules = new Map();
+let box, explained, search, choice, follow, current, cycle, cycles = [];
+
+function hueOf(module) {
+  if (!modules.has(module)) {
+    modules.set(module, hues[modules.size % hues.length]);
+    choice.append(h('option', {value: module}, module));
+  }
+  return modules.get(module);
+}
+
+const fits = (line) => (!choice.value || line.dataset.module === choice.value)
+  && (!search.value || line.dataset.text.toLowerCase().includes(search.value.toLowerCase()));
+
+function beginCycle(title, time) {
+  cycle = {count: 0, alarms: 0, title, time, summary: h('summary'), lines: h('div')};
+  cycle.element = h('details', {open: true}, cycle.summary, cycle.lines);
+  // Of the cycles before, the newest two stay open; one that somebody opened stays open too.
+  for (const earlier of cycles.slice(-3, -1)) if (!earlier.touched) earlier.element.open = false;
+  const made = cycle;
+  cycle.summary.addEventListener('click', () => { made.touched = true; });
+  cycles.push(cycle);
+  box.append(cycle.element);
+  while (cycles.length > cyclesShown) cycles.shift().element.remove();
+}
+
+function showSummary(each) {
+  each.summary.replaceChildren(h('b', {}, each.title), ` ${clock(each.time)} · ${each.count} lines${each.alarms ? ` · ${each.alarms} alarm${each.alarms > 1 ? 's' : ''}` : ''}`);
+}
+
+function addLine({t, text}) {
+  if (text.trim() === '') return;
+  if (/Try log VeloAgent init time/.test(text)) beginCycle('Start', t);
+  else if (/\(polling\) beginning of a time/.test(text) || !cycle) beginCycle(cycle ? 'Poll' : 'Log', t);
+  const module = moduleOf(text);
+  const line = h('div', {class: 'line'}, h('time', {}, clock(t, true).slice(0, -2)), h('span', {}, text));
+  Object.assign(line.dataset, {module, text, time: t});
+  line.style.setProperty('--hue', hueOf(module));
+  if (wantsALook(text)) line.classList.add('look');
+  line.hidden = !fits(line);
+  cycle.count++;
+  if (/SendAlarmData!! index:/.test(text)) cycle.alarms++;
+  cycle.lines.append(line);
+}
+
+function take(lines) {
+  const atEnd = follow.checked;
+  const changed = new Set();
+  for (const line of lines) {
+    addLine(line);
+    if (cycle) changed.add(cycle);
+  }
+  for (const each of changed) showSummary(each);
+  if (atEnd) toEnd();
+}
+
+const toEnd = lazily(() => { box.scrollTop = box.scrollHeight; });
+
+function refilter() {
+  for (const line of box.querySelectorAll('.line')) line.hidden = !fits(line);
+  const filtered = search.value || choice.value;
+  for (const each of cycles) each.element.hidden = Boolean(filtered) && !each.lines.querySelector('.line:not([hidden])');
+  if (filtered) for (const each of cycles) each.element.open = true;
+}
+
+function explain(line) {
+  const entries = entriesOf(line.dataset.text);
+  explained.replaceChildren(h('p', {class: 'mono'}, line.dataset.text.slice(0, 200)));
+  if (!entries.length) explained.append(h('p', {class: 'hint'}, 'This line has no entry in docs/LOG.md: mostly what the camera or libcurl said.'));
+  for (const entry of entries) {
+    explained.append(h('dl', {}, h('dt', {}, 'From'), h('dd', {}, entry.file || 'elsewhere'), h('dt', {}, 'When'), h('dd', {}, entry.when),
+      h('dt', {}, 'Means'), h('dd', {}, entry.means), h('dt', {}, 'Do'), h('dd', {}, entry.do)));
+  }
+}
+
+function choose(line, mark = true) {
+  if (!line) return;
+  current?.classList.remove('current');
+  current = line;
+  line.classList.add('current');
+  follow.checked = false;
+  explain(line);
+  if (mark) pointAt(Number(line.dataset.time), 'log');
+}
+
+function move(event) {
+  const step = {ArrowDown: 1, ArrowUp: -1, PageDown: 15, PageUp: -15}[event.key];
+  if (!step || event.target !== box) return;
+  event.preventDefault();
+  const lines = [...box.querySelectorAll('details[open] .line:not([hidden])')];
+  const at = current ? lines.indexOf(current) : lines.length;
+  const next = lines[Math.min(Math.max(at + step, 0), lines.length - 1)];
+  choose(next);
+  next?.scrollIntoView({block: 'nearest'});
+}
+
+// Marks the lines around a moment; goes to the first where another part points.
+function markMoment({time, from}) {
+  let first = null;
+  for (const line of box.querySelectorAll('.line')) {
+    const close = Math.abs(Number(line.dataset.time) - time) <= near;
+    line.classList.toggle('moment', close);
+    if (close && !line.hidden) first ??= line;
+  }
+  if (from === 'log' || !first) return;
+  follow.checked = false;
+  first.closest('details').open = true;
+  first.scrollIntoView({block: 'center'});
+  announce(`The log shows ${clock(time)}`);
+}
+
+function begin() {
+  box.replaceChildren();
+  cycles = [];
+  cycle = current = null;
+}
+
+export function makeLog(place) {
+  search = h('input', {type: 'search', placeholder: 'Filter', 'aria-label': 'Filter the log by text', oninput: lazily(refilter)});
+  choice = h('select', {'aria-label': 'Filter the log by module', onchange: refilter}, h('option', {value: ''}, 'all modules'));
+  follow = h('input', {type: 'checkbox', checked: true, onchange: () => { if (follow.checked) box.scrollTop = box.scrollHeight; }});
+  box = h('div', {class: 'log', role: 'log', tabIndex: 0, 'aria-label': 'Lines; arrow keys choose one', 'aria-live': 'off', onkeydown: move,
+    onclick: (event) => choose(event.target.closest('.line'))});
+  explained = h('div', {class: 'explain', 'aria-live': 'polite', role: 'region', 'aria-label': 'What the chosen line means', tabIndex: 0},
+    h('p', {class: 'hint'}, 'Click a line: what it means, and the same moment elsewhere.'));
+  const all = h('button', {type: 'button', class: 'small', onclick: () => {
+    const folded = cycles.some((each) => each.element.open);
+    for (const each of cycles) each.element.open = !folded;
+  }}, 'Fold');
+  const element = card('Log', h('div', {class: 'row'}, search, choice, h('label', {class: 'row'}, follow, 'follow'), all), box, explained);
+  element.classList.add('log-card');
+  place.append(element);
+  on('hello', begin);
+  on('log', take);
+  on('moment', markMoment);
+  loadReference().then(() => {
+    begin();
+    take(state.log);
+  });
+}

@@ -1,0 +1,122 @@
+// The live picture: fragments of MP4 from the desk into Media Source Extensions, kept close to the live edge.
+const kept = 20;         // seconds behind that stay in the buffer
+const wanted = 0.12, late = 0.35, lost = 1.0;  // seconds behind the newest picture: aim, catch up, jump
+const again = 1000;      // milliseconds until the next try
+
+export class Player {
+  constructor(video, onState) {
+    this.video = video;
+    this.onState = onState;
+    this.jumps = 0;
+  }
+
+  start() {
+    this.wanted = true;
+    this.began = performance.now();
+    this.firstPicture = null;
+    this.run();
+    this.timer = setInterval(() => this.stayLive(), 100);
+  }
+
+  stop() {
+    this.wanted = false;
+    clearInterval(this.timer);
+    this.abort?.abort();
+    this.video.removeAttribute('src');
+    this.video.load();
+    this.onState('off');
+  }
+
+  async run() {
+    while (this.wanted) {
+      this.onState('waiting');
+      try {
+        await this.play();
+      } catch (problem) {
+        if (this.wanted) this.onState('waiting', problem.message);
+      }
+      if (this.wanted) await new Promise((resolve) => { setTimeout(resolve, again); });
+    }
+  }
+
+  async play() {
+    this.abort = new AbortController();
+    const reply = await fetch('live', {signal: this.abort.signal, cache: 'no-store'});
+    if (reply.status !== 200) throw new Error('no picture comes');
+    this.codecs = reply.headers.get('X-Codecs');
+    const source = new MediaSource();
+    const address = URL.createObjectURL(source);
+    this.video.src = address;
+    await new Promise((resolve) => { source.addEventListener('sourceopen', resolve, {once: true}); });
+    URL.revokeObjectURL(address);
+    this.buffer = source.addSourceBuffer(`video/mp4; codecs="${this.codecs}"`);
+    this.video.requestVideoFrameCallback?.(() => {
+      this.firstPicture = performance.now() - this.began;
+      this.onState('live');
+    });
+    this.video.play().catch(() => {});
+    try {
+      await this.pump(reply.body.getReader());
+    } finally {
+      this.buffer = null;
+    }
+  }
+
+  async pump(reader) {
+    for (;;) {
+      const {done, value} = await reader.read();
+      if (done) return;
+      await this.append(value);
+      this.stayLive();
+    }
+  }
+
+  append(data) {
+    return new Promise((resolve, reject) => {
+      this.buffer.addEventListener('updateend', resolve, {once: true});
+      this.buffer.addEventListener('error', () => reject(new Error('the picture cannot be decoded')), {once: true});
+      const begin = this.buffer.buffered.length ? this.buffer.buffered.start(0) : 0;
+      if (this.video.currentTime - begin > 2 * kept) {
+        this.buffer.addEventListener('updateend', () => this.buffer.appendBuffer(data), {once: true});
+        this.buffer.remove(begin, this.video.currentTime - kept);
+        return;
+      }
+      this.buffer.appendBuffer(data);
+    });
+  }
+
+  // Jumps when far behind or in a gap, plays a little faster when somewhat behind.
+  stayLive() {
+    const {video} = this;
+    const ranges = video.buffered;
+    if (!ranges.length || !this.buffer) return;
+    const end = ranges.end(ranges.length - 1), begin = ranges.start(ranges.length - 1);
+    const behind = end - video.currentTime;
+    if (behind > lost || video.currentTime < begin) {
+      video.currentTime = Math.max(end - wanted, begin);
+      this.jumps++;
+    }
+    video.playbackRate = behind > late ? 1.15 : behind > 2 * wanted ? 1.05 : 1;
+    if (video.paused && this.wanted) video.play().catch(() => {});
+  }
+}
+
+// The clock in the picture (a row of 16 squares along the lower edge): its lower 16 bits of milliseconds.
+const bits = 16, squares = 20;  // squares to the picture's height
+const canvas = document.createElement('canvas');
+export function timeCode(video) {
+  const size = video.videoHeight / squares;
+  canvas.width = Math.ceil(size * bits);
+  canvas.height = Math.ceil(size);
+  const context = canvas.getContext('2d', {willReadFrequently: true});
+  context.drawImage(video, 0, video.videoHeight - size, size * bits, size, 0, 0, size * bits, size);
+  let code = 0;
+  for (let bit = 0; bit < bits; bit++) {
+    const [red] = context.getImageData(Math.floor((bit + 0.5) * size), Math.floor(size / 2), 1, 1).data;
+    code = code * 2 + (red > 127 ? 1 : 0);
+  }
+  return code;
+}
+
+// From the picture's clock until now, milliseconds.
+export const latency = (video) => (Date.now() - timeCode(video) + 131072) % 65536;
