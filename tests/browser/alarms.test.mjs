@@ -1,0 +1,56 @@
+// Alarms as they come, and the log beside them.
+import assert from 'node:assert/strict';
+import {test} from 'node:test';
+import {camera, eventually, state, withBrowser} from './support/desk.mjs';
+
+const open = withBrowser();
+
+test('somebody walks by: the alarm, what raised it, and its lines', async (t) => {
+  const page = await open(t);
+  const before = (await state()).alarms?.length ?? 0;
+  await page.click('#raise-MotionEvent');
+  await eventually(async () => (await state()).alarms?.length > before, 20, 'an alarm');
+  const row = page.locator('#alarms li').first();
+  await row.locator('b', {hasText: 'Motion'}).waitFor();
+  assert.match(await row.innerText(), /MotionEvent was 1.*index 1, "alarm", status 1/s);
+  assert.match(await page.locator('.timeline svg').getAttribute('aria-label'), /[1-9]\d* alarms, [1-9]\d* polls/);
+  await row.getByRole('button').click();
+  const marked = page.locator('.line.moment', {hasText: 'SendAlarmData!! index:'});
+  await marked.first().waitFor();
+  assert.ok(await marked.first().isVisible());
+  assert.equal(await page.locator('#alarms li').count(), (await state()).alarms.length);
+  await page.reload();
+  await page.locator('#alarms li b', {hasText: 'Motion'}).first().waitFor();
+});
+
+test('a weak battery: value and threshold', async (t) => {
+  const page = await open(t, 'device');
+  t.after(() => camera('PATCH', '/status', {Battery: '90'}));
+  await page.locator('#sensor-Battery').fill('5');
+  await eventually(async () => (await camera('GET', '/state')).status.Battery === '5', 5, 'the camera says 5');
+  await page.goto(`${page.url().split('#')[0]}#live`);
+  const row = page.locator('#alarms li[data-status="13"]').first();
+  await row.waitFor({timeout: 75000});
+  assert.match(await row.innerText(), /Battery low[\s\S]*Battery 5 under BATTERY_LOW 20/);
+});
+
+test('the log: explained, filtered by text and module, folded, by keyboard', async (t) => {
+  const page = await open(t);
+  const line = page.locator('.line', {hasText: '*** (main) myPoll... ***'}).first();
+  await page.getByLabel('Filter the log by text').fill('myPoll...');
+  await line.click();
+  assert.match(await page.locator('.explain').innerText(), /agent\/main\.cpp[\s\S]*polling begins[\s\S]*Nothing/);
+  assert.equal(await page.locator('.line:not([hidden])').evaluateAll((lines) => lines.filter((each) => !each.dataset.text.includes('myPoll...')).length), 0);
+  await page.getByLabel('Filter the log by text').fill('');
+  await page.getByLabel('Filter the log by module').selectOption('curlmgr');
+  const texts = await page.locator('.line:not([hidden])').evaluateAll((lines) => lines.map((each) => each.dataset.module));
+  assert.ok(texts.length > 3 && texts.every((module) => module === 'curlmgr'), texts.slice(0, 5).join());
+  await page.getByLabel('Filter the log by module').selectOption('');
+  await page.locator('.log').focus();
+  await page.keyboard.press('ArrowUp');
+  const first = await page.locator('.line.current').innerText();
+  await page.keyboard.press('ArrowUp');
+  assert.notEqual(await page.locator('.line.current').innerText(), first);
+  await page.getByRole('button', {name: 'Fold'}).click();
+  assert.equal(await page.locator('.log details[open]').count(), 0);
+});

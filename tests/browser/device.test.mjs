@@ -1,0 +1,63 @@
+// Parameters, statuses, remote operations, recordings and pictures.
+import assert from 'node:assert/strict';
+import {readFileSync} from 'node:fs';
+import {test} from 'node:test';
+import {camera, eventually, withBrowser} from './support/desk.mjs';
+
+const open = withBrowser();
+
+test('a parameter is written and read back, with the request that it became', async (t) => {
+  const page = await open(t, 'device');
+  const row = page.locator('tr[data-name="md_sensitivity"]');
+  await page.locator('#set-md_sensitivity').fill('8');
+  await row.locator('.answer b', {hasText: 'set to 8'}).waitFor();
+  assert.match(await row.locator('.answer').innerText(), /in \d.*POST \/CGI\/CameraSetup .*<SENSITIVITY>4</s);
+  assert.equal((await camera('GET', '/state')).settings.MOTION_DETECTION.SENSITIVITY, '4');
+  await row.getByRole('button').click();
+  await row.locator('.answer b', {hasText: /^4$/}).waitFor();
+  assert.equal(await page.locator('#set-md_sensitivity').inputValue(), '4');
+  await page.locator('#set-md_armed').check();
+  await eventually(async () => (await camera('GET', '/state')).settings.MOTION_DETECTION.ENABLE === 'ON', 5, 'the switch is on');
+});
+
+test('all parameters and all statuses answer', async (t) => {
+  const page = await open(t, 'device');
+  for (const [button, count] of [['#read-parameters', 14], ['#read-statuses', 19]]) {
+    await page.click(button);
+    await page.locator(`${button}:not([disabled])`).waitFor({timeout: 30000});
+    const answers = await page.locator('section.card', {has: page.locator(button)}).locator('.answer b').allInnerTexts();
+    assert.equal(answers.length, count);
+    assert.deepEqual(answers.filter((text) => text === '' || text === 'ERROR'), []);
+  }
+  assert.equal(await page.locator('tr[data-name="Battery"] .answer b').innerText(), '90');
+});
+
+test('the night light goes on and off', async (t) => {
+  const page = await open(t, 'device');
+  for (const value of ['1', '0']) {
+    await page.locator(`[data-command="30 ${value}"]`).click();
+    await eventually(async () => (await camera('GET', '/state')).night_light === value, 5, `night light ${value}`);
+  }
+  assert.match(await page.locator('#operation-answer').innerText(), /NIGHT_LIGHT/);
+});
+
+test('a recording is started, stopped, logged, and saved from the card', async (t) => {
+  const page = await open(t, 'device');
+  await page.locator('#record-seconds').fill('30');
+  await page.click('#record-start');
+  await page.locator('.pill', {hasText: /recording AAA/}).waitFor({timeout: 10000});
+  await page.click('#record-stop');
+  await page.locator('.pill', {hasText: 'no recording'}).waitFor({timeout: 10000});
+  await page.locator('#record-log', {hasText: '.MP4'}).waitFor({timeout: 15000});
+  const link = page.getByRole('link', {name: /Save AAA.*MP4/}).first();
+  const [download] = await Promise.all([page.waitForEvent('download'), link.click()]);
+  assert.equal(readFileSync(await download.path()).subarray(4, 8).toString(), 'ftyp');
+});
+
+test('photo and thumbnail are pictures', async (t) => {
+  const page = await open(t, 'device');
+  for (const kind of ['photo', 'thumbnail']) {
+    await page.click(`#take-${kind}`);
+    await page.waitForFunction((id) => document.getElementById(id).naturalWidth > 10, kind, {timeout: 15000});
+  }
+});

@@ -1,0 +1,54 @@
+// Each part in light and dark, wide and narrow: nothing serious for axe, nothing wider than the screen, and a picture of it.
+import assert from 'node:assert/strict';
+import {readFileSync} from 'node:fs';
+import {createRequire} from 'node:module';
+import {test} from 'node:test';
+import {camera, results, withBrowser} from './support/desk.mjs';
+
+const open = withBrowser({bypassCSP: false});
+const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
+const parts = ['live', 'device', 'talk', 'upgrade', 'trouble', 'requests', 'process'];
+const sizes = {wide: {width: 1440, height: 900}, narrow: {width: 360, height: 740}};
+
+async function violations(page) {
+  await page.evaluate(axe);
+  const found = await page.evaluate(() => window.axe.run(document, {resultTypes: ['violations']}));
+  return found.violations.filter(({impact}) => ['serious', 'critical'].includes(impact)).map(({id, nodes}) => `${id}: ${nodes.map((node) => node.target).join(' | ')}`);
+}
+
+for (const scheme of ['light', 'dark']) {
+  for (const [name, size] of Object.entries(sizes)) {
+    test(`${scheme}, ${name}`, async (t) => {
+      const page = await open(t);
+      await page.emulateMedia({colorScheme: scheme, reducedMotion: 'reduce'});
+      await page.setViewportSize(size);
+      await camera('POST', '/event', {name: 'MotionEvent', polls: 1, value: '1'});
+      await page.locator('#alarms li').first().waitFor({timeout: 20000});
+      await page.click('#watch');
+      await page.waitForFunction(() => window.deskPlayer.firstPicture !== null, null, {timeout: 15000});
+      await page.waitForTimeout(2500);  // for plots that show something
+      for (const part of parts) {
+        await page.locator(`#tab-${part}`).click();
+        await page.locator(`#part-${part}`).waitFor();
+        if (part === 'device') await page.locator('tr[data-name="Battery"] button').click();
+        await page.waitForTimeout(400);
+        assert.deepEqual(await violations(page), [], part);
+        const width = await page.evaluate(() => document.documentElement.scrollWidth);
+        assert.ok(width <= size.width, `${part} is ${width} pixels wide`);
+        await page.screenshot({path: `${results}/${part}-${scheme}-${name}.png`, fullPage: name === 'narrow'});
+      }
+    });
+  }
+}
+
+test('by keyboard alone: tabs, a switch, an alarm', async (t) => {
+  const page = await open(t);
+  await page.locator('#tab-live').focus();
+  await page.keyboard.press('ArrowRight');
+  await page.locator('#part-device').waitFor();
+  assert.equal(await page.locator('#tab-device').getAttribute('aria-selected'), 'true');
+  await page.keyboard.press('ArrowLeft');
+  await page.locator('#raise-AudioEvent').focus();
+  await page.keyboard.press('Enter');
+  await page.locator('#alarms li[data-status="3"]').first().waitFor({timeout: 20000});
+});

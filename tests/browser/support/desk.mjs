@@ -1,0 +1,57 @@
+// The desk that a test drives (DESK_URL), and pages of it in one browser. A page that writes an error to its console fails
+// its test.
+import assert from 'node:assert/strict';
+import {mkdirSync} from 'node:fs';
+import {after, before} from 'node:test';
+import {startBrowser} from './chromium.mjs';
+
+export const base = process.env.DESK_URL ?? 'http://127.0.0.1:8055';
+export const results = process.env.DESK_RESULTS ?? 'build/browser';
+mkdirSync(results, {recursive: true});
+
+export async function ask(method, path, body) {
+  const reply = await fetch(`${base}${path}`, {method, body: body === undefined ? undefined : JSON.stringify(body)});
+  const text = await reply.text();
+  assert.ok(reply.ok, `${method} ${path}: ${reply.status} ${text}`);
+  return text ? JSON.parse(text) : null;
+}
+export const camera = (method, path, body) => ask(method, `/camera${path}`, body);
+export const sdk = (method, path, body) => ask(method, `/sdk${path}`, body);
+export const state = () => ask('GET', '/api/state');
+
+// Waits until f() gives something true, and gives that.
+export async function eventually(f, seconds, what) {
+  const deadline = Date.now() + seconds * 1000;
+  for (;;) {
+    const got = await Promise.resolve().then(f).catch(() => null);
+    if (got) return got;
+    if (Date.now() > deadline) throw new Error(`never came within ${seconds} s: ${what ?? f}`);
+    await new Promise((resolve) => { setTimeout(resolve, 100); });
+  }
+}
+
+// A browser for the tests of a file; gives open(t, part): a page whose errors fail the test t.
+export function withBrowser(options) {
+  let browser;
+  before(async () => {
+    browser = await startBrowser(options);
+    await eventually(async () => (await state()).sdk?.pid, 60, 'the agent logs in');
+  });
+  after(() => browser.close());
+  return async (t, part = 'live') => {
+    const page = await browser.context.newPage();
+    const errors = [];
+    page.on('console', (message) => { if (['error', 'warning'].includes(message.type())) errors.push(`${message.text()} ${message.location().url}`); });
+    page.on('pageerror', (error) => errors.push(error.stack));
+    t.after(async () => {
+      await page.close();
+      assert.deepEqual(errors, [], 'errors in the console');
+    });
+    await page.goto(`${base}/#${part}`);
+    await page.locator('#agent-state', {hasText: 'polling'}).waitFor({timeout: 60000});
+    return page;
+  };
+}
+
+export const median = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
+export const spread = (values) => `minimum ${Math.round(Math.min(...values))}, median ${Math.round(median(values))}, maximum ${Math.round(Math.max(...values))} ms (${values.length} tries)`;

@@ -1,0 +1,41 @@
+// An upgrade through the reboot, in a page that stays open.
+import assert from 'node:assert/strict';
+import {test} from 'node:test';
+import {camera, eventually, state, withBrowser} from './support/desk.mjs';
+
+const open = withBrowser();
+
+async function upgrade(page, outcome) {
+  await page.locator('#outcome').selectOption(outcome);
+  await page.locator('#step-ms').fill('1000');
+  await page.click('#upgrade-start');
+}
+
+test('an upgrade that fails while downloading is told by notice 17, without a reboot', async (t) => {
+  const page = await open(t, 'upgrade');
+  const before = (await state()).device.reboots;
+  await upgrade(page, 'fail_download');
+  await page.locator('#upgrade-steps .failed', {hasText: 'Notice 17'}).waitFor({timeout: 60000});
+  assert.equal((await state()).device.reboots, before);
+});
+
+test('an upgrade goes through its reboot; the page and its alarms stay', async (t) => {
+  const page = await open(t, 'live');
+  await page.click('#watch');
+  await page.waitForFunction(() => window.deskPlayer.firstPicture !== null, null, {timeout: 15000});
+  await page.locator('#tab-upgrade').click();
+  const before = await state();
+  await upgrade(page, 'success');
+  for (const text of ['The camera downloads', 'Notice 18', 'The device reboots', 'Notice 19'])
+    await page.locator('#upgrade-steps .done', {hasText: text}).waitFor({timeout: 90000});
+  const now = await state();
+  assert.equal(now.device.reboots, before.device.reboots + 1);
+  assert.equal(now.camera.config.fwver, '1.0.4');
+  assert.notEqual(now.sdk.pid, before.sdk.pid);
+  for (const alarm of before.alarms) assert.ok(now.alarms.some((each) => each.n === alarm.n && each.title === alarm.title), 'an alarm from before the reboot is lost');
+  await eventually(async () => !(await state()).device.marker, 20, 'the marker goes');
+  // The picture comes back by itself.
+  const time = await page.evaluate(() => { window.deskPlayer.firstPicture = null; return window.deskPlayer.video.currentTime; });
+  await page.waitForFunction((from) => { const {video} = window.deskPlayer; return video.readyState >= 3 && video.currentTime > 1 && video.currentTime !== from; }, time, {timeout: 30000});
+  await camera('PATCH', '/config', {fwver: '1.0.3'});
+});
