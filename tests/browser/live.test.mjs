@@ -30,8 +30,7 @@ test('the picture plays, with sound, and moves', async (t) => {
   await watch(page);
   const at = () => page.evaluate(() => ({time: window.deskPlayer.video.currentTime, ready: window.deskPlayer.video.readyState, width: window.deskPlayer.video.videoWidth,
     sound: window.deskPlayer.video.webkitAudioDecodedByteCount}));
-  const first = await at(), before = await pixels(page);
-  assert.ok(first.ready >= 3, `readyState ${first.ready}`);
+  const first = await eventually(async () => { const now = await at(); return now.ready >= 3 && now; }, 5, 'readyState 3'), before = await pixels(page);
   assert.equal(first.width, 400);
   const later = await eventually(async () => { const now = await at(); return now.time > first.time + 2 && now; }, 6, 'two seconds of picture');
   assert.notEqual(await pixels(page), before);

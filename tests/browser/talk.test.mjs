@@ -90,10 +90,14 @@ test('hold to talk: the camera gets what the microphone heard', async (t) => {
   await clipIsThere(page);
   const heard = await lastClip();
   assert.ok(heard.length > rate * 1.5, `${heard.length / rate} s`);
+  writeFileSync(join(results, 'heard.wav'), wav(heard));
   const said = new Int16Array([...voice(6), ...voice(6)]);
-  const found = likeness(loudness(heard), loudness(said));
-  t.diagnostic(`correlation ${found.correlation.toFixed(3)}, gain ${found.gain.toFixed(2)}`);
-  assert.ok(found.correlation > 0.9, JSON.stringify(found));
+  // Piece by piece: a browser on a busy machine may drop some milliseconds of the microphone, which shifts the rest.
+  const curve = loudness(heard), found = [];
+  for (let at = 0; at + 70 <= curve.length; at += 70) found.push(likeness(curve.slice(at, at + 70), loudness(said)));
+  const mean = found.reduce((sum, {correlation}) => sum + correlation, 0) / found.length;
+  t.diagnostic(`${found.length} pieces, mean correlation ${mean.toFixed(3)}, gain ${found[0].gain.toFixed(2)}`);
+  assert.ok(found.length >= 2 && mean > 0.93, JSON.stringify(found));
 });
 
 test('a WAV file arrives as it is, but for its loudness', async (t) => {

@@ -47,9 +47,10 @@ function parameterRow(row) {
   };
   const place = widget(row, (value) => shown(answer, () => call('set_device_param', [row.name, String(value)]), (got) => (got.result === 0 ? `set to ${value}` : inWords(got.result))));
   const element = h('tr', {'data-name': row.name}, h('td', {}, row.title, row.unit ? `, ${row.unit}` : '', h('div', {class: 'hint mono'}, row.name)),
-    h('td', {class: 'widget'}, place), h('td', {}, h('button', {type: 'button', class: 'small', 'aria-label': `Read ${row.title}`, onclick: read}, 'read')), answer);
+    h('td', {class: 'widget'}, place),
+    h('td', {class: 'hint'}, row.unread ? 'set only' : h('button', {type: 'button', class: 'small', 'aria-label': `Read ${row.title}`, onclick: read}, 'read')), answer);
   if (row.hint) element.title = row.hint;
-  return {element, read};
+  return {element, read: row.unread ? null : read};
 }
 
 function statusRow([name, title]) {
@@ -62,7 +63,7 @@ function statusRow([name, title]) {
 function table(title, rows, id) {
   const all = h('button', {type: 'button', id, onclick: async () => {
     all.disabled = true;
-    for (const row of rows) await row.read();
+    for (const row of rows) await row.read?.();
     all.disabled = false;
   }}, 'Read all');
   const element = card(title, h('table', {class: 'controls'}, h('tbody', {}, rows.map((row) => row.element))));

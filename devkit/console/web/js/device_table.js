@@ -1,4 +1,5 @@
 // What the cloud can ask of the device: parameters with the widget that fits, statuses, remote operations. Data only.
+// "unread": the agent takes it and does not give it back.
 export const parameters = [
   {name: 'md_armed', title: 'Motion alarm', kind: 'switch'},
   {name: 'md_sensitivity', title: 'Motion sensitivity', kind: 'slider', min: 0, max: 10, hint: 'halved on its way to the camera'},
@@ -9,8 +10,8 @@ export const parameters = [
   {name: 'td_down', title: 'Too cold below', kind: 'number', unit: '°C'},
   {name: 'pd_armed', title: 'Battery alarm', kind: 'switch'},
   {name: 'pd_setting', title: 'Battery low under', kind: 'slider', min: 0, max: 100, unit: '%'},
-  {name: 'csd_armed', title: 'Cloud storage alarm', kind: 'switch'},
-  {name: 'csd_setting', title: 'Cloud storage low under', kind: 'slider', min: 0, max: 100, unit: '%'},
+  {name: 'csd_armed', title: 'Cloud storage alarm', kind: 'switch', unread: true},
+  {name: 'csd_setting', title: 'Cloud storage low under', kind: 'slider', min: 0, max: 100, unit: '%', unread: true},
   {name: 'sdcard_armed', title: 'Card space alarm', kind: 'switch'},
   {name: 'sdcard_setting', title: 'Card space low under', kind: 'slider', min: 0, max: 100, unit: '%'},
   {name: 'high_definition', title: 'Picture', kind: 'choice', choices: [['1', 'low (400 × 240)'], ['2', 'medium (800 × 480)'], ['3', 'high (1280 × 720)']],
