@@ -47,9 +47,9 @@ void hub::set(const std::string &name, const json &value) {
 }
 
 void hub::add(const std::string &name, const json &items, size_t keep) {
-    if (items.empty()) return;
     const std::lock_guard guard(lock_);
     std::deque<json> &list = lists_[name];
+    if (items.empty()) return;
     list.insert(list.end(), items.begin(), items.end());
     while (list.size() > keep) list.pop_front();
     tell(name, items);

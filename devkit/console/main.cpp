@@ -95,6 +95,8 @@ int main(int count, char **arguments) {
     auto &server = *new httplib::Server;
     auto &behind = *new backend(wanted.run);
     auto &page = *new hub;
+    for (const char *list : {"log", "alarms", "requests", "samples", "marks"})
+        page.add(list, json::array(), 1);
     auto &pictures = *new live(behind, page, wanted.tap);
     auto &scripts = *new scenarios(
         wanted.scenarios, page,

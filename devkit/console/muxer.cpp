@@ -54,8 +54,8 @@ void give_bytes(AVCodecParameters &to, const std::string &bytes) {
     to.extradata_size = static_cast<int>(bytes.size());
 }
 
-// Width and height, as the parameter sets have them: what browsers show is what the container says. False where they
-// say nothing.
+// Width and height, as the parameter sets have them: what browsers show is what the container says. False
+// where they say nothing.
 bool measure(const std::string &frame, AVCodecParameters &codec) {
     AVCodecParserContext *parser = av_parser_init(AV_CODEC_ID_H264);
     AVCodecContext *context = avcodec_alloc_context3(nullptr);

@@ -7,9 +7,9 @@ const open = withBrowser();
 
 test('somebody walks by: the alarm, what raised it, and its lines', async (t) => {
   const page = await open(t);
-  const before = (await state()).alarms?.length ?? 0;
+  const before = (await state()).alarms.length;
   await page.click('#raise-MotionEvent');
-  await eventually(async () => (await state()).alarms?.length > before, 20, 'an alarm');
+  await eventually(async () => (await state()).alarms.length > before, 20, 'an alarm');
   const row = page.locator('#alarms li').first();
   await row.locator('b', {hasText: 'Motion'}).waitFor();
   assert.match(await row.innerText(), /MotionEvent was 1.*index 1, "alarm", status 1/s);

@@ -48,7 +48,7 @@ function parameterRow(row) {
   const place = widget(row, (value) => shown(answer, () => call('set_device_param', [row.name, String(value)]), (got) => (got.result === 0 ? `set to ${value}` : inWords(got.result))));
   const element = h('tr', {'data-name': row.name}, h('td', {}, row.title, row.unit ? `, ${row.unit}` : '', h('div', {class: 'hint mono'}, row.name)),
     h('td', {class: 'widget'}, place),
-    h('td', {class: 'hint'}, row.unread ? 'set only' : h('button', {type: 'button', class: 'small', 'aria-label': `Read ${row.title}`, onclick: read}, 'read')), answer);
+    h('td', {class: 'hint act'}, row.unread ? 'set only' : h('button', {type: 'button', class: 'small', 'aria-label': `Read ${row.title}`, onclick: read}, 'read')), answer);
   if (row.hint) element.title = row.hint;
   return {element, read: row.unread ? null : read};
 }
@@ -57,7 +57,7 @@ function statusRow([name, title]) {
   const answer = answerPlace();
   const read = () => shown(answer, () => call('get_device_status', [name]));
   return {read, element: h('tr', {'data-name': name}, h('td', {}, title, h('div', {class: 'hint mono'}, name)),
-    h('td', {}, h('button', {type: 'button', class: 'small', 'aria-label': `Read ${title}`, onclick: read}, 'read')), answer)};
+    h('td', {class: 'act'}, h('button', {type: 'button', class: 'small', 'aria-label': `Read ${title}`, onclick: read}, 'read')), answer)};
 }
 
 function table(title, rows, id) {
@@ -80,7 +80,10 @@ function makeOperations() {
     [['lost', 1], ['back', 0]].map(([label, value]) => h('button', {type: 'button', class: 'small',
       onclick: () => shown(answer, () => call('notify_Z55_connection_status', [value]), () => `the cloud is told ${label}`)}, label)));
   const reboot = h('button', {type: 'button', class: 'small', onclick: () => sdk('POST', '/call', {name: 'rebootOperation', args: [], async: true}).then(() => { answer.textContent = 'The agent reboots the device.'; })}, 'reboot');
-  return card('Remote operations', h('div', {class: 'groups'}, ...groups, cloud, h('div', {class: 'row'}, h('span', {class: 'hint'}, 'Device'), reboot)), answer);
+  const format = h('button', {type: 'button', class: 'small', title: 'An empty card with a fresh reserve for upgrades',
+    onclick: () => shown(answer, () => call('set_device_param', ['sdformat', '1']))}, 'format');
+  return card('Remote operations', h('div', {class: 'groups'}, ...groups, cloud, h('div', {class: 'row'}, h('span', {class: 'hint'}, 'Card'), format),
+    h('div', {class: 'row'}, h('span', {class: 'hint'}, 'Device'), reboot)), answer);
 }
 
 // What the camera's own sensors say: set here, seen by the agent at its next poll.

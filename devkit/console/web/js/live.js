@@ -59,7 +59,7 @@ function keyDistance(samples) {
 
 function makeSparks() {
   const plots = {
-    fps: plot('Pictures', {unit: ' /s', digits: 1, floor: 0}), keys: plot('Key frame every', {unit: ' frames', floor: 0}),
+    fps: plot('Pictures', {unit: ' /s', digits: 1, floor: 0}), keys: plot('Key frame every', {unit: '', floor: 0}),
     bits: plot('Video', {unit: ' kbit/s', floor: 0}), sound: plot('Sound', {unit: ' kbit/s', floor: 0}),
   };
   const dog = h('p', {class: 'hint', id: 'watchdog'});
@@ -75,7 +75,7 @@ function makeSparks() {
   };
   on('sdk', lazily(tellDog));
   on('viewers', lazily(tellDog));
-  return [h('div', {class: 'sparks'}, Object.values(plots).map((each) => each.element)), dog];
+  return [h('div', {class: 'sparks pair'}, Object.values(plots).map((each) => each.element)), dog];
 }
 
 export function makeLive(panel) {

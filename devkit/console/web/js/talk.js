@@ -115,7 +115,7 @@ export function makeTalk(panel) {
   meter = h('meter', {min: 0, max: 1, low: 0.02, high: 0.9, optimum: 0.4, 'aria-label': 'Level of the microphone'});
   status = h('p', {class: 'hint', role: 'status', id: 'talk-status'}, 'The camera plays what you say.');
   said = h('div');
-  heard = h('div', {id: 'heard'});
+  heard = h('div', {id: 'heard'}, h('p', {class: 'hint'}, 'Nothing was said yet.'));
   const sentence = h('input', {type: 'text', 'aria-label': 'A sentence to speak', placeholder: 'Good night', id: 'sentence'});
   const say = (event) => {
     event.preventDefault();

@@ -54,5 +54,5 @@ export function makeUpgrade(panel) {
   });
   for (const name of ['camera', 'device', 'alarms', 'marks']) on(name, draw);
   panel.append(card('Firmware upgrade', field('It', choice), field('Milliseconds to a step', stepTime), h('div', {class: 'row'}, start), answer),
-    card('Progress', progress, said, list));
+    card('Progress', progress, said, list, h('p', {class: 'hint'}, 'An upgrade needs the reserve that the agent keeps on the card, and uses it up: after one that failed, reboot or format the card.')));
 }
