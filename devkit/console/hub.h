@@ -33,7 +33,8 @@ class hub {
   public:
     // Replaces a section; says nothing where it is the same already.
     void set(const std::string &name, const json &value);
-    // Appends to a list, of which the newest `keep` are kept. Without items the list is there from then on, empty.
+    // Appends to a list, of which the newest `keep` are kept. Without items the list is there from then on,
+    // empty.
     void add(const std::string &name, const json &items, size_t keep);
     // A copy of a section; null where there is none.
     json section(const std::string &name) const;

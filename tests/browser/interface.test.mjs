@@ -103,3 +103,19 @@ test('the stream begins with the state, complete, and goes on with changes', asy
   await ask('PATCH', '/camera/status', {Battery: '90'});
   await reader.cancel();
 });
+
+test('the page knows every line that the reference knows', async () => {
+  const page = readFileSync(new URL('../../devkit/console/web/js/explain.js', import.meta.url), 'utf8');
+  const own = fetch;
+  globalThis.fetch = (path) => own(`${base}/${path}`);
+  const {entriesOf, loadReference, moduleOf} = await import(`data:text/javascript,${encodeURIComponent(page)}`);
+  await loadReference().finally(() => { globalThis.fetch = own; });
+  for (const log of ['work', 'trouble']) {
+    const lines = readFileSync(new URL(`../docs/${log}.log`, import.meta.url), 'utf8').split('\n').filter((line) => line.trim());
+    assert.ok(lines.length > 500);
+    assert.deepEqual(lines.filter((line) => entriesOf(line).length === 0), [], log);
+  }
+  for (const [line, file] of [['*** (main) myPoll... ***', 'main'], ['high size: 1', 'curlmgr'], ['> GET /CGI/CameraStatus?Battery HTTP/1.1', 'libcurl']])
+    assert.equal(moduleOf(line), file, line);
+  assert.deepEqual(entriesOf('a line that nobody prints'), []);
+});
