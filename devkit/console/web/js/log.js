@@ -87,6 +87,7 @@ function choose(line, mark = true) {
   line.classList.add('current');
   follow.checked = false;
   explain(line);
+  line.scrollIntoView({block: 'nearest'});  // the explanation takes room from the lines
   if (mark) pointAt(Number(line.dataset.time), 'log');
 }
 
@@ -101,14 +102,22 @@ function move(event) {
   next?.scrollIntoView({block: 'nearest'});
 }
 
-// Marks the lines around a moment; goes to the first where another part points.
+// Of the lines of a moment, the one that an alarm means: its own; else the closest.
+function lineOf(lines, time, from) {
+  const own = ['alarm', 'timeline'].includes(from) && lines.find((line) => line.dataset.text.includes('SendAlarmData!! index:'));
+  const away = (line) => Math.abs(Number(line.dataset.time) - time);
+  return own || lines.reduce((best, line) => (best && away(best) <= away(line) ? best : line), null);
+}
+
+// Marks the lines around a moment; goes there where another part points.
 function markMoment({time, from}) {
-  let first = null;
+  const close = [];
   for (const line of box.querySelectorAll('.line')) {
-    const close = Math.abs(Number(line.dataset.time) - time) <= near;
-    line.classList.toggle('moment', close);
-    if (close && !line.hidden) first ??= line;
+    const here = Math.abs(Number(line.dataset.time) - time) <= near;
+    line.classList.toggle('moment', here);
+    if (here && !line.hidden) close.push(line);
   }
+  const first = lineOf(close, time, from);
   if (from === 'log' || !first) return;
   follow.checked = false;
   first.closest('details').open = true;

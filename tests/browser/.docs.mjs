@@ -1,0 +1,24 @@
+import {startBrowser} from './support/chromium.mjs';
+const base = 'http://127.0.0.1:8055';
+const {context, close} = await startBrowser({viewport: {width: 1280, height: 800}, colorScheme: 'light'});
+const page = await context.newPage();
+page.on('console', (m) => console.log('console', m.type(), m.text()));
+const shot = (name) => page.screenshot({path: `/work/w/console/docs/desk-${name}.jpg`, type: 'jpeg', quality: 72});
+await page.goto(`${base}/#live`);
+await page.locator('#agent-state', {hasText: 'polling'}).waitFor({timeout: 40000});
+await page.click('#watch');
+for (const what of ['MotionEvent', 'AudioEvent']) { const n = await page.locator('#alarms li').count(); await page.click(`#raise-${what}`); await page.waitForFunction((n) => document.querySelectorAll('#alarms li').length > n, n, {timeout: 25000}); }
+await page.locator('#alarms li button').first().click();
+await page.locator('.line.moment', {hasText: 'SendAlarmData!! index'}).first().click();
+await page.waitForTimeout(1500);
+await shot('live');
+await page.click('#tab-device'); await page.click('#read-parameters'); await page.waitForTimeout(2500);
+await page.locator('#read-parameters').scrollIntoViewIfNeeded(); await page.evaluate(() => document.getElementById('read-parameters').closest('section').scrollIntoView());
+await page.waitForTimeout(300);
+await shot('device');
+await page.emulateMedia({colorScheme: 'dark'});
+await page.click('#tab-trouble'); await page.click('#trouble-ping');
+await page.locator('#fault [name="kind"]').selectOption('http_status'); await page.locator('#fault button').click(); await page.waitForTimeout(7000);
+await shot('trouble'); await page.click('#heal-all');
+await page.setViewportSize({width: 360, height: 760}); await page.click('#tab-live'); await page.waitForTimeout(2500); await shot('narrow');
+await close();
