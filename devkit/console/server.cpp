@@ -110,8 +110,8 @@ bool send_more(picture_stream &stream, DataSink &sink) {
         return sink.write(begun.data(), begun.size());
     }
     const shared_frame frame = stream.queue->next();
-    if (!frame) return !stream.queue->ended() && sink.is_writable();
-    if (!stream.film->feed(*frame)) {
+    if (!frame && !stream.queue->ended()) return sink.is_writable();
+    if (!frame || !stream.film->feed(*frame)) {
         sink.done();
         return true;
     }
