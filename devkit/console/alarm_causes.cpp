@@ -2,12 +2,12 @@
 
 namespace {
 
-struct cause {
+struct Cause {
     int status;
     const char *title, *raised;  // {X}: status X of the camera; [X]: key X of the configuration
 };
 
-constexpr cause causes[] = {
+constexpr Cause kCauses[] = {
     {1, "Motion", "MotionEvent was 1"},
     {3, "Sound", "AudioEvent was 1"},
     {10, "Too warm", "Temperature {Temperature} over {TemperatureMax}"},
@@ -46,7 +46,7 @@ std::string filled(const std::string &pattern, const json &status, const json &c
 
 json alarm_cause(int status, const json &camera, const json &conf) {
     const json values = camera.is_object() ? camera.value("status", json::object()) : json::object();
-    for (const cause &row : causes) {
+    for (const Cause &row : kCauses) {
         if (row.status == status) return {{"title", row.title}, {"raised", filled(row.raised, values, conf)}};
     }
     return {{"title", "Alarm " + std::to_string(status)}, {"raised", ""}};

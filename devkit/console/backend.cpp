@@ -6,28 +6,28 @@
 
 namespace {
 
-constexpr int quick_seconds = 5;
+constexpr int kQuickSeconds = 5;
 
-answer nobody(side to) {
-    const char *name = to == side::camera ? "the camera" : "the agent's SDK";
+Answer nobody(Side to) {
+    const char *name = to == Side::camera ? "the camera" : "the agent's SDK";
     return {502, json_text({{"error", std::string(name) + " does not answer"}}), "application/json"};
 }
 
 }  // namespace
 
-json backend::ports(side of) const {
-    std::ifstream file(run_ + (of == side::camera ? "/camera.json" : "/sdk.json"));
+json Backend::ports(Side of) const {
+    std::ifstream file(run_ + (of == Side::camera ? "/camera.json" : "/sdk.json"));
     json parsed = json::parse(file, nullptr, false);
     return parsed.is_object() ? parsed : json::object();
 }
 
-int backend::agent_pid() const {
-    return ports(side::sdk).value("pid", 0);
+int Backend::agent_pid() const {
+    return ports(Side::sdk).value("pid", 0);
 }
 
-answer backend::send(side to, const std::string &method, const std::string &path, const std::string &body,
+Answer Backend::send(Side to, const std::string &method, const std::string &path, const std::string &body,
                      int seconds) const {
-    const int port = ports(to).value(to == side::camera ? "control" : "port", 0);
+    const int port = ports(to).value(to == Side::camera ? "control" : "port", 0);
     if (port == 0) return nobody(to);
     httplib::Client client("127.0.0.1", port);
     client.set_connection_timeout(2);
@@ -42,9 +42,9 @@ answer backend::send(side to, const std::string &method, const std::string &path
     return {reply->status, reply->body, reply->get_header_value("Content-Type")};
 }
 
-std::optional<json> backend::ask(side to, const std::string &method, const std::string &path,
+std::optional<json> Backend::ask(Side to, const std::string &method, const std::string &path,
                                  const json &body) const {
-    const answer got = send(to, method, path, body.is_null() ? "" : json_text(body), quick_seconds);
+    const Answer got = send(to, method, path, body.is_null() ? "" : json_text(body), kQuickSeconds);
     json parsed = json::parse(got.body, nullptr, false);
     if (got.status / 100 != 2 || parsed.is_discarded()) return std::nullopt;
     return parsed;

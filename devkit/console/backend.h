@@ -8,22 +8,22 @@
 
 #include "json.h"
 
-enum class side { camera, sdk };
+enum class Side { camera, sdk };
 
-struct answer {
+struct Answer {
     int status;  // 502 where nobody answers, with {"error": ...} as the body
     std::string body, type;
 };
 
-class backend {
+class Backend {
   public:
-    explicit backend(std::string run_folder) : run_(std::move(run_folder)) {}
+    explicit Backend(std::string run_folder) : run_(std::move(run_folder)) {}
 
     // Blocks as long as the handler takes, at most `seconds`.
-    answer send(side to, const std::string &method, const std::string &path, const std::string &body = "",
+    Answer send(Side to, const std::string &method, const std::string &path, const std::string &body = "",
                 int seconds = 3600) const;
     // The parsed body of an answer of 2xx; nothing for any other. Waits 5 seconds at most.
-    std::optional<json> ask(side to, const std::string &method, const std::string &path,
+    std::optional<json> ask(Side to, const std::string &method, const std::string &path,
                             const json &body = nullptr) const;
     // The agent's process as the stand-in sees it; 0 while there is none.
     int agent_pid() const;
@@ -32,7 +32,7 @@ class backend {
     }
 
   private:
-    json ports(side of) const;
+    json ports(Side of) const;
 
     std::string run_;
 };

@@ -17,15 +17,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char *tools_folder = "/tmp/.device/", *card = "/tmp/fuse_d",
-                     *media = "/tmp/fuse_d/DCIM/100MEDIA/", *filler = "/tmp/fuse_d/.desk_filler",
-                     *configuration = "/tmp/working/VeloAgent.conf",
-                     *tools[] = {"ifconfig", "netstat", "ntpdate", "ping", "qmx_reboot"},
-                     *orders[] = {"exit", "delay", "stdout"};
-constexpr const char *shown_keys[] = {
+constexpr const char *kToolsFolder = "/tmp/.device/", *kCard = "/tmp/fuse_d",
+                     *kMedia = "/tmp/fuse_d/DCIM/100MEDIA/", *kFiller = "/tmp/fuse_d/.desk_filler",
+                     *kConfiguration = "/tmp/working/VeloAgent.conf",
+                     *kTools[] = {"ifconfig", "netstat", "ntpdate", "ping", "qmx_reboot"},
+                     *kOrders[] = {"exit", "delay", "stdout"};
+constexpr const char *kShownKeys[] = {
     "BATTERY_LOW", "BATTERY_ARMED",    "SDCARD_LOW",   "SDCARD_ARMED",       "NIMB_LOW",
     "NIMB_ARMED",  "RECORDING_PERIOD", "OTA_TMP_FILE", "RECORDING_LOG_FILE", "POLL_STATUS_PERIOD_SEC"};
-constexpr size_t log_shown = 8000;  // bytes of the recording log
+constexpr size_t kLogShown = 8000;  // bytes of the recording log
 
 std::string read_file(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
@@ -33,13 +33,13 @@ std::string read_file(const std::string &path) {
 }
 
 json read_conf() {
-    std::ifstream file(configuration);
+    std::ifstream file(kConfiguration);
     json conf = json::object();
     for (std::string line; std::getline(file, line);) {
         const size_t equals = line.find('=');
         if (equals == std::string::npos) continue;
         const std::string key = line.substr(0, equals);
-        if (std::find(std::begin(shown_keys), std::end(shown_keys), key) != std::end(shown_keys))
+        if (std::find(std::begin(kShownKeys), std::end(kShownKeys), key) != std::end(kShownKeys))
             conf[key] = line.substr(equals + 1);
     }
     return conf;
@@ -47,9 +47,9 @@ json read_conf() {
 
 json read_orders() {
     json all = json::object();
-    for (const char *tool : tools) {
-        for (const char *order : orders) {
-            const std::string path = std::string(tools_folder) + tool + "." + order;
+    for (const char *tool : kTools) {
+        for (const char *order : kOrders) {
+            const std::string path = std::string(kToolsFolder) + tool + "." + order;
             std::error_code ignored;
             if (fs::exists(path, ignored)) all[tool][order] = read_file(path);
         }
@@ -60,17 +60,17 @@ json read_orders() {
 json card_state() {
     struct statvfs status {};
     std::error_code ignored;
-    if (statvfs(card, &status) != 0) return nullptr;
+    if (statvfs(kCard, &status) != 0) return nullptr;
     const double unit = static_cast<double>(status.f_frsize) / 1e6;
     return {{"total_mb", std::round(static_cast<double>(status.f_blocks) * unit)},
             {"free_mb", std::round(static_cast<double>(status.f_bavail) * unit)},
-            {"filled", fs::exists(filler, ignored)}};
+            {"filled", fs::exists(kFiller, ignored)}};
 }
 
 json media_files() {
     json files = json::array();
     std::error_code error;
-    for (const auto &entry : fs::directory_iterator(media, error)) {
+    for (const auto &entry : fs::directory_iterator(kMedia, error)) {
         const std::string name = entry.path().filename();
         if (name.front() != '.') files.push_back({{"name", name}, {"bytes", entry.file_size(error)}});
     }
@@ -104,7 +104,7 @@ json device_state() {
             {"card", card_state()},
             {"clock_offset", clock_offset()},
             {"files", media_files()},
-            {"recording_log", records.substr(records.size() > log_shown ? records.size() - log_shown : 0)},
+            {"recording_log", records.substr(records.size() > kLogShown ? records.size() - kLogShown : 0)},
             {"conf", conf}};
 }
 
@@ -125,11 +125,11 @@ json process_state(int pid) {
 }
 
 std::string order_tool(const std::string &tool, const json &order) {
-    if (std::find(std::begin(tools), std::end(tools), tool) == std::end(tools))
+    if (std::find(std::begin(kTools), std::end(kTools), tool) == std::end(kTools))
         return "there is no tool " + tool;
-    for (const char *name : orders) {
+    for (const char *name : kOrders) {
         if (!order.contains(name)) continue;
-        const std::string path = std::string(tools_folder) + tool + "." + name;
+        const std::string path = std::string(kToolsFolder) + tool + "." + name;
         const json &value = order[name];
         if (value.is_null()) {
             std::remove(path.c_str());
@@ -141,10 +141,10 @@ std::string order_tool(const std::string &tool, const json &order) {
 }
 
 std::string fill_card(bool full) {
-    if (!full) return std::remove(filler) == 0 || errno == ENOENT ? "" : "cannot remove the filler";
+    if (!full) return std::remove(kFiller) == 0 || errno == ENOENT ? "" : "cannot remove the filler";
     struct statvfs status {};
-    if (statvfs(card, &status) != 0) return "there is no card";
-    const int fd = open(filler, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (statvfs(kCard, &status) != 0) return "there is no card";
+    const int fd = open(kFiller, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) return "cannot write to the card";
     const off_t room = static_cast<off_t>(status.f_bavail * status.f_frsize);
     const int error = posix_fallocate(fd, 0, std::max<off_t>(room - 65536, 1));
@@ -175,6 +175,6 @@ std::string order_device(const std::string &path, const json &order) {
 std::string media_path(const std::string &name) {
     std::error_code error;
     if (name.empty() || name.front() == '.' || name.find('/') != std::string::npos) return "";
-    const std::string path = media + name;
+    const std::string path = kMedia + name;
     return fs::is_regular_file(fs::symlink_status(path, error)) ? path : "";
 }

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr const char *policy =
+constexpr const char *kPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' blob: data:; media-src 'self' "
     "blob:; "
     "connect-src 'self'; worker-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
@@ -25,7 +25,7 @@ bool is_welcome(const httplib::Request &request, int port) {
 }  // namespace
 
 void guard(httplib::Server &server, int port) {
-    server.set_default_headers({{"Content-Security-Policy", policy},
+    server.set_default_headers({{"Content-Security-Policy", kPolicy},
                                 {"X-Content-Type-Options", "nosniff"},
                                 {"Referrer-Policy", "no-referrer"},
                                 {"Cross-Origin-Resource-Policy", "same-origin"}});

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr size_t most_waiting = 4096;  // events
+constexpr size_t kMostWaiting = 4096;  // events
 
 std::shared_ptr<const std::string> event_text(const std::string &name, const json &value) {
     return std::make_shared<const std::string>("event: " + name + "\ndata: " + json_text(value) + "\n\n");
@@ -12,14 +12,14 @@ std::shared_ptr<const std::string> event_text(const std::string &name, const jso
 
 }  // namespace
 
-void listener::push(const std::shared_ptr<const std::string> &event) {
+void Listener::push(const std::shared_ptr<const std::string> &event) {
     const std::lock_guard guard(lock_);
-    overrun_ = overrun_ || waiting_.size() >= most_waiting;
+    overrun_ = overrun_ || waiting_.size() >= kMostWaiting;
     if (!overrun_) waiting_.push_back(event);
     more_.notify_one();
 }
 
-std::shared_ptr<const std::string> listener::next(std::chrono::milliseconds limit) {
+std::shared_ptr<const std::string> Listener::next(std::chrono::milliseconds limit) {
     std::unique_lock guard(lock_);
     more_.wait_for(guard, limit, [this] { return overrun_ || !waiting_.empty(); });
     if (overrun_) return nullptr;
@@ -29,7 +29,7 @@ std::shared_ptr<const std::string> listener::next(std::chrono::milliseconds limi
     return event;
 }
 
-void hub::tell(const std::string &name, const json &value) {
+void Hub::tell(const std::string &name, const json &value) {
     std::erase_if(listeners_, [](const auto &each) { return each.expired(); });
     if (listeners_.empty()) return;
     const auto text = event_text(name, value);
@@ -38,7 +38,7 @@ void hub::tell(const std::string &name, const json &value) {
     }
 }
 
-void hub::set(const std::string &name, const json &value) {
+void Hub::set(const std::string &name, const json &value) {
     const std::lock_guard guard(lock_);
     json &kept = values_[name];
     if (kept == value) return;
@@ -46,7 +46,7 @@ void hub::set(const std::string &name, const json &value) {
     tell(name, value);
 }
 
-void hub::add(const std::string &name, const json &items, size_t keep) {
+void Hub::add(const std::string &name, const json &items, size_t keep) {
     const std::lock_guard guard(lock_);
     std::deque<json> &list = lists_[name];
     if (items.empty()) return;
@@ -55,19 +55,19 @@ void hub::add(const std::string &name, const json &items, size_t keep) {
     tell(name, items);
 }
 
-json hub::list_of(const std::string &name) const {
+json Hub::list_of(const std::string &name) const {
     const auto &list = lists_.at(name);
     return json(json::array_t(list.begin(), list.end()));
 }
 
-json hub::section(const std::string &name) const {
+json Hub::section(const std::string &name) const {
     const std::lock_guard guard(lock_);
     if (lists_.contains(name)) return list_of(name);
     const auto found = values_.find(name);
     return found == values_.end() ? json() : found->second;
 }
 
-json hub::state() const {
+json Hub::state() const {
     const std::lock_guard guard(lock_);
     json all = json::object();
     for (const auto &[name, value] : values_) all[name] = value;
@@ -75,9 +75,9 @@ json hub::state() const {
     return all;
 }
 
-std::shared_ptr<listener> hub::listen() {
+std::shared_ptr<Listener> Hub::listen() {
     const std::lock_guard guard(lock_);
-    const auto made = std::make_shared<listener>();
+    const auto made = std::make_shared<Listener>();
     made->push(event_text("hello", json::object()));
     for (const auto &[name, value] : values_) made->push(event_text(name, value));
     for (const auto &[name, list] : lists_) made->push(event_text(name, list_of(name)));

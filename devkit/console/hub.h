@@ -16,7 +16,7 @@
 
 // One open stream. A listener that falls too far behind is ended: its browser comes back and begins with the
 // state.
-class listener {
+class Listener {
   public:
     void push(const std::shared_ptr<const std::string> &event);
     // The next event; an empty text where none came within the time; null when the listener is to be ended.
@@ -29,7 +29,7 @@ class listener {
     bool overrun_ = false;
 };
 
-class hub {
+class Hub {
   public:
     // Replaces a section; says nothing where it is the same already.
     void set(const std::string &name, const json &value);
@@ -40,7 +40,7 @@ class hub {
     json section(const std::string &name) const;
     // The whole state, by name.
     json state() const;
-    std::shared_ptr<listener> listen();
+    std::shared_ptr<Listener> listen();
 
   private:
     void tell(const std::string &name, const json &value);
@@ -49,5 +49,5 @@ class hub {
     mutable std::mutex lock_;
     std::map<std::string, json> values_;
     std::map<std::string, std::deque<json>> lists_;
-    std::vector<std::weak_ptr<listener>> listeners_;
+    std::vector<std::weak_ptr<Listener>> listeners_;
 };

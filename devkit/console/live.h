@@ -16,44 +16,44 @@
 #include "hub.h"
 #include "ring_reader.h"
 
-using shared_frame = std::shared_ptr<const live_frame>;
+using SharedFrame = std::shared_ptr<const LiveFrame>;
 
-class viewer {
+class Viewer {
   public:
-    void push(const shared_frame &frame);
+    void push(const SharedFrame &frame);
     void end();
     // The next frame; null where none came within a quarter of a second.
-    shared_frame next();
+    SharedFrame next();
     bool ended() const;
 
   private:
     mutable std::mutex lock_;
     std::condition_variable more_;
-    std::deque<shared_frame> waiting_;
+    std::deque<SharedFrame> waiting_;
     bool ended_ = false, to_key_ = false;  // to_key_: frames are lost until the next key frame
 };
 
-class live {
+class Live {
   public:
-    live(const backend &behind, hub &page, const std::string &tap)
+    Live(const Backend &behind, Hub &page, const std::string &tap)
         : behind_(behind), page_(page), reader_(tap) {}
     // Never return; one thread each.
     [[noreturn]] void read_frames();
     [[noreturn]] void keep_watching();
 
     // A viewer that begins with the newest key frame, where that is not old.
-    std::shared_ptr<viewer> add_viewer();
-    void remove_viewer(const std::shared_ptr<viewer> &gone);
+    std::shared_ptr<Viewer> add_viewer();
+    void remove_viewer(const std::shared_ptr<Viewer> &gone);
 
   private:
-    void take(const shared_frame &frame);
+    void take(const SharedFrame &frame);
     void end_all();
 
-    const backend &behind_;
-    hub &page_;
-    ring_reader reader_;
+    const Backend &behind_;
+    Hub &page_;
+    RingReader reader_;
     std::mutex lock_;  // guards the rest
     std::condition_variable changed_;
-    std::list<std::shared_ptr<viewer>> viewers_;
-    std::vector<shared_frame> since_key_;
+    std::list<std::shared_ptr<Viewer>> viewers_;
+    std::vector<SharedFrame> since_key_;
 };

@@ -5,7 +5,7 @@
 
 #include "hub.h"
 
-constexpr size_t kept_log_lines = 4000;
+constexpr size_t kEptLogLines = 4000;
 
 // Never returns. The file may be missing yet; one that becomes shorter is read anew.
-[[noreturn]] void follow_log(const std::string &path, hub &page);
+[[noreturn]] void follow_log(const std::string &path, Hub &page);

@@ -17,11 +17,11 @@
 
 namespace {
 
-constexpr int threads = 64;                  // each stream holds one
-constexpr time_t slow_viewer_seconds = 600;  // one that takes no byte for so long is let go
-constexpr size_t longest_body = 32 * 1024 * 1024;
+constexpr int kThreads = 64;                // each stream holds one
+constexpr time_t kSlowViewerSeconds = 600;  // one that takes no byte for so long is let go
+constexpr size_t kLongestBody = 32 * 1024 * 1024;
 
-struct options {
+struct Options {
     std::string run, web, scenarios, log, log_reference, tap, port_file;
     int port = 8055;
 };
@@ -34,15 +34,15 @@ int usage() {
     return 2;
 }
 
-bool read_options(int count, char **arguments, options &wanted) {
-    const std::pair<const char *, std::string options::*> texts[] = {
-        {"--run", &options::run},
-        {"--web", &options::web},
-        {"--log", &options::log},
-        {"--log-reference", &options::log_reference},
-        {"--tap", &options::tap},
-        {"--port-file", &options::port_file},
-        {"--scenarios", &options::scenarios}};
+bool read_options(int count, char **arguments, Options &wanted) {
+    const std::pair<const char *, std::string Options::*> texts[] = {
+        {"--run", &Options::run},
+        {"--web", &Options::web},
+        {"--log", &Options::log},
+        {"--log-reference", &Options::log_reference},
+        {"--tap", &Options::tap},
+        {"--port-file", &Options::port_file},
+        {"--scenarios", &Options::scenarios}};
     if (count % 2 == 0) return false;
     for (int i = 1; i + 1 < count; i += 2) {
         bool known = strcmp(arguments[i], "--port") == 0;
@@ -82,29 +82,29 @@ std::string read_all(const std::string &path) {
     return text.empty() ? "[]" : text;
 }
 
-std::string carry_out(const backend &behind, const std::string &to, const json &request);
+std::string carry_out(const Backend &behind, const std::string &to, const json &request);
 
 }  // namespace
 
 int main(int count, char **arguments) {
-    options wanted;
+    Options wanted;
     if (!read_options(count, arguments, wanted)) return usage();
     signal(SIGPIPE, SIG_IGN);
     for (const int each : {SIGTERM, SIGINT}) signal(each, [](int) { _exit(0); });
     // They live as long as the program: its threads never end.
     auto &server = *new httplib::Server;
-    auto &behind = *new backend(wanted.run);
-    auto &page = *new hub;
+    auto &behind = *new Backend(wanted.run);
+    auto &page = *new Hub;
     for (const char *list : {"log", "alarms", "requests", "samples", "marks"})
         page.add(list, json::array(), 1);
-    auto &pictures = *new live(behind, page, wanted.tap);
-    auto &scripts = *new scenarios(
+    auto &pictures = *new Live(behind, page, wanted.tap);
+    auto &scripts = *new Scenarios(
         wanted.scenarios, page,
         [&behind](const std::string &to, const json &request) { return carry_out(behind, to, request); });
-    server.new_task_queue = [] { return new httplib::ThreadPool(threads); };
-    server.set_write_timeout(slow_viewer_seconds);
+    server.new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+    server.set_write_timeout(kSlowViewerSeconds);
     server.set_keep_alive_max_count(10000);
-    server.set_payload_max_length(longest_body);
+    server.set_payload_max_length(kLongestBody);
     server.set_tcp_nodelay(true);
     const int port = bind_port(server, wanted.port);
     if (port <= 0) {
@@ -113,7 +113,7 @@ int main(int count, char **arguments) {
     }
     add_routes(server, {behind, page, pictures, scripts, wanted.web, read_all(wanted.log_reference)}, port);
     std::thread([&] { follow_log(wanted.log, page); }).detach();
-    std::thread([&] { watcher(behind, page).watch(); }).detach();
+    std::thread([&] { Watcher(behind, page).watch(); }).detach();
     std::thread([&] { pictures.read_frames(); }).detach();
     std::thread([&] { pictures.keep_watching(); }).detach();
     tell_port(wanted.port_file, port);
@@ -123,12 +123,12 @@ int main(int count, char **arguments) {
 namespace {
 
 // A step of a scenario: a request to one of the two interfaces, or to this program's own device.
-std::string carry_out(const backend &behind, const std::string &to, const json &request) {
+std::string carry_out(const Backend &behind, const std::string &to, const json &request) {
     if (!request.is_array() || request.size() < 2) return "a request is [method, path, body]";
     const std::string body = request.size() > 2 ? json_text(request[2]) : "";
     const std::string path = request[1];
     if (to == "device") return order_device(path, request.size() > 2 ? request[2] : json::object());
-    const answer got = behind.send(to == "sdk" ? side::sdk : side::camera, request[0], path, body, 60);
+    const Answer got = behind.send(to == "sdk" ? Side::sdk : Side::camera, request[0], path, body, 60);
     return got.status / 100 == 2 ? "" : path + ": " + got.body;
 }
 

@@ -15,21 +15,21 @@ extern "C" {
 
 namespace {
 
-constexpr int buffer_bytes = 64 * 1024, adts_bytes = 7, samples_per_frame = 1024;
-constexpr int video_scale = 1'000'000;              // microseconds
-constexpr int64_t video_frame_us = 1'000'000 / 15;  // until the next one tells
-constexpr int64_t sound_drift_us = 150'000;         // beyond it the sound is set right by the clock
-constexpr int rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
-                         22050, 16000, 12000, 11025, 8000,  7350};
+constexpr int kBufferBytes = 64 * 1024, kAdtsBytes = 7, kSamplesPerFrame = 1024;
+constexpr int kVideoScale = 1'000'000;             // microseconds
+constexpr int64_t kVideoFrameUs = 1'000'000 / 15;  // until the next one tells
+constexpr int64_t kSoundDriftUs = 150'000;         // beyond it the sound is set right by the clock
+constexpr int kRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                          22050, 16000, 12000, 11025, 8000,  7350};
 
-struct sound_format {
+struct SoundFormat {
     int object, rate_index, rate, channels;
 };
 
-sound_format format_of(const std::string &adts) {
+SoundFormat format_of(const std::string &adts) {
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(adts[i]); };
     const int index = byte(2) >> 2 & 15;
-    return {(byte(2) >> 6) + 1, index, index < 13 ? rates[index] : 48000, (byte(2) & 1) << 2 | byte(3) >> 6};
+    return {(byte(2) >> 6) + 1, index, index < 13 ? kRates[index] : 48000, (byte(2) & 1) << 2 | byte(3) >> 6};
 }
 
 // The units of a key frame before its picture: the parameter sets, with their start codes.
@@ -79,16 +79,16 @@ bool describe_video(AVStream &stream, const std::string &key_frame, const std::s
     codec.codec_type = AVMEDIA_TYPE_VIDEO;
     codec.codec_id = AV_CODEC_ID_H264;
     give_bytes(codec, sets);
-    stream.time_base = {1, video_scale};
+    stream.time_base = {1, kVideoScale};
     return measure(key_frame, codec);
 }
 
-void describe_sound(AVStream &stream, const sound_format &format) {
+void describe_sound(AVStream &stream, const SoundFormat &format) {
     AVCodecParameters &codec = *stream.codecpar;
     codec.codec_type = AVMEDIA_TYPE_AUDIO;
     codec.codec_id = AV_CODEC_ID_AAC;
     codec.sample_rate = format.rate;
-    codec.frame_size = samples_per_frame;
+    codec.frame_size = kSamplesPerFrame;
     av_channel_layout_default(&codec.ch_layout, format.channels);
     const int config = format.object << 11 | format.rate_index << 7 | format.channels << 3;
     give_bytes(codec, {static_cast<char>(config >> 8), static_cast<char>(config & 255)});
@@ -98,11 +98,11 @@ void describe_sound(AVStream &stream, const sound_format &format) {
 }  // namespace
 
 int keep_made(void *owner, uint8_t *bytes, int count) {
-    static_cast<muxer *>(owner)->made_.append(reinterpret_cast<char *>(bytes), static_cast<size_t>(count));
+    static_cast<Muxer *>(owner)->made_.append(reinterpret_cast<char *>(bytes), static_cast<size_t>(count));
     return count;
 }
 
-std::string codec_names(const live_frame &key_frame, const live_frame *sound) {
+std::string codec_names(const LiveFrame &key_frame, const LiveFrame *sound) {
     const std::string sets = parameter_sets(key_frame.data);
     if (sets.size() < 8 || (sets[4] & 31) != 7) return "";
     char names[64];
@@ -112,7 +112,7 @@ std::string codec_names(const live_frame &key_frame, const live_frame *sound) {
     return names;
 }
 
-bool muxer::open(const live_frame &key_frame, const live_frame *sound) {
+bool Muxer::open(const LiveFrame &key_frame, const LiveFrame *sound) {
     parameters_ = parameter_sets(key_frame.data);
     start_us_ = key_frame.real_us;
     has_sound_ = sound != nullptr;
@@ -121,9 +121,9 @@ bool muxer::open(const live_frame &key_frame, const live_frame *sound) {
         return false;
     AVStream *video = avformat_new_stream(context_, nullptr);
     AVStream *audio = has_sound_ ? avformat_new_stream(context_, nullptr) : nullptr;
-    auto *buffer = static_cast<uint8_t *>(av_malloc(buffer_bytes));
+    auto *buffer = static_cast<uint8_t *>(av_malloc(kBufferBytes));
     if (video == nullptr || (has_sound_ && audio == nullptr) || buffer == nullptr) return false;
-    context_->pb = avio_alloc_context(buffer, buffer_bytes, 1, this, nullptr, keep_made, nullptr);
+    context_->pb = avio_alloc_context(buffer, kBufferBytes, 1, this, nullptr, keep_made, nullptr);
     context_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     if (!describe_video(*video, key_frame.data, parameters_)) return false;
     if (audio != nullptr) describe_sound(*audio, format_of(sound->data));
@@ -135,13 +135,13 @@ bool muxer::open(const live_frame &key_frame, const live_frame *sound) {
     return result >= 0;
 }
 
-std::unique_ptr<muxer> muxer::begin(const live_frame &key_frame, const live_frame *sound) {
-    std::unique_ptr<muxer> made(new muxer);
+std::unique_ptr<Muxer> Muxer::begin(const LiveFrame &key_frame, const LiveFrame *sound) {
+    std::unique_ptr<Muxer> made(new Muxer);
     if (!made->open(key_frame, sound)) return nullptr;
     return made;
 }
 
-muxer::~muxer() {
+Muxer::~Muxer() {
     av_packet_free(&packet_);
     if (context_ == nullptr) return;
     if (context_->pb != nullptr) {
@@ -151,25 +151,25 @@ muxer::~muxer() {
     avformat_free_context(context_);
 }
 
-std::string muxer::take() {
+std::string Muxer::take() {
     return std::exchange(made_, {});
 }
 
 // When the frame came; times grow, whatever the clock's grain.
-int64_t muxer::video_time(const live_frame &frame) {
+int64_t Muxer::video_time(const LiveFrame &frame) {
     return last_video_ = std::max(frame.real_us - start_us_, last_video_ + 1);
 }
 
 // Sound goes on sample by sample; only where frames are missing it is set anew. In samples.
-int64_t muxer::sound_time(const live_frame &frame) {
+int64_t Muxer::sound_time(const LiveFrame &frame) {
     const int rate = context_->streams[1]->codecpar->sample_rate;
     const int64_t due = (frame.real_us - start_us_) * rate / 1'000'000;
-    const int64_t drift = sound_drift_us * rate / 1'000'000;
+    const int64_t drift = kSoundDriftUs * rate / 1'000'000;
     if (next_sound_ < 0 || due > next_sound_ + drift) next_sound_ = std::max(due, next_sound_);
-    return std::exchange(next_sound_, next_sound_ + samples_per_frame);
+    return std::exchange(next_sound_, next_sound_ + kSamplesPerFrame);
 }
 
-bool muxer::write(const std::string &data, size_t skip, int stream, int64_t time, int64_t duration,
+bool Muxer::write(const std::string &data, size_t skip, int stream, int64_t time, int64_t duration,
                   bool key) {
     packet_->data = reinterpret_cast<uint8_t *>(const_cast<char *>(data.data())) + skip;
     packet_->size = static_cast<int>(data.size() - skip);
@@ -177,7 +177,7 @@ bool muxer::write(const std::string &data, size_t skip, int stream, int64_t time
     packet_->flags = key ? AV_PKT_FLAG_KEY : 0;
     const AVStream &to = *context_->streams[stream];
     const AVRational from =
-        stream == 0 ? AVRational{1, video_scale} : AVRational{1, to.codecpar->sample_rate};
+        stream == 0 ? AVRational{1, kVideoScale} : AVRational{1, to.codecpar->sample_rate};
     packet_->pts = packet_->dts = av_rescale_q(time, from, to.time_base);
     packet_->duration = av_rescale_q(duration, from, to.time_base);
     const bool written = av_write_frame(context_, packet_) >= 0 && av_write_frame(context_, nullptr) >= 0;
@@ -185,10 +185,10 @@ bool muxer::write(const std::string &data, size_t skip, int stream, int64_t time
     return written;
 }
 
-bool muxer::feed(const live_frame &frame) {
-    if (frame.real_us < start_us_ || (!frame.video && (!has_sound_ || frame.data.size() <= adts_bytes)))
+bool Muxer::feed(const LiveFrame &frame) {
+    if (frame.real_us < start_us_ || (!frame.video && (!has_sound_ || frame.data.size() <= kAdtsBytes)))
         return true;
     if (frame.video && frame.key && parameter_sets(frame.data) != parameters_) return false;
-    if (frame.video) return write(frame.data, 0, 0, video_time(frame), video_frame_us, frame.key);
-    return write(frame.data, adts_bytes, 1, sound_time(frame), samples_per_frame, true);
+    if (frame.video) return write(frame.data, 0, 0, video_time(frame), kVideoFrameUs, frame.key);
+    return write(frame.data, kAdtsBytes, 1, sound_time(frame), kSamplesPerFrame, true);
 }

@@ -13,26 +13,26 @@ struct AVPacket;
 
 // Codecs of a stream, as browsers name them: "avc1.64000d, mp4a.40.2". From a key frame and, where there is
 // sound, an AAC frame; "" where the key frame holds no parameter set.
-std::string codec_names(const live_frame &key_frame, const live_frame *sound);
+std::string codec_names(const LiveFrame &key_frame, const LiveFrame *sound);
 
-class muxer {
+class Muxer {
   public:
     // Begins with this key frame, which is to be fed too; null where it does not open.
-    static std::unique_ptr<muxer> begin(const live_frame &key_frame, const live_frame *sound);
-    ~muxer();
-    muxer(const muxer &) = delete;
-    muxer &operator=(const muxer &) = delete;
+    static std::unique_ptr<Muxer> begin(const LiveFrame &key_frame, const LiveFrame *sound);
+    ~Muxer();
+    Muxer(const Muxer &) = delete;
+    Muxer &operator=(const Muxer &) = delete;
 
     // Adds a frame; false where the stream cannot go on (another picture size).
-    bool feed(const live_frame &frame);
+    bool feed(const LiveFrame &frame);
     // What was made since the last call.
     std::string take();
 
   private:
-    muxer() = default;
-    bool open(const live_frame &key_frame, const live_frame *sound);
-    int64_t video_time(const live_frame &frame);
-    int64_t sound_time(const live_frame &frame);
+    Muxer() = default;
+    bool open(const LiveFrame &key_frame, const LiveFrame *sound);
+    int64_t video_time(const LiveFrame &frame);
+    int64_t sound_time(const LiveFrame &frame);
     bool write(const std::string &data, size_t skip, int stream, int64_t time, int64_t duration, bool key);
 
     AVFormatContext *context_ = nullptr;

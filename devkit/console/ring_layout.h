@@ -4,14 +4,14 @@
 
 #include <cstdint>
 
-constexpr uint32_t ring_magic = 0x676e6952, ring_version = 1;
+constexpr uint32_t kRingMagic = 0x676e6952, kRingVersion = 1;
 
-struct ring_header {
+struct RingHeader {
     uint32_t magic, version, bytes, pid;
     uint32_t begun, head, last_key, has_key;
 };
 
-struct ring_frame {
+struct RingFrame {
     uint32_t length;
     uint8_t video, key;
     uint16_t unused;
@@ -19,4 +19,4 @@ struct ring_frame {
     int64_t real_us;
 };
 
-static_assert(sizeof(ring_header) == 32 && sizeof(ring_frame) == 24);
+static_assert(sizeof(RingHeader) == 32 && sizeof(RingFrame) == 24);

@@ -14,13 +14,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-double last_of(const hub &page, const char *list) {
+double last_of(const Hub &page, const char *list) {
     const json items = page.section(list);
     return items.is_array() && !items.empty() ? items.back()["n"].get<double>() : 0;
 }
 
 // What a question counts from: numbers of the state at the beginning.
-json counters(const hub &page) {
+json counters(const Hub &page) {
     const json camera = page.section("camera"), device = page.section("device");
     const auto number = [](const json &object, const char *name) {
         return object.is_object() ? object.value(name, 0.0) : 0.0;
@@ -30,7 +30,7 @@ json counters(const hub &page) {
             {"alarm", last_of(page, "alarms")},       {"line", last_of(page, "log")}};
 }
 
-double count(const hub &page, const std::string &what, const json &before) {
+double count(const Hub &page, const std::string &what, const json &before) {
     const size_t colon = what.find(':');
     const std::string kind = what.substr(0, colon),
                       detail = colon == std::string::npos ? "" : what.substr(colon + 1);
@@ -50,14 +50,14 @@ double count(const hub &page, const std::string &what, const json &before) {
 
 }  // namespace
 
-json scenarios::load(const std::string &name) const {
+json Scenarios::load(const std::string &name) const {
     if (name.find('/') != std::string::npos) return nullptr;
     std::ifstream file(folder_ + "/" + name + ".json");
     const json script = json::parse(file, nullptr, false);
     return script.is_object() ? script : json();
 }
 
-json scenarios::list() const {
+json Scenarios::list() const {
     json all = json::array();
     std::error_code ignored;
     for (const auto &entry : fs::directory_iterator(folder_, ignored)) {
@@ -73,7 +73,7 @@ json scenarios::list() const {
     return all;
 }
 
-std::string scenarios::start(const std::string &name) {
+std::string Scenarios::start(const std::string &name) {
     const json script = load(name);
     if (!script.is_object()) return "there is no scenario " + name;
     if (running_.exchange(true)) return "a scenario runs already";
@@ -85,14 +85,14 @@ std::string scenarios::start(const std::string &name) {
     return "";
 }
 
-bool scenarios::pause(double seconds) const {
+bool Scenarios::pause(double seconds) const {
     const double until = clock_ms(CLOCK_MONOTONIC) + seconds * 1e3;
     const timespec moment{0, 100'000'000};
     while (!stopping_ && clock_ms(CLOCK_MONOTONIC) < until) nanosleep(&moment, nullptr);
     return !stopping_;
 }
 
-void scenarios::show(const json &script, size_t step, const json &answered) const {
+void Scenarios::show(const json &script, size_t step, const json &answered) const {
     json said = json::array();
     for (size_t i = 0; i < step; i++) said.push_back(script["steps"][i]["say"]);
     page_.set("scenario", {{"title", script["title"]},
@@ -103,7 +103,7 @@ void scenarios::show(const json &script, size_t step, const json &answered) cons
                            {"answers", answered}});
 }
 
-json scenarios::answers(const json &script, const json &before) const {
+json Scenarios::answers(const json &script, const json &before) const {
     json all = json::array();
     for (const json &question : script["questions"]) {
         const double found = count(page_, question["count"], before);
@@ -114,7 +114,7 @@ json scenarios::answers(const json &script, const json &before) const {
     return all;
 }
 
-void scenarios::run(const json &script) {
+void Scenarios::run(const json &script) {
     const double begin = wall_ms();
     const json before = counters(page_);
     page_.add("marks", json::array({{{"t", begin}, {"kind", "scenario"}, {"text", script["title"]}}}), 200);

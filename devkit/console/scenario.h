@@ -12,12 +12,12 @@
 
 #include "hub.h"
 
-class scenarios {
+class Scenarios {
   public:
     // `order` carries a step's request out and answers "" or what is wrong; it may block.
-    using carry_out = std::function<std::string(const std::string &to, const json &request)>;
+    using CarryOut = std::function<std::string(const std::string &to, const json &request)>;
 
-    scenarios(std::string folder, hub &page, carry_out order)
+    Scenarios(std::string folder, Hub &page, CarryOut order)
         : folder_(std::move(folder)), page_(page), order_(std::move(order)) {}
     // [{name, title, about, seconds}] of the folder.
     json list() const;
@@ -36,7 +36,7 @@ class scenarios {
     json answers(const json &script, const json &before) const;
 
     std::string folder_;
-    hub &page_;
-    carry_out order_;
+    Hub &page_;
+    CarryOut order_;
     std::atomic<bool> running_{false}, stopping_{false};
 };

@@ -15,14 +15,14 @@ using httplib::DataSink;
 using httplib::Request;
 using httplib::Response;
 
-constexpr const char *json_type = "application/json";
-constexpr auto heartbeat = std::chrono::milliseconds(5000);
-constexpr int first_picture_looks = 40;  // of a quarter of a second
-constexpr int frames_without_sound = 12;
+constexpr const char *kJsonType = "application/json";
+constexpr auto kHeartbeat = std::chrono::milliseconds(5000);
+constexpr int kFirstPictureLooks = 40;  // of a quarter of a second
+constexpr int kFramesWithoutSound = 12;
 
 void say(Response &response, const json &content, int status = 200) {
     response.status = status;
-    response.set_content(json_text(content) + "\n", json_type);
+    response.set_content(json_text(content) + "\n", kJsonType);
 }
 
 void say_result(Response &response, const std::string &wrong) {
@@ -36,15 +36,15 @@ json body_of(const Request &request) {
 
 // --- What lies behind.
 
-void pass_on(const console &desk, side to, const Request &request, Response &response) {
+void pass_on(const Console &desk, Side to, const Request &request, Response &response) {
     const size_t prefix = request.target.find('/', 1);
-    const answer got = desk.behind.send(to, request.method, request.target.substr(prefix), request.body);
+    const Answer got = desk.behind.send(to, request.method, request.target.substr(prefix), request.body);
     response.status = got.status;
-    response.set_content(got.body, got.type.empty() ? json_type : got.type);
+    response.set_content(got.body, got.type.empty() ? kJsonType : got.type);
 }
 
-void add_passages(httplib::Server &server, const console &desk) {
-    for (const auto &[name, to] : {std::pair("/camera/.*", side::camera), std::pair("/sdk/.*", side::sdk)}) {
+void add_passages(httplib::Server &server, const Console &desk) {
+    for (const auto &[name, to] : {std::pair("/camera/.*", Side::camera), std::pair("/sdk/.*", Side::sdk)}) {
         const auto pass = [desk, to = to](const Request &request, Response &response) {
             pass_on(desk, to, request, response);
         };
@@ -54,11 +54,11 @@ void add_passages(httplib::Server &server, const console &desk) {
 
 // --- The stream of events.
 
-void stream_events(const console &desk, Response &response) {
+void stream_events(const Console &desk, Response &response) {
     const auto open = desk.page.listen();
     response.set_header("Cache-Control", "no-store");
     response.set_chunked_content_provider("text/event-stream", [open](size_t, DataSink &sink) {
-        const auto event = open->next(heartbeat);
+        const auto event = open->next(kHeartbeat);
         if (!event) return false;
         const std::string &text = event->empty() ? ": still here\n\n" : *event;
         return sink.write(text.data(), text.size());
@@ -68,35 +68,35 @@ void stream_events(const console &desk, Response &response) {
 // --- The live picture.
 
 // One viewer's stream: what waited for its muxer, then frame by frame.
-struct picture_stream {
-    live &source;
-    std::shared_ptr<viewer> queue;
-    std::unique_ptr<muxer> film{};
+struct PictureStream {
+    Live &source;
+    std::shared_ptr<Viewer> queue;
+    std::unique_ptr<Muxer> film{};
     std::string codecs{}, begun{};
 
-    explicit picture_stream(live &from) : source(from), queue(from.add_viewer()) {}
-    ~picture_stream() {
+    explicit PictureStream(Live &from) : source(from), queue(from.add_viewer()) {}
+    ~PictureStream() {
         source.remove_viewer(queue);
     }
-    picture_stream(const picture_stream &) = delete;
-    picture_stream &operator=(const picture_stream &) = delete;
+    PictureStream(const PictureStream &) = delete;
+    PictureStream &operator=(const PictureStream &) = delete;
 };
 
 // Waits for a key frame and for sound, or a while without it; false where no picture comes.
-bool begin_film(picture_stream &stream) {
-    std::vector<shared_frame> first;
-    shared_frame sound;
-    for (int looks = 0; looks < first_picture_looks && !stream.queue->ended();) {
-        const shared_frame frame = stream.queue->next();
+bool begin_film(PictureStream &stream) {
+    std::vector<SharedFrame> first;
+    SharedFrame sound;
+    for (int looks = 0; looks < kFirstPictureLooks && !stream.queue->ended();) {
+        const SharedFrame frame = stream.queue->next();
         if (!frame) looks++;
         if (!frame || (first.empty() && !frame->key)) continue;
         first.push_back(frame);
         if (!frame->video && !sound) sound = frame;
-        if (!sound && first.size() < frames_without_sound) continue;
+        if (!sound && first.size() < kFramesWithoutSound) continue;
         stream.codecs = codec_names(*first.front(), sound.get());
-        stream.film = stream.codecs.empty() ? nullptr : muxer::begin(*first.front(), sound.get());
+        stream.film = stream.codecs.empty() ? nullptr : Muxer::begin(*first.front(), sound.get());
         if (!stream.film) return false;
-        for (const shared_frame &each : first) stream.film->feed(*each);
+        for (const SharedFrame &each : first) stream.film->feed(*each);
         stream.begun = stream.film->take();
         return true;
     }
@@ -104,12 +104,12 @@ bool begin_film(picture_stream &stream) {
 }
 
 // One frame; false at the stream's end. A viewer that takes nothing blocks its own thread only.
-bool send_more(picture_stream &stream, DataSink &sink) {
+bool send_more(PictureStream &stream, DataSink &sink) {
     if (!stream.begun.empty()) {
         const std::string begun = std::exchange(stream.begun, {});
         return sink.write(begun.data(), begun.size());
     }
-    const shared_frame frame = stream.queue->next();
+    const SharedFrame frame = stream.queue->next();
     if (!frame && !stream.queue->ended()) return sink.is_writable();
     if (!frame || !stream.film->feed(*frame)) {
         sink.done();
@@ -119,8 +119,8 @@ bool send_more(picture_stream &stream, DataSink &sink) {
     return made.empty() || sink.write(made.data(), made.size());
 }
 
-void stream_pictures(const console &desk, Response &response) {
-    const auto stream = std::make_shared<picture_stream>(desk.pictures);
+void stream_pictures(const Console &desk, Response &response) {
+    const auto stream = std::make_shared<PictureStream>(desk.pictures);
     if (!begin_film(*stream)) {  // no error: the page asks again
         response.status = 204;
         return;
@@ -142,16 +142,16 @@ void send_media(const Request &request, Response &response) {
                          photo ? "image/jpeg" : "video/mp4");
 }
 
-void say_sentence(const console &desk, const Request &request, Response &response) {
+void say_sentence(const Console &desk, const Request &request, Response &response) {
     const std::string samples = spoken(body_of(request).value("text", ""));
     if (samples.empty()) return say(response, {{"error", "espeak-ng says nothing: is it installed?"}}, 503);
     const json order{{"pcm_base64", to_base64(samples)}, {"pace", "real"}};
-    const answer got = desk.behind.send(side::sdk, "POST", "/talk", json_text(order));
+    const Answer got = desk.behind.send(Side::sdk, "POST", "/talk", json_text(order));
     response.status = got.status;
-    response.set_content(got.body, json_type);
+    response.set_content(got.body, kJsonType);
 }
 
-void add_device(httplib::Server &server, const console &desk) {
+void add_device(httplib::Server &server, const Console &desk) {
     server.Put("/api/tools/([a-z_]+)", [](const Request &request, Response &response) {
         say_result(response, order_tool(request.matches[1], body_of(request)));
     });
@@ -168,7 +168,7 @@ void add_device(httplib::Server &server, const console &desk) {
     });
 }
 
-void add_scripts(httplib::Server &server, const console &desk) {
+void add_scripts(httplib::Server &server, const Console &desk) {
     server.Get("/api/scenarios",
                [desk](const Request &, Response &response) { say(response, desk.scripts.list()); });
     server.Post("/api/scenarios/([a-z0-9-]+)", [desk](const Request &request, Response &response) {
@@ -182,7 +182,7 @@ void add_scripts(httplib::Server &server, const console &desk) {
 
 }  // namespace
 
-void add_routes(httplib::Server &server, const console &desk, int port) {
+void add_routes(httplib::Server &server, const Console &desk, int port) {
     guard(server, port);
     server.set_mount_point("/", desk.web);
     server.set_file_extension_and_mimetype_mapping("mjs", "text/javascript");
@@ -191,7 +191,7 @@ void add_routes(httplib::Server &server, const console &desk, int port) {
     server.Get("/api/state",
                [desk](const Request &, Response &response) { say(response, desk.page.state()); });
     server.Get("/api/log-reference", [desk](const Request &, Response &response) {
-        response.set_content(desk.log_reference, json_type);
+        response.set_content(desk.log_reference, kJsonType);
     });
     add_passages(server, desk);
     add_device(server, desk);

@@ -11,14 +11,14 @@
 #include "live.h"
 #include "scenario.h"
 
-struct console {
-    const backend &behind;
-    hub &page;
-    live &pictures;
-    scenarios &scripts;
+struct Console {
+    const Backend &behind;
+    Hub &page;
+    Live &pictures;
+    Scenarios &scripts;
     std::string web, log_reference;  // the page's folder; the texts of the log as JSON
 };
 
 // Answers every request that does not come from this machine's own page (Host, Origin) with 403, and adds the
 // routes. `port` is the one that it listens at.
-void add_routes(httplib::Server &server, const console &desk, int port);
+void add_routes(httplib::Server &server, const Console &desk, int port);

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr double target_rate = 12000;
+constexpr double kTargetRate = 12000;
 
 std::string output_of(char *const arguments[]) {
     int ends[2];
@@ -36,7 +36,7 @@ std::string output_of(char *const arguments[]) {
 // The mean of the samples that fall into each new one: enough for speech.
 std::string resampled(const std::vector<int16_t> &from, double rate) {
     std::string result;
-    const double step = rate / target_rate;
+    const double step = rate / kTargetRate;
     for (double at = 0; at + step <= static_cast<double>(from.size()); at += step) {
         double sum = 0;
         const auto first = static_cast<size_t>(at), end = static_cast<size_t>(at + step);

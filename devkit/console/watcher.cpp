@@ -10,10 +10,10 @@
 
 namespace {
 
-constexpr long look_ms = 250;
-constexpr int sdk_every = 2, device_every = 4, sample_every = 4;  // looks
-constexpr size_t kept_alarms = 1000, kept_requests = 400, kept_samples = 1800, kept_marks = 200;
-constexpr size_t body_shown = 2000;
+constexpr long kLookMs = 250;
+constexpr int kSdkEvery = 2, kDeviceEvery = 4, kSampleEvery = 4;  // looks
+constexpr size_t kEptAlarms = 1000, kEptRequests = 400, kEptSamples = 1800, kEptMarks = 200;
+constexpr size_t kBodyShown = 2000;
 
 // What the page needs of a request, with wall-clock times.
 json shown_request(const json &record) {
@@ -21,7 +21,7 @@ json shown_request(const json &record) {
         return record[name].is_number() ? record[name].get<double>() : 0.0;
     };
     std::string body = record.value("body", "");
-    body.resize(std::min(body.size(), body_shown));
+    body.resize(std::min(body.size(), kBodyShown));
     return {{"seq", record["seq"]},
             {"method", record["method"]},
             {"target", record["target"]},
@@ -35,14 +35,14 @@ json shown_request(const json &record) {
 
 }  // namespace
 
-void watcher::mark(const char *kind, const std::string &text) {
-    page_.add("marks", json::array({{{"t", wall_ms()}, {"kind", kind}, {"text", text}}}), kept_marks);
+void Watcher::mark(const char *kind, const std::string &text) {
+    page_.add("marks", json::array({{{"t", wall_ms()}, {"kind", kind}, {"text", text}}}), kEptMarks);
 }
 
-void watcher::look_at_camera() {
-    camera_ = behind_.ask(side::camera, "GET", "/state").value_or(json());
+void Watcher::look_at_camera() {
+    camera_ = behind_.ask(Side::camera, "GET", "/state").value_or(json());
     page_.set("camera", camera_);
-    page_.set("faults", behind_.ask(side::camera, "GET", "/faults").value_or(json()));
+    page_.set("faults", behind_.ask(Side::camera, "GET", "/faults").value_or(json()));
     if (!camera_.is_object()) return;
     const double restarts = camera_.value("restarts", 0.0);
     if (restarts_ >= 0 && restarts > restarts_) mark("camera", "the camera restarted");
@@ -50,9 +50,9 @@ void watcher::look_at_camera() {
 }
 
 // Requests are told when they begin and again when they end.
-void watcher::look_at_requests() {
+void Watcher::look_at_requests() {
     const auto since = std::to_string(static_cast<long long>(requests_from_));
-    const auto got = behind_.ask(side::camera, "GET", "/requests?limit=200&since=" + since);
+    const auto got = behind_.ask(Side::camera, "GET", "/requests?limit=200&since=" + since);
     if (!got) return;
     json fresh = json::array();
     for (const json &record : got->is_array() ? *got : got->value("requests", json::array())) {
@@ -66,11 +66,11 @@ void watcher::look_at_requests() {
         requests_from_ = requests_told_.begin()->first;
         requests_told_.erase(requests_told_.begin());
     }
-    page_.add("requests", fresh, kept_requests);
+    page_.add("requests", fresh, kEptRequests);
 }
 
-void watcher::look_at_sdk() {
-    const auto state = behind_.ask(side::sdk, "GET", "/state");
+void Watcher::look_at_sdk() {
+    const auto state = behind_.ask(Side::sdk, "GET", "/state");
     sdk_ = state.value_or(json());
     page_.set("sdk", sdk_);
     if (!state) return;
@@ -83,9 +83,9 @@ void watcher::look_at_sdk() {
     look_at_alarms(pid);
 }
 
-void watcher::look_at_alarms(int pid) {
+void Watcher::look_at_alarms(int pid) {
     if (sdk_.value("alarm_count", 0.0) == alarms_seen_) return;
-    const auto got = behind_.ask(side::sdk, "GET",
+    const auto got = behind_.ask(Side::sdk, "GET",
                                  "/alarms?since=" + std::to_string(static_cast<long long>(alarms_seen_)));
     if (!got) return;
     json fresh = json::array();
@@ -97,10 +97,10 @@ void watcher::look_at_alarms(int pid) {
         alarm["pid"] = pid;
         fresh.push_back(alarm);
     }
-    page_.add("alarms", fresh, kept_alarms);
+    page_.add("alarms", fresh, kEptAlarms);
 }
 
-void watcher::look_at_device() {
+void Watcher::look_at_device() {
     device_ = device_state();
     page_.set("device", device_);
     const int reboots = device_["reboots"];
@@ -108,7 +108,7 @@ void watcher::look_at_device() {
     reboots_ = reboots;
 }
 
-void watcher::take_sample() {
+void Watcher::take_sample() {
     json sample = process_state(behind_.agent_pid());
     if (!sample.is_object()) sample = json::object();
     sample["t"] = std::round(wall_ms());
@@ -121,17 +121,17 @@ void watcher::take_sample() {
         for (const char *name : {"video", "audio", "key_frames", "video_bytes", "audio_bytes"})
             sample[name] = sdk_["frames"][name];
     }
-    page_.add("samples", json::array({sample}), kept_samples);
+    page_.add("samples", json::array({sample}), kEptSamples);
 }
 
-void watcher::watch() {
+void Watcher::watch() {
     for (unsigned look = 0;; look++) {
         look_at_camera();
         look_at_requests();
-        if (look % device_every == 0) look_at_device();
-        if (look % sdk_every == 0) look_at_sdk();
-        if (look % sample_every == 0) take_sample();
-        const timespec pause{0, look_ms * 1'000'000};
+        if (look % kDeviceEvery == 0) look_at_device();
+        if (look % kSdkEvery == 0) look_at_sdk();
+        if (look % kSampleEvery == 0) take_sample();
+        const timespec pause{0, kLookMs * 1'000'000};
         nanosleep(&pause, nullptr);
     }
 }

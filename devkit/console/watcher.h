@@ -10,9 +10,9 @@
 #include "backend.h"
 #include "hub.h"
 
-class watcher {
+class Watcher {
   public:
-    watcher(const backend &behind, hub &page) : behind_(behind), page_(page) {}
+    Watcher(const Backend &behind, Hub &page) : behind_(behind), page_(page) {}
     // Never returns; one thread.
     [[noreturn]] void watch();
 
@@ -25,8 +25,8 @@ class watcher {
     void take_sample();
     void mark(const char *kind, const std::string &text);
 
-    const backend &behind_;
-    hub &page_;
+    const Backend &behind_;
+    Hub &page_;
     json camera_, sdk_, device_ = json::object();
     int pid_ = 0, reboots_ = -1;
     double alarms_seen_ = 0, alarm_number_ = 0;  // seq of the present agent; own number

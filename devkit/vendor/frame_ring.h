@@ -11,10 +11,10 @@
 
 namespace desk {
 
-constexpr uint32_t ring_magic = 0x676e6952, ring_version = 1;
-constexpr uint32_t ring_bytes = 4 * 1024 * 1024;  // some 20 s of the largest profile
+constexpr uint32_t kRingMagic = 0x676e6952, kRingVersion = 1;
+constexpr uint32_t kRingBytes = 4 * 1024 * 1024;  // some 20 s of the largest profile
 
-struct ring_header {
+struct RingHeader {
     uint32_t magic, version, bytes, pid;
     uint32_t begun;     // the writer may be writing up to here; what is ring_bytes or more behind it is lost
     uint32_t head;      // whole frames end here; where a reader waits (futex)
@@ -22,7 +22,7 @@ struct ring_header {
     uint32_t has_key;   // 1 once last_key means something
 };
 
-struct ring_frame {
+struct RingFrame {
     uint32_t length;     // of the data behind it, which is padded to a multiple of 4
     uint8_t video, key;  // 1 or 0
     uint16_t unused;
@@ -30,6 +30,6 @@ struct ring_frame {
     int64_t real_us;              // the machine's monotonic clock when the frame was handed over
 };
 
-static_assert(sizeof(ring_header) == 32 && sizeof(ring_frame) == 24);
+static_assert(sizeof(RingHeader) == 32 && sizeof(RingFrame) == 24);
 
 }  // namespace desk

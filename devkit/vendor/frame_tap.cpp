@@ -18,7 +18,7 @@
 namespace desk {
 namespace {
 
-ring_header *ring = nullptr;  // mapped for the life of the process, because threads outlive main
+RingHeader *ring = nullptr;  // mapped for the life of the process, because threads outlive main
 
 uint8_t *ring_data() {
     return reinterpret_cast<uint8_t *>(ring + 1);
@@ -26,7 +26,7 @@ uint8_t *ring_data() {
 
 // Copies to a position, around the ring's end where need be; returns the position behind.
 uint32_t put(uint32_t position, const void *from, uint32_t length) {
-    const uint32_t at = position % ring_bytes, first = std::min(length, ring_bytes - at);
+    const uint32_t at = position % kRingBytes, first = std::min(length, kRingBytes - at);
     memcpy(ring_data() + at, from, first);
     memcpy(ring_data(), static_cast<const uint8_t *>(from) + first, length - first);
     return position + length;
@@ -36,9 +36,9 @@ void wake_readers() {
     syscall(SYS_futex, &ring->head, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
-void put_frame(const ring_frame &frame, const uint8_t *data) {
+void put_frame(const RingFrame &frame, const uint8_t *data) {
     const uint32_t padded = (frame.length + 3) & ~3U;
-    if (ring == nullptr || padded > ring_bytes / 2) return;
+    if (ring == nullptr || padded > kRingBytes / 2) return;
     const uint32_t start = ring->head, end = start + static_cast<uint32_t>(sizeof frame) + padded;
     __atomic_store_n(&ring->begun, end, __ATOMIC_RELAXED);
     __atomic_thread_fence(__ATOMIC_SEQ_CST);  // no byte below may be seen before `begun` is
@@ -51,15 +51,15 @@ void put_frame(const ring_frame &frame, const uint8_t *data) {
     wake_readers();
 }
 
-ring_header *map_ring(const std::string &path) {
+RingHeader *map_ring(const std::string &path) {
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (fd < 0) return nullptr;
-    const size_t size = sizeof(ring_header) + ring_bytes;
+    const size_t size = sizeof(RingHeader) + kRingBytes;
     void *at = MAP_FAILED;
     if (ftruncate(fd, static_cast<off_t>(size)) == 0)
         at = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
-    return at == MAP_FAILED ? nullptr : static_cast<ring_header *>(at);
+    return at == MAP_FAILED ? nullptr : static_cast<RingHeader *>(at);
 }
 
 }  // namespace
@@ -68,9 +68,9 @@ void open_tap() {
     const char *path = getenv("DESK_SDK_TAP");
     if (path == nullptr || *path == '\0') return;
     const std::string beside = std::string(path) + ".new";
-    ring_header *made = map_ring(beside);
+    RingHeader *made = map_ring(beside);
     if (made == nullptr) return perror(beside.c_str());
-    *made = {ring_magic, ring_version, ring_bytes, static_cast<uint32_t>(getpid()), 0, 0, 0, 0};
+    *made = {kRingMagic, kRingVersion, kRingBytes, static_cast<uint32_t>(getpid()), 0, 0, 0, 0};
     if (rename(beside.c_str(), path) != 0) return perror(path);
     ring = made;
 }

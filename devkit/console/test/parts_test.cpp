@@ -11,7 +11,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-std::string all_of(listener &from) {
+std::string all_of(Listener &from) {
     std::string text;
     for (auto event = from.next(milliseconds(0)); event && !event->empty();
          event = from.next(milliseconds(0)))
@@ -20,7 +20,7 @@ std::string all_of(listener &from) {
 }
 
 TEST(Hub, AListenerGetsTheStateAndThenTheChanges) {
-    hub page;
+    Hub page;
     page.set("camera", {{"battery", 90}});
     page.add("log", json::array({"a", "b", "c"}), 2);
     const auto open = page.listen();
@@ -35,7 +35,7 @@ TEST(Hub, AListenerGetsTheStateAndThenTheChanges) {
 }
 
 TEST(Hub, WhoNeverListensIsEnded) {
-    hub page;
+    Hub page;
     const auto slow = page.listen(), quick = page.listen();
     for (int i = 0; i < 5000; i++) {
         page.set("n", i);
@@ -46,18 +46,18 @@ TEST(Hub, WhoNeverListensIsEnded) {
 }
 
 TEST(Hub, BytesThatAreNoTextHarmNobody) {
-    hub page;
+    Hub page;
     const auto open = page.listen();
     page.add("log", json::array({"\xff\xfe"}), 10);
     EXPECT_NE(all_of(*open).find("event: log"), std::string::npos);
 }
 
-struct cause_case {
+struct CauseCase {
     int status;
     const char *title, *raised;
 };
 
-class Cause : public testing::TestWithParam<cause_case> {};
+class Cause : public testing::TestWithParam<CauseCase> {};
 
 TEST_P(Cause, TellsValueAndThreshold) {
     const json camera{
@@ -70,12 +70,12 @@ TEST_P(Cause, TellsValueAndThreshold) {
 
 INSTANTIATE_TEST_SUITE_P(
     Row, Cause,
-    testing::Values(cause_case{1, "Motion", "MotionEvent was 1"},
-                    cause_case{10, "Too warm", "Temperature 41 over 35"},
-                    cause_case{11, "Card nearly full", "free space under SDCARD_LOW 10 %"},
-                    cause_case{13, "Battery low", "Battery 5 under BATTERY_LOW 20"},
-                    cause_case{14, "Too cold", "Temperature 41 under ?"},
-                    cause_case{15, "No card", "SD was 0"}, cause_case{99, "Alarm 99", ""}));
+    testing::Values(CauseCase{1, "Motion", "MotionEvent was 1"},
+                    CauseCase{10, "Too warm", "Temperature 41 over 35"},
+                    CauseCase{11, "Card nearly full", "free space under SDCARD_LOW 10 %"},
+                    CauseCase{13, "Battery low", "Battery 5 under BATTERY_LOW 20"},
+                    CauseCase{14, "Too cold", "Temperature 41 under ?"}, CauseCase{15, "No card", "SD was 0"},
+                    CauseCase{99, "Alarm 99", ""}));
 
 TEST(Cause, NothingKnownIsSaidAsSuch) {
     EXPECT_EQ(alarm_cause(13, nullptr, nullptr)["raised"], "Battery ? under BATTERY_LOW ?");

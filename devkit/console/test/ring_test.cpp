@@ -7,18 +7,18 @@
 
 namespace {
 
-constexpr const char *key_frame = "AAAAAWc=", *other_frame = "AAAAAUE=";  // base64 of a start code and a unit
+constexpr const char *kKeyFrame = "AAAAAWc=", *kOtherFrame = "AAAAAUE=";  // base64 of a start code and a unit
 
 // Made before the agent, which inherits it.
-struct tap_file {
-    scratch_folder folder;
+struct TapFile {
+    ScratchFolder folder;
     std::string path = folder.path("frames.ring");
 };
 
 struct Ring : testing::Test {
-    tap_file tap;
-    agent_process agent{std::map<std::string, std::string>{{"DESK_SDK_TAP", tap.path}}};
-    ring_reader reader{tap.path};
+    TapFile tap;
+    AgentProcess agent{std::map<std::string, std::string>{{"DESK_SDK_TAP", tap.path}}};
+    RingReader reader{tap.path};
 
     Ring() {
         bool fresh = false;
@@ -27,18 +27,18 @@ struct Ring : testing::Test {
     void hand_over(const char *data, int kind = 1, int count = 1) {
         agent.post("/capture/frame", {{"kind", kind}, {"data_base64", data}, {"count", count}});
     }
-    std::shared_ptr<const live_frame> next() {
+    std::shared_ptr<const LiveFrame> next() {
         bool fresh = false;
-        std::shared_ptr<const live_frame> frame;
+        std::shared_ptr<const LiveFrame> frame;
         eventually([&] { return (frame = reader.next(fresh)) != nullptr || fresh; });
         return frame;
     }
 };
 
 TEST_F(Ring, FramesArriveWholeAndInOrder) {
-    hand_over(key_frame);
+    hand_over(kKeyFrame);
     hand_over("AQID", 2);
-    hand_over(other_frame);
+    hand_over(kOtherFrame);
     const auto first = next(), second = next(), third = next();
     ASSERT_TRUE(first && second && third);
     EXPECT_TRUE(first->video && first->key);
@@ -82,22 +82,22 @@ TEST_F(Ring, ReadingAllTheWhileGivesEveryFrame) {
 }
 
 TEST_F(Ring, AnAgentThatStartsAgainIsNoticed) {
-    hand_over(key_frame);
+    hand_over(kKeyFrame);
     ASSERT_TRUE(next());
-    agent_process again(std::map<std::string, std::string>{{"DESK_SDK_TAP", tap.path}});
+    AgentProcess again(std::map<std::string, std::string>{{"DESK_SDK_TAP", tap.path}});
     bool fresh = false;
     EXPECT_TRUE(eventually([&] {
         reader.next(fresh);
         return fresh;
     }));
-    again.post("/capture/frame", {{"kind", 1}, {"data_base64", key_frame}});
+    again.post("/capture/frame", {{"kind", 1}, {"data_base64", kKeyFrame}});
     EXPECT_TRUE(next());
 }
 
 TEST(NoTap, WithoutItsNameThereIsNone) {
-    const tap_file tap;
-    agent_process agent;
-    agent.post("/capture/frame", {{"kind", 1}, {"data_base64", key_frame}});
+    const TapFile tap;
+    AgentProcess agent;
+    agent.post("/capture/frame", {{"kind", 1}, {"data_base64", kKeyFrame}});
     EXPECT_EQ(agent.get("/frames").at("video"), 1);
     EXPECT_NE(access(tap.path.c_str(), F_OK), 0);
 }

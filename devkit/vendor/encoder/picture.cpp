@@ -55,7 +55,9 @@ void draw_text(const PicturePlanes &picture, const char *text, int left, int top
     }
 }
 
-constexpr int kGlyphColumns = 5, kGlyphRows = 7, kTimeCodeBits = 16;
+// The lower 16 bits of the time in milliseconds as a row of squares along the lower edge, the highest first,
+// white for 1: what a program reads back from a picture that it is shown.
+void draw_time_code(const PicturePlanes &picture, int64_t time_ms) {
     const int size = picture.height / 20, top = picture.height - size;
     for (int bit = 0; bit < kTimeCodeBits; bit++) {
         const bool set = (time_ms >> (kTimeCodeBits - 1 - bit) & 1) != 0;
