@@ -3,13 +3,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
+#include <sstream>
 
 #include "base64.h"
+#include "files.h"
+#include "names.h"
+#include "output.h"
+#include "results.h"
 #include "show.h"
 
 using nlohmann::json;
@@ -19,161 +21,170 @@ namespace {
 
 constexpr unsigned kClipSeconds = 10;
 
-// The one parameter that says most about a misbehaviour.
-struct FaultKind {
-    const char *kind, *parameter;
-};
-
-constexpr FaultKind kFaultKinds[] = {
-    {"error_code", "value"}, {"http_status", "status"}, {"redirect", "location"}, {"delay", "ms"},
-    {"truncate", "bytes"},   {"drip", "bytes"},         {"pieces", "pieces"},     {"oversize", "bytes"},
-    {"garbage", "bytes"},    {"body", "text"},
-};
-
 json number_or_text(const std::string &text) {
     json value = json::parse(text, nullptr, false);
     return value.is_discarded() ? json(text) : value;
 }
 
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw DeskError("cannot read " + path + ": " + std::strerror(errno));
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void write_file(const std::string &path, const std::string &data) {
-    std::ofstream file(path, std::ios::binary);
-    if (!file.write(data.data(), static_cast<std::streamsize>(data.size())).flush()) {
-        throw DeskError("cannot write " + path + ": " + std::strerror(errno));
+// The parameter that says most about a misbehaviour; "" for none.
+std::string main_parameter(const std::string &kind) {
+    for (const Name &name : misbehaviours()) {
+        if (kind == name.text) return name.values;
     }
-    std::cout << path << ": " << data.size() << " bytes\n";
+    return "";
 }
 
-// The samples of a WAV file: what follows the header of its "data" chunk. Anything else is taken for samples
-// as it is.
-std::string samples_of(const std::string &file) {
-    if (file.rfind("RIFF", 0) != 0) return file;
-    const size_t chunk = file.find("data", 12);
-    return chunk == std::string::npos ? file : file.substr(std::min(chunk + 8, file.size()));
+json call(const char *handler, const json &arguments) {
+    return request_json(Side::sdk, "POST", "/call", {{"name", handler}, {"args", arguments}});
+}
+
+// The lines of a text, each an object of its own with --json.
+void put_lines(const std::string &text) {
+    if (!json_chosen()) {
+        std::cout << text;
+        return;
+    }
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) put("", {{"line", line}});
 }
 
 }  // namespace
 
-int order_fault(const Texts &arguments) {
+int order_fault(const Given &given) {
+    const Texts &arguments = given.arguments;
     json fault = {{"endpoint", arguments[0]}, {"kind", arguments[1]}};
     Texts plain;
     for (size_t i = 2; i < arguments.size(); ++i) {
         const size_t equals = arguments[i].find('=');
-        if (equals == std::string::npos) {
+        if (equals == std::string::npos || arguments[i].starts_with('<')) {
             plain.push_back(arguments[i]);
         } else {
             fault[arguments[i].substr(0, equals)] = number_or_text(arguments[i].substr(equals + 1));
         }
     }
-    for (const FaultKind &row : kFaultKinds) {
-        if (arguments[1] != row.kind || plain.empty()) continue;
-        fault[row.parameter] =
-            row.parameter == std::string("text") ? json(plain[0]) : number_or_text(plain[0]);
+    const std::string parameter = main_parameter(arguments[1]);
+    if (!parameter.empty() && !plain.empty()) {
+        fault[parameter] = parameter == "text" ? json(plain[0]) : number_or_text(plain[0]);
         plain.erase(plain.begin());
     }
+    if (plain.size() > 1)
+        throw DeskError("what is " + plain[1] + "? There is a value and how often; all else is NAME=VALUE");
     if (!plain.empty()) fault["count"] = number_or_text(plain[0]);
-    return show_json(request_json(Side::camera, "POST", "/faults", fault), {});
+    return show_all(request_json(Side::camera, "POST", "/faults", fault), given);
 }
 
-int save_audio(const Texts &arguments) {
-    write_file(arguments[1], request(Side::camera, "GET", "/audio/" + arguments[0], ""));
+int save_audio(const Given &given) {
+    save_file(given.arguments[1], request(Side::camera, "GET", "/audio/" + given.arguments[0], ""));
     return 0;
 }
 
-int save_photo(const Texts &arguments) {
-    write_file(arguments[0], request(Side::camera, "GET", "/photo-last", ""));
+int save_photo(const Given &given) {
+    save_file(given.arguments[0], request(Side::camera, "GET", "/photo-last", ""));
     return 0;
 }
 
-int take_snapshot(const Texts &arguments) {
-    const json mode = arguments.size() > 1 ? number_or_text(arguments[1]) : json(0);
-    json reply =
+int take_snapshot(const Given &given) {
+    const json mode = given.arguments.size() > 1 ? number_or_text(given.arguments[1]) : json(0);
+    const json result = only_result(
         request_json(Side::sdk, "POST", "/call",
-                     {{"name", "get_camera_snapshot"}, {"args", json::array({mode})}, {"buffer", 1}});
-    json result = reply.at("results").at(0);
-    const auto data = result.value("data_base64", std::string());
-    result.erase("data_base64");
-    std::cout << result.dump() << '\n';
-    if (result.value("result", -1) != 0) return 1;
-    write_file(arguments[0], from_base64(data));
+                     {{"name", "get_camera_snapshot"}, {"args", json::array({mode})}, {"buffer", 1}}));
+    if (const int number = result.value("result", -1); number != 0)
+        return tell_result("get_camera_snapshot", {{"result", number}});
+    save_file(given.arguments[0], from_base64(result.value("data_base64", std::string())));
     return 0;
 }
 
-int talk(const Texts &arguments) {
-    const std::string samples = samples_of(read_file(arguments[0]));
-    const std::string pace = arguments.size() > 1 ? arguments[1] : "real";
-    return show_json(
-        request_json(Side::sdk, "POST", "/talk", {{"pcm_base64", to_base64(samples)}, {"pace", pace}}), {});
+int talk(const Given &given) {
+    const std::string samples = read_samples(given.arguments[0]);
+    const std::string pace = given.arguments.size() > 1 ? given.arguments[1] : "real";
+    return show_all(
+        request_json(Side::sdk, "POST", "/talk", {{"pcm_base64", to_base64(samples)}, {"pace", pace}}),
+        given);
 }
 
-int save_frames(const Texts &arguments) {
+int save_frames(const Given &given) {
     // The agent's process writes them: in a folder that it sees under the same name, unlike this one's /tmp.
     const fs::path folder = fs::absolute(run_folder());
-    const std::string video = folder / "clip.h264", audio = folder / "clip.aac";
+    const std::string beside = "/.saving-" + std::to_string(getpid());
+    const std::string video = folder.string() + beside + ".h264", audio = folder.string() + beside + ".aac";
+    const auto seconds =
+        given.arguments.size() > 2 ? static_cast<unsigned>(std::stoul(given.arguments[2])) : kClipSeconds;
     request_json(Side::sdk, "POST", "/frames/save", {{"h264", video}, {"aac", audio}});
-    sleep(arguments.size() > 2 ? static_cast<unsigned>(std::stoul(arguments[2])) : kClipSeconds);
-    show_json(request_json(Side::sdk, "POST", "/frames/stop"), {});
-    write_file(arguments[0], read_file(video));
-    write_file(arguments[1], read_file(audio));
+    sleep(seconds);
+    show_all(request_json(Side::sdk, "POST", "/frames/stop"), given);
+    save_file(given.arguments[0], read_file(video));
+    save_file(given.arguments[1], read_file(audio));
     fs::remove(video);
     fs::remove(audio);
     return 0;
 }
 
-int reboot_device(const Texts &) {
+int reboot_device(const Given &) {
+    request(Side::sdk, "GET", "/calls", "");  // nobody there: say so
+    json reply;
     try {
-        const json reply =
-            request_json(Side::sdk, "POST", "/call", {{"name", "rebootOperation"}, {"args", json::array()}});
-        return show_result(reply, {});
+        reply = call("rebootOperation", json::array());
     } catch (const DeskError &) {
-        std::cout << "the agent is gone; see how it comes back\n";  // the call does not return
+        put("the agent is gone; see how it comes back", {{"gone", true}});  // the call does not return
         return 0;
     }
+    return tell_result("rebootOperation", only_result(reply));
 }
 
-int call_handler(const Texts &arguments) {
+int call_handler(const Given &given) {
     json handler_arguments = json::array();
-    for (size_t i = 1; i < arguments.size(); ++i) handler_arguments.push_back(number_or_text(arguments[i]));
-    return show_calls(
-        request_json(Side::sdk, "POST", "/call", {{"name", arguments[0]}, {"args", handler_arguments}}), {});
+    for (size_t i = 1; i < given.arguments.size(); ++i)
+        handler_arguments.push_back(number_or_text(given.arguments[i]));
+    return show_calls(call(given.arguments[0].c_str(), handler_arguments), given);
 }
 
-int set_token(const Texts &arguments) {
-    const json token = arguments[0] == "none" ? json(nullptr) : json(arguments[0]);
-    return show_json(request_json(Side::sdk, "PUT", "/token", {{"token", token}}), {});
+int set_token(const Given &given) {
+    const json token = given.arguments[0] == "none" ? json(nullptr) : json(given.arguments[0]);
+    return show_all(request_json(Side::sdk, "PUT", "/token", {{"token", token}}), given);
 }
 
-int recording_log(const Texts &) {
-    const json reply = request_json(
-        Side::sdk, "POST", "/call",
-        {{"name", "read_conf_value"}, {"args", {"RECORDING_LOG_FILE", "/tmp/working/VeloAgent.conf"}}});
-    return print_file({reply.at("results").at(0).at("value").get<std::string>()});
-}
-
-int print_file(const Texts &arguments) {
-    std::cout << read_file(device_path(arguments[0]));
-    return 0;
-}
-
-int list_folder(const Texts &arguments) {
-    std::error_code error;
-    for (const fs::directory_entry &entry : fs::directory_iterator(device_path(arguments[0]), error)) {
-        std::cout << entry.path().filename().string();
-        if (entry.is_regular_file()) std::cout << "  " << entry.file_size();
-        std::cout << '\n';
+int recording_log(const Given &) {
+    const json reply =
+        call("read_conf_value", json::array({"RECORDING_LOG_FILE", "/tmp/working/VeloAgent.conf"}));
+    const json path = only_result(reply).value("value", json());
+    if (!path.is_string())
+        throw DeskError("RECORDING_LOG_FILE does not stand in the device's VeloAgent.conf");
+    const std::string file = device_path(path);
+    if (fs::exists(file)) {
+        put_lines(read_file(file));
+    } else if (!json_chosen()) {
+        put("no recording has been finished yet", {});
     }
-    if (error) throw DeskError("cannot list " + arguments[0] + ": " + error.message());
     return 0;
 }
 
-int send_plain(const Texts &arguments) {
-    if (arguments[0] != "camera" && arguments[0] != "sdk") throw DeskError("send to camera or sdk?");
+int print_file(const Given &given) {
+    put_lines(read_file(device_path(given.arguments[0])));
+    return 0;
+}
+
+int list_folder(const Given &given) {
+    std::error_code error;
+    for (const fs::directory_entry &entry : fs::directory_iterator(device_path(given.arguments[0]), error)) {
+        const std::string name = entry.path().filename().string();
+        json object = {{"name", name}, {"bytes", nullptr}};
+        std::error_code gone;
+        if (entry.is_regular_file(gone)) object["bytes"] = entry.file_size(gone);
+        put(object["bytes"].is_null() ? name : name + "  " + object["bytes"].dump(), object);
+    }
+    if (error) throw DeskError("cannot list " + given.arguments[0] + ": " + error.message());
+    return 0;
+}
+
+int send_plain(const Given &given) {
+    const Texts &arguments = given.arguments;
     const Side to = arguments[0] == "camera" ? Side::camera : Side::sdk;
-    std::cout << request(to, arguments[1], arguments[2], arguments.size() > 3 ? arguments[3] : "") << '\n';
+    if (arguments.size() > 3 && json::parse(arguments[3], nullptr, false).is_discarded())
+        throw DeskError("this is no JSON: " + arguments[3]);
+    const std::string reply =
+        request(to, arguments[1], arguments[2], arguments.size() > 3 ? arguments[3] : "");
+    const json parsed = json::parse(reply, nullptr, false);
+    if (!parsed.is_discarded()) return show_all(parsed, given);
+    put(reply, {{"text", reply}});
     return 0;
 }

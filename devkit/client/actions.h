@@ -4,18 +4,18 @@
 
 #include "commands.h"
 
-int order_fault(const Texts &arguments);    // ENDPOINT KIND [VALUE] [COUNT] [NAME=VALUE...]
-int save_audio(const Texts &arguments);     // N FILE
-int save_photo(const Texts &arguments);     // FILE
-int take_snapshot(const Texts &arguments);  // FILE [MODE]
-int talk(const Texts &arguments);           // FILE [PACE]
-int save_frames(const Texts &arguments);    // H264 AAC [SECONDS]
-int reboot_device(const Texts &arguments);  // none
-int call_handler(const Texts &arguments);   // NAME [ARGUMENT...]
-int set_token(const Texts &arguments);      // TOKEN, or "none"
-int recording_log(const Texts &arguments);  // none
-int print_file(const Texts &arguments);     // PATH on the device
-int list_folder(const Texts &arguments);    // PATH on the device
-int send_plain(const Texts &arguments);     // camera|sdk METHOD PATH [JSON]
+int order_fault(const Given &given);    // ENDPOINT KIND [VALUE] [COUNT] [NAME=VALUE...]
+int save_audio(const Given &given);     // N FILE
+int save_photo(const Given &given);     // FILE
+int take_snapshot(const Given &given);  // FILE [MODE]
+int talk(const Given &given);           // FILE [PACE]
+int save_frames(const Given &given);    // H264 AAC [SECONDS]
+int reboot_device(const Given &given);  // none
+int call_handler(const Given &given);   // NAME [ARGUMENT...]
+int set_token(const Given &given);      // TOKEN, or "none"
+int recording_log(const Given &given);  // none
+int print_file(const Given &given);     // PATH on the device
+int list_folder(const Given &given);    // PATH on the device
+int send_plain(const Given &given);     // camera|sdk METHOD PATH [JSON]
 
 #endif

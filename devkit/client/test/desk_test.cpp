@@ -1,78 +1,8 @@
 // The client against a server that answers as told and keeps what it was asked. Runs in a device view.
-#include <gtest/gtest.h>
-#include <httplib.h>
-#include <sys/wait.h>
-
-#include <fstream>
-#include <mutex>
-#include <ostream>
-#include <string>
-#include <thread>
-#include <vector>
-
+#include "desk_fixture.h"
 #include "row_names.h"
 
 namespace {
-
-struct Outcome {
-    std::string output;
-    int exit_code;
-};
-
-Outcome run_desk(const std::string &arguments) {
-    std::FILE *pipe = popen((DESK " " + arguments + " 2>&1").c_str(), "r");
-    Outcome result;
-    for (int character = std::fgetc(pipe); character != EOF; character = std::fgetc(pipe)) {
-        result.output += static_cast<char>(character);
-    }
-    result.exit_code = WEXITSTATUS(pclose(pipe));
-    return result;
-}
-
-class Desk : public testing::Test {
-  protected:
-    Desk() {
-        const auto keep = [this](const httplib::Request &request, httplib::Response &response) {
-            const std::lock_guard lock(mutex_);
-            asked_ += request.method + " " + request.target +
-                      (request.body.empty() ? "" : " " + request.body) + "\n";
-            response.status = status_;
-            response.set_content(reply_, "application/json");
-        };
-        server_.Get(".*", keep).Put(".*", keep).Post(".*", keep).Patch(".*", keep).Delete(".*", keep);
-        const int port = server_.bind_to_any_port("127.0.0.1");
-        listener_ = std::thread([this] { server_.listen_after_bind(); });
-        std::ofstream("/tmp/camera.json") << "{\"cgi\":1,\"control\":" << port << ",\"pid\":2}";
-        std::ofstream("/tmp/sdk.json") << "{\"port\":" << port << ",\"pid\":2}";
-        setenv("DESK_RUN", "/tmp", 1);
-        while (!server_.is_running()) std::this_thread::yield();
-    }
-
-    ~Desk() override {
-        server_.stop();
-        listener_.join();
-    }
-
-    // What the client has asked, a line each.
-    std::string asked() {
-        const std::lock_guard lock(mutex_);
-        return asked_;
-    }
-
-    void answer(const std::string &reply, int status = 200) {
-        const std::lock_guard lock(mutex_);
-        reply_ = reply;
-        status_ = status;
-    }
-
-  private:
-    std::mutex mutex_;
-    std::string asked_;
-    std::string reply_ = "{}";
-    int status_ = 200;
-    httplib::Server server_;
-    std::thread listener_;
-};
 
 struct RequestCase {
     const char *arguments, *request;
@@ -137,26 +67,26 @@ struct ReplyCase {
 
 constexpr char kDone[] = R"({"results":[{"result":0}]})";
 constexpr char kAlarm[] =
-    R"({"total":4,"alarms":[{"seq":4,"index":1,"name":"alarm","status":13,"result":0,"real_ms":12,"tid":3}]})";
+    R"({"total":4,"alarms":[{"seq":4,"index":1,"name":"alarm","status":13,"result":0,"time":61,"real_ms":12,"tid":3}]})";
 constexpr char kRequest[] =
-    R"([{"seq":7,"time_ms":12,"status":200,"method":"POST","target":"/CGI/A?B","body":"x\ny"},
-        {"seq":8,"time_ms":13,"status":null,"method":"GET","target":"/","body":""}])";
+    R"([{"seq":7,"time_ms":12.3,"end_ms":15.2,"status":200,"method":"POST","target":"/CGI/A?B","body":"x\ny"},
+        {"seq":8,"time_ms":13999.1234,"status":null,"method":"GET","target":"/","body":""}])";
 
 const ReplyCase kReplies[] = {
     {.arguments = "alarms",
      .request = "GET /alarms",
      .reply = kAlarm,
-     .output = "{1, \"alarm\", 13}  seq 4, result 0, 12 ms\n",
+     .output = "00:01:01  battery low  {1, \"alarm\", 13}  seq 4\n",
      .exit_code = 0},
     {.arguments = "alarms 3",
      .request = "GET /alarms?since=3",
      .reply = kAlarm,
-     .output = "{1, \"alarm\", 13}  seq 4, result 0, 12 ms\n",
+     .output = "00:01:01  battery low  {1, \"alarm\", 13}  seq 4\n",
      .exit_code = 0},
     {.arguments = "camera requests 2",
      .request = "GET /requests?limit=2",
      .reply = kRequest,
-     .output = "7  12 ms  200  POST /CGI/A?B  x y\n8  13 ms  null  GET /\n",
+     .output = "7  0.012 s  3 ms  200  POST /CGI/A?B  x y\n8  13.999 s  no end  no reply  GET /\n",
      .exit_code = 0},
     {.arguments = "camera state recording active",
      .request = "GET /state",
@@ -171,57 +101,89 @@ const ReplyCase kReplies[] = {
     {.arguments = "state nothing",
      .request = "GET /state",
      .reply = R"({"pid":1})",
-     .output = "desk: there is no nothing\n",
+     .output = "desk: nothing is no member. There are: pid\n",
      .exit_code = 1},
     {.arguments = "read md_armed",
      .request = R"(POST /call {"args":["md_armed"],"name":"get_device_param"})",
      .reply = R"({"results":[{"result":1,"value":"1"}]})",
      .output = "1\n",
      .exit_code = 0},
-    {.arguments = "status x",
-     .request = R"(POST /call {"args":["x"],"name":"get_device_status"})",
+    {.arguments = "status Battery",
+     .request = R"(POST /call {"args":["Battery"],"name":"get_device_status"})",
      .reply = R"({"results":[{"result":5,"value":"ERROR"}]})",
-     .output = "ERROR\n",
+     .output = "desk: status Battery: ERROR: the camera did not answer, or does not have it\n",
      .exit_code = 1},
     {.arguments = "write md_armed 1",
      .request = R"(POST /call {"args":["md_armed","1"],"name":"set_device_param"})",
      .reply = kDone,
-     .output = "result 0\n",
+     .output = "0: done\n",
      .exit_code = 0},
     {.arguments = "upgrade",
      .request = R"(POST /call {"args":["doOTA","1"],"name":"set_device_param"})",
      .reply = R"({"results":[{"result":-1}]})",
-     .output = "result -1\n",
+     .output = "desk: -1: it was not done: the camera did not answer or refused, or it cannot be done now\n",
      .exit_code = 1},
     {.arguments = "ptz 30 1",
      .request = R"(POST /call {"args":[30,1],"name":"ptz_direction_control"})",
      .reply = kDone,
-     .output = "result 0\n",
+     .output = "0: done\n",
      .exit_code = 0},
     {.arguments = "record start 20",
      .request = R"(POST /call {"args":[20],"name":"start_recording_video"})",
      .reply = R"({"results":[{"result":-10}]})",
-     .output = "result -10\n",
+     .output = "desk: -10: a recording runs already\n",
      .exit_code = 1},
     {.arguments = "record stop",
      .request = R"(POST /call {"args":[],"name":"stop_recording_video"})",
      .reply = kDone,
-     .output = "result 0\n",
+     .output = "0: done\n",
      .exit_code = 0},
     {.arguments = "connection 1",
      .request = R"(POST /call {"args":[1],"name":"notify_Z55_connection_status"})",
      .reply = R"({"results":[{}]})",
-     .output = "",
+     .output = "done\n",
      .exit_code = 0},
     {.arguments = "call alarm_func 14",
      .request = R"(POST /call {"args":[14],"name":"alarm_func"})",
      .reply = kDone,
-     .output = "{\"result\":0}\n",
+     .output = "result 0\n",
+     .exit_code = 0},
+    {.arguments = "status Temp_now_status",
+     .request = R"(POST /call {"args":["Temp_now_status"],"name":"get_device_status"})",
+     .reply = R"({"results":[{"result":2,"value":"24"}]})",
+     .output = "24 °C\n",
+     .exit_code = 0},
+    {.arguments = "call alarm_func x",
+     .request = R"(POST /call {"args":["x"],"name":"alarm_func"})",
+     .reply = R"({"results":[{"error":"must be a number"}]})",
+     .output = "desk: the SDK refuses the call: must be a number\n",
+     .exit_code = 1},
+    {.arguments = "ptz 42 2",
+     .request = R"(POST /call {"args":[42,2],"name":"ptz_direction_control"})",
+     .reply = R"({"results":[{"error":"vanished"}]})",
+     .output = "desk: the SDK refuses the call: vanished\n",
+     .exit_code = 1},
+    {.arguments = "camera faults",
+     .request = "GET /faults",
+     .reply = "[]",
+     .output = "none\n",
+     .exit_code = 0},
+    {.arguments = "camera faults",
+     .request = "GET /faults",
+     .reply = R"([{"id":1,"kind":"hang"}])",
+     .output = "id 1, kind hang\n",
+     .exit_code = 0},
+    {.arguments = "alarms",
+     .request = "GET /alarms",
+     .reply = R"({"total":0,"alarms":[]})",
+     .output = "none so far\n",
      .exit_code = 0},
     {.arguments = "frames",
      .request = "GET /frames",
-     .reply = R"({"audio":2,"records":{},"video":1})",
-     .output = "{\n  \"audio\": 2,\n  \"video\": 1\n}\n",
+     .reply =
+         R"({"audio":2,"records":{},"video":1,"key_frames":1,"video_bytes":2500000,"audio_bytes":340,"kilobits":512.7})",
+     .output =
+         "video   1 frames, 1 of them key frames, 2.5 MB\naudio   2 frames, 340 bytes\nlately  513 kbit/s\n",
      .exit_code = 0},
 };
 
@@ -236,6 +198,65 @@ TEST_P(DeskReply, is_printed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Commands, DeskReply, testing::ValuesIn(kReplies), by_arguments);
+
+struct JsonCase {
+    const char *arguments, *reply, *output;
+    int exit_code;
+};
+
+const JsonCase kJson[] = {
+    {.arguments = "alarms --json",
+     .reply = R"({"alarms":[{"seq":4,"index":1,"name":"alarm","status":1,"result":0,"time":61}]})",
+     .output =
+         R"({"clock":"00:01:01","index":1,"meaning":"motion","name":"alarm","result":0,"seq":4,"status":1,"time":61})"
+         "\n",
+     .exit_code = 0},
+    {.arguments = "--json camera state stream",
+     .reply = R"({"stream":"HD"})",
+     .output = "{\"stream\":\"HD\"}\n",
+     .exit_code = 0},
+    {.arguments = "camera state --json",
+     .reply = R"({"a":{"b":1}})",
+     .output = "{\"a\":{\"b\":1}}\n",
+     .exit_code = 0},
+    {.arguments = "camera faults --json",
+     .reply = R"([{"id":1},{"id":2}])",
+     .output = "{\"id\":1}\n{\"id\":2}\n",
+     .exit_code = 0},
+    {.arguments = "camera faults --json", .reply = "[]", .output = "", .exit_code = 0},
+    {.arguments = "camera heal --json", .reply = "{}", .output = "{\"done\":true}\n", .exit_code = 0},
+    {.arguments = "camera requests --json",
+     .reply = R"([{"seq":7,"time_ms":12,"status":200,"method":"GET","target":"/","body":""}])",
+     .output = R"({"body":"","method":"GET","seq":7,"status":200,"target":"/","time_ms":12})"
+               "\n",
+     .exit_code = 0},
+    {.arguments = "status Battery --json",
+     .reply = R"({"results":[{"result":2,"value":"90"}]})",
+     .output = R"({"name":"Battery","unit":"%","value":"90"})"
+               "\n",
+     .exit_code = 0},
+    {.arguments = "record start 5 --json",
+     .reply = R"({"results":[{"result":-10}]})",
+     .output = R"({"meaning":"a recording runs already","result":-10})"
+               "\n",
+     .exit_code = 1},
+    {.arguments = "status Battery --json",
+     .reply = R"({"results":[{"result":5,"value":"ERROR"}]})",
+     .output = R"({"error":"status Battery: ERROR: the camera did not answer, or does not have it"})"
+               "\n",
+     .exit_code = 1},
+};
+
+class DeskJson : public Desk, public testing::WithParamInterface<JsonCase> {};
+
+TEST_P(DeskJson, is_an_object_a_line) {
+    answer(GetParam().reply);
+    const Outcome result = run_desk(GetParam().arguments);
+    EXPECT_EQ(result.output, GetParam().output);
+    EXPECT_EQ(result.exit_code, GetParam().exit_code);
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, DeskJson, testing::ValuesIn(kJson), by_arguments);
 
 std::string content(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
@@ -254,15 +275,69 @@ TEST_F(Desk, snapshot_is_decoded_into_its_file) {
     EXPECT_EQ(run_desk("snapshot /tmp/photo.jpg").exit_code, 1);
 }
 
+std::string little_endian(unsigned value, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i) text += static_cast<char>(value >> (8 * i));
+    return text;
+}
+
+std::string wav(unsigned format, unsigned channels, unsigned rate, unsigned bits, const std::string &data) {
+    return "RIFF....WAVEfmt " + little_endian(16, 4) + little_endian(format, 2) + little_endian(channels, 2) +
+           little_endian(rate, 4) + little_endian(rate * 2, 4) + little_endian(2, 2) +
+           little_endian(bits, 2) + "LIST" + little_endian(3, 4) + "abc." + "data" +
+           little_endian(static_cast<unsigned>(data.size()), 4) + data;
+}
+
 TEST_F(Desk, talk_sends_the_samples_of_a_wav_file) {
-    std::ofstream("/tmp/a.wav") << "RIFF....WAVEfmt 1234data....abcd";
+    std::ofstream("/tmp/a.wav") << wav(1, 1, 12000, 16, "abcd");
     EXPECT_EQ(run_desk("talk /tmp/a.wav fast").exit_code, 0);
     EXPECT_EQ(asked(), "POST /talk {\"pace\":\"fast\",\"pcm_base64\":\"YWJjZA==\"}\n");
 }
 
+struct SoundCase {
+    const char *arguments;  // the file's name
+    std::string content;
+    const char *complaint;
+};
+
+const SoundCase kSounds[] = {
+    {"stereo.wav", wav(1, 2, 12000, 16, "abcd"), "12000 Hz, 2 channels, 16 bit; the camera plays"},
+    {"fast.wav", wav(1, 1, 44100, 16, "abcd"), "44100 Hz, 1 channels, 16 bit"},
+    {"coded.wav", wav(7, 1, 12000, 16, "abcd"), "has coded samples"},
+    {"empty.wav", wav(1, 1, 12000, 16, ""), "holds no samples"},
+    {"cut.wav", "RIFF....WAVEfmt ", "is a WAV file without a format"},
+    {"notes.txt", "some text", "is no WAV file, and not called .raw or .pcm"},
+    {"empty.raw", "", "holds no samples"},
+};
+
+class DeskSound : public Desk, public testing::WithParamInterface<SoundCase> {};
+
+TEST_P(DeskSound, that_does_not_fit_is_refused) {
+    const std::string path = std::string("/tmp/") + GetParam().arguments;
+    std::ofstream(path) << GetParam().content;
+    const Outcome result = run_desk("talk " + path);
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_NE(result.output.find("desk: " + path), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find(GetParam().complaint), std::string::npos) << result.output;
+    EXPECT_EQ(asked(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, DeskSound, testing::ValuesIn(kSounds), by_arguments);
+
+TEST_F(Desk, file_without_a_folder_lands_in_the_run_folder) {
+    answer("picture");
+    const std::string from_elsewhere = "cd /tmp/working && " DESK " camera photo ";
+    EXPECT_EQ(run_shell(from_elsewhere + "last.jpg").output, "/tmp/last.jpg: 7 bytes\n");
+    EXPECT_EQ(content("/tmp/last.jpg"), "picture");
+    EXPECT_EQ(run_shell(from_elsewhere + "./last.jpg").output, "./last.jpg: 7 bytes\n");
+    EXPECT_EQ(content("/tmp/working/last.jpg"), "picture");
+    EXPECT_EQ(run_shell(from_elsewhere + "/tmp/none/last.jpg").output,
+              "desk: cannot write /tmp/none/last.jpg: No such file or directory\n");
+}
+
 TEST_F(Desk, error_of_an_interface_is_told) {
     answer(R"({"error":"no such key"})", 400);
-    const Outcome result = run_desk("camera set a b");
+    const Outcome result = run_desk("camera set SD b");
     EXPECT_EQ(result.output, "desk: the camera answers 400: no such key\n");
     EXPECT_EQ(result.exit_code, 1);
 }
@@ -290,16 +365,6 @@ TEST(DeskAlone, says_that_nobody_answers) {
     setenv("DESK_RUN", "/tmp", 1);
     std::ofstream("/tmp/sdk.json") << R"({"port":9})";
     EXPECT_EQ(run_desk("alarms").output, "desk: the SDK does not answer at port 9\n");
-}
-
-TEST(DeskAlone, misuse_ends_with_2_and_help_with_0) {
-    EXPECT_EQ(run_desk("camera set a").output,
-              "usage: desk camera set KEY VALUE    sets a status (MotionEvent 1)\n");
-    EXPECT_EQ(run_desk("camera set a").exit_code, 2);
-    EXPECT_EQ(run_desk("levitate").exit_code, 2);
-    const Outcome help = run_desk("help");
-    EXPECT_EQ(help.exit_code, 0);
-    EXPECT_NE(help.output.find("camera requests [N]"), std::string::npos);
 }
 
 }  // namespace
