@@ -132,7 +132,7 @@ void check_number(const Choice &choice, const std::string &kind, const std::stri
         number <= choice.most)
         return;
     throw DeskError(kind + " is a whole number from " + std::to_string(choice.least) + " to " +
-                    std::to_string(choice.most) + ", not " + text);
+                    std::to_string(choice.most) + ", not " + (text.empty() ? "\"\"" : text));
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <sys/wait.h>
+#include <nlohmann/json.hpp>
 
+#include <condition_variable>
 #include <fstream>
 #include <mutex>
 #include <ostream>
@@ -40,6 +42,7 @@ class Desk : public testing::Test {
             const std::lock_guard lock(mutex_);
             asked_ += request.method + " " + request.target +
                       (request.body.empty() ? "" : " " + request.body) + "\n";
+            arrived_.notify_all();
             response.status = status_;
             response.set_content(reply_, "application/json");
         };
@@ -68,6 +71,13 @@ class Desk : public testing::Test {
         return asked_;
     }
 
+    // Waits until the client has asked this once more, so that what it answers from now on is news to it.
+    void wait_until_asked(const std::string &line) {
+        std::unique_lock lock(mutex_);
+        const size_t from = asked_.size();
+        arrived_.wait(lock, [&] { return asked_.find(line + "\n", from) != std::string::npos; });
+    }
+
     void answer(const std::string &reply, int status = 200) {
         const std::lock_guard lock(mutex_);
         reply_ = reply;
@@ -76,6 +86,7 @@ class Desk : public testing::Test {
 
   private:
     std::mutex mutex_;
+    std::condition_variable arrived_;
     std::string asked_;
     std::string reply_ = "{}";
     int status_ = 200, port_ = 0;

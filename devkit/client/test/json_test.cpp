@@ -1,0 +1,68 @@
+// --json: one object a line and nothing else.
+#include "desk_fixture.h"
+#include "row_names.h"
+
+namespace {
+
+constexpr auto by_arguments = [](const auto &row) { return case_name(row.param.arguments); };
+
+struct JsonCase {
+    const char *arguments, *reply, *output;
+    int exit_code;
+};
+
+const JsonCase kJson[] = {
+    {.arguments = "alarms --json",
+     .reply = R"({"alarms":[{"seq":4,"index":1,"name":"alarm","status":1,"result":0,"time":61}]})",
+     .output =
+         R"({"clock":"00:01:01","index":1,"meaning":"motion","name":"alarm","result":0,"seq":4,"status":1,"time":61})"
+         "\n",
+     .exit_code = 0},
+    {.arguments = "--json camera state stream",
+     .reply = R"({"stream":"HD"})",
+     .output = "{\"stream\":\"HD\"}\n",
+     .exit_code = 0},
+    {.arguments = "camera state --json",
+     .reply = R"({"a":{"b":1}})",
+     .output = "{\"a\":{\"b\":1}}\n",
+     .exit_code = 0},
+    {.arguments = "camera faults --json",
+     .reply = R"([{"id":1},{"id":2}])",
+     .output = "{\"id\":1}\n{\"id\":2}\n",
+     .exit_code = 0},
+    {.arguments = "--json camera faults", .reply = "[]", .output = "", .exit_code = 0},
+    {.arguments = "camera heal --json", .reply = "{}", .output = "{\"done\":true}\n", .exit_code = 0},
+    {.arguments = "camera requests --json",
+     .reply = R"([{"seq":7,"time_ms":12,"status":200,"method":"GET","target":"/","body":""}])",
+     .output = R"({"body":"","method":"GET","seq":7,"status":200,"target":"/","time_ms":12})"
+               "\n",
+     .exit_code = 0},
+    {.arguments = "status Battery --json",
+     .reply = R"({"results":[{"result":2,"value":"90"}]})",
+     .output = R"({"name":"Battery","unit":"%","value":"90"})"
+               "\n",
+     .exit_code = 0},
+    {.arguments = "record start 5 --json",
+     .reply = R"({"results":[{"result":-10}]})",
+     .output = R"({"meaning":"a recording runs already","result":-10})"
+               "\n",
+     .exit_code = 1},
+    {.arguments = "status Battery --json",
+     .reply = R"({"results":[{"result":5,"value":"ERROR"}]})",
+     .output = R"({"error":"status Battery: ERROR: the camera did not answer, or does not have it"})"
+               "\n",
+     .exit_code = 1},
+};
+
+class DeskJson : public Desk, public testing::WithParamInterface<JsonCase> {};
+
+TEST_P(DeskJson, is_an_object_a_line) {
+    answer(GetParam().reply);
+    const Outcome result = run_desk(GetParam().arguments);
+    EXPECT_EQ(result.output, GetParam().output);
+    EXPECT_EQ(result.exit_code, GetParam().exit_code);
+}
+
+INSTANTIATE_TEST_SUITE_P(Commands, DeskJson, testing::ValuesIn(kJson), by_arguments);
+
+}  // namespace
