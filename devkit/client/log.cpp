@@ -69,10 +69,12 @@ class Filter {
         if (given.has("--grep")) grep_ = given.options.at("--grep");
         if (!given.has("--module")) return;
         module_ = given.options.at("--module");
-        const Texts known = log_module_names();
-        if (std::none_of(known.begin(), known.end(),
-                         [&](const auto &name) { return means_module(module_, name); }))
-            throw DeskError(unknown_text("module", module_, known));
+        Texts known;  // by the names without their folder
+        for (const std::string &name : log_module_names()) {
+            if (means_module(module_, name)) return;
+            known.push_back(name.substr(name.rfind('/') + 1));
+        }
+        throw DeskError(unknown_text("module", module_, known));
     }
 
     std::vector<LogLine> of(const Texts &lines) const {

@@ -152,7 +152,7 @@ Choice choice_of(const Command &command, size_t place, const Texts &before) {
         return choice;
     }
     if (kind == "METHOD") return {"method", {std::begin(kMethods), std::end(kMethods)}};
-    if (words == "camera setting" && place == 2 && before.at(1) == "ENABLE")
+    if (words == "camera setting" && before.size() == 2 && before[1] == "ENABLE")
         return {"value", {std::begin(kOnOff), std::end(kOnOff)}};
     for (const Kind &row : kProperties) {
         if (kind == "PROPERTY" && words == row.name) return choice_of_kind(row);

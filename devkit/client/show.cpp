@@ -96,11 +96,15 @@ int show_frames(const json &reply, const Given &) {
     return 0;
 }
 
-const json &only_result(const json &reply) {
+void check_made(const json &reply) {
     for (const json &result : reply.at("results")) {
         if (result.contains("error"))
             throw DeskError("the SDK refuses the call: " + result["error"].get<std::string>());
     }
+}
+
+const json &only_result(const json &reply) {
+    check_made(reply);
     return reply.at("results").at(0);
 }
 
@@ -136,7 +140,7 @@ int show_result(const json &reply, const Given &given) {
 }
 
 int show_viewer(const json &reply, const Given &given) {
-    only_result(reply);
+    check_made(reply);
     const bool on = std::string(given.command->words) == "watch on";
     put(on ? "a viewer watches" : "nobody watches", {{"watching", on}});
     return 0;
@@ -148,7 +152,7 @@ int show_variable(const json &reply, const Given &) {
 }
 
 int show_calls(const json &reply, const Given &) {
-    only_result(reply);
+    check_made(reply);
     for (const json &result : reply.at("results")) {
         std::string text;
         for (const auto &[name, value] : result.items())

@@ -16,7 +16,10 @@ int show_viewer(const nlohmann::json &reply, const Given &given);
 int show_variable(const nlohmann::json &reply, const Given &given);
 int show_calls(const nlohmann::json &reply, const Given &given);  // every result as it is
 
-// The first result of a call; throws where the SDK says that one could not be made.
+// Throws where the SDK says that a call could not be made.
+void check_made(const nlohmann::json &reply);
+
+// The first result of a call, which was made.
 const nlohmann::json &only_result(const nlohmann::json &reply);
 
 // The result of `handler`: prints it when it is 0, throws its words otherwise.

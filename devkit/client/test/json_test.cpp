@@ -47,7 +47,7 @@ const JsonCase kJson[] = {
      .output = R"({"meaning":"a recording runs already","result":-10})"
                "\n",
      .exit_code = 1},
-    {.arguments = "status Battery --json",
+    {.arguments = "status --json Battery",
      .reply = R"({"results":[{"result":5,"value":"ERROR"}]})",
      .output = R"({"error":"status Battery: ERROR: the camera did not answer, or does not have it"})"
                "\n",
