@@ -78,8 +78,9 @@ TEST_F(Desk, alarms_are_followed_through_a_reboot) {
     EXPECT_NE(follower.line().find("\"seq\":7"), std::string::npos);
     answer("{}", 503);
     wait_until_asked("GET /alarms?since=7");
-    answer(alarms(1, 19));
     start_agent(3);
+    wait_until_asked("GET /alarms");  // from the first on, as the new agent counts
+    answer(alarms(1, 19));
     std::string line = follower.line();
     while (line.find("\"seq\":1,") == std::string::npos && line != "the end") line = follower.line();
     EXPECT_NE(line.find("\"meaning\":\"upgrade: succeeded\""), std::string::npos) << line;
@@ -172,7 +173,7 @@ TEST_F(DeskLog, is_followed_with_times_and_through_a_new_file) {
     append("inning..\n");
     const std::regex timed(R"(\d\d:\d\d:\d\d  agent/loginout            Loginning\.\.)");
     EXPECT_TRUE(std::regex_match(follower.line(), timed));
-    std::ofstream("/tmp/new.log") << "Getting Session Key...\n";
+    std::ofstream("/tmp/new.log") << "Getting Session Key...\n" << std::string(500, '-') << '\n';
     rename("/tmp/new.log", "/tmp/agent.log");
     EXPECT_TRUE(std::regex_match(follower.line(),
                                  std::regex(R"(\d\d:\d\d:\d\d  agent/loginout +Getting Session Key\.\.\.)")));
