@@ -97,9 +97,10 @@ extern "C" {
 
 CURLcode __real_curl_easy_setopt(CURL *handle, CURLoption option, ...);
 
-CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
+CURLcode __wrap_curl_easy_setopt(CURL *handle, int number, ...) {
+    const CURLoption option = static_cast<CURLoption>(number);
     va_list arguments;
-    va_start(arguments, option);
+    va_start(arguments, number);
     void *value = va_arg(arguments, void *);  // a pointer or a long: the agent sets no other kind
     va_end(arguments);
     if (option == CURLOPT_URL) post = nullptr;  // the first that is set of a request
