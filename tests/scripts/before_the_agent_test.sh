@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# shellcheck disable=SC2317 # cases are called by their names
+# shellcheck disable=SC2016,SC2317 # cases are called by their names; what fakes do is expanded when they run
 # before_the_agent_test.sh CASE: what ./run and ./test say before the agent runs, in the situations that a first contact can
 # be. Each function named test_... is a case of ctest.
 . "$(dirname "$0")/situation.sh"
@@ -46,6 +46,69 @@ test_options_reach_ctest() {
   called 'cmake --build --preset debug'
   called 'ctest --preset debug -j [0-9]+ .*-R a b -V'
   FAKE_TESTS=8 outcome 8 ./test
+}
+
+test_fuzz_takes_seconds() {
+  outcome 2 ./test --fuzz soon
+  says "test: --fuzz takes whole seconds, not 'soon'; ./test --help tells more"
+  outcome 2 ./test --fuzz= --rebuild
+  says "test: --fuzz takes whole seconds, not ''"
+  outcome 2 ./test --fuzz 0
+  says "test: --fuzz takes whole seconds, not '0'"
+  outcome 2 ./test --fuzz 5 -R x
+  says 'test: --fuzz goes with no other option but --rebuild'
+  outcome 2 ./test --fuzz --preset asan
+  says 'test: --fuzz goes with no other option but --rebuild'
+  called_not '^(apt-get|cmake)'
+}
+
+# fuzzers_that SCRIPT: what the targets "first" and "second" do in place of libFuzzer, in a view that is none.
+fuzzers_that() {
+  local target
+  mkdir -p fuzz build/fuzz/fuzz build/release/devkit/device
+  printf '# a comment\nfirst  a.cpp\nsecond b.cpp c.cpp\n' >fuzz/targets
+  for target in first second; do
+    mkdir -p "fuzz/corpus/$target"
+    { printf '#!/bin/bash\necho "%s $*" >>"$work/calls"\n' "fuzz_$target" && echo "$1"; } >"build/fuzz/fuzz/fuzz_$target"
+    chmod 755 "build/fuzz/fuzz/fuzz_$target"
+  done
+  printf '#!/bin/bash\nwhile [ "$1" != -- ]; do shift; done\nshift\n"$@"\n' >build/release/devkit/device/device-view
+  chmod 755 build/release/devkit/device/device-view
+  fake llvm-profdata <<<':'
+  fake llvm-cov <<<'echo "TOTAL 9 0 90.00% 9 0 91.00% 9 0 97.50% 9 0 9%"'
+}
+
+test_fuzz_prints_each_targets_figures() {
+  fuzzers_that 'echo "stat::number_of_executed_units: 1234" >&2; echo "stat::average_exec_per_sec: 617" >&2
+    echo profile >"$LLVM_PROFILE_FILE"'
+  outcome 0 ./test --fuzz
+  called 'cmake --build --preset fuzz --target fuzzers'
+  called 'fuzz_first .*-max_total_time=30 .*fuzz/first.dict .*fuzz/corpus/first$'
+  called 'fuzz_second .*-max_total_time=30 '
+  says 'first            1234 executions      617 a second, lines 97.50% of a.cpp' 'lines 97.50% of b.cpp c.cpp'
+  called_not '^ctest'
+  : >"$work/calls"
+  outcome 0 ./test --fuzz=7
+  called 'fuzz_first .*-max_total_time=7 '
+}
+
+test_fuzz_keeps_what_it_finds_made_small() {
+  fuzzers_that 'for word; do case $word in
+      -artifact_prefix=*) folder=${word#*=} ;;
+      -exact_artifact_path=*) printf small >"${word#*=}" && exit 1 ;;
+    esac; done
+    [[ $0 == *second ]] || exit 0
+    printf "large input" >"${folder}crash-1"; echo "VIOLATED: a rule" >&2; exit 77'
+  outcome 123 ./test --fuzz 1
+  says 'VIOLATED: a rule' 'second: it fails with fuzz/corpus/second/found-' 'second: failed (log: build/fuzz/run/second/log)'
+  says_not 'first: failed'
+  [ "$(cat fuzz/corpus/second/found-*)" = small ] || wrong "the seed is not the small input"
+  [ -z "$(ls fuzz/corpus/first)" ] || wrong "a seed without a finding"
+}
+
+test_fuzz_installs_its_own_packages() {
+  FAKE_MISSING='libclang-rt-14-dev clang-tidy' FAKE_APT='E: no' outcome 1 ./test --fuzz 1
+  called 'apt-get install -y --no-install-recommends libclang-rt-14-dev -q'
 }
 
 test_slowest_tests_close_the_run() {
