@@ -75,7 +75,9 @@ fuzzers_that() {
   printf '#!/bin/bash\nwhile [ "$1" != -- ]; do shift; done\nshift\n"$@"\n' >build/release/devkit/device/device-view
   chmod 755 build/release/devkit/device/device-view
   fake llvm-profdata <<<':'
-  fake llvm-cov <<<'echo "TOTAL 9 0 90.00% 9 0 91.00% 9 0 97.50% 9 0 9%"'
+  fake llvm-cov <<'F'
+printf '%s 9 0 90.00%% 9 0 91.00%% %s 9.00%% 9 0 -\n' x/a.cpp '40 1' x/b.cpp '90 9' c.cpp '10 0' x/aa.cpp '40 40' TOTAL '9 9'
+F
 }
 
 test_fuzz_prints_each_targets_figures() {
@@ -85,7 +87,7 @@ test_fuzz_prints_each_targets_figures() {
   called 'cmake --build --preset fuzz --target fuzzers'
   called 'fuzz_first .*-max_total_time=30 .*fuzz/first.dict .*fuzz/corpus/first$'
   called 'fuzz_second .*-max_total_time=30 '
-  says 'first            1234 executions      617 a second, lines 97.50% of a.cpp' 'lines 97.50% of b.cpp c.cpp'
+  says 'first            1234 executions      617 a second, 97.5 % of the lines of a.cpp' '91.0 % of the lines of b.cpp c.cpp'
   called_not '^ctest'
   : >"$work/calls"
   outcome 0 ./test --fuzz=7
