@@ -5,6 +5,7 @@
 
 #include "agent/exchange.h"
 #include "agent/loginout.h"
+#include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
 #include "agent/utils/reply_text.h"
 #include "exports.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr char kFirmwareVersion[] = "/tmp/FWVER.txt";
+constexpr char kCookie[] = "/tmp/cookie";
 
 // The sinks, and what they should hold.
 struct Sinks {
@@ -89,9 +91,24 @@ std::optional<std::string> reference_key(const wire::Answer &answer) {
     return key;
 }
 
-void check_login(const wire::Answer &answer) {
+// What the configuration gives back of a key that a login has stored: a line of its own, cut to a key's
+// buffer.
+std::string reference_stored(const std::string &key) {
+    std::string stored = key.substr(0, key.find_first_of("\r\n"));
+    while (!stored.empty() && is_space(stored.back())) stored.pop_back();
+    return stored;
+}
+
+void check_firmware_version(const wire::Answer &answer, bool succeeds) {
     std::string body;
     for (const std::string &piece : answer.pieces) body += until_nul(piece);
+    const auto version = find_xml_value(body, "FWVER");
+    const bool written = access(kFirmwareVersion, F_OK) == 0;
+    check(written == (succeeds && version), "the firmware version is kept where the login tells one");
+    if (written) check(read_file(kFirmwareVersion) == *version, "it is gathered from all pieces");
+}
+
+void check_login(const wire::Answer &answer) {
     const auto key = reference_key(answer);
     const bool succeeds = !answer.lost && key;
     wire::configure();
@@ -99,22 +116,62 @@ void check_login(const wire::Answer &answer) {
     wire::script({answer});
     check((login() == 0) == succeeds, "a login succeeds with an answer that holds a key");
     check(wire::posted()[0] == "password=secret", "the login posts the password");
-    // Of a key that a line cannot hold nothing is stored.
-    const bool storable = succeeds && (key->empty() || !is_space((*key)[0]));
-    if (storable) check(conf_value("SESSION_KEY") == *key, "the key is stored as it came");
-    if (!succeeds) check(conf_value("SESSION_KEY") == "12345", "without one the configuration stays");
+    check(conf_value("SESSION_KEY") == (succeeds ? reference_stored(*key) : "12345"),
+          "the key is stored as it came; without one the configuration stays");
     check(conf_value("PASSWORD") == "secret", "and the rest of the configuration stays");
-    const auto version = find_xml_value(body, "FWVER");
-    const bool written = access(kFirmwareVersion, F_OK) == 0;
-    check(written == (succeeds && version), "the firmware version is kept where the login tells one");
-    if (written) check(read_file(kFirmwareVersion) == *version, "it is gathered from all pieces");
+    check_firmware_version(answer, succeeds);
+}
+
+// The start-up's: it tries until there is a usable key.
+void check_session_key(const wire::Answer &answer) {
+    const auto first = reference_key(answer);
+    std::string key = first && !answer.lost ? reference_stored(*first).substr(0, kSessionKeySize - 1) : "";
+    if (key.empty() || key.rfind("(null)", 0) == 0) key = "77";
+    wire::configure();
+    wire::script({answer, {.headers = {"Set-Cookie: Session=77;"}}});
+    check(getSessionKey(session_key_buffer) == 0, "a key comes in the end");
+    check(session_key_buffer == key, "the key is the first usable one");
+    check(read_file(kCookie) == (" Set-Cookie: Session=" + key + "\n").substr(0, 63),
+          "the cookie file holds it");
+}
+
+void check_requests(const wire::Answer &answer) {
+    const auto piece = wire::reference_last_piece(answer);
+    const bool succeeds = wire::reference_succeeds(answer);
+    wire::script({answer, answer});
+    const Reply got = curl_GET("http://camera/");
+    check(bool(got) == (succeeds && piece), "a GET gives the reply of a success");
+    if (got) check(*got == *piece, "a reply is its last piece");
+    check((curl_POST("http://camera/", "body") == 0) == !answer.lost, "a POST succeeds whatever the status");
+    check(std::string(response != nullptr ? response : "") == piece.value_or(""),
+          "the reply to a POST is kept");
+}
+
+void check_header(const wire::Answer &answer) {
+    for (const std::string &line : answer.headers) {
+        const std::string text = until_nul(line);
+        const auto key = getSessionKeyInHeader(text.c_str());
+        check(key == reference_key({.headers = {line}}), "a line's key begins behind Session=");
+    }
+}
+
+void check_without_configuration() {
+    unlink(kConfPath);
+    check(login() == -1, "without a configuration there is no login");
 }
 
 }  // namespace
 
-void prepare() {}
+void prepare() {
+    wire::start_queue();
+}
 
 void try_input(Input input) {
     give_pieces(input);
-    check_login(wire::take_answer(input));
+    const wire::Answer answer = wire::take_answer(input);
+    check_header(answer);
+    check_login(answer);
+    check_session_key(answer);
+    check_requests(answer);
+    check_without_configuration();
 }

@@ -1,21 +1,24 @@
 // What shell tools print: whether they fail, then the texts of netstat, ifconfig and df, each up to 0xFF.
+// Then the camera's answer to who it is.
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <cstring>
 
 #include "agent/network.h"
-#include "agent/utils/shell_file.h"
+#include "agent/utils/conf_file.h"
+#include "agent/utils/reply_text.h"
 #include "exports.h"
 #include "fake_os.h"
 #include "fake_vendor.h"
-#include "support/fuzz.h"
+#include "support/wire.h"
 
 namespace {
 
 constexpr size_t kMostText = 65536 + 1023;  // that is read of an output file
 
 std::string routes, interfaces, card;
-bool fails = false;
+bool fails = false, ping_fails = false;
 
 bool has(const std::string &text, const char *part) {
     return text.find(part) != std::string::npos;
@@ -26,7 +29,7 @@ fake_os::ShellResult answer(const std::string &command) {
     const std::string &text = has(command, "netstat") ? routes : has(command, "df -m") ? card : interfaces;
     const size_t arrow = command.find(" > ");
     if (arrow != std::string::npos) write_file(command.c_str() + arrow + 3, text);
-    return {fails ? 256 : 0, text};
+    return {fails || (ping_fails && command.starts_with("ping")) ? 256 : 0, text};
 }
 
 bool is_digit(char c) {
@@ -102,7 +105,7 @@ void check_card(const char *name) {
 void check_connection(bool wlan, const std::optional<std::string> &gateway) {
     fake_vendor::reset();
     notify_Z55_connection_status(1);
-    const bool answers = wlan && gateway && !fails;
+    const bool answers = wlan && gateway && !ping_fails;
     check(fake_vendor::calls() == Texts{answers ? "send_cloud_status(3)" : "send_cloud_status(2)"},
           "a lost cloud is the local network's where the gateway does not answer");
     for (const std::string &command : fake_os::shell_commands()) {
@@ -112,14 +115,28 @@ void check_connection(bool wlan, const std::optional<std::string> &gateway) {
     }
 }
 
+void check_uuid(const wire::Answer &answer) {
+    wire::configure();
+    wire::script({answer, {.headers = {"HTTP/1.1 200"}, .pieces = {"<UUID>second</UUID>"}}});
+    const auto reply = wire::reference_succeeds(answer) ? wire::reference_last_piece(answer) : std::nullopt;
+    const auto first = reply ? find_xml_value(*reply, "UUID") : std::nullopt;
+    check(get_uuid() == first.value_or("second"), "the camera is asked for its UUID until it answers");
+    unlink(kConfPath);
+    check(!get_uuid(), "without a configuration there is no UUID");
+}
+
 }  // namespace
 
-void prepare() {}
+void prepare() {
+    wire::start_queue();
+}
 
 void try_input(Input input) {
     fake_os::reset();
     fake_os::on_shell(answer);
-    fails = input.byte() == 1;
+    const uint8_t choice = input.byte();
+    fails = choice % 4 == 1;
+    ping_fails = choice % 4 == 2;
     routes = input.text();
     interfaces = input.text();
     card = input.text();
@@ -133,4 +150,8 @@ void try_input(Input input) {
     check_connection(wlan, gateway);
     check_card("sdcardquota");
     check_card("Sdsize");
+    fake_vendor::reset();
+    notify_Z55_connection_status(0);
+    check(fake_vendor::calls() == Texts{"send_cloud_status(1)"}, "a cloud that is there is reported");
+    check_uuid(wire::take_answer(input));
 }

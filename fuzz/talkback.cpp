@@ -21,12 +21,12 @@ std::deque<std::string> clips;
 bool open_clip = false;
 uint32_t last_sequence = 0, started = 0, now = 0;
 
-int reference_play(uint32_t sequence, const std::string &sound) {
+int reference_play(uint32_t sequence, const std::string &sound, bool refused) {
     const bool goes_on = open_clip && sequence != 0 && sequence >= last_sequence && now - started < kTicks &&
                          kHeader + clips.back().size() < kFull;
     if (!goes_on) {
         open_clip = false;
-        if (clips.size() == kMostClips) return -1;
+        if (clips.size() == kMostClips || refused) return -1;
         clips.emplace_back();
         open_clip = true;
         started = now;
@@ -89,8 +89,11 @@ void deliver(Input &input) {
                          0,
                          no_data ? input.number() : static_cast<uint32_t>(data.size),
                          no_data ? nullptr : reinterpret_cast<uint8_t *>(data.data.get())};
-    const int expected = reference_play(sequence, sound);
-    check(device_play_audio(&frame) == expected, "a frame is refused while 32 clips are alive");
+    const bool refused = kind % 16 == 9;
+    threads::refuse(refused);
+    const int expected = reference_play(sequence, sound, refused);
+    check(device_play_audio(&frame) == expected,
+          "a frame is refused while 32 clips are alive, or without a thread");
     check(threads::waiting() == static_cast<int>(clips.size()), "frames that follow each other share a clip");
 }
 
@@ -99,6 +102,8 @@ void deliver(Input &input) {
 void prepare() {
     wire::start_queue();
     threads::hold();
+    check(waitAndPlay(nullptr) == nullptr, "no clip is no harm");
+    check(device_play_audio(nullptr) == -1, "no frame is refused");
 }
 
 void try_input(Input input) {

@@ -80,12 +80,12 @@ int reference_number(std::string_view text) {
     while (at < text.size() && is_space(text[at])) at++;
     const bool negative = at < text.size() && text[at] == '-';
     if (at < text.size() && (text[at] == '-' || text[at] == '+')) at++;
-    __int128 value = 0;
+    long long value = 0;
     for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; at++) {
         if (value <= UINT_MAX) value = value * 10 + (text[at] - '0');
     }
     if (negative) value = -value;
-    return static_cast<int>(std::clamp<__int128>(value, INT_MIN, INT_MAX));
+    return static_cast<int>(std::clamp<long long>(value, INT_MIN, INT_MAX));
 }
 
 std::string until_nul(std::string_view text) {

@@ -1,5 +1,6 @@
 #include "threads.h"
 
+#include <errno.h>
 #include <pthread.h>
 #include <time.h>
 
@@ -8,7 +9,7 @@
 
 namespace {
 
-thread_local bool holding = false;
+thread_local bool holding = false, refusing = false;
 std::deque<std::pair<void *(*)(void *), void *>> held;
 long ticks = 0;
 
@@ -18,6 +19,10 @@ namespace threads {
 
 void hold() {
     holding = true;
+}
+
+void refuse(bool all) {
+    refusing = all;
 }
 
 void set_clock(long now) {
@@ -47,6 +52,7 @@ clock_t __real_clock();
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*routine)(void *),
                           void *argument) {
     if (!holding) return __real_pthread_create(thread, attributes, routine, argument);
+    if (refusing) return EAGAIN;
     held.emplace_back(routine, argument);
     *thread = pthread_self();
     return 0;

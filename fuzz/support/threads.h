@@ -9,6 +9,9 @@ namespace threads {
 void hold();
 void set_clock(long ticks);
 
+// Whether such a pthread_create fails, with EAGAIN.
+void refuse(bool all);
+
 // Runs the thread that has waited longest, on this one; false when there is none.
 bool run_next();
 int waiting();

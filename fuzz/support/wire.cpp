@@ -86,7 +86,8 @@ void start_queue() {
 void configure() {
     fake_os::reset();
     write_file(kConfPath,
-               "hostIP=camera\nITEM_DEVICE=Cam\nITEM_STREAM=Live\nPASSWORD=secret\nSESSION_KEY=12345\n");
+               "hostIP=camera\nITEM_DEVICE=Cam\nITEM_STREAM=Live\nPASSWORD=secret\nSESSION_KEY=12345\n"
+               "COOKIE=/tmp/cookie\n");
     copy_text(hostIP, "camera");
     copy_text(session_key_buffer, "12345");
 }
