@@ -173,5 +173,8 @@ void try_input(Input input) {
     check_login(answer);
     check_session_key(answer);
     check_requests(answer);
+    load_login_settings();
+    check(std::string(hostIP) == "camera" && std::string(password) == "secret",
+          "the login's settings are loaded");
     check_without_configuration();
 }

@@ -24,7 +24,8 @@ const char *const kNames[] = {"Battery",      "Adapt",           "firmware_newve
                               "td_armed",     "td_up",           "td_down",         "pd_armed",
                               "csd_armed",    "sdcard_armed",    "pd_setting",      "sdcard_setting",
                               "csd_setting",  "Csdnimbo",        "reboot",          "save_param",
-                              "resolution",   "high_definition", "sdformat",        "resolution_capability"};
+                              "resolution",   "high_definition", "sdformat",        "resolution_capability",
+                              "sdcardquota",  "Sdsize"};
 
 // A known name, or any but those that record or upgrade: they keep a state from one input to the next.
 std::string take_name(Input &input) {

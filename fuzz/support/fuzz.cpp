@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "wire.h"
+
 namespace {
 
 int voice = 2;  // standard error, also where the product's is closed
@@ -105,5 +107,6 @@ extern "C" __attribute__((visibility("default"))) int LLVMFuzzerInitialize(int *
 extern "C" __attribute__((visibility("default"))) int LLVMFuzzerTestOneInput(const uint8_t *data,
                                                                              size_t size) {
     try_input(Input({reinterpret_cast<const char *>(data), size}));
+    wire::forget();
     return 0;
 }

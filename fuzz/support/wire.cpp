@@ -9,6 +9,8 @@
 #include "agent/utils/conf_file.h"
 #include "exports.h"
 #include "fake_os.h"
+#include "fake_vendor.h"
+#include "z55cgi.h"
 
 namespace {
 
@@ -25,6 +27,7 @@ long post_size = 0;
 
 std::vector<wire::Answer> answers;
 size_t performed = 0;
+bool queue_runs = false;
 std::vector<std::string> bodies;
 
 bool give(const Callback &callback, const std::vector<std::string> &pieces) {
@@ -80,6 +83,7 @@ const std::vector<std::string> &posted() {
 }
 
 void start_queue() {
+    queue_runs = true;
     start_curl_thread(nullptr);
 }
 
@@ -90,6 +94,15 @@ void configure() {
                "COOKIE=/tmp/cookie\n");
     copy_text(hostIP, "camera");
     copy_text(session_key_buffer, "12345");
+}
+
+void forget() {
+    script({});
+    // The product keeps the replies to the last two.
+    for (int i = 0; queue_runs && i < 2; i++) (void)curl_POST("http://camera/", "");
+    script({});
+    fake_os::reset();
+    fake_vendor::reset();
 }
 
 }  // namespace wire

@@ -35,6 +35,9 @@ const std::vector<std::string> &posted();
 void start_queue();
 void configure();
 
+// Nothing of an input stays: the next one begins as this one did, and no block is taken for lost.
+void forget();
+
 }  // namespace wire
 
 #endif
