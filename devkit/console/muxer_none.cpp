@@ -1,20 +1,20 @@
 // In the place of muxer.cpp where libavformat's headers are missing: there is no picture.
 #include "muxer.h"
 
-std::string codec_names(const live_frame &, const live_frame *) {
+std::string codec_names(const LiveFrame &, const LiveFrame *) {
     return "";
 }
 
-std::unique_ptr<muxer> muxer::begin(const live_frame &, const live_frame *) {
+std::unique_ptr<Muxer> Muxer::begin(const LiveFrame &, const LiveFrame *) {
     return nullptr;
 }
 
-muxer::~muxer() = default;
+Muxer::~Muxer() = default;
 
-bool muxer::feed(const live_frame &) {
+bool Muxer::feed(const LiveFrame &) {
     return false;
 }
 
-std::string muxer::take() {
+std::string Muxer::take() {
     return "";
 }

@@ -210,7 +210,7 @@ class Jobs : public CameraTest {
     void start(const std::string &path, int priority, int count = 1) {
         const int before = intercept::semaphore_waits();
         for (int i = 0; i < count; i++) {
-            threads.emplace_back([=, this] { succeeded += perform(path, priority) == 0 ? 1 : 0; });
+            threads_.emplace_back([=, this] { succeeded += perform(path, priority) == 0 ? 1 : 0; });
         }
         ASSERT_TRUE(eventually([=] { return intercept::semaphore_waits() >= before + count; }));
     }
@@ -222,12 +222,12 @@ class Jobs : public CameraTest {
     // Lets the worker go on and waits for all jobs that were started.
     void open_gate() {
         {
-            const std::lock_guard<std::mutex> lock(gate_lock);
-            open = true;
-            gate.notify_all();
+            const std::lock_guard<std::mutex> lock(gate_lock_);
+            open_ = true;
+            gate_.notify_all();
         }
-        for (std::thread &thread : threads) thread.join();
-        threads.clear();
+        for (std::thread &thread : threads_) thread.join();
+        threads_.clear();
     }
     Texts paths() const {
         Texts texts;
@@ -242,13 +242,13 @@ class Jobs : public CameraTest {
         return size * count;
     }
     void hold() {
-        std::unique_lock<std::mutex> lock(gate_lock);
-        gate.wait(lock, [this] { return open; });
+        std::unique_lock<std::mutex> lock(gate_lock_);
+        gate_.wait(lock, [this] { return open_; });
     }
-    std::mutex gate_lock;
-    std::condition_variable gate;
-    bool open = false;
-    std::vector<std::thread> threads;
+    std::mutex gate_lock_;
+    std::condition_variable gate_;
+    bool open_ = false;
+    std::vector<std::thread> threads_;
 };
 
 TEST_F(Jobs, OneFailedAndThreeGoodTransfers) {
