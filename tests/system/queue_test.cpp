@@ -65,8 +65,9 @@ TEST(Queue, ThePollGoesBeforeWaitingCommandsAndTheEightyFirstIsRefused) {
     const size_t from = desk.log().size();
     const long since = desk.last_request();
     const auto call = [&](int threads) {
-        desk.sdk("POST", "/call",
-                 {{"name", "get_device_param"}, {"args", {"md_armed"}}, {"threads", threads}, {"async", true}});
+        desk.sdk(
+            "POST", "/call",
+            {{"name", "get_device_param"}, {"args", {"md_armed"}}, {"threads", threads}, {"async", true}});
     };
     call(1);
     wait_until("it is under way", [&] { return desk.camera("GET", "/faults").at(0)["hits"] == 1; });

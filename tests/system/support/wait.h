@@ -1,5 +1,5 @@
-// Waiting for a condition, never for a time: looks again every two milliseconds of the machine's clock, after a
-// second every ten: on a busy machine the looking takes its share.
+// Waiting for a condition, never for a time: looks again every two milliseconds of the machine's clock, after
+// a second every ten: on a busy machine the looking takes its share.
 #pragma once
 
 #include <functional>

@@ -183,7 +183,8 @@ TEST_F(StatusQuery, ASingleKeysErrorIsAMarker) {
 
 TEST_F(StatusQuery, ASingleKeyWithoutReplyIsNothing) {
     camera.go_away();
-    const std::string log = own_lines([] { EXPECT_FALSE(getCameraStatus("777", FakeCamera::kHost, "Temp")); });
+    const std::string log =
+        own_lines([] { EXPECT_FALSE(getCameraStatus("777", FakeCamera::kHost, "Temp")); });
     EXPECT_EQ(log, "getCameraStatus failed. response of perform_curl() is null.\n");
 }
 

@@ -250,8 +250,9 @@ TEST_P(BentWait, lasts_its_bent_length) {
     const double start = real_seconds();
     EXPECT_EQ(GetParam().wait(kLength), GetParam().result);
     const double real_length = real_seconds() - start;
-    EXPECT_GE(bent_seconds(CLOCK_MONOTONIC) - bent_start, kLength * 0.999);
-    EXPECT_GE(real_length, kLength / kSpeed * 0.999);
+    // A socket's time-out is counted in the kernel's ticks, which may end a little early.
+    EXPECT_GE(bent_seconds(CLOCK_MONOTONIC) - bent_start, kLength * 0.99);
+    EXPECT_GE(real_length, kLength / kSpeed * 0.99);
     EXPECT_LT(real_length, kLength / kSpeed + kLate);
 }
 
