@@ -6,6 +6,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <pthread.h>
+
 #include <cstdint>
 
 constexpr double kSpeed = 100;
@@ -43,5 +45,20 @@ inline timespec bent_deadline(clockid_t clock, double seconds) {
 
 // Adds to the offset of the wall clock in BEND_FILE, as another process would.
 void step_wall_clock(double seconds);
+
+// Waits on a condition of that clock that nobody signals; what pthread_cond_timedwait returned.
+inline int wait_on_condition(clockid_t attribute, const timespec &deadline) {
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, attribute);
+    pthread_cond_t condition;
+    pthread_cond_init(&condition, &attributes);
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_lock(&mutex);
+    const int result = pthread_cond_timedwait(&condition, &mutex, &deadline);
+    pthread_mutex_unlock(&mutex);
+    pthread_cond_destroy(&condition);
+    return result;
+}
 
 #endif

@@ -28,18 +28,7 @@
 namespace {
 
 int wait_on_condition(clockid_t attribute, double seconds) {
-    pthread_condattr_t attributes;
-    pthread_condattr_init(&attributes);
-    pthread_condattr_setclock(&attributes, attribute);
-    pthread_cond_t condition;
-    pthread_cond_init(&condition, &attributes);
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    const timespec deadline = bent_deadline(attribute, seconds);
-    pthread_mutex_lock(&mutex);
-    const int result = pthread_cond_timedwait(&condition, &mutex, &deadline);
-    pthread_mutex_unlock(&mutex);
-    pthread_cond_destroy(&condition);
-    return result;
+    return wait_on_condition(attribute, bent_deadline(attribute, seconds));
 }
 
 int wait_with_clock(clockid_t clock, double seconds) {

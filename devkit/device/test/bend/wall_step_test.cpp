@@ -45,20 +45,6 @@ TEST(WallStep, tool_steps_and_shows) {
         EXPECT_NE(system((std::string(BEND_STEP " -- ") + refused + " 2>/dev/null").c_str()), 0) << refused;
 }
 
-int wait_on_condition(clockid_t attribute, const timespec &deadline) {
-    pthread_condattr_t attributes;
-    pthread_condattr_init(&attributes);
-    pthread_condattr_setclock(&attributes, attribute);
-    pthread_cond_t condition;
-    pthread_cond_init(&condition, &attributes);
-    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    pthread_mutex_lock(&mutex);
-    const int result = pthread_cond_timedwait(&condition, &mutex, &deadline);
-    pthread_mutex_unlock(&mutex);
-    pthread_cond_destroy(&condition);
-    return result;
-}
-
 struct WaitCase {
     const char *name;
     clockid_t clock;
