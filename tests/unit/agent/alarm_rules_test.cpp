@@ -9,6 +9,7 @@
 
 #include <climits>
 
+#include "poll_event_rows.h"
 #include "row_names.h"
 
 namespace {
@@ -28,21 +29,14 @@ TEST(AlarmRules, StatusNumbersAreThoseOfTheCloud) {
     EXPECT_EQ(kUpgradeFailedNotice, 20);
 }
 
-struct EventRow {
-    const char *name;
-    AlarmRule rule;
-    int status;
-    const char *period_key, *armed_key, *threshold_key;
-};
-
-class PollEventTable : public testing::TestWithParam<EventRow> {};
+class PollEventTable : public testing::TestWithParam<PollEventRow> {};
 
 std::string text(const char *key) {
     return key != nullptr ? key : "-";
 }
 
 TEST_P(PollEventTable, HoldsTheEvent) {
-    const EventRow &row = GetParam();
+    const PollEventRow &row = GetParam();
     const auto event = std::find_if(std::begin(kPollEvents), std::end(kPollEvents),
                                     [&](const PollEvent &polled) { return text(polled.name) == row.name; });
     ASSERT_NE(event, std::end(kPollEvents));
@@ -53,21 +47,12 @@ TEST_P(PollEventTable, HoldsTheEvent) {
     EXPECT_EQ(text(event->threshold_key), row.threshold_key);
 }
 
-constexpr EventRow kEventRows[] = {
-    {"MotionEvent", AlarmRule::trigger, 1, "-", "-", "-"},
-    {"AudioEvent", AlarmRule::trigger, 3, "-", "-", "-"},
-    {"TemperatureEvent", AlarmRule::temperature, 0, "-", "-", "-"},
-    {"Battery", AlarmRule::low_value, 13, "BATTERY_PERIOD", "BATTERY_ARMED", "BATTERY_LOW"},
-    {"Space", AlarmRule::low_card_space, 11, "SDCARD_PERIOD", "SDCARD_ARMED", "SDCARD_LOW"},
-    {"SD", AlarmRule::missing_card, 15, "SDCARD_PERIOD", "-", "-"},
-};
-
-INSTANTIATE_TEST_SUITE_P(Rows, PollEventTable, testing::ValuesIn(kEventRows),
-                         [](const auto &row) { return std::string(row.param.name); });
+INSTANTIATE_TEST_SUITE_P(Rows, PollEventTable, testing::ValuesIn(kPollEventRows), by_name);
 
 TEST(PollEvents, AreAskedForInThisOrder) {
-    ASSERT_EQ(std::size(kPollEvents), std::size(kEventRows));
-    for (size_t i = 0; i < std::size(kEventRows); i++) EXPECT_STREQ(kPollEvents[i].name, kEventRows[i].name);
+    ASSERT_EQ(std::size(kPollEvents), std::size(kPollEventRows));
+    for (size_t i = 0; i < std::size(kPollEventRows); i++)
+        EXPECT_STREQ(kPollEvents[i].name, kPollEventRows[i].name);
 }
 
 TEST(AlarmRules, LevelIsRaisedOnceAndRecoversOnce) {

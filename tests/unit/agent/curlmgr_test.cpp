@@ -12,6 +12,7 @@
 #include "agent_test.h"
 #include "exports.h"
 #include "intercept.h"
+#include "row_names.h"
 
 namespace {
 
@@ -302,10 +303,15 @@ TEST_F(Jobs, HighPriorityGoesBeforeTheNextDefaultJob) {
     EXPECT_EQ(sizes.size(), 4u) << log;
 }
 
-class FullQueue : public Jobs, public testing::WithParamInterface<int> {};
+struct QueueRow {
+    const char *name;
+    int priority;
+};
+
+class FullQueue : public Jobs, public testing::WithParamInterface<QueueRow> {};
 
 TEST_P(FullQueue, RefusesThe81stJobWhileTheOtherAcceptsJobs) {
-    const int priority = GetParam();
+    const int priority = GetParam().priority;
     const int other = priority == kHighPriority ? kDefaultPriority : kHighPriority;
     std::string log;
     output_of([&] {
@@ -325,8 +331,10 @@ TEST_P(FullQueue, RefusesThe81stJobWhileTheOtherAcceptsJobs) {
     EXPECT_EQ(camera.requests().size(), 82u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Priority, FullQueue, testing::Values(kDefaultPriority, kHighPriority),
-                         [](const auto &row) { return row.param == kHighPriority ? "High" : "Default"; });
+INSTANTIATE_TEST_SUITE_P(Priority, FullQueue,
+                         testing::Values(QueueRow{.name = "High", .priority = kHighPriority},
+                                         QueueRow{.name = "Default", .priority = kDefaultPriority}),
+                         by_name);
 
 TEST_F(Jobs, OtherPrioritiesAreRejected) {
     for (const int priority : {1, 3, -1}) {

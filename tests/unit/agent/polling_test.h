@@ -14,20 +14,20 @@
 #include "agent_test.h"
 #include "exports.h"
 #include "marked_log.h"
+#include "poll_event_rows.h"
 
-inline constexpr char kAllKeys[] = "Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SD";
+inline const std::string kAllKeys = polled_keys();
 
-// A status reply with these values; those of the six events that are not given ask for no alarm.
-inline std::string status(const std::vector<std::pair<std::string, std::string>> &values = {}) {
-    std::vector<std::pair<std::string, std::string>> all = {{"MotionEvent", "0"},      {"AudioEvent", "0"},
-                                                            {"TemperatureEvent", "0"}, {"Battery", "80"},
-                                                            {"Space", "2048"},         {"SD", "2"}};
+// A status reply with these values and without those that are missing; the other events ask for no alarm.
+inline std::string status(const std::vector<std::pair<std::string, std::string>> &values = {},
+                          const std::vector<std::string> &missing = {}) {
     std::string text = "<CameraStatus>";
-    for (auto &[name, value] : all) {
+    for (const PollEventRow &row : polled_events(missing)) {
+        std::string value = row.quiet;
         for (const auto &[given, other] : values) {
-            if (given == name) value = other;
+            if (given == row.name) value = other;
         }
-        text += "<" + name + ">" + value + "</" + name + ">";
+        text += "<" + std::string(row.name) + ">" + value + "</" + row.name + ">";
     }
     return text + "</CameraStatus>";
 }
