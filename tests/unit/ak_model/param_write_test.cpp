@@ -286,27 +286,35 @@ struct ThresholdRow {
     const char *name, *key, *word;
 };
 
-class ParamWriteThreshold : public ParamWrite, public testing::WithParamInterface<ThresholdRow> {};
+class ParamWriteThreshold : public ParamWrite, public testing::WithParamInterface<ThresholdRow> {
+  protected:
+    static std::string conf_with_threshold(const std::string &value) {
+        return std::string("CLOUD_ID=cam1\n") + GetParam().key + "=" + value + "\nPASSWORD=123456\n";
+    }
+    void SetUp() override {
+        ParamWrite::SetUp();
+        write_file("/tmp/working/VeloAgent.conf", conf_with_threshold("9"));
+    }
+};
 
 TEST_P(ParamWriteThreshold, IsStoredAsReceived) {
-    const auto [name, key, word] = GetParam();
+    const std::string name = GetParam().name, word = GetParam().word;
     for (const std::string value : {"15", "fifteen", "", " 7"}) {
-        const Outcome outcome = set(name, value.c_str());
+        const Outcome outcome = set(name.c_str(), value.c_str());
         EXPECT_EQ(outcome.result, 0);
-        EXPECT_LOG(outcome.log,
-                   start_log(name, value) +
-                       trace(std::string("before setting ") + word + " , param_value = " + value) +
-                       trace(std::string("After setting ") + word + " , param_value = " + value));
-        EXPECT_EQ(conf_text(), conf_with(key, value));
+        EXPECT_LOG(outcome.log, start_log(name, value) +
+                                    trace("before setting " + word + " , param_value = " + value) +
+                                    trace("After setting " + word + " , param_value = " + value));
+        EXPECT_EQ(conf_text(), conf_with_threshold(value));
     }
     EXPECT_EQ(camera.seen(), Texts{});
 }
 
 TEST_P(ParamWriteThreshold, AddsNoLinesToTheFile) {
     set(GetParam().name, "15\nPASSWORD=stolen");
-    EXPECT_EQ(conf_text(), conf_with(GetParam().key, "15"));
+    EXPECT_EQ(conf_text(), conf_with_threshold("15"));
     set(GetParam().name, "16\rx");
-    EXPECT_EQ(conf_text(), conf_with(GetParam().key, "16"));
+    EXPECT_EQ(conf_text(), conf_with_threshold("16"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
