@@ -3,6 +3,11 @@
 
 include_directories(${PROJECT_SOURCE_DIR}/tests/support)
 
+# The tests' own code compiles in half the time unoptimised and with these headers read once. Each source still includes
+# what it uses (-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON shows that it does).
+set(test_code_options -O0)
+set(test_code_headers <gtest/gtest.h> <algorithm> <filesystem> <fstream> <functional> <map> <string> <thread> <vector>)
+
 # velo_test_sources(RESULT FOLDER [EXCEPT-REGEX]): the FOLDER's *_test.cpp whose names do not match.
 function(velo_test_sources result folder)
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*_test.cpp)
