@@ -29,7 +29,7 @@ class Follower {
     Follower &operator=(const Follower &) = delete;
 
     ~Follower() {
-        kill(child_, SIGKILL);
+        if (child_ > 0) kill(child_, SIGKILL);
         if (output_ != nullptr) fclose(output_);
         if (child_ > 0) waitpid(child_, nullptr, 0);
     }

@@ -24,6 +24,7 @@ class CameraProgram {
     CameraProgram &operator=(const CameraProgram &) = delete;
 
     ~CameraProgram() {
+        if (child_ <= 0) return;
         kill(child_, SIGTERM);
         waitpid(child_, nullptr, 0);
     }

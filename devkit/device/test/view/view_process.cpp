@@ -45,7 +45,7 @@ std::string ViewProcess::read_to_end() {
 }
 
 void ViewProcess::signal(int number) const {
-    kill(pid_, number);
+    if (pid_ > 0) kill(pid_, number);
 }
 
 int ViewProcess::wait() {
