@@ -26,7 +26,7 @@ class ViewersWithoutFramesReboot(Rule):
             self._viewed = True
         elif record["kind"] == "stall" and "gone" not in record:
             self._stalled = record["t1"] if self._viewed else None
-        elif record["kind"] == "end" and record["do"] == "viewer":
+        elif record["kind"] == "end" and record["do"] == "viewer" and "gone" not in record:
             self._judge_stall(record["t"])
             self._stalled, self._viewed = None, False
         elif record["kind"] == "request" and "UPGRADE_FW" in record["body"]:

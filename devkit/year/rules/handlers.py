@@ -106,6 +106,8 @@ class HandlersAreExplained(Rule):
         posts = [post for post in posts if DETECTION[group] in post["body"]]
         if self._upset(call) or any(self.history.received(request) != "yes" for request in gets + posts):
             return [{"result": 0}, {"result": -1}, {"result": 5}]
+        if any(element(body_of(request), "ENABLE") is None for request in gets):  # the session is over: no group to change
+            return [{"result": 5}]
         return [{"result": 0}] if gets and posts else [{"result": "a document posted"}]
 
     def _get_camera_snapshot(self, call):

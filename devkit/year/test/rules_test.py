@@ -146,6 +146,11 @@ class Handlers(Rules):
         self.well(HandlersAreExplained, [asked, right, written])
         self.broken(HandlersAreExplained, "md_armed", [asked, wrong, written])
 
+    def test_a_write_into_a_group_that_the_camera_does_not_tell(self):
+        asked = request(100.02, "CameraSetting?TEMPERATURE_ALERT", elements({"ErrorCode": "-2"}))
+        self.well(HandlersAreExplained, [asked, call(100, "set_device_param", ["td_down", "5"], {"result": 5})])
+        self.broken(HandlersAreExplained, "td_down", [asked, call(100, "set_device_param", ["td_down", "5"], {"result": 0})])
+
     def test_recordings(self):
         begun = control(100.1, "VIDEO_START")
         self.well(HandlersAreExplained, [begun, call(100, "start_recording_video", [0], {"result": 0}, 2)])
@@ -219,6 +224,10 @@ class Device(Rules):
         before, left = self.watched(stalls=True)
         self.well(ViewersWithoutFramesReboot, before + [start(135)])
         self.broken(ViewersWithoutFramesReboot, "was not rebooted", before + [left])
+
+    def test_a_viewer_who_goes_with_the_agent_had_no_frames(self):
+        before, left = self.watched(stalls=True)
+        self.well(ViewersWithoutFramesReboot, before + [{**left, "t": 131, "gone": "refused"}, start(132)])
 
     def test_nothing_else_does(self):
         before, left = self.watched(stalls=False)
