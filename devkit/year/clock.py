@@ -9,6 +9,7 @@ PROCESSES_BEGUN, PROCESSES, PROCESS_BYTES, PROCESSES_KEPT = 40, 48, 16, 32
 WAITS_KEPT, WAIT_BYTES = 160, 16
 FILE_BYTES = PROCESSES + PROCESSES_KEPT * PROCESS_BYTES + WAITS_KEPT * WAIT_BYTES
 LOOK_AGAIN = 0.0004  # real seconds between two looks while waiting
+LATE = 0.005         # real seconds after which a look was late: the machine was busy, and the device's programs had to wait too
 UNLIMITED = 2**62
 
 
@@ -21,6 +22,7 @@ class Clock:
             file.truncate(FILE_BYTES)
             self._map = mmap.mmap(file.fileno(), FILE_BYTES)
         self._speed = speed
+        self._late = []  # [moment, seconds of the device's clock that went by while the machine was busy]
         origin = time.clock_gettime_ns(time.CLOCK_MONOTONIC)
         self._write(ORIGIN, origin)
         # The clock of a machine that has run for longer than the device is turned back.
@@ -55,7 +57,11 @@ class Clock:
         self._write(LIMIT, self._begin + int(moment * 1e9))
         seen, since = -1, time.monotonic()
         while self.now() < moment:
+            asleep = time.monotonic()
             time.sleep(LOOK_AGAIN)
+            over = time.monotonic() - asleep - LOOK_AGAIN
+            if over > LATE:
+                self._late.append([self.now(), over * self._speed])
             skipped = self._read(SKIPPED)
             if skipped != seen:
                 seen, since = skipped, time.monotonic()
@@ -63,6 +69,11 @@ class Clock:
                 return False
         self.hold()
         return True
+
+    def take_late(self):
+        """When the machine was busy since this was last asked, and how much time went by."""
+        late, self._late = self._late, []
+        return late
 
     def starts(self):
         """(pid, time of its start) of the newest processes, oldest first."""

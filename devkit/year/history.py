@@ -43,6 +43,7 @@ class History:
         self.starts = []    # times at which the agent started
         self.writes = []    # [key, begun, ended, value, certain]
         self.running = []
+        self._late = []     # [moment, seconds that went by while the machine was busy]
 
     def add(self, now, records, running):
         """Takes in a batch of records, oldest first, and the calls that are still under way."""
@@ -52,6 +53,8 @@ class History:
                 self._begin(record)
             elif record["kind"] == "end":
                 self._end(record)
+            elif record["kind"] == "late":
+                self._late.append([record["t"], record["seconds"]])
             elif record["kind"] == "start":
                 self.starts.append(record["t"])
                 self.events.append([record["t"] - 15, record["t"] + BOOT, "boot", None])
@@ -85,6 +88,7 @@ class History:
 
     def _forget(self, now):
         self.events = [entry for entry in self.events if entry[1] > now - KEPT]
+        self._late = [entry for entry in self._late if entry[0] > now - KEPT]
         for key in {write[0] for write in self.writes}:
             certain = [write for write in self.writes if write[0] == key and write[4] and write[2] < now - 3600]
             if certain:
@@ -100,6 +104,10 @@ class History:
         """Until when something of these kinds that touches begin to end went on; None where nothing did."""
         ends = [entry[1] for entry in self.events if entry[2] in names and entry[0] <= end and entry[1] >= begin]
         return max(ends) if ends else None
+
+    def late(self, begin, end):
+        """Seconds by which a busy machine may have made late what was due from begin to end."""
+        return 2 * sum(seconds for moment, seconds in self._late if begin <= moment <= end)
 
     def conf(self, key, begin, end):
         """The values that the key may have had at some moment between begin and end."""

@@ -68,7 +68,7 @@ class AlarmsFollowReplies(Rule):
         self._sent[status] = self._sent.get(status, 0) + 1
         if self._sent[status] > max(self._due.get(status, {0})):
             self.breaks(record["t"], f"alarm {status} that nothing called for since the poll at {self._polled:.1f}")
-        elif record["t"] > self._until:
+        elif record["t"] > self._until + self.history.late(self._polled, record["t"]):
             self.breaks(record["t"], f"alarm {status} so late after the poll at {self._polled:.1f}")
 
     def _close(self, now, certain):

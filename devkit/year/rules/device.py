@@ -36,7 +36,7 @@ class ViewersWithoutFramesReboot(Rule):
             self._stalled, self._viewed, self._upgrades = None, False, False
 
     def _judge_stall(self, now):
-        if self._stalled is not None and not self._upgrades and now > self._stalled + STALL_PATIENCE:
+        if self._stalled is not None and not self._upgrades and now > self._stalled + STALL_PATIENCE + self.history.late(self._stalled, now):
             self.breaks(now, f"a viewer has had no frames since {self._stalled:.1f} and the device was not rebooted")
 
     def _judge_start(self, now):

@@ -43,7 +43,7 @@ class PollsKeepTheirPeriod(Rule):
 
     def _judge_gap(self, now):
         away = self.history.last_end(KEEP_AWAY, self._last - RECOVERY, now)
-        allowed = max(self._last + SLACK, (away or -1e9) + RECOVERY) + self.history.period
+        allowed = max(self._last + SLACK, (away or -1e9) + RECOVERY) + self.history.period + self.history.late(self._last, now)
         if now > self._last + self.history.period + SLACK:
             self._asked = {}  # polls that nobody saw may have asked
         if now > allowed:
@@ -55,9 +55,10 @@ class PollsKeepTheirPeriod(Rule):
             self.breaks(poll["t"], f"the poll asks for {keys}")
         for key, conf in PERIODS.items():
             passed, period = poll["t"] - self._asked.get(key, -1e9), int(self.history.installed[conf])
-            if key in keys and key in self._asked and passed < period - EDGE:
+            edge = EDGE + self.history.late(poll["t"] - passed - EDGE, poll["t"] + EDGE)
+            if key in keys and key in self._asked and passed < period - edge:
                 self.breaks(poll["t"], f"{key} is asked for {passed:.0f} s after the last time, its period is {period}")
-            if key not in keys and key in self._asked and passed > period + EDGE:
+            if key not in keys and key in self._asked and passed > period + edge:
                 self.breaks(poll["t"], f"{key} is not asked for {passed:.0f} s after the last time, its period is {period}")
             if key in keys:
                 self._asked[key] = poll["t"]

@@ -33,6 +33,11 @@ class Polls(Rules):
     def test_missing(self):
         self.broken(PollsKeepTheirPeriod, "no poll from 500.0 to 600.0", [start(0)] + [row for row in polls() if not 500 < row["t"] < 600])
 
+    def test_late_on_a_busy_machine(self):
+        gap = [start(0)] + [row for row in polls() if not 500 < row["t"] < 600]
+        self.well(PollsKeepTheirPeriod, gap + [{"kind": "late", "t": 550 + i, "seconds": 4} for i in range(9)])
+        self.broken(PollsKeepTheirPeriod, "no poll from 500.0 to 600.0", gap + [{"kind": "late", "t": 610, "seconds": 90}])
+
     def test_none_at_the_end(self):
         self.broken(PollsKeepTheirPeriod, "no poll from 3000.0", [start(0)] + polls(range(20, 3001, 20)))
 
