@@ -20,9 +20,23 @@ namespace {
 // Characters of one reading, line end included; what is longer is read as several.
 constexpr size_t kLongestLine = 1022;
 constexpr size_t kNumberSize = 16;  // of the buffer that a number is read into
-constexpr char kWhiteSpace[] = " \t\n\r\v\f";
 
 constinit std::mutex rewriting;  // held from reading a file to having replaced it
+
+constexpr bool is_white(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+std::string_view without_indent(std::string_view line) {
+    while (!line.empty() && is_white(line.front())) line.remove_prefix(1);
+    return line;
+}
+
+// The first character decides nearly always, without a call.
+bool begins_with(std::string_view line, std::string_view beginning) {
+    if (beginning.empty()) return true;
+    return !line.empty() && line[0] == beginning[0] && line.starts_with(beginning);
+}
 
 // One setting; the views last until the next reading.
 struct Setting {
@@ -32,21 +46,28 @@ struct Setting {
 // A text file's lines, read through a small block: what stands behind the line that is sought costs nothing.
 class Lines {
   public:
-    explicit Lines(const char *path) : file_(open(path, O_RDONLY | O_CLOEXEC)) {}
+    // A file that `flags` ask for and that is missing is created as open as the mask allows.
+    explicit Lines(const char *path, int flags = O_RDONLY) : file_(open(path, flags | O_CLOEXEC, 0666)) {}
     ~Lines() {
         if (file_ >= 0) close(file_);
     }
     Lines(const Lines &) = delete;
     Lines &operator=(const Lines &) = delete;
 
+    bool stat(struct stat &now) const {
+        return file_ >= 0 && fstat(file_, &now) == 0;
+    }
+
     // Whether all that was asked for could be read.
     bool readable() const {
         return file_ >= 0 && !failed_;
     }
 
-    // The next line that holds a setting; false at the end of the file.
-    bool next(Setting &setting) {
+    // The next setting whose line begins with `beginning`; false at the end of the file. Other lines are
+    // passed over without a closer look.
+    bool next(Setting &setting, std::string_view beginning = {}) {
         for (std::string_view line; next_line(line);) {
+            if (!begins_with(without_indent(line), beginning)) continue;
             line = trim_line(line.substr(0, line.find('\0')));
             const size_t equals = line.find('=');
             if (line.empty() || line[0] == '#' || equals == std::string_view::npos) continue;
@@ -58,46 +79,46 @@ class Lines {
 
   private:
     bool next_line(std::string_view &line) {
-        size_t length = line_length();
-        while (length == 0 && fill()) length = line_length();
-        if (length == 0) length = end_ - begin_;  // the last line may lack its end
-        line = {block_ + begin_, length};
-        begin_ += length;
-        return length > 0;
+        const char *line_end = end_of_line();
+        while (line_end == nullptr && fill()) line_end = end_of_line();
+        if (line_end == nullptr) line_end = end_;  // the last line may lack its end
+        line = {begin_, static_cast<size_t>(line_end - begin_)};
+        begin_ = line_end;
+        return !line.empty();
     }
 
-    // Of the line that the block begins with; 0 while its end has not been read.
-    size_t line_length() const {
-        const size_t seen = std::min(end_ - begin_, kLongestLine);
-        const void *line_end = std::memchr(block_ + begin_, '\n', seen);
-        if (line_end != nullptr)
-            return static_cast<size_t>(static_cast<const char *>(line_end) - block_) - begin_ + 1;
-        return seen == kLongestLine ? seen : 0;
+    // Of the line that begins what has been read; null while that does not hold it.
+    const char *end_of_line() const {
+        const size_t seen = std::min(static_cast<size_t>(end_ - begin_), kLongestLine);
+        const void *line_end = std::memchr(begin_, '\n', seen);
+        if (line_end != nullptr) return static_cast<const char *>(line_end) + 1;
+        return seen == kLongestLine ? begin_ + seen : nullptr;
     }
 
     bool fill() {
         if (!readable()) return false;
-        std::memmove(block_, block_ + begin_, end_ - begin_);
-        end_ -= begin_;
-        begin_ = 0;
+        const size_t kept = static_cast<size_t>(end_ - begin_);
+        std::memmove(block_, begin_, kept);
         ssize_t count = -1;
         do {
-            count = read(file_, block_ + end_, sizeof block_ - end_);
+            count = read(file_, block_ + kept, sizeof block_ - kept);
         } while (count < 0 && errno == EINTR);
         failed_ = count < 0;
-        if (count > 0) end_ += static_cast<size_t>(count);
+        begin_ = block_;
+        end_ = block_ + kept + std::max<ssize_t>(count, 0);
         return count > 0;
     }
 
     int file_;
     bool failed_ = false;
-    size_t begin_ = 0, end_ = 0;  // of what has been read and not handed out
+    const char *begin_ = block_, *end_ = block_;  // of what has been read and not handed out
     char block_[2048];
 };
 
-std::optional<std::string> find_value(Lines &lines, std::string_view key) {
-    for (Setting setting; lines.next(setting);) {
-        if (setting.key == key) return std::string(setting.value);
+// The value of the first line with `key`, valid as long as `lines` is.
+std::optional<std::string_view> find_value(Lines &lines, std::string_view key) {
+    for (Setting setting; lines.next(setting, key);) {
+        if (setting.key == key) return setting.value;
     }
     return std::nullopt;
 }
@@ -114,10 +135,14 @@ struct NewText {
     bool found, held;  // whether the file has the key, and with this value
 };
 
-// The file with only the first line with `key` changed; nothing when it cannot be read.
-std::optional<NewText> rewritten(std::string_view key, std::string_view value, const char *path) {
+// The file, which is `now`, with only the first line with `key` changed; nothing when it cannot be read or
+// may not be written. It is created where it is missing.
+std::optional<NewText> rewritten(std::string_view key, std::string_view value, const char *path,
+                                 struct stat &now) {
+    Lines lines(path, O_RDWR | O_CREAT);
+    if (!lines.stat(now)) return std::nullopt;
     NewText result{"", false, false};
-    Lines lines(path);
+    result.text.reserve(static_cast<size_t>(now.st_size) + value.size() + 1);
     for (Setting setting; lines.next(setting);) {
         if (!result.found && setting.key == key) {
             result.found = true;
@@ -130,26 +155,17 @@ std::optional<NewText> rewritten(std::string_view key, std::string_view value, c
     return result;
 }
 
+// What is to be replaced: where `path` is a symbolic link, its target.
 std::string resolved(const char *path) {
     char target[PATH_MAX];
-    return realpath(path, target) != nullptr ? target : path;
-}
-
-// Opened for writing before anything is done: a file that may not be written stays as it is, one that is
-// missing is created.
-bool open_for_writing(const char *path, struct stat &now) {
-    const int file = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    if (file < 0) return false;
-    const bool known = fstat(file, &now) == 0;
-    close(file);
-    return known;
+    const bool link = readlink(path, target, sizeof target) >= 0;
+    return link && realpath(path, target) != nullptr ? target : path;
 }
 
 bool rewrite(std::string_view key, std::string_view value, const char *path) {
     const std::lock_guard<std::mutex> lock(rewriting);
     struct stat now {};
-    if (!open_for_writing(path, now)) return false;
-    const auto result = rewritten(key, value, path);
+    const auto result = rewritten(key, value, path, now);
     if (!result) return false;  // one that cannot be read would come out empty
     // While a camera cannot be reached the same value comes every few seconds: that must not wear the flash.
     // Without the key, the same length tells that there is nothing to drop.
@@ -160,8 +176,8 @@ bool rewrite(std::string_view key, std::string_view value, const char *path) {
 }  // namespace
 
 std::string_view trim_line(std::string_view line) {
-    line = line.substr(0, line.find_last_not_of(kWhiteSpace) + 1);
-    return line.substr(std::min(line.find_first_not_of(kWhiteSpace), line.size()));
+    while (!line.empty() && is_white(line.back())) line.remove_suffix(1);
+    return without_indent(line);
 }
 
 std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path) {
@@ -176,15 +192,25 @@ std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path) {
 
 std::optional<std::string> conf_value(std::string_view key, const char *path) {
     Lines lines(path);
-    auto value = find_value(lines, key);
-    if (!value && lines.readable()) value.emplace();
-    return value;
+    if (const auto value = find_value(lines, key)) return std::string(*value);
+    if (!lines.readable()) return std::nullopt;
+    return "";
+}
+
+bool conf_value_into(char *out, size_t size, std::string_view key) {
+    Lines lines(kConfPath);
+    const auto value = find_value(lines, key);
+    copy_text(out, size, value.value_or(""));
+    return value || lines.readable();
 }
 
 std::optional<int> conf_number(std::string_view key, int if_missing) {
     Lines lines(kConfPath);
-    const auto value = find_value(lines, key);
-    if (value) return to_int(cut_to_buffer(*value, kNumberSize).c_str());
+    if (const auto value = find_value(lines, key)) {
+        char digits[kNumberSize];
+        copy_text(digits, *value);
+        return to_int(digits);
+    }
     if (!lines.readable()) return std::nullopt;
     return if_missing;
 }
@@ -200,6 +226,6 @@ int read_conf_value(const char *key, char *out, const char *path) {
     if (key == nullptr || out == nullptr || path == nullptr) return 1;
     Lines lines(path);
     const auto value = find_value(lines, key);
-    if (value) std::memcpy(out, value->c_str(), value->size() + 1);
+    if (value) copy_text(out, value->size() + 1, *value);
     return value || lines.readable() ? 0 : 1;
 }

@@ -28,12 +28,13 @@ std::string_view trim_line(std::string_view line);
 // stands behind that line is not read.
 [[nodiscard]] std::optional<std::string> conf_value(std::string_view key, const char *path = kConfPath);
 
-// The same into a buffer, cut to fit and emptied first. Returns false when the file cannot be read.
+// The same of kConfPath into a buffer, cut to fit and emptied first. Returns false when the file cannot be
+// read.
+bool conf_value_into(char *out, size_t size, std::string_view key);
+
 template <size_t N>
 bool conf_value_into(char (&out)[N], std::string_view key) {
-    const auto value = conf_value(key);
-    copy_text(out, value ? std::string_view(*value) : std::string_view());
-    return value.has_value();
+    return conf_value_into(out, N, key);
 }
 
 // The value as a decimal number, 0 when it is none; `if_missing` when the file has no such key; nothing when

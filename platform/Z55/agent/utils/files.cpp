@@ -86,11 +86,22 @@ bool set_owner_and_mode(int file, const struct stat &wanted) {
 
 enum class Replaced { done, not_possible, failed };
 
+int create(const std::string &path, mode_t mode) {
+    return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+}
+
+// In the place of what a power cut has left there.
+int create_anew(const std::string &path, mode_t mode) {
+    const int file = create(path, mode);
+    if (file >= 0 || errno != EEXIST) return file;
+    unlink(path.c_str());
+    return create(path, mode);
+}
+
 Replaced replace_by_rename(const std::string &path, std::string_view text, mode_t mode,
                            const struct stat *like) {
     const std::string beside = path + kNewFileSuffix;
-    unlink(beside.c_str());  // what a power cut has left
-    const Descriptor file(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    const Descriptor file(create_anew(beside, like != nullptr ? like->st_mode & 07777 : mode));
     // Where somebody keeps a thing of that name there, nothing is written: the file itself may be his as
     // well.
     if (file < 0) return errno == EEXIST ? Replaced::failed : Replaced::not_possible;

@@ -1,5 +1,6 @@
 #include "agent/utils/conf_file.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -100,6 +101,32 @@ TEST_F(ConfFile, KeysMatchExactly) {
     EXPECT_EQ(value_in("hostIP=1\n", "host"), "untouched");
     EXPECT_EQ(value_in("hostIP=1\n", "hostIP2"), "untouched");
     EXPECT_EQ(value_in("LULLABY_SONG=x\n", "LULLABY_SONG"), "x");
+}
+
+TEST_F(ConfFile, AKeyThatNoLineCanHaveIsNotFound) {
+    for (const char *key : {"A=b", " A", "#A", "A=", "A\n"}) {
+        EXPECT_EQ(value_in(" A=b=c\n#A=1\nA\n=x", key), "untouched") << key;
+    }
+    EXPECT_EQ(value_in("A=1\n=x\n", ""), "x") << "a line may begin with its equals sign";
+    write_file(kFile, "A=1\n");
+    EXPECT_EQ(conf_value(std::string_view("A\0", 2), kFile), "");
+}
+
+TEST_F(ConfFile, ALineIsFoundWhereverABlockOfTheFileEnds) {
+    for (const size_t before : {2040, 2044, 2045, 2046, 2047, 2048, 4090, 4096}) {
+        std::string text;
+        while (text.size() + 64 < before) text += std::string(63, 'x') + "\n";
+        text += std::string(before - text.size() - 1, 'x') + "\nKEY=value\n";
+        EXPECT_EQ(value_in(text, "KEY"), "value") << before;
+    }
+}
+
+TEST_F(ConfFile, AReaderWaitsForNoMoreThanTheLineOfTheKey) {
+    ASSERT_EQ(mkfifo(kFile, 0600), 0);
+    const int writer = open(kFile, O_RDWR);  // it stays open: the file has no end
+    ASSERT_EQ(write(writer, "A=1\nB=2\n", 8), 8);
+    EXPECT_EQ(conf_value("A", kFile), "1");
+    close(writer);
 }
 
 TEST_F(ConfFile, AMissingFileIsTheOnlyReadFailure) {
