@@ -24,6 +24,16 @@ std::string joined(const char *prefix, const std::vector<const char *> &names, s
     return cut_to_buffer(query, size);
 }
 
+// The elements of these names in `reply`, and behind them its error code.
+std::vector<XmlElement> find_elements(std::string_view reply, const std::vector<const char *> &names) {
+    std::vector<XmlElement> elements;
+    elements.reserve(names.size() + 1);
+    for (const char *name : names) elements.push_back({name});
+    elements.push_back({kErrorCode});
+    find_xml_elements(reply, elements);
+    return elements;
+}
+
 // Sends the query and takes each key's value out of the reply.
 std::optional<QueryResult> query_values(const std::string &url, const std::string &key,
                                         const std::string &query, const std::vector<const char *> &names) {
@@ -32,15 +42,19 @@ std::optional<QueryResult> query_values(const std::string &url, const std::strin
         std::puts("getCameraStatuses failed. response of perform_curl() is null.");
         return std::nullopt;
     }
+    const auto elements = find_elements(*reply, names);
     QueryResult values(names.size());
-    if (const auto code = camera_error(*reply)) {
+    if (const auto code = camera_error(elements.back())) {
         std::printf("getCameraStatuses failed due to polling failing.Errorcode: %s \n", code->c_str());
         if (!values.empty()) values[0] = error_marker(*code);
         return values;
     }
     for (size_t i = 0; i < names.size(); i++) {
-        values[i] = find_xml_value(*reply, names[i]);
-        if (!values[i]) std::printf("value  %d = NULL\n", static_cast<int>(i));
+        if (const auto text = elements[i].text()) {
+            values[i].emplace(*text);
+        } else {
+            std::printf("value  %d = NULL\n", static_cast<int>(i));
+        }
     }
     return values;
 }

@@ -50,8 +50,34 @@ INSTANTIATE_TEST_SUITE_P(
         ValueRow{.name = "TagOf27",
                  .text = "<abcdefghijklmnopqrstuvwxyz0>1</abcdefghijklmnopqrstuvwxyz0>",
                  .tag = "abcdefghijklmnopqrstuvwxyz0",
-                 .value = std::nullopt}),
+                 .value = std::nullopt},
+        ValueRow{.name = "TagWithASlash", .text = "<a></a>1<//a>", .tag = "/a", .value = "1"},
+        ValueRow{.name = "TagWithBrackets", .text = "<<a><b>>1</<a><b>>", .tag = "<a><b>", .value = "1"},
+        ValueRow{.name = "NoTag", .text = "<a><>1</>", .tag = "", .value = "1"},
+        ValueRow{.name = "TagsOfOneCharacter", .text = "<b>2</b><a>1</a>", .tag = "a", .value = "1"},
+        ValueRow{.name = "CutInAnOpening", .text = "<a>1</a", .tag = "a", .value = std::nullopt},
+        ValueRow{.name = "CutBehindABracket", .text = "<a>1<", .tag = "a", .value = std::nullopt},
+        ValueRow{.name = "CutBehindASlash", .text = "<a>1</", .tag = "a", .value = std::nullopt}),
     by_name);
+
+TEST(FindXmlElements, AllInOneWalkAsEachByItself) {
+    constexpr const char *kTags[] = {"Ab", "Space", "Spare", "Space", "ErrorCode", "b", "", "/Ab", "None"};
+    for (const std::string text :
+         {"<Space>1</Space><Spare>2</Spare><Ab>3</Ab>", "</Spare><Spare>1</Spare><Space>2<Space>3</Space>",
+          "<b>1</b><>2</></Ab>3<//Ab><ErrorCode>4</ErrorCode><Ab>5</Ab>", "<Ab><Space><Spare>1</Ab>", ""}) {
+        std::vector<XmlElement> elements;
+        for (const char *tag : kTags) elements.push_back({tag});
+        find_xml_elements(text, elements);
+        for (const XmlElement &element : elements) {
+            const auto value = find_xml_value(text, element.tag.data());
+            EXPECT_EQ(element.text(), value) << element.tag << " in " << text;
+        }
+    }
+}
+
+TEST(FindXmlElements, OfWhichThereAreNone) {
+    find_xml_elements("<a>1</a>", {});
+}
 
 TEST(FindXmlValueLimits, LongTextsAndTags) {
     const std::string value(10'000, 'v');
