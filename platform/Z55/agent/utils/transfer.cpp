@@ -4,9 +4,14 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstring>
+#include <span>
 
 namespace {
+
+// Making a handle costs a quarter of a request. More than one that waits would cost descriptors and memory.
+constinit std::atomic<CURL *> waiting_handle{nullptr};
 
 constexpr unsigned kUnacknowledgedMilliseconds = 30'000;
 
@@ -23,6 +28,14 @@ constexpr NumberOption kNumbers[] = {
 #if LIBCURL_VERSION_NUM >= 0x075700
     {CURLOPT_QUICK_EXIT, 1},  // a look-up that is given up is left to its thread
 #endif
+};
+
+// Of a handle that serves several requests: none leaves anything to the next, least of all its connection.
+// One to a camera that has vanished would hold the next request for minutes.
+constexpr NumberOption kReusableNumbers[] = {
+    {CURLOPT_FORBID_REUSE, 1},
+    {CURLOPT_DNS_CACHE_TIMEOUT, 0},
+    {CURLOPT_SSL_SESSIONID_CACHE, 0},
 };
 
 struct TextOption {
@@ -60,6 +73,20 @@ bool tell(CURL *handle, CURLoption option, const char *text) {
     return curl_easy_setopt(handle, option, text) != CURLE_OUT_OF_MEMORY;
 }
 
+void tell(CURL *handle, std::span<const NumberOption> numbers) {
+    for (const NumberOption &number : numbers) curl_easy_setopt(handle, number.option, number.value);
+}
+
+// The trace counts a handle's connections, and one by HTTPS begins with what the handle knows of the server.
+bool may_reuse_handle(const Request &request) {
+    return !request.traced && request.url.starts_with("http:");
+}
+
+Transfer new_handle(bool reusable) {
+    CURL *waiting = reusable ? waiting_handle.exchange(nullptr) : nullptr;
+    return Transfer(waiting != nullptr ? waiting : curl_easy_init(), {reusable});
+}
+
 bool set_request(CURL *handle, const Request &request) {
     bool told = tell(handle, CURLOPT_URL, request.url.c_str());
     if (request.cookie) told = tell(handle, CURLOPT_COOKIE, request.cookie->c_str()) && told;
@@ -77,15 +104,22 @@ bool set_request(CURL *handle, const Request &request) {
 
 }  // namespace
 
+void TransferCleanup::operator()(CURL *handle) const {
+    if (reusable) curl_easy_reset(handle);
+    CURL *none = nullptr;
+    if (!reusable || !waiting_handle.compare_exchange_strong(none, handle)) curl_easy_cleanup(handle);
+}
+
 void prepare_transfers() {
     curl_global_init(CURL_GLOBAL_ALL);
 }
 
 Transfer new_transfer(const Request &request) {
-    Transfer transfer(curl_easy_init());
+    Transfer transfer = new_handle(may_reuse_handle(request));
     CURL *handle = transfer.get();
     if (handle == nullptr) return transfer;
-    for (const NumberOption &number : kNumbers) curl_easy_setopt(handle, number.option, number.value);
+    tell(handle, kNumbers);
+    if (transfer.get_deleter().reusable) tell(handle, kReusableNumbers);
     curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, open_socket);
     bool told = true;
     for (const TextOption &text : kTexts) told = tell(handle, text.option, text.value) && told;

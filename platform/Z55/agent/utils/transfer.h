@@ -11,9 +11,8 @@
 #include <string_view>
 
 struct TransferCleanup {
-    void operator()(CURL *handle) const {
-        curl_easy_cleanup(handle);
-    }
+    bool reusable = false;  // the handle may wait for the next request
+    void operator()(CURL *handle) const;
 };
 using Transfer = std::unique_ptr<CURL, TransferCleanup>;
 
@@ -46,7 +45,9 @@ void prepare_transfers();
 // A transfer by HTTP or HTTPS that follows redirects, raises no signals, asks no environment variable for a
 // proxy and opens sockets that no child inherits. No time-out of its own would tell a slow camera from a dead
 // one; it ends when the host has vanished (30 s without an acknowledgement) or sends nothing for 10 minutes,
-// and does not wait for name servers that it gives up. Null when there is no memory.
+// and does not wait for name servers that it gives up. Its connection ends with it at the latest. Null when
+// there is no memory. One handle at a time waits for the next request of the kind that nobody can tell from
+// one with a new handle.
 [[nodiscard]] Transfer new_transfer(const Request &request);
 
 // Both keep a pointer to `sink`. A reply with more bytes than it has room for ends the transfer with

@@ -79,7 +79,7 @@ int socket_option(const Transfer &transfer, int level, int option) {
 
 TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
     camera.reply("/x", "x");
-    const Transfer transfer = new_transfer({url("/x")});
+    const Transfer transfer = new_transfer({.url = url("/x"), .traced = true});
     EXPECT_EQ(perform(transfer), CURLE_OK);
     EXPECT_EQ(socket_option(transfer, SOL_SOCKET, SO_KEEPALIVE), 1);
     EXPECT_EQ(socket_option(transfer, IPPROTO_TCP, TCP_KEEPIDLE), 10);
@@ -88,7 +88,7 @@ TEST_F(NewTransfer, NoticesAVanishedHostByKeepAlive) {
 
 TEST_F(NewTransfer, NoticesAVanishedHostWithBytesUnacknowledged) {
     camera.reply("/x", "x");
-    const Transfer transfer = new_transfer({url("/x")});
+    const Transfer transfer = new_transfer({.url = url("/x"), .traced = true});
     EXPECT_EQ(perform(transfer), CURLE_OK);
     EXPECT_EQ(socket_option(transfer, IPPROTO_TCP, TCP_USER_TIMEOUT), 30'000);
 }
@@ -102,7 +102,7 @@ TEST_F(NewTransfer, EndsWhenNothingComesForTenMinutes) {
 
 TEST_F(NewTransfer, HasASocketThatNoChildInherits) {
     camera.reply("/x", "x");
-    const Transfer transfer = new_transfer({url("/x")});
+    const Transfer transfer = new_transfer({.url = url("/x"), .traced = true});
     EXPECT_EQ(perform(transfer), CURLE_OK);
     EXPECT_EQ(fcntl(socket_of(transfer), F_GETFD), FD_CLOEXEC);
 }
@@ -111,6 +111,66 @@ TEST_F(NewTransfer, IsNullWithoutAHandle) {
     intercept::refuse_next("curl_easy_init");
     EXPECT_EQ(new_transfer({url("/x")}), nullptr);
 }
+
+// --- The handle that serves several requests.
+
+TEST_F(NewTransfer, SendsTheseBytesWhateverWasSentBefore) {
+    const std::string query = "/CGI/CameraStatus?Battery&Space";
+    const std::string get = "GET " + query +
+                            " HTTP/1.1\r\nHost: 127.0.0.1:8080\r\nAccept: */*\r\n"
+                            "Cookie: Session=1234567\r\n\r\n";
+    const std::string photo = "GET /photo HTTP/1.1\r\nHost: 127.0.0.1:8080\r\nAccept: */*\r\n\r\n";
+    const std::string post =
+        "POST /CGI/CameraSetup HTTP/1.1\r\nHost: 127.0.0.1:8080\r\nAccept: */*\r\n"
+        "Cookie: Session=7\r\nContent-Length: 3\r\nContent-Type: application/x-www-form-urlencoded\r\n\r\n";
+    camera.on_request([](const CameraRequest &) { return CameraReply{.body = "x"}; });
+    for (int round = 0; round < 2; round++) {
+        for (const Request &request :
+             {Request{.url = url(query), .cookie = "Session=1234567"}, Request{.url = url("/photo")},
+              Request{.url = url("/CGI/CameraSetup"), .cookie = "Session=7", .body = "a=b"},
+              Request{.url = url(query), .cookie = "Session=1234567"}})
+            EXPECT_EQ(perform(new_transfer(request)), CURLE_OK);
+    }
+    Texts heads;
+    for (const CameraRequest &request : camera.requests()) heads.push_back(request.head);
+    EXPECT_EQ(heads, (Texts{get, photo, post, get, get, photo, post, get}));
+    EXPECT_EQ(intercept::transfers(), 1) << "the handles that were made";
+}
+
+TEST_F(NewTransfer, LeavesNoConnectionToTheNext) {
+    camera.reply("/x", "x");
+    const Transfer transfer = new_transfer({url("/x")});
+    EXPECT_EQ(perform(transfer), CURLE_OK);
+    EXPECT_EQ(socket_of(transfer), CURL_SOCKET_BAD);
+}
+
+TEST_F(NewTransfer, KeepsOneHandleHoweverManyWereNeededAtOnce) {
+    for (const int made : {5, 9, 13}) {
+        std::vector<Transfer> transfers;
+        for (int i = 0; i < 5; i++) transfers.push_back(new_transfer({url("/x")}));
+        EXPECT_EQ(intercept::transfers(), made);
+    }
+}
+
+struct OwnHandleRow {
+    const char *name;
+    const char *url;
+    bool traced;
+};
+
+class OwnHandle : public NewTransfer, public testing::WithParamInterface<OwnHandleRow> {};
+
+TEST_P(OwnHandle, IsMadeForEachRequest) {
+    for (int i = 0; i < 3; i++) (void)new_transfer({.url = GetParam().url, .traced = GetParam().traced});
+    EXPECT_EQ(intercept::transfers(), 3);
+    for (int i = 0; i < 3; i++) (void)new_transfer({.url = url("/x")});
+    EXPECT_EQ(intercept::transfers(), 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, OwnHandle,
+                         testing::Values(OwnHandleRow{"ATracedRequest", "http://127.0.0.1:8080/x", true},
+                                         OwnHandleRow{"ARequestByHttps", "https://127.0.0.1/x", false}),
+                         by_name);
 
 // --- The sinks.
 
