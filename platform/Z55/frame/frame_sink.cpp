@@ -7,6 +7,7 @@
 
 #include "../exports.h"
 #include "../shared.h"
+#include "zero_pair.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ constexpr int kAudio = 2;
 constexpr int kNalKindMask = 0x0F;
 constexpr int kSequenceParameters = 7;  // stand before a key frame
 constexpr int kOtherSlice = 1;          // of no key frame
+constexpr int kNoDecision = -1;
 
 // Of an ADTS header.
 constexpr int kSync = 0xFFF;
@@ -32,6 +34,20 @@ constexpr uint32_t kAudioStep = 3;
 constinit std::atomic<uint32_t> video_counter{0};
 constinit std::atomic<uint32_t> audio_counter{0};
 constinit std::atomic<uint32_t> audio_sequence{0};
+
+// The kind of the first NAL unit that decides, of those whose start code's last byte stands in [begin, end);
+// kNoDecision where there is none. Three bytes before and one behind that range are the frame's.
+int deciding_kind(const uint8_t *data, size_t begin, size_t end) {
+    for (size_t at = begin; at < end; at++) {
+        const void *one = std::memchr(data + at, 0x01, end - at);
+        if (one == nullptr) break;
+        at = static_cast<size_t>(static_cast<const uint8_t *>(one) - data);
+        if (data[at - 1] != 0 || data[at - 2] != 0 || data[at - 3] != 0) continue;
+        const int kind = data[at + 1] & kNalKindMask;
+        if (kind == kSequenceParameters || kind == kOtherSlice) return kind;
+    }
+    return kNoDecision;
+}
 
 // A private copy of the frame behind `prefix` free bytes; null when memory is out or the frame has no data.
 uint8_t *copy_frame(const captured_frame &frame, size_t prefix) {
@@ -78,17 +94,14 @@ void hand_over_audio(const captured_frame &frame) {
 }  // namespace
 
 int is_key_frame(const uint8_t *data, size_t length) {
-    if (length <= 5) return 0;
-    // A start code is found by its last byte: memchr passes over the rest as fast as memory allows. Three
-    // zeros lie between one 01 and the next that ends a start code.
-    const uint8_t *const end = data + length - 2;
-    for (const uint8_t *at = data + 3; at < end; at += std::min<ptrdiff_t>(4, end - at)) {
-        at = static_cast<const uint8_t *>(std::memchr(at, 0x01, static_cast<size_t>(end - at)));
-        if (at == nullptr) return 0;
-        if (at[-1] != 0 || at[-2] != 0 || at[-3] != 0) continue;
-        const int kind = at[1] & kNalKindMask;
-        if (kind == kSequenceParameters) return 1;
-        if (kind == kOtherSlice) return 0;
+    for (size_t block = 0; block + 4 < length; block += kZeroPairBlock) {
+        const bool whole = length - block >= kZeroPairBlock;
+        if (whole && !has_zero_pair(data + block)) continue;
+        // Its pairs are the second and third, or the first two, of a start code's three zeros.
+        const size_t begin = std::max<size_t>(block + 2, 3);
+        const size_t end = std::min(block + 2 + kZeroPairBlock, length - 2);
+        const int kind = deciding_kind(data, begin, end);
+        if (kind != kNoDecision) return kind == kSequenceParameters;
     }
     return 0;
 }

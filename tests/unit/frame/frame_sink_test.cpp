@@ -414,6 +414,18 @@ int slow_scan(const uint8_t *data, size_t length) {
 }
 
 // The data ends where readable memory ends, so that a look past the end would be fatal.
+TEST(KeyFrameScanOfAnything, FindsAStartCodeWhereverItStands) {
+    for (size_t length = 6; length < 1100; length++) {
+        Bytes data(length, 0xFF);
+        for (size_t at : {length - 5, length - 6, length / 2, size_t{0}}) {
+            if (at + 5 > length) continue;
+            Bytes frame = data;
+            std::memcpy(frame.data() + at, "\0\0\0\1\x67", 5);
+            EXPECT_EQ(is_key_frame(frame.data(), length), at + 5 < length) << at << " of " << length;
+        }
+    }
+}
+
 TEST(KeyFrameScanOfAnything, IsTheSlowOne) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void *pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
