@@ -199,13 +199,13 @@ Reply perform_curl(const std::string &url, const std::string &key, const std::st
 int mobileAudio(const std::string &key, const void *audio, size_t length, std::string &reply) {
     char host[16];
     if (!read_host(host)) return -1;
-    std::puts("\n***(easy remote control) curl_perform starts ***");
+    std::fputs("\n***(easy remote control) curl_perform starts ***\n", stdout);
     ResultExchange post({.url = camera_url(host, "/CGI/MobileAudio"),
                          .cookie = session_cookie(key),
                          .body = std::string_view(static_cast<const char *>(audio), length)});
     const bool sent = post.exchange.prepared();
     const int result = sent ? post.exchange.queue(kDefaultPriority, "mobileAudio") : 0;
-    std::puts("\n***(easy remote control) curl_perform ends ***");
+    std::fputs("\n***(easy remote control) curl_perform ends ***\n", stdout);
     reply = post.buffer;
     // Where there was no memory nothing was sent and nothing has failed.
     if (sent && !succeeded(result, post.exchange, {kCgiSource, 300, 301, 305})) return -1;
@@ -216,13 +216,13 @@ int mobileAudio(const std::string &key, const void *audio, size_t length, std::s
 int getSingleCameraStatus(const std::string &key, const char *query, std::string &reply) {
     char host[16];
     if (!read_host(host)) return -1;
-    std::puts("\n***(get camera status) curl_perform starts ***");
+    std::fputs("\n***(get camera status) curl_perform starts ***\n", stdout);
     ResultExchange get(
         {.url = camera_url(host, std::string("/CGI/CameraStatus?") + query), .cookie = session_cookie(key)});
     const int result = get.exchange.queue(kDefaultPriority, "getSingleCameraStatus");
-    std::puts("\n***(get camera status) curl_perform ends ***");
+    std::fputs("\n***(get camera status) curl_perform ends ***\n", stdout);
     get.exchange.release();
-    std::puts("\n***(After clean) curl_perform ends ***");
+    std::fputs("\n***(After clean) curl_perform ends ***\n", stdout);
     reply = get.buffer;
     if (!succeeded(result, get.exchange, {kCgiSource, 227, 229, 234})) return -1;
     std::printf("CURL: PHOTO_TO_MOBILE: %d\n", result);
@@ -234,7 +234,7 @@ int easyRemoteControl(const std::string &key, const char *action, std::string &r
     if (!read_host(host)) return -1;
     const std::string body =
         format_text(150, "\r\n\r\n<RemoteControl><Action>%s</Action></RemoteControl>", action);
-    std::puts("\n***(easy remote control) curl_perform starts ***");
+    std::fputs("\n***(easy remote control) curl_perform starts ***\n", stdout);
     ResultExchange post(
         {.url = camera_url(host, "/CGI/RemoteControl"), .cookie = session_cookie(key), .body = body});
     const int result = post.exchange.queue(kDefaultPriority, "easyRemoteControl");
@@ -254,10 +254,10 @@ int z55_get_photo(photo_buffer *photo, const char *path) {
     *photo = photo_buffer{0, static_cast<char *>(std::calloc(1, 1))};
     char host[16];
     if (!read_host(host)) return -1;
-    std::puts("\n***(photo to mobile) curl_perform starts ***");
+    std::fputs("\n***(photo to mobile) curl_perform starts ***\n", stdout);
     Exchange get({.url = camera_url(host, path)}, {photo_write_callback, photo, kLargestPhoto});
     const int result = get.queue(kDefaultPriority, "z55_get_photo");
-    std::puts("\n***(photo to mobile) curl_perform ends ***");
+    std::fputs("\n***(photo to mobile) curl_perform ends ***\n", stdout);
     if (!succeeded(result, get, {kCgiSource, 167, 169, 174})) return -1;
     std::printf("CURL: PHOTO_TO_MOBILE: %d\n", result);
     return 0;

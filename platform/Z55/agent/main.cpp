@@ -13,6 +13,7 @@
 #include "polling.h"
 #include "session_key.h"
 #include "utils/files.h"
+#include "utils/log_streams.h"
 #include "utils/memory.h"
 #include "utils/os.h"
 #include "utils/threads.h"
@@ -91,7 +92,7 @@ bool session_expired(int poll_result) {
 int main() {
     start_clean();
     prepare_memory();
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    write_log_by_lines();
     std::puts("Try log VeloAgent init time...........");
     write_start_time();
     prepare_transfers();

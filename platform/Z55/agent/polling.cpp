@@ -164,12 +164,12 @@ void apply_values(const std::vector<size_t> &polled, const QueryResult &values, 
 void sleep_until_next_cycle(int period) {
     std::printf("\n*** (Polling) end of a time. Start sleeping for %d sec.***\n\n", period);
     pause_and_start_missing(period > 0 ? period : 1);
-    std::puts("\n*** (Polling) finish sleeping. ***");
+    std::fputs("\n*** (Polling) finish sleeping. ***\n", stdout);
 }
 
 // One cycle. Nothing, or the camera's error as the "ERRORCODE:" marker that ends the polling.
 std::optional<std::string> poll_once(Timers &timers, const std::string &key, const std::string &host) {
-    std::printf("\n*** (polling) beginning of a time ***\n");
+    std::fputs("\n*** (polling) beginning of a time ***\n", stdout);
     const PollTime now{wall_seconds(), steady_seconds()};
     const auto polled = due_events(timers, now);
     std::vector<const char *> names;
