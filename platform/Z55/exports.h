@@ -31,6 +31,8 @@
 #include <pthread.h>
 #include <stddef.h>
 
+#include <cstdint>
+
 #include "sdk/ef.h"
 #include "sdk/vq_ipca.h"
 

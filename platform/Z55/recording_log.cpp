@@ -11,6 +11,7 @@
 #include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
 #include "agent/utils/files.h"
+#include "agent/utils/reply.h"
 #include "agent/utils/reply_text.h"
 #include "agent/utils/text.h"
 #include "device.h"

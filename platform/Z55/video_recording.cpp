@@ -1,16 +1,21 @@
 #include "video_recording.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "agent/utils/conf_file.h"
 #include "agent/utils/files.h"
 #include "agent/utils/os.h"
+#include "agent/utils/text.h"
 #include "exports.h"
 #include "recording_job.h"
 #include "recording_log.h"

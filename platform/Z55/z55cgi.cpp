@@ -1,15 +1,21 @@
 #include "z55cgi.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 #include "agent/curlmgr.h"
 #include "agent/exchange.h"
 #include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
+#include "agent/utils/text.h"
+#include "agent/utils/transfer.h"
 #include "log_sources.h"
 #include "shared.h"
 

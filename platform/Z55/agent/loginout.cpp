@@ -1,9 +1,9 @@
 #include "loginout.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 
 #include "../exports.h"
 #include "../log_sources.h"
@@ -11,10 +11,11 @@
 #include "session_key.h"
 #include "utils/conf_file.h"
 #include "utils/files.h"
-#include "utils/os.h"
 #include "utils/reply.h"
 #include "utils/reply_text.h"
+#include "utils/text.h"
 #include "utils/threads.h"
+#include "utils/transfer.h"
 
 namespace {
 

@@ -1,7 +1,9 @@
 // Start-up, the three threads, the main loop: nothing else.
+#include <pthread.h>
 #include <signal.h>
 
 #include <cstdio>
+#include <ctime>
 #include <string>
 
 #include "../ak_model/clock.h"

@@ -1,6 +1,8 @@
 #include "network.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <cctype>
@@ -19,6 +21,7 @@
 #include "session_key.h"
 #include "utils/conf_file.h"
 #include "utils/os.h"
+#include "utils/reply.h"
 #include "utils/reply_text.h"
 #include "utils/shell_file.h"
 #include "utils/text.h"

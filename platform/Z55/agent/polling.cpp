@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <iterator>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 #include "../log_sources.h"

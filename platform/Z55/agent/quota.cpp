@@ -7,9 +7,11 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "../sdk/usock.h"
 #include "alarm_latch.h"
+#include "alarm_rules.h"
 #include "utils/conf_file.h"
 #include "utils/reply.h"
 #include "utils/transfer.h"

@@ -4,6 +4,7 @@
 
 #include "../z55cgi.h"
 #include "exchange.h"
+#include "utils/reply.h"
 #include "utils/reply_text.h"
 #include "utils/text.h"
 

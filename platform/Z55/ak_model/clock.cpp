@@ -1,16 +1,20 @@
 #include "clock.h"
 
 #include <cstdio>
+#include <optional>
+#include <string_view>
 
 #include "../agent/curlmgr.h"
 #include "../agent/exchange.h"
 #include "../agent/session_key.h"
 #include "../agent/utils/conf_file.h"
 #include "../agent/utils/os.h"
+#include "../agent/utils/reply.h"
+#include "../agent/utils/text.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../shared.h"
 #include "../z55cgi.h"
-#include "handler_value.h"
 #include "reboot.h"
 
 namespace {

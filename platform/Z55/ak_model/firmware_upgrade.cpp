@@ -3,12 +3,14 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <string>
 
+#include "../agent/utils/reply.h"
 #include "../agent/utils/reply_text.h"
 #include "../agent/utils/text.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../z55cgi.h"
-#include "handler_value.h"
 #include "reserve_file.h"
 #include "status_read.h"
 #include "upgrade_marker.h"

@@ -7,6 +7,7 @@
 #include "../agent/utils/text.h"
 #include "../agent/utils/transfer.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../shared.h"
 
 namespace {

@@ -4,8 +4,6 @@
 
 #include <string_view>
 
-#include "../log_sources.h"
-
 inline constexpr size_t kValueSize = 130;
 
 // Allocates the buffer and hands it out through `value`, which may be null (nothing is allocated then).

@@ -2,10 +2,15 @@
 // agent's own stream profile. Any SDK thread; blocks for one queued request at most.
 #include <cstdio>
 #include <cstring>
+#include <optional>
+#include <string>
 
 #include "../agent/utils/conf_file.h"
+#include "../agent/utils/reply.h"
 #include "../agent/utils/reply_text.h"
+#include "../agent/utils/text.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../shared.h"
 #include "../z55cgi.h"
 #include "handler_value.h"

@@ -5,10 +5,11 @@
 
 #include "../agent/utils/text.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../sdk/usock.h"
 #include "firmware_upgrade.h"
-#include "handler_value.h"
 #include "parameter_store.h"
+#include "parameters.h"
 #include "remote_operations.h"
 #include "resolution_change.h"
 

@@ -2,11 +2,15 @@
 
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <optional>
 #include <string_view>
 
 #include "../agent/utils/conf_file.h"
+#include "../agent/utils/reply.h"
 #include "../agent/utils/reply_text.h"
+#include "../agent/utils/text.h"
+#include "../log_sources.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
 

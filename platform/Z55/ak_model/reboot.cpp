@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "../agent/utils/os.h"
-#include "handler_value.h"
+#include "../log_sources.h"
 
 int reboot_device() {
     std::printf("!!!***%s %d ***!!!\n ***** reboot operation*****\n", kModelSource, __LINE__);

@@ -2,11 +2,13 @@
 
 #include <cstdio>
 #include <optional>
+#include <string>
 
+#include "../agent/utils/reply.h"
 #include "../agent/utils/text.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../z55cgi.h"
-#include "handler_value.h"
 #include "reboot.h"
 #include "reserve_file.h"
 #include "resolution_change.h"

@@ -9,7 +9,7 @@
 
 #include "../agent/utils/os.h"
 #include "../device.h"
-#include "handler_value.h"
+#include "../log_sources.h"
 
 namespace {
 

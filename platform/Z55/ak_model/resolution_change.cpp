@@ -1,8 +1,12 @@
 #include "resolution_change.h"
 
+#include <pthread.h>
+
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "../agent/session_key.h"
 #include "../agent/status_query.h"
@@ -10,12 +14,13 @@
 #include "../agent/utils/text.h"
 #include "../device.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../sdk/usock.h"
 #include "../shared.h"
 #include "../video_recording.h"
 #include "../z55cgi.h"
-#include "handler_value.h"
 #include "parameter_store.h"
+#include "parameters.h"
 
 namespace {
 

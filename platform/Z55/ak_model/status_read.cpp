@@ -2,17 +2,19 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "../agent/loginout.h"
 #include "../agent/utils/files.h"
+#include "../agent/utils/reply.h"
 #include "../agent/utils/reply_text.h"
 #include "../agent/utils/shell_file.h"
 #include "../agent/utils/text.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../z55cgi.h"
 #include "handler_value.h"
 

@@ -1,5 +1,8 @@
 #include "upgrade_marker.h"
 
+#include <sys/stat.h>
+
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string_view>

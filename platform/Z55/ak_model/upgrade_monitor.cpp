@@ -1,15 +1,20 @@
 #include "upgrade_monitor.h"
 
+#include <pthread.h>
+
 #include <cstdio>
+#include <optional>
 #include <string>
 
+#include "../agent/alarm_rules.h"
 #include "../agent/alarm_sink.h"
 #include "../agent/utils/conf_file.h"
 #include "../agent/utils/os.h"
+#include "../agent/utils/text.h"
 #include "../agent/utils/threads.h"
 #include "../exports.h"
+#include "../log_sources.h"
 #include "../shared.h"
-#include "handler_value.h"
 #include "status_read.h"
 #include "upgrade_marker.h"
 

@@ -1,9 +1,12 @@
 #include "cloud_session.h"
 
+#include <pthread.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <cstdio>
+#include <initializer_list>
+#include <optional>
+#include <string>
 
 #include "../agent/loginout.h"
 #include "../agent/network.h"
@@ -15,6 +18,7 @@
 #include "../device.h"
 #include "../exports.h"
 #include "../log_sources.h"
+#include "../sdk/ef.h"
 #include "../sdk/usock.h"
 #include "../shared.h"
 #include "../video_recording.h"

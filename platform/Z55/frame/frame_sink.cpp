@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "../exports.h"
+#include "../sdk/ef.h"
 #include "../shared.h"
 #include "zero_pair.h"
 

@@ -1,5 +1,6 @@
 #include "talkback.h"
 
+#include <pthread.h>
 #include <semaphore.h>
 
 #include <algorithm>

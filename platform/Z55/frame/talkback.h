@@ -4,7 +4,6 @@
 #ifndef Z55_FRAME_TALKBACK_H
 #define Z55_FRAME_TALKBACK_H
 
-#include <cstddef>
 #include <cstdint>
 
 // One clip: a WAV file in memory. Owned by its waitAndPlay thread, which frees it.

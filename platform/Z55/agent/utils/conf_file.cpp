@@ -14,6 +14,7 @@
 
 #include "../../exports.h"
 #include "files.h"
+#include "text.h"
 
 namespace {
 

@@ -9,8 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "text.h"
-
 inline constexpr char kConfPath[] = "/tmp/working/VeloAgent.conf";
 
 struct conf_pair {

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <initializer_list>
+#include <iterator>
 #include <mutex>
 
 #include "os.h"

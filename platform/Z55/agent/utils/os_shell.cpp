@@ -8,8 +8,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <iterator>
 #include <mutex>
+#include <optional>
+#include <string>
 
 #include "os.h"
 #include "os_inherit.h"

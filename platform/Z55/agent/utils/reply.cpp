@@ -1,7 +1,5 @@
 #include "reply.h"
 
-#include <cstring>
-
 bool Reply::store(size_t at, std::string_view text) {
     char *grown = static_cast<char *>(std::realloc(block_.get(), at + text.size() + 1));
     if (grown == nullptr) return false;
