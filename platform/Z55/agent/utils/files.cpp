@@ -147,7 +147,10 @@ File open_regular(const char *path) {
 }
 
 File open_to_append(const char *path) {
-    return open_stream(path, O_WRONLY | O_CREAT | O_APPEND, "a");
+    File file = open_stream(path, O_WRONLY | O_CREAT | O_APPEND, "a");
+    struct stat opened {};
+    if (file && fstat(fileno(file.get()), &opened) == 0 && opened.st_size == 0) sync_folder_of(path);
+    return file;
 }
 
 bool close_synced(File file) {

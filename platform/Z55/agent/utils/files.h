@@ -21,8 +21,8 @@ using File = std::unique_ptr<FILE, FileClose>;
 // missing file they give null, errno set.
 [[nodiscard]] File open_regular(const char *path);
 
-// Opens a regular file for appending, which is created where it is missing. A link in its place gives null,
-// errno set.
+// Opens a regular file for appending, which is created where it is missing; a power cut then leaves its name,
+// so that lines that are synced cannot go with it. A link in its place gives null, errno set.
 [[nodiscard]] File open_to_append(const char *path);
 
 // Writes what `file` still buffers to the disk and closes it. Returns false, errno set, when that or any
