@@ -1,10 +1,13 @@
 #include "recording_log.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include "agent/exchange.h"
@@ -21,15 +24,43 @@
 
 namespace {
 
-constexpr size_t kLineSize = 64;
+constexpr size_t kLineSize = 64;  // of the buffer of a line without its end; with its end it is as long
 
 constinit std::mutex cache_lock;
 constinit char cached_log_path[1024] = {};  // from the configuration when first needed; a value is no longer
 
+// What stands behind the last line end where that is a piece of a line: a line begins with a digit, and bytes
+// that the disk was not given any more are zeros.
+size_t torn_length(FILE *log, long size) {
+    char end[kLineSize + 1];
+    const size_t looked = std::min(static_cast<size_t>(size), sizeof end);
+    if (std::fseek(log, -static_cast<long>(looked), SEEK_END) != 0 ||
+        std::fread(end, 1, looked, log) != looked)
+        return 0;
+    const std::string_view text(end, looked), piece = text.substr(text.rfind('\n') + 1);
+    if (piece.empty() || piece.size() > kLineSize) return 0;
+    return piece[0] == '\0' || (piece[0] >= '0' && piece[0] <= '9') ? piece.size() : 0;
+}
+
+// A power cut may leave a piece of the line that was being appended: the next one would stand behind it.
+void cut_torn_line(const char *path) {
+    const File log = open_regular(path);
+    const long size = log && std::fseek(log.get(), 0, SEEK_END) == 0 ? std::ftell(log.get()) : 0;
+    const size_t torn = size > 0 ? torn_length(log.get(), size) : 0;
+    File file = torn > 0 ? open_to_append(path) : nullptr;
+    if (!file || ftruncate(fileno(file.get()), size - static_cast<long>(torn)) != 0) return;
+    // Before the next line is written: the piece may be longer. What stays on the disk stands before that
+    // line.
+    [[maybe_unused]] const bool cut = close_synced(std::move(file));
+}
+
+// Before the process's first line, when nobody appends yet, the log is put in order.
 std::string log_path() {
     const std::lock_guard<std::mutex> lock(cache_lock);
-    if (cached_log_path[0] == '\0' && !conf_value_into(cached_log_path, "RECORDING_LOG_FILE"))
+    if (cached_log_path[0] != '\0') return cached_log_path;
+    if (!conf_value_into(cached_log_path, "RECORDING_LOG_FILE"))
         std::printf("Read conf failed: RECORDING_LOG_FILE. %s:%d\n", kRecordingSource, __LINE__);
+    cut_torn_line(cached_log_path);
     return cached_log_path;
 }
 

@@ -170,11 +170,64 @@ TEST_F(RecordingLog, LogThatCannotBeOpenedIsSkipped) {
 
 TEST_F(RecordingLog, LineIsOnTheDiskWhenItCountsAsWritten) {
     newest_video("A");
+    write_file(kLog, "a line\n");
     output_of([] { write_recording_log(1, 2, "12345"); });
     EXPECT_EQ(intercept::synced(), Texts{kLog});
     output_of(cancel_last_recording_log);
     EXPECT_EQ(intercept::synced(), (Texts{kLog, kLog}));
 }
+
+TEST_F(RecordingLog, NewLogOutlivesAPowerCut) {
+    newest_video("A");
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_EQ(intercept::synced(), (Texts{"/tmp", kLog})) << "the folder knows the file";
+}
+
+TEST_F(RecordingLog, PieceOfALineIsGoneFromTheDiskBeforeTheNextOneComes) {
+    newest_video("A");
+    write_file(kLog, "a line\n2023");
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_EQ(intercept::synced(), (Texts{kLog, kLog}));
+}
+
+struct TornRow {
+    const char *name;
+    std::string left;  // by the power cut
+    std::string kept;
+};
+
+void PrintTo(const TornRow &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class TornRecordingLog : public RecordingLog, public testing::WithParamInterface<TornRow> {};
+
+TEST_P(TornRecordingLog, NextLineIsWhole) {
+    newest_video("A");
+    write_file(kLog, GetParam().left);
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_EQ(read_file(kLog), GetParam().kept + "19700101000001_1_A\n");
+    output_of([] { write_recording_log(1, 3, "12345"); });
+    EXPECT_EQ(read_file(kLog), GetParam().kept + "19700101000001_1_A\n19700101000001_2_A\n");
+}
+
+const std::string kWhole = "20231114221320_25_A0001.MP4\n";
+const std::string kLongestPiece = "20231114221320_" + std::string(48, '1');
+
+INSTANTIATE_TEST_SUITE_P(
+    Row, TornRecordingLog,
+    testing::Values(TornRow{"whole lines", kWhole + kWhole, kWhole + kWhole},
+                    TornRow{"the first byte of a second line", kWhole + "2", kWhole},
+                    TornRow{"all but the end of a second line", kWhole + "20231114221320_25_A0002.MP4",
+                            kWhole},
+                    TornRow{"all but the end of the longest line", kWhole + kLongestPiece, kWhole},
+                    TornRow{"a piece of the first line", "2023", ""},
+                    TornRow{"zeros for a second line", kWhole + std::string(28, '\0'), kWhole},
+                    TornRow{"zeros for the longest line", kWhole + std::string(64, '\0'), kWhole},
+                    TornRow{"zeros for the first line", std::string(64, '\0'), ""},
+                    TornRow{"what is too long for a line", std::string(66, '1'), std::string(66, '1')},
+                    TornRow{"the X of a cancelled one", kWhole + "X", kWhole + "X"}),
+    by_name);
 
 TEST_F(RecordingLog, LinkInTheLogsPlaceIsNotFollowed) {
     newest_video("A");
@@ -189,6 +242,7 @@ TEST_F(RecordingLog, LinkInTheLogsPlaceIsNotFollowed) {
 
 TEST_F(RecordingLog, LineThatTheDiskDoesNotTakeIsTold) {
     newest_video("A");
+    write_file(kLog, "a line\n");
     intercept::refuse_next("fsync");
     const std::string log = output_of([] { write_recording_log(1, 2, "12345"); });
     EXPECT_NE(log.find("recording log not written, platform/Z55/video_recording:Input/output error\n"),
