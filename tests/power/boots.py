@@ -12,7 +12,7 @@ from hour import Journal
 from promises import NOTICES, all_keys, entries, expected_notice, whole_lines
 
 STARTED, POLLED = "vq_ipca_init return", "Value of SD:"
-PATIENCE = 15  # real seconds for a start
+PATIENCE = 60  # real seconds for a start
 ENOUGH = 3  # disks that broke a rule, after which no more are started on
 LINE = re.compile(rb"[0-9]{14}_[0-9]+_[^\n]*\n")
 

@@ -23,6 +23,7 @@ LOAD_SECONDS = 0.15   # real, after which a kill that has not come is made
 UPGRADES, UPGRADE_SECONDS = 0.2, 0.5  # of all rounds; real
 ALONE = 0.6           # of them without any other load
 LINE = re.compile(rb"[0-9]{14}_[0-9]+_[^\n]*\n")
+PATIENCE = 60         # real seconds for a start
 LONG_LOG = 20000      # bytes of the recording log that begin a new one
 
 
@@ -51,12 +52,12 @@ class Round:
         device.start_agent(order)
         began = time.monotonic()
         # A kill at an instant may hit the start, too.
-        self._pass(lambda: device.logs(STARTED)() or (not within and time.monotonic() - began > pause), 30)
+        self._pass(lambda: device.logs(STARTED)() or (not within and time.monotonic() - began > pause), PATIENCE)
         self.started = STARTED in device.log_text()
         if self.started:
             self._load(pause if within else pause - (time.monotonic() - began), upgrade)
         elif device.agent_runs() and within:
-            self.broken.append("the agent comes up: it has not ended its start checks after 30 s")
+            self.broken.append(f"the agent comes up: it has not ended its start checks after {PATIENCE} s")
         self._end()
         self._judge(due)
 
