@@ -1,7 +1,7 @@
 // The desk that a test drives (DESK_URL), and pages of it in one browser. A page that writes an error to its console fails
 // its test.
 import assert from 'node:assert/strict';
-import {mkdirSync} from 'node:fs';
+import {appendFileSync, mkdirSync} from 'node:fs';
 import {after, before} from 'node:test';
 import {startBrowser} from './chromium.mjs';
 
@@ -9,12 +9,13 @@ export const base = process.env.DESK_URL ?? 'http://127.0.0.1:8055';
 export const results = process.env.DESK_RESULTS ?? 'build/browser';
 mkdirSync(results, {recursive: true});
 
-export async function ask(method, path, body) {
-  const reply = await fetch(`${base}${path}`, {method, body: body === undefined ? undefined : JSON.stringify(body)});
+export async function askAt(address, method, body) {
+  const reply = await fetch(address, {method, body: body === undefined ? undefined : JSON.stringify(body)});
   const text = await reply.text();
-  assert.ok(reply.ok, `${method} ${path}: ${reply.status} ${text}`);
+  assert.ok(reply.ok, `${method} ${address}: ${reply.status} ${text}`);
   return text ? JSON.parse(text) : null;
 }
+export const ask = (method, path, body) => askAt(`${base}${path}`, method, body);
 export const camera = (method, path, body) => ask(method, `/camera${path}`, body);
 export const sdk = (method, path, body) => ask(method, `/sdk${path}`, body);
 export const state = () => ask('GET', '/api/state');
@@ -53,5 +54,13 @@ export function withBrowser(options) {
   };
 }
 
-export const median = (values) => [...values].sort((a, b) => a - b)[Math.floor(values.length / 2)];
+// A line of figures, for ./test --browser to show at its end.
+export function figure(line) {
+  console.log(line);
+  appendFileSync(`${results}/figures.txt`, `${line}\n`);
+}
+
+// The value that this share of all does not exceed.
+export const share = (values, part) => [...values].sort((a, b) => a - b)[Math.min(Math.floor(values.length * part), values.length - 1)];
+export const median = (values) => share(values, 0.5);
 export const spread = (values) => `minimum ${Math.round(Math.min(...values))}, median ${Math.round(median(values))}, maximum ${Math.round(Math.max(...values))} ms (${values.length} tries)`;
