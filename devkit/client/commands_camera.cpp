@@ -1,6 +1,7 @@
 // The camera and its surroundings.
 #include "actions.h"
 #include "commands.h"
+#include "scenario.h"
 #include "show.h"
 
 namespace {
@@ -43,6 +44,8 @@ constexpr Command kFaultCommands[] = {
     {"camera appear", "", "", "brings it back", "camera appear", kCamera, "POST", "/appear"},
     {"camera refuse", "", "", "closes its port", "camera refuse", kCamera, "POST", "/refuse"},
     {"camera accept", "", "", "opens it again", "camera accept", kCamera, "POST", "/accept"},
+    {"run", "SCENARIO", "", "runs a script of troubles; ends with questions and their answers",
+     "run router-restart", Side::console, nullptr, "", "", nullptr, run_scenario},
 };
 
 }  // namespace

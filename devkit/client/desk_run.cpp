@@ -9,11 +9,24 @@ namespace {
 
 constexpr time_t kHour = 3600;
 
+struct Interface {
+    const char *file, *key, *name;
+};
+
+// By Side.
+constexpr Interface kInterfaces[] = {{"camera.json", "control", "the camera"},
+                                     {"sdk.json", "port", "the SDK"},
+                                     {"console.json", "port", "the console"}};
+
+const Interface &interface_of(Side to) {
+    return kInterfaces[static_cast<size_t>(to)];
+}
+
 int port_of(Side to) {
-    const std::string file = run_folder() + (to == Side::camera ? "/camera.json" : "/sdk.json");
+    const std::string file = run_folder() + "/" + interface_of(to).file;
     std::ifstream stream(file);
     const nlohmann::json ports = nlohmann::json::parse(stream, nullptr, false);
-    const char *key = to == Side::camera ? "control" : "port";
+    const char *key = interface_of(to).key;
     if (!ports.is_object() || !ports.contains(key)) {
         throw DeskError("nothing is running here: no port in " + file +
                         " (start ./run, or name its folder in DESK_RUN)");
@@ -44,7 +57,7 @@ std::string request(Side to, const std::string &method, const std::string &path,
     order.body = body;
     if (!body.empty()) order.set_header("Content-Type", "application/json");
     const httplib::Result reply = client.send(order);
-    const std::string name = to == Side::camera ? "the camera" : "the SDK";
+    const std::string name = interface_of(to).name;
     if (!reply) throw DeskError(name + " does not answer at port " + std::to_string(port));
     if (reply->status / 100 != 2)
         throw DeskError(name + " answers " + std::to_string(reply->status) + ": " + error_text(*reply));

@@ -1,12 +1,12 @@
-// Where a running desk can be reached: the folder with the ports files of camera and SDK, and the requests to
-// both.
+// Where a running desk can be reached: the folder with the ports files of camera, SDK and console, and the
+// requests to them.
 #ifndef DEVKIT_CLIENT_DESK_RUN_H
 #define DEVKIT_CLIENT_DESK_RUN_H
 
 #include <nlohmann/json.hpp>
 #include <string>
 
-enum class Side { camera, sdk };
+enum class Side { camera, sdk, console };
 
 // A mistake of the user or an error reply; `what()` is all that is to be printed.
 class DeskError : public std::runtime_error {

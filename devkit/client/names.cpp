@@ -6,6 +6,8 @@
 #include <memory>
 #include <numeric>
 
+#include "scenario.h"
+
 namespace {
 
 using List = std::span<const Name> (*)();
@@ -67,7 +69,13 @@ void add(Choice &choice, std::span<const Name> names) {
     choice.names.insert(choice.names.end(), names.begin(), names.end());
 }
 
-// "0|1" as names, "0..100" as a range. The pieces live as long as the program.
+// Lives as long as the program.
+const char *keep(const std::string &text) {
+    static std::vector<std::unique_ptr<std::string>> kept;
+    return kept.emplace_back(std::make_unique<std::string>(text))->c_str();
+}
+
+// "0|1" as names, "0..100" as a range.
 void take_values(Choice &choice, const std::string &values) {
     if (const size_t dots = values.find(".."); dots != std::string::npos) {
         choice.is_number = true;
@@ -77,9 +85,7 @@ void take_values(Choice &choice, const std::string &values) {
     }
     for (size_t at = 0; at < values.size();) {
         const size_t end = std::min(values.find('|', at), values.size());
-        static std::vector<std::unique_ptr<std::string>> kept;
-        kept.push_back(std::make_unique<std::string>(values.substr(at, end - at)));
-        choice.names.push_back({kept.back()->c_str()});
+        choice.names.push_back({keep(values.substr(at, end - at))});
         at = end + 1;
     }
 }
@@ -149,6 +155,11 @@ Choice choice_of(const Command &command, size_t place, const Texts &before) {
     if (lists_values(kind)) {
         Choice choice{.what = "value"};
         take_values(choice, kind);
+        return choice;
+    }
+    if (kind == "SCENARIO") {
+        Choice choice{.what = "scenario"};
+        for (const auto &[name, title] : scenario_names()) choice.names.push_back({keep(name), keep(title)});
         return choice;
     }
     if (kind == "METHOD") return {"method", {std::begin(kMethods), std::end(kMethods)}};

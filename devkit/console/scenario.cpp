@@ -14,6 +14,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr double kPatience = 60;  // seconds, where a step names none
+
 double last_of(const Hub &page, const char *list) {
     const json items = page.section(list);
     return items.is_array() && !items.empty() ? items.back()["n"].get<double>() : 0;
@@ -65,7 +67,8 @@ json Scenarios::list() const {
         const json script = load(name);
         if (!script.is_object()) continue;
         double seconds = 0;
-        for (const json &step : script["steps"]) seconds += step.value("after", 0.0);
+        for (const json &step : script["steps"])
+            seconds += step.value("after", 0.0) + step.value("/until/within"_json_pointer, 0.0);
         all.push_back(
             {{"name", name}, {"title", script["title"]}, {"about", script["about"]}, {"seconds", seconds}});
     }
@@ -76,25 +79,42 @@ json Scenarios::list() const {
 std::string Scenarios::start(const std::string &name) {
     const json script = load(name);
     if (!script.is_object()) return "there is no scenario " + name;
-    if (running_.exchange(true)) return "a scenario runs already";
+    const std::lock_guard guard(starting_);
+    if (running_) return "a scenario runs already";
+    if (runner_.joinable()) runner_.join();
+    running_ = true;
     stopping_ = false;
-    std::thread([this, script] {
-        run(script);
-        running_ = false;
-    }).detach();
+    show(script, json::array(), nullptr);
+    runner_ = std::thread([this, script] { run(script); });
     return "";
 }
 
-bool Scenarios::pause(double seconds) const {
+// False where the scenario was stopped or `holds` never came.
+bool Scenarios::wait(double seconds, const std::function<bool()> &holds) const {
     const double until = clock_ms(CLOCK_MONOTONIC) + seconds * 1e3;
-    const timespec moment{0, 100'000'000};
-    while (!stopping_ && clock_ms(CLOCK_MONOTONIC) < until) nanosleep(&moment, nullptr);
-    return !stopping_;
+    const timespec moment{0, 200'000'000};
+    for (;;) {
+        if (stopping_) return false;
+        if (holds()) return true;
+        if (clock_ms(CLOCK_MONOTONIC) >= until) return false;
+        nanosleep(&moment, nullptr);
+    }
 }
 
-void Scenarios::show(const json &script, size_t step, const json &answered) const {
-    json said = json::array();
-    for (size_t i = 0; i < step; i++) said.push_back(script["steps"][i]["say"]);
+void Scenarios::pause(double seconds) const {
+    wait(seconds, [] { return false; });
+}
+
+// What a step waits for, counted since before its order. Returns what is to be said where it never came.
+std::string Scenarios::wait_for(const json &expected, const json &before) const {
+    const double least = expected.value("at_least", 1.0), within = expected.value("within", kPatience);
+    const std::string what = expected.value("count", "");
+    const auto holds = [&] { return count(page_, what, before) >= least; };
+    if (wait(within, holds) || stopping_) return "";
+    return "not within " + std::to_string(std::lround(within)) + " s: " + what;
+}
+
+void Scenarios::show(const json &script, const json &said, const json &answered) const {
     page_.set("scenario", {{"title", script["title"]},
                            {"steps", script["steps"].size()},
                            {"said", said},
@@ -114,19 +134,31 @@ json Scenarios::answers(const json &script, const json &before) const {
     return all;
 }
 
-void Scenarios::run(const json &script) {
-    const double begin = wall_ms();
+// One step; returns what went wrong, "" for nothing.
+std::string Scenarios::take(const json &step) const {
     const json before = counters(page_);
-    page_.add("marks", json::array({{{"t", begin}, {"kind", "scenario"}, {"text", script["title"]}}}), 200);
-    size_t done = 0;
-    show(script, done, nullptr);
+    std::string wrong =
+        step.contains("request") ? order_(step.value("to", "camera"), step["request"]) : std::string();
+    if (wrong.empty() && step.contains("until")) wrong = wait_for(step["until"], before);
+    return wrong;
+}
+
+void Scenarios::run(const json &script) {
+    const json before = counters(page_);
+    page_.add("marks", json::array({{{"t", wall_ms()}, {"kind", "scenario"}, {"text", script["title"]}}}),
+              200);
+    json said = json::array();
     for (const json &step : script["steps"]) {
-        if (!pause(step.value("after", 0.0))) break;
-        const std::string wrong =
-            step.contains("request") ? order_(step.value("to", "camera"), step["request"]) : std::string();
-        show(script, ++done, nullptr);
-        if (!wrong.empty())
-            page_.add("marks", json::array({{{"t", wall_ms()}, {"kind", "error"}, {"text", wrong}}}), 200);
+        pause(step.value("after", 0.0));
+        if (stopping_) break;
+        said.push_back(step["say"]);
+        show(script, said, nullptr);
+        const std::string wrong = take(step);
+        if (wrong.empty()) continue;
+        said.back() = step["say"].get<std::string>() + " (" + wrong + ")";
+        show(script, said, nullptr);
     }
-    show(script, done, answers(script, before));
+    const json answered = answers(script, before);
+    running_ = false;
+    show(script, said, answered);
 }

@@ -174,6 +174,8 @@ void add_scripts(httplib::Server &server, const Console &desk) {
     server.Post("/api/scenarios/([a-z0-9-]+)", [desk](const Request &request, Response &response) {
         say_result(response, desk.scripts.start(request.matches[1]));
     });
+    server.Get("/api/scenario",
+               [desk](const Request &, Response &response) { say(response, desk.page.section("scenario")); });
     server.Delete("/api/scenarios", [desk](const Request &, Response &response) {
         desk.scripts.stop();
         say(response, json::object());

@@ -50,6 +50,7 @@ class Desk : public testing::Test {
         port_ = server_.bind_to_any_port("127.0.0.1");
         listener_ = std::thread([this] { server_.listen_after_bind(); });
         std::ofstream("/tmp/camera.json") << "{\"cgi\":1,\"control\":" << port_ << ",\"pid\":2}";
+        std::ofstream("/tmp/console.json") << "{\"port\":" << port_ << ",\"pid\":2}";
         start_agent(2);
         setenv("DESK_RUN", "/tmp", 1);
         while (!server_.is_running()) std::this_thread::yield();

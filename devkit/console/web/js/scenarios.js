@@ -14,7 +14,7 @@ export function makeScenarios() {
     await ask('POST', `api/scenarios/${name}`).catch((wrong) => { problem.textContent = wrong.message; });
   };
   ask('GET', 'api/scenarios').then((all) => list.append(...all.map((row) => h('button', {type: 'button', id: `scenario-${row.name}`, onclick: () => start(row.name)},
-    h('b', {}, row.title), h('small', {}, `${row.about} ${Math.round(row.seconds)} s.`)))));
+    h('b', {}, row.title), h('small', {}, `${row.about} At most ${Math.round(row.seconds)} s.`)))));
   let told = false;
   on('scenario', lazily(() => {
     const now = state.scenario;
