@@ -1,5 +1,7 @@
 #include "upgrade.h"
 
+#include <cstdlib>
+
 namespace {
 
 void upgrade_step(Camera &cam, unsigned count, int step);
@@ -14,11 +16,20 @@ void show(Camera &cam, const char *status, int progress) {
     cam.status["FwDownloadProgress"] = std::to_string(progress);
 }
 
+// "1.0.5" after "1.0.4": what the maker offers next, so that an upgrade can be ordered again.
+std::string next_version(const std::string &version) {
+    const size_t dot = version.rfind('.');
+    if (dot == std::string::npos) return version + ".1";
+    return version.substr(0, dot + 1) + std::to_string(std::atoi(version.c_str() + dot + 1) + 1);
+}
+
 void finish_upgrade(Camera &cam, bool new_firmware) {
     {
         std::lock_guard guard(cam.lock);
         if (new_firmware) {
-            cam.config["fwver"] = cam.status.value("NewFirmwareVersion", "");
+            const std::string version = cam.status.value("NewFirmwareVersion", "");
+            cam.config["fwver"] = version;
+            cam.status["NewFirmwareVersion"] = next_version(version);
             cam.status["NewFirmwareEvent"] = "0";
         }
     }

@@ -17,12 +17,6 @@ namespace {
 
 constexpr int kPauseMilliseconds = 250;
 
-// Which agent answers: its ports file, other after each start.
-std::string agent_start() {
-    std::ifstream file(run_folder() + "/sdk.json");
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 void put_alarm(const json &alarm) {
     const int status = alarm.at("status"), result = alarm.value("result", 0);
     const std::string clock = clock_text(alarm.value("time", std::int64_t{0}));
@@ -36,22 +30,27 @@ void put_alarm(const json &alarm) {
     put(text, object);
 }
 
-// The alarms after `since` of the agent that answers now.
+// The alarms after `since`.
 struct AlarmReader {
-    std::string start = agent_start();
     std::uint64_t since = 0;
 
+    json ask() const {
+        return request_json(Side::sdk, "GET",
+                            since == 0 ? "/alarms" : "/alarms?since=" + std::to_string(since));
+    }
     void put_new() {
-        const std::string now = agent_start();
-        if (now != start) since = 0;  // an agent that was started anew counts from 1
-        start = now;
-        const json reply =
-            request_json(Side::sdk, "GET", since == 0 ? "/alarms" : "/alarms?since=" + std::to_string(since));
+        json reply = ask();
+        if (follows && reply.value("total", since) < since) {  // a desk that was started anew counts from 1
+            since = 0;
+            reply = ask();
+        }
+        follows = true;
         for (const json &alarm : reply.at("alarms")) {
             put_alarm(alarm);
             since = std::max(since, alarm.at("seq").get<std::uint64_t>());
         }
     }
+    bool follows = false;  // it has asked before
 };
 
 // What is watched for changes: members of the two sides' states. A member that is an object counts member by

@@ -33,8 +33,7 @@ bool put_answers(const json &answers) {
     for (const json &each : answers) {
         const bool yes = each.value("good", false);
         good = good && yes;
-        put(coloured(yes ? Colour::good : Colour::bad, yes ? "Yes" : "No ") + (yes ? "  " : " ") +
-                each.value("ask", "") +
+        put(coloured(yes ? Colour::good : Colour::bad, yes ? "Yes" : "No ") + "  " + each.value("ask", "") +
                 coloured(Colour::dim, "  (" + inline_text(each.value("found", json())) + " x " +
                                           each.value("count", "") + ")"),
             each);

@@ -128,8 +128,10 @@ json Scenarios::answers(const json &script, const json &before) const {
     for (const json &question : script["questions"]) {
         const double found = count(page_, question["count"], before);
         const bool good = found >= question.value("at_least", 0.0) && found <= question.value("at_most", 1e9);
-        all.push_back(
-            {{"ask", question["ask"]}, {"count", question["count"]}, {"found", found}, {"good", good}});
+        all.push_back({{"ask", question["ask"]},
+                       {"count", question["count"]},
+                       {"found", std::llround(found)},
+                       {"good", good}});
     }
     return all;
 }

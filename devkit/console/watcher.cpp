@@ -78,12 +78,13 @@ void Watcher::look_at_sdk() {
     if (pid != pid_) {
         if (pid_ != 0) mark("agent", "the agent started again");
         pid_ = pid;
-        alarms_seen_ = 0;
     }
-    look_at_alarms(pid);
+    look_at_alarms();
 }
 
-void Watcher::look_at_alarms(int pid) {
+// The desk keeps the alarms of agents that have ended (DESK_SDK_ALARMS_KEPT): what one said last is told by
+// the next.
+void Watcher::look_at_alarms() {
     if (sdk_.value("alarm_count", 0.0) == alarms_seen_) return;
     const auto got = behind_.ask(Side::sdk, "GET",
                                  "/alarms?since=" + std::to_string(static_cast<long long>(alarms_seen_)));
@@ -94,7 +95,6 @@ void Watcher::look_at_alarms(int pid) {
         alarm.update(alarm_cause(alarm.value("status", 0), camera_, device_.value("conf", json())));
         alarm["n"] = ++alarm_number_;
         alarm["t"] = wall_of(alarm.value("real_ms", 0.0));
-        alarm["pid"] = pid;
         fresh.push_back(alarm);
     }
     page_.add("alarms", fresh, kEptAlarms);

@@ -6,7 +6,7 @@ namespace {
 constexpr char kList[] =
     R"([{"name":"bad-night","title":"A bad night"},{"name":"router-restart","title":"Router restart"}])";
 constexpr char kTwoSteps[] = R"("title":"A bad night","said":["Somebody walks by","Its sessions end"])";
-constexpr char kAnswer[] = R"({"ask":"Was it told?","count":"alarms:1","found":1.0,"good":true})";
+constexpr char kAnswer[] = R"({"ask":"Was it told?","count":"alarms:1","found":1,"good":true})";
 
 std::string ended(const std::string &answers, const char *stopped = "false") {
     return std::string("{") + kTwoSteps + R"(,"running":false,"stopped":)" + stopped + R"(,"answers":[)" +
@@ -30,7 +30,7 @@ TEST_F(Desk, run_with_json_prints_an_object_a_line) {
 }
 
 TEST_F(Desk, run_ends_with_1_where_an_answer_is_not_the_right_one) {
-    answer(ended(R"({"ask":"Was it told?","count":"alarms:1","found":0.0,"good":false})"));
+    answer(ended(R"({"ask":"Was it told?","count":"alarms:1","found":0,"good":false})"));
     const Outcome result = run_desk("run bad-night");
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_NE(result.output.find("No   Was it told?  (0 x alarms:1)\n"), std::string::npos) << result.output;

@@ -59,6 +59,33 @@ TEST(Sdk, AlarmsStandInAFileThatOutlivesTheAgent) {
     EXPECT_FALSE(std::getline(file, line));
 }
 
+TEST(Sdk, KeptAlarmsAndTheirNumbersGoOnInTheNextAgent) {
+    const ScratchFolder folder;
+    const std::map<std::string, std::string> kept{{"DESK_SDK_ALARMS_KEPT", folder.path("kept")}};
+    json before;
+    {
+        AgentProcess agent(kept);
+        for (const char *status : {"1", "13"}) agent.call("set_device_param", {"alarm", status});
+        before = agent.get("/alarms").at("alarms");
+    }
+    AgentProcess agent(kept);
+    EXPECT_EQ(agent.get("/alarms").at("alarms"), before);
+    EXPECT_EQ(agent.get("/state").at("alarm_count"), 2);
+    agent.call("set_device_param", {"alarm", "3"});
+    const json newest = agent.get("/alarms?since=2").at("alarms");
+    ASSERT_EQ(newest.size(), 1U);
+    EXPECT_EQ(newest.at(0).at("seq"), 3);
+    EXPECT_EQ(newest.at(0).at("status"), 3);
+    EXPECT_NE(newest.at(0).at("pid"), before.at(0).at("pid"));
+}
+
+TEST(Sdk, AFileThatHoldsNoAlarmsIsMadeAnew) {
+    const ScratchFolder folder;
+    std::ofstream(folder.path("kept")) << "something else";
+    AgentProcess agent({{"DESK_SDK_ALARMS_KEPT", folder.path("kept")}});
+    EXPECT_EQ(agent.get("/alarms").at("total"), 0);
+}
+
 TEST(Sdk, OldAlarmsGiveWayToNewOnes) {
     AgentProcess agent;
     agent.post("/call",
