@@ -67,19 +67,24 @@ void stream_events(const Console &desk, Response &response) {
 
 // --- The live picture.
 
-// One viewer's stream: what waited for its muxer, then frame by frame.
-struct PictureStream {
+// Somebody watches as long as this lives.
+struct Watching {
     Live &source;
     std::shared_ptr<Viewer> queue;
-    std::unique_ptr<Muxer> film{};
-    std::string codecs{}, begun{};
 
-    explicit PictureStream(Live &from) : source(from), queue(from.add_viewer()) {}
-    ~PictureStream() {
+    explicit Watching(Live &from) : source(from), queue(from.add_viewer()) {}
+    ~Watching() {
         source.remove_viewer(queue);
     }
-    PictureStream(const PictureStream &) = delete;
-    PictureStream &operator=(const PictureStream &) = delete;
+    Watching(const Watching &) = delete;
+    Watching &operator=(const Watching &) = delete;
+};
+
+// One viewer's film: what waited for its muxer, then frame by frame.
+struct PictureStream : Watching {
+    std::unique_ptr<Muxer> film{};
+    std::string codecs{}, begun{};
+    using Watching::Watching;
 };
 
 // Waits for a key frame and for sound, or a while without it; false where no picture comes.
@@ -129,6 +134,30 @@ void stream_pictures(const Console &desk, Response &response) {
     response.set_header("X-Codecs", stream->codecs);
     response.set_chunked_content_provider(
         "video/mp4", [stream](size_t, DataSink &sink) { return send_more(*stream, sink); });
+}
+
+// A frame as it is, for whoever decodes by himself, behind 16 bytes in little endian: its length, its kind,
+// and the machine's monotonic clock in microseconds when it was handed over.
+std::string with_header(const LiveFrame &frame) {
+    const uint32_t words[] = {static_cast<uint32_t>(frame.data.size()), frame.key     ? 2U
+                                                                        : frame.video ? 1U
+                                                                                      : 0U};
+    std::string made;
+    made.append(reinterpret_cast<const char *>(words), sizeof words);
+    made.append(reinterpret_cast<const char *>(&frame.real_us), sizeof frame.real_us);
+    return made + frame.data;
+}
+
+void stream_frames(const Console &desk, Response &response) {
+    const auto watching = std::make_shared<Watching>(desk.pictures);
+    response.set_header("Cache-Control", "no-store");
+    response.set_chunked_content_provider("application/octet-stream", [watching](size_t, DataSink &sink) {
+        const SharedFrame frame = watching->queue->next();
+        if (!frame && watching->queue->ended()) sink.done();
+        if (!frame) return sink.is_writable();
+        const std::string made = with_header(*frame);
+        return sink.write(made.data(), made.size());
+    });
 }
 
 // --- The device.
@@ -190,6 +219,8 @@ void add_routes(httplib::Server &server, const Console &desk, int port) {
     server.set_file_extension_and_mimetype_mapping("mjs", "text/javascript");
     server.Get("/events", [desk](const Request &, Response &response) { stream_events(desk, response); });
     server.Get("/live", [desk](const Request &, Response &response) { stream_pictures(desk, response); });
+    server.Get("/live/frames",
+               [desk](const Request &, Response &response) { stream_frames(desk, response); });
     server.Get("/api/state",
                [desk](const Request &, Response &response) { say(response, desk.page.state()); });
     server.Get("/api/log-reference", [desk](const Request &, Response &response) {

@@ -26,12 +26,12 @@ for (const scheme of ['light', 'dark']) {
       await page.locator('#alarms li').first().waitFor({timeout: 20000});
       await page.click('#watch');
       await page.waitForFunction(() => window.deskPlayer.firstPicture !== null, null, {timeout: 15000});
-      await page.waitForTimeout(2500);  // for plots that show something
+      await page.waitForFunction(() => document.querySelectorAll('#part-live .plot path[d*="L"]').length > 4, null, {timeout: 15000});
       for (const part of parts) {
         await page.locator(`#tab-${part}`).click();
         await page.locator(`#part-${part}`).waitFor();
         if (part === 'device') await page.locator('tr[data-name="Battery"] button').click();
-        await page.waitForTimeout(400);
+        await page.evaluate(() => new Promise((drawn) => { requestAnimationFrame(() => requestAnimationFrame(drawn)); }));
         assert.deepEqual(await violations(page), [], part);
         const width = await page.evaluate(() => document.documentElement.scrollWidth);
         assert.ok(width <= size.width, `${part} is ${width} pixels wide`);

@@ -31,7 +31,7 @@ export async function eventually(f, seconds, what) {
   }
 }
 
-// A browser for the tests of a file; gives open(t, part): a page whose errors fail the test t.
+// A browser for the tests of a file; gives open(t, part, before): a page whose errors fail the test t; before() runs in it first.
 export function withBrowser(options) {
   let browser;
   before(async () => {
@@ -39,8 +39,9 @@ export function withBrowser(options) {
     await eventually(async () => (await state()).sdk?.pid, 60, 'the agent logs in');
   });
   after(() => browser.close());
-  return async (t, part = 'live') => {
+  return async (t, part = 'live', before = null) => {
     const page = await browser.context.newPage();
+    if (before) await page.addInitScript(before);
     const errors = [];
     page.on('console', (message) => { if (['error', 'warning'].includes(message.type())) errors.push(`${message.text()} ${message.location().url}`); });
     page.on('pageerror', (error) => errors.push(error.stack));
@@ -52,6 +53,17 @@ export function withBrowser(options) {
     await page.locator('#agent-state', {hasText: 'polling'}).waitFor({timeout: 60000});
     return page;
   };
+}
+
+// How late this machine wakes whoever waits, at worst but for one time in ten, milliseconds: it tells a busy one.
+export async function lateness() {
+  const late = [];
+  for (let i = 0; i < 100; i++) {
+    const begin = performance.now();
+    await new Promise((resolve) => { setTimeout(resolve, 10); });
+    late.push(performance.now() - begin - 10);
+  }
+  return share(late, 0.9);
 }
 
 // A line of figures, for ./test --browser to show at its end.

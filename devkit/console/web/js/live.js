@@ -1,46 +1,82 @@
 // Live: the picture with its sound, what the stream is like, and what can be raised before the camera.
 import {camera} from './api.js';
 import {alarmCards} from './alarms.js';
-import {card, h, lazily} from './dom.js';
+import {CodecPlayer, lacking} from './codecs.js';
+import {announce, card, h, lazily} from './dom.js';
 import {Player, latency} from './player.js';
 import {plot, rate} from './plot.js';
 import {on, state} from './stream.js';
 
-const remembered = 'desk.watching';
+const remembered = 'desk.watching', rememberedLowest = 'desk.lowest';
 
+// Two ways to the picture, one of which plays: a film that the browser buffers, or frame by frame.
 function makePicture() {
   const video = h('video', {muted: true, playsInline: true, 'aria-label': 'Live picture'});
+  const canvas = h('canvas', {role: 'img', hidden: true, 'aria-label': 'Live picture, frame by frame'});
   const hint = h('p', {}, 'Nobody watches. Press Watch: the SDK asks the agent for pictures, as when somebody opens the app.');
   const badge = h('p', {class: 'latency', hidden: true});
-  const player = new Player(video, (what, why) => {
+  const tell = (what, why) => {
     hint.hidden = what === 'live';
     hint.textContent = what === 'off' ? 'Nobody watches.' : why ? `Waiting for a picture: ${why}.` : 'Waiting for a picture …';
     badge.hidden = what !== 'live';
     figure.dataset.state = what;
-  });
-  const figure = h('div', {class: 'picture', 'data-state': 'off'}, video, hint, badge);
-  const look = () => {
-    if (video.videoWidth && player.wanted) badge.textContent = `${latency(video)} ms behind`;
   };
-  setInterval(() => video.requestVideoFrameCallback(look), 500);
-  return {video, player, figure};
+  const film = new Player(video, tell), frames = new CodecPlayer(canvas, tell);
+  const figure = h('div', {class: 'picture', 'data-state': 'off'}, video, canvas, hint, badge);
+  const picture = {figure, player: film, use(lowest) {
+    const before = picture.player, wanted = before.wanted;
+    if (wanted) before.stop();
+    picture.player = lowest ? frames : film;
+    video.hidden = lowest;
+    canvas.hidden = !lowest;
+    if (wanted) picture.player.start();
+  }};
+  const look = () => {
+    const {player} = picture;
+    if (player.firstPicture && player.wanted) badge.textContent = `${latency(player.picture)} ms behind`;
+  };
+  setInterval(() => picture.player.wanted && picture.player.onPicture(look), 500);
+  return picture;
 }
 
-function watchButtons({video, player}) {
-  const watch = h('button', {type: 'button', class: 'primary', id: 'watch', 'aria-pressed': 'false', onclick: () => turn(!player.wanted)}, 'Watch');
+function watchButton(picture) {
   const turn = (wanted) => {
-    wanted ? player.start() : player.stop();
+    wanted ? picture.player.start() : picture.player.stop();
     watch.textContent = wanted ? 'Stop watching' : 'Watch';
     watch.setAttribute('aria-pressed', wanted);
     sessionStorage.setItem(remembered, wanted ? '1' : '');
   };
-  const sound = h('button', {type: 'button', id: 'sound', 'aria-pressed': 'false', onclick: () => {
-    video.muted = !video.muted;
-    sound.setAttribute('aria-pressed', !video.muted);
-  }}, 'Sound');
+  const watch = h('button', {type: 'button', class: 'primary', id: 'watch', 'aria-pressed': 'false', onclick: () => turn(!picture.player.wanted)}, 'Watch');
   if (sessionStorage.getItem(remembered)) turn(true);
-  const big = h('button', {type: 'button', onclick: () => video.parentElement.requestFullscreen?.()}, 'Full screen');
-  return h('div', {class: 'row'}, watch, sound, big);
+  return watch;
+}
+
+// Lowest latency; where the browser cannot, a sentence, and the film goes on.
+function lowestSwitch(picture) {
+  const sentence = h('p', {class: 'hint', id: 'lowest-hint', role: 'status'});
+  const choose = () => {
+    const why = lowest.checked ? lacking() : '';
+    sentence.textContent = why && `${why}: the picture goes on through Media Source Extensions.`;
+    if (why) announce(sentence.textContent);
+    picture.use(lowest.checked && !why);
+    localStorage.setItem(rememberedLowest, lowest.checked ? '1' : '');
+  };
+  const lowest = h('input', {type: 'checkbox', id: 'lowest', checked: Boolean(localStorage.getItem(rememberedLowest)), onchange: choose});
+  if (lowest.checked) choose();
+  return [h('label', {class: 'row', title: 'WebCodecs: each frame is shown as it comes, nothing is buffered'}, lowest, 'lowest latency'), sentence];
+}
+
+function watchRow(picture) {
+  let muted = true;
+  const [lowest, sentence] = lowestSwitch(picture);
+  const sound = h('button', {type: 'button', id: 'sound', 'aria-pressed': 'false', onclick: () => {
+    muted = !muted;
+    picture.player.setMuted(muted);
+    sound.setAttribute('aria-pressed', !muted);
+  }}, 'Sound');
+  lowest.addEventListener('change', () => picture.player.setMuted(muted));
+  const big = h('button', {type: 'button', onclick: () => picture.figure.requestFullscreen?.()}, 'Full screen');
+  return [h('div', {class: 'row'}, watchButton(picture), sound, big, lowest), sentence];
 }
 
 function raise(name, label) {
@@ -80,11 +116,11 @@ function makeSparks() {
 
 export function makeLive(panel) {
   const parts = makePicture();
-  const picture = card('Picture', parts.figure, watchButtons(parts), ...makeSparks());
+  const picture = card('Picture', parts.figure, ...watchRow(parts), ...makeSparks());
   const before = card('Before the camera', h('div', {class: 'row'}, raise('MotionEvent', 'Somebody walks by'),
     raise('AudioEvent', 'A noise'), raise('TemperatureEvent', 'A temperature event')),
   h('p', {class: 'hint'}, 'Each lasts for one poll. The agent asks every few seconds; the alarm and its lines follow.'));
   panel.append(picture, h('div', {class: 'stack'}, before, ...alarmCards()));
   panel.classList.add('picture-first');
-  window.deskPlayer = parts.player;  // for whoever measures
+  Object.defineProperty(window, 'deskPlayer', {get: () => parts.player});  // for whoever measures
 }

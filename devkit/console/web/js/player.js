@@ -1,11 +1,11 @@
 // The live picture: fragments of MP4 from the desk into Media Source Extensions, kept close to the live edge.
 const kept = 20;         // seconds behind that stay in the buffer
-const wanted = 0.12, late = 0.35, lost = 1.0;  // seconds behind the newest picture: aim, catch up, jump
+const wanted = 0.12, late = 0.3, lost = 0.6;  // seconds behind the newest picture: aim, catch up, jump
 const again = 1000;      // milliseconds until the next try
 
 export class Player {
   constructor(video, onState) {
-    this.video = video;
+    this.picture = this.video = video;
     this.onState = onState;
     this.jumps = 0;
   }
@@ -25,6 +25,15 @@ export class Player {
     this.video.removeAttribute('src');
     this.video.load();
     this.onState('off');
+  }
+
+  setMuted(muted) {
+    this.video.muted = muted;
+  }
+
+  // Calls f once, with the next picture.
+  onPicture(f) {
+    this.video.requestVideoFrameCallback(f);
   }
 
   async run() {
@@ -104,12 +113,12 @@ export class Player {
 // The clock in the picture (a row of 16 squares along the lower edge): its lower 16 bits of milliseconds.
 const bits = 16, squares = 20;  // squares to the picture's height
 const canvas = document.createElement('canvas');
-export function timeCode(video) {
-  const size = video.videoHeight / squares;
+export function timeCode(picture) {
+  const height = picture.videoHeight ?? picture.height, size = height / squares;
   canvas.width = Math.ceil(size * bits);
   canvas.height = Math.ceil(size);
   const context = canvas.getContext('2d', {willReadFrequently: true});
-  context.drawImage(video, 0, video.videoHeight - size, size * bits, size, 0, 0, size * bits, size);
+  context.drawImage(picture, 0, height - size, size * bits, size, 0, 0, size * bits, size);
   let code = 0;
   for (let bit = 0; bit < bits; bit++) {
     const [red] = context.getImageData(Math.floor((bit + 0.5) * size), Math.floor(size / 2), 1, 1).data;
@@ -119,4 +128,4 @@ export function timeCode(video) {
 }
 
 // From the picture's clock until now, milliseconds.
-export const latency = (video) => (Date.now() - timeCode(video) + 131072) % 65536;
+export const latency = (picture) => (Date.now() - timeCode(picture) + 131072) % 65536;
