@@ -39,6 +39,7 @@ test('the log: explained, filtered by text and module, folded, by keyboard', asy
   const line = page.locator('.line', {hasText: '*** (main) myPoll... ***'}).first();
   await page.getByLabel('Filter the log by text').fill('myPoll...');
   await line.click();
+  await page.locator('.explain', {hasText: 'polling begins'}).waitFor({timeout: 20000});
   assert.match(await page.locator('.explain').innerText(), /agent\/main\.cpp[\s\S]*polling begins[\s\S]*Nothing/);
   assert.equal(await page.locator('.line:not([hidden])').evaluateAll((lines) => lines.filter((each) => !each.dataset.text.includes('myPoll...')).length), 0);
   await page.getByLabel('Filter the log by text').fill('');

@@ -10,9 +10,10 @@ const axe = readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.mi
 const parts = ['live', 'device', 'talk', 'upgrade', 'trouble', 'requests', 'process'];
 const sizes = {wide: {width: 1440, height: 900}, narrow: {width: 360, height: 740}};
 
+// One poll's lines stand for all: thousands that look alike would take axe minutes.
 async function violations(page) {
   await page.evaluate(axe);
-  const found = await page.evaluate(() => window.axe.run(document, {resultTypes: ['violations']}));
+  const found = await page.evaluate(() => window.axe.run({exclude: [['.log details:not(:last-child)']]}, {resultTypes: ['violations']}));
   return found.violations.filter(({impact}) => ['serious', 'critical'].includes(impact)).map(({id, nodes}) => `${id}: ${nodes.map((node) => node.target).join(' | ')}`);
 }
 

@@ -1,7 +1,7 @@
 // The live picture without a container and without a buffer: each frame goes through WebCodecs as it comes and is shown at once.
 import {FrameReader, codecOf, kinds, soundOf} from './frames.js';
+import {Watching} from './watching.js';
 
-const again = 1000;       // milliseconds until the next try
 const mostWaiting = 10;   // pictures that wait for the decoder: beyond, it goes on with the next key frame
 const soundAhead = 0.05, mostAhead = 0.2;  // seconds: what is played next, and more than which is left out
 
@@ -11,29 +11,24 @@ export function lacking() {
   return window.isSecureContext ? '' : 'WebCodecs are for secure pages only';
 }
 
-export class CodecPlayer {
+export class CodecPlayer extends Watching {
   constructor(canvas, onState) {
-    this.picture = canvas;
+    super(canvas, onState);
     this.context = canvas.getContext('2d', {alpha: false});
-    this.onState = onState;
     this.muted = true;
     this.waiting = [];
     this.skipped = 0;
   }
 
   start() {
-    this.wanted = true;
-    this.began = performance.now();
-    this.firstPicture = null;
     this.sound = new Sound(this.muted);
-    this.run();
+    super.start();
   }
 
   stop() {
-    this.wanted = false;
-    this.abort?.abort();
-    this.sound?.close();
-    this.onState('off');
+    super.stop();
+    this.close();
+    this.sound.close();
   }
 
   setMuted(muted) {
@@ -46,23 +41,9 @@ export class CodecPlayer {
     this.waiting.push(f);
   }
 
-  async run() {
-    while (this.wanted) {
-      this.onState('waiting');
-      try {
-        await this.play();
-      } catch (problem) {
-        if (this.wanted) this.onState('waiting', problem.message);
-      }
-      this.close();
-      if (this.wanted) await new Promise((resolve) => { setTimeout(resolve, again); });
-    }
-  }
-
   async play() {
-    this.abort = new AbortController();
-    const reply = await fetch('live/frames', {signal: this.abort.signal, cache: 'no-store'});
-    if (!reply.ok) throw new Error('no picture comes');
+    const reply = await this.ask('live/frames');
+    this.close();
     this.toKey = true;
     this.shows = false;
     const frames = new FrameReader(), reader = reply.body.getReader();

@@ -6,7 +6,7 @@ import {on, pointAt, state} from './stream.js';
 const cyclesShown = 60, near = 200;  // milliseconds around a moment
 const hues = ['#3b82c4', '#2f9e6e', '#b5792b', '#8a63c9', '#c2557f', '#5b8f3a', '#3a9aa8', '#a3584d', '#7a7f2c', '#6570c4'];
 const modules = new Map();
-let box, explained, search, choice, follow, current, cycle, cycles = [];
+let box, explained, search, choice, follow, current, cycle, cycles = [], known = false;  // known: the reference is here
 
 function hueOf(module) {
   if (!modules.has(module)) {
@@ -73,7 +73,7 @@ function refilter() {
 function explain(line) {
   const entries = entriesOf(line.dataset.text);
   explained.replaceChildren(h('p', {class: 'mono'}, line.dataset.text.slice(0, 200)));
-  if (!entries.length) explained.append(h('p', {class: 'hint'}, 'This line has no entry in docs/LOG.md: mostly what the camera or libcurl said.'));
+  if (!entries.length) explained.append(h('p', {class: 'hint'}, known ? 'This line has no entry in docs/LOG.md: mostly what the camera or libcurl said.' : 'docs/LOG.md is on its way …'));
   for (const entry of entries) {
     explained.append(h('dl', {}, h('dt', {}, 'From'), h('dd', {}, entry.file || 'elsewhere'), h('dt', {}, 'When'), h('dd', {}, entry.when),
       h('dt', {}, 'Means'), h('dd', {}, entry.means), h('dt', {}, 'Do'), h('dd', {}, entry.do)));
@@ -150,7 +150,9 @@ export function makeLog(place) {
   on('log', take);
   on('moment', markMoment);
   loadReference().then(() => {
+    known = true;
     begin();
     take(state.log);
+    if (current) explain(current);
   });
 }

@@ -1,30 +1,26 @@
 // The live picture: fragments of MP4 from the desk into Media Source Extensions, kept close to the live edge.
+import {Watching} from './watching.js';
+
 const kept = 20;         // seconds behind that stay in the buffer
 const wanted = 0.12, late = 0.3, lost = 0.6;  // seconds behind the newest picture: aim, catch up, jump
-const again = 1000;      // milliseconds until the next try
 
-export class Player {
+export class Player extends Watching {
   constructor(video, onState) {
-    this.picture = this.video = video;
-    this.onState = onState;
+    super(video, onState);
+    this.video = video;
     this.jumps = 0;
   }
 
   start() {
-    this.wanted = true;
-    this.began = performance.now();
-    this.firstPicture = null;
-    this.run();
+    super.start();
     this.timer = setInterval(() => this.stayLive(), 100);
   }
 
   stop() {
-    this.wanted = false;
     clearInterval(this.timer);
-    this.abort?.abort();
+    super.stop();
     this.video.removeAttribute('src');
     this.video.load();
-    this.onState('off');
   }
 
   setMuted(muted) {
@@ -36,22 +32,8 @@ export class Player {
     this.video.requestVideoFrameCallback(f);
   }
 
-  async run() {
-    while (this.wanted) {
-      this.onState('waiting');
-      try {
-        await this.play();
-      } catch (problem) {
-        if (this.wanted) this.onState('waiting', problem.message);
-      }
-      if (this.wanted) await new Promise((resolve) => { setTimeout(resolve, again); });
-    }
-  }
-
   async play() {
-    this.abort = new AbortController();
-    const reply = await fetch('live', {signal: this.abort.signal, cache: 'no-store'});
-    if (reply.status !== 200) throw new Error('no picture comes');
+    const reply = await this.ask('live');
     this.codecs = reply.headers.get('X-Codecs');
     const source = new MediaSource();
     const address = URL.createObjectURL(source);
