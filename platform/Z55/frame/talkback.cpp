@@ -1,10 +1,6 @@
 #include "talkback.h"
 
-#include <pthread.h>
-#include <semaphore.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,13 +37,9 @@ constinit int clips_alive = 0;
 constinit std::mutex speaker_lock;
 constinit bool speaker_enabled = false;
 
-// Held by the clip that is playing.
-sem_t *play_semaphore() {
-    static sem_t wav_sem;
-    static std::once_flag once;
-    std::call_once(once, [] { sem_init(&wav_sem, 0, 1); });
-    return &wav_sem;
-}
+// Held by the clip that is playing, across its request and its playing time. Nothing prepares it, so nothing
+// can fail to.
+constinit std::mutex wav_turn;
 
 void free_clip(talk_clip *clip) {
     if (clip == nullptr) return;
@@ -142,12 +134,10 @@ void finish_clip(talk_clip &clip) {
 }
 
 void play(const talk_clip &clip, const std::string &key) {
-    while (sem_wait(play_semaphore()) != 0 && errno == EINTR) {
-    }
+    const std::lock_guard<std::mutex> turn(wav_turn);
     std::string reply;
     (void)mobileAudio(key, clip.data, clip.length, reply);  // a clip that is lost is over
     sleep_milliseconds(1000L * static_cast<long>(clip.length - kHeaderSize) / kBytesPerSecond);
-    sem_post(play_semaphore());
 }
 
 }  // namespace

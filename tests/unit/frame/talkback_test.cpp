@@ -94,6 +94,16 @@ TEST_F(Talkback, ClipIsPostedAfterTheSpeakerIsOn) {
     EXPECT_EQ(fake_os::pauses(), (Texts{"3000 ms", "1000 ms"}));
 }
 
+// The request for the speaker takes the first one.
+TEST_F(Talkback, ClipNeedsNoSemaphoreOfItsOwnToPlay) {
+    intercept::refuse_next("sem_init", 1);
+    output_of([this] {
+        deliver(1, Bytes(24000, 1));
+        play_all();
+    });
+    EXPECT_EQ(posted().size(), 1U);
+}
+
 struct PlayRow {
     size_t payload;
     const char *pause;
