@@ -25,6 +25,7 @@ namespace {
 
 constexpr long kStartDelayMilliseconds = 9000;
 constexpr size_t kPercentDigits = 9;  // of df's text that are looked at
+constexpr int kNothingUsed = 100;     // percent that are free
 
 // When an event was polled last: by the wall clock for the log, by the steady one to decide.
 struct PollTime {
@@ -126,11 +127,29 @@ bool armed(const PollEvent &event) {
     return event.armed_key == nullptr || conf_value(event.armed_key).value_or("") == "1";
 }
 
-// Whether an armed level is low; nothing when its value says neither.
+// The free share of the card's file system in percent; nothing where df could not be asked.
+std::optional<int> card_space_free() {
+    static constinit std::mutex file_lock;  // around df and the reading of its output
+    const std::lock_guard<std::mutex> lock(file_lock);
+    bool answered = false;
+    const auto text = shell_file_text(
+        "df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent",
+        "/tmp/space_percent", &answered);
+    const std::string line = text ? text->substr(0, text->find('\n')) : "";
+    const int free = kNothingUsed - to_int(line.substr(0, kPercentDigits).c_str());
+    std::printf(" get_SDspace_percent percent=%d\n", free);
+    if (!answered) return std::nullopt;
+    return free;
+}
+
+// Whether an armed level is low; nothing when its value says neither, or what it is compared with could not
+// be had: no level recovers by that.
 std::optional<bool> is_low(const PollEvent &event, const char *value) {
     if (event.rule == AlarmRule::missing_card) return card_missing(value);
-    const int threshold = conf_number(event.threshold_key, 0).value_or(0);
-    return (event.rule == AlarmRule::low_card_space ? get_SDspace_percent() : to_int(value)) < threshold;
+    const auto threshold = conf_number(event.threshold_key, 0);
+    const auto level = event.rule == AlarmRule::low_card_space ? card_space_free() : to_int(value);
+    if (!threshold || !level) return std::nullopt;
+    return *level < *threshold;
 }
 
 void watch_quota(Timer &timer, const PollTime &now) {
@@ -217,13 +236,5 @@ int myPoll(const std::string &key) {
 }
 
 int get_SDspace_percent() {
-    static constinit std::mutex file_lock;  // around df and the reading of its output
-    const std::lock_guard<std::mutex> lock(file_lock);
-    const auto text = shell_file_text(
-        "df /tmp/fuse_d | /bin/grep /tmp/fuse_d  | /usr/bin/awk '{print $5}' > /tmp/space_percent",
-        "/tmp/space_percent");
-    const std::string line = text ? text->substr(0, text->find('\n')) : "";
-    const int free = 100 - to_int(line.substr(0, kPercentDigits).c_str());
-    std::printf(" get_SDspace_percent percent=%d\n", free);
-    return free;
+    return card_space_free().value_or(kNothingUsed);
 }

@@ -62,7 +62,10 @@ bool fetch_quota(const std::string &token, Reply &reply) {
          .https_redirects_only = true,
          .connect_seconds = kConnectSeconds,
          .whole_seconds = kTransferSeconds});
-    if (!transfer) return false;
+    if (!transfer) {
+        std::puts("not enough memory for a request");
+        return false;
+    }
     set_body_sink(transfer, sink);
     const int result = perform(transfer);
     if (result == 0) return true;
@@ -110,6 +113,7 @@ void check_quota() {
     if (conf_value(kQuotaEvent.armed_key).value_or("") != "1") return;
     const auto quota = ask_quota();
     if (!quota) return;
-    const int low = conf_number(kQuotaEvent.threshold_key, 0).value_or(0);
-    apply_level(kQuotaEvent, latched, static_cast<int>(free_percent(quota->total, quota->used)) < low, 0);
+    const auto low = conf_number(kQuotaEvent.threshold_key, 0);
+    if (!low) return;  // no alarm recovers by that
+    apply_level(kQuotaEvent, latched, static_cast<int>(free_percent(quota->total, quota->used)) < *low, 0);
 }

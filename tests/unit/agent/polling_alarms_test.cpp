@@ -1,8 +1,11 @@
 // The alarms of the status watch: each rule's record, latch and log, the temperature check, the handing over.
+#include <sys/resource.h>
+
 #include <filesystem>
 
 #include "agent/alarm_sink.h"
 #include "polling_test.h"
+#include "vanishing_conf.h"
 
 namespace {
 
@@ -51,6 +54,32 @@ TEST_F(PollingAlarms, CardSpaceIsDfsNotTheCameras) {
     EXPECT_EQ(rules("Space", "0"), free_is + "10\nSDspace alarm end , recover flag\n");
     EXPECT_LOG(rules("Space", "0"), free_is + "10\n" + held("SDspace"));
     EXPECT_EQ(alarm_statuses(), std::vector<int>{11});
+}
+
+TEST_F(PollingAlarms, ADfThatCannotBeAskedRecoversNothing) {
+    set_conf("SDCARD_ARMED", "1");
+    set_conf("SDCARD_LOW", "10");
+    free_percent(9);
+    rules("Space", "0");
+    fake_os::on_shell([](const std::string &) { return fake_os::ShellResult{.status = -1}; });
+    EXPECT_LOG(rules("Space", "0"), " get_SDspace_percent percent=100\n" + held("SDspace"));
+    free_percent(9);
+    EXPECT_LOG(rules("Space", "0"), " get_SDspace_percent percent=9\n" + held("SDspace"));
+    EXPECT_EQ(alarm_statuses(), std::vector<int>{11});
+}
+
+TEST_F(PollingAlarms, AThresholdThatCannotBeReadRecoversNothing) {
+    set_conf("BATTERY_ARMED", "1");
+    set_conf("BATTERY_LOW", "20");
+    rules("Battery", "19");
+    const std::string text = conf_text();
+    EXPECT_FALSE(at_some_vanishing(text, [&] {
+        camera.reply("/CGI/CameraStatus",
+                     {{.body = status({{"Battery", "19"}})}, {.body = "<ErrorCode>-2</ErrorCode>"}});
+        std::string log;
+        errors_of([&] { log = output_of([&] { (void)myPoll("12345"); }); });
+        return log.find("recover flag") != std::string::npos;
+    }));
 }
 
 TEST_F(PollingAlarms, CardPresenceNeedsNoArming) {
@@ -390,6 +419,20 @@ class CardSpaceFile : public AgentTest {
 TEST_F(CardSpaceFile, ThatCannotBeMadeIsAHundred) {
     std::filesystem::create_directory(kFile);
     EXPECT_EQ(space(), 100);
+}
+
+TEST_F(CardSpaceFile, ThatNoDescriptorIsLeftForIsTold) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const std::string log = output_of([&] {
+        const rlimit few{3, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        EXPECT_EQ(get_SDspace_percent(), 100);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    });
+    EXPECT_EQ(
+        log,
+        "shell output not read, /tmp/space_percent:Too many open files\n get_SDspace_percent percent=100\n");
 }
 
 TEST_F(CardSpaceFile, OfADfThatFailsIsAHundred) {

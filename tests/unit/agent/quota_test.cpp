@@ -7,6 +7,7 @@
 #include "exports.h"
 #include "intercept.h"
 #include "storage_service.h"
+#include "vanishing_conf.h"
 
 namespace {
 
@@ -122,7 +123,7 @@ TEST_F(Quota, WithoutAConfiguredHostAsksTheCompiledInOne) {
 
 TEST_F(Quota, WithoutMemoryForATransferGivesUp) {
     intercept::refuse_next("curl_easy_init");
-    EXPECT_EQ(check(), "");
+    EXPECT_EQ(check(), "not enough memory for a request\n");
     EXPECT_EQ(alarms(), std::vector<int>{});
 }
 
@@ -189,6 +190,20 @@ TEST_F(Quota, WithoutAThresholdIsNeverLow) {
     set_conf("NIMB_LOW", "");
     StorageService storage({quota_reply("1000", "1000")});
     EXPECT_EQ(check(), quota_log("1000", "1000") + kHeld);
+}
+
+TEST_F(Quota, AThresholdThatCannotBeReadRecoversNothing) {
+    StorageService storage(Texts(3, quota_reply("1000", "900")));
+    EXPECT_EQ(check(), quota_log("1000", "900") + kAlarm);
+    const std::string text = conf_text();
+    {
+        const VanishingConf conf(text, 2);  // whether it is armed, and the host
+        EXPECT_EQ(check(), quota_log("1000", "900"));
+    }
+    write_file("/tmp/working/VeloAgent.conf", text);
+    EXPECT_EQ(check(), quota_log("1000", "900") + kHeld);
+    storage.stop();
+    recover();
 }
 
 TEST_F(Quota, NumbersHave64Bits) {
