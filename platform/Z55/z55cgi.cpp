@@ -213,7 +213,8 @@ int mobileAudio(const std::string &key, const void *audio, size_t length, std::s
     const int result = sent ? post.exchange.queue(kDefaultPriority, "mobileAudio") : 0;
     std::fputs("\n***(easy remote control) curl_perform ends ***\n", stdout);
     reply = post.buffer;
-    // Where there was no memory nothing was sent and nothing has failed.
+    if (!sent) std::puts("not enough memory for a request");
+    // Then nothing was sent and nothing has failed.
     if (sent && !succeeded(result, post.exchange, {kCgiSource, 300, 301, 305})) return -1;
     std::puts(reply.c_str());
     return 0;

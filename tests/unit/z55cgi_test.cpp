@@ -506,6 +506,7 @@ TEST_F(Cgi, MobileAudioWithoutAHandleSendsNothingAndSucceeds) {
     EXPECT_EQ(log,
               "\n***(easy remote control) curl_perform starts ***\n"
               "\n***(easy remote control) curl_perform ends ***\n"
+              "not enough memory for a request\n"
               "\n");
     EXPECT_EQ(reply, "");
     EXPECT_TRUE(camera.requests().empty());

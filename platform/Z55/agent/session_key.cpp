@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -58,7 +59,11 @@ char *copy_session_key() {
     const std::lock_guard<std::mutex> lock(key_lock);
     if (session_key_buffer[0] == '\0') return nullptr;
     char *copy = static_cast<char *>(std::malloc(kSessionKeySize));
-    if (copy != nullptr) copy_text(copy, kSessionKeySize, session_key_buffer);
+    if (copy == nullptr) {
+        std::puts("not enough memory for a session key");
+        return nullptr;
+    }
+    copy_text(copy, kSessionKeySize, session_key_buffer);
     return copy;
 }
 

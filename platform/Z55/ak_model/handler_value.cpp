@@ -19,6 +19,7 @@ constexpr int kFailureLength = 5;  // of "ERROR"
 char *new_handler_value(char **value) {
     if (value == nullptr) return nullptr;
     *value = static_cast<char *>(std::calloc(1, kValueSize));
+    if (*value == nullptr) std::puts("not enough memory for a value");
     return *value;
 }
 

@@ -105,9 +105,11 @@ void start_resolution_change(int requested) {
     pthread_t thread{};
     // The thread gets the address only to log it; it is gone by the time the thread runs.
     void *address = reinterpret_cast<void *>(reinterpret_cast<std::intptr_t>(&selected));
-    if (pthread_create(&thread, &resolutionChange_attr, resolutionChange, address) == 0) {
-        store_shared(resolutionChange_t, thread);
+    if (const int error = pthread_create(&thread, &resolutionChange_attr, resolutionChange, address)) {
+        std::printf("no thread for a resolution change: %s\n", std::strerror(error));
+        return;
     }
+    store_shared(resolutionChange_t, thread);
 }
 
 void *resolutionChange(void *address_of_param) {

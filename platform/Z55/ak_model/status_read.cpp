@@ -127,11 +127,11 @@ bool is_card_number(const Status &status) {
 
 std::optional<std::string> read_firmware_version() {
     const File file = open_regular(kFirmwareVersionFile);
-    if (!file) return std::nullopt;
-    std::string text(kLongestVersionText, '\0');
-    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    const auto text =
+        file ? read_stream(file.get(), kFirmwareVersionFile, kLongestVersionText) : std::nullopt;
+    if (!text) return std::nullopt;
     std::string line;
-    for (std::string_view rest = text; !rest.empty();) {
+    for (std::string_view rest = *text; !rest.empty();) {
         line = next_line(rest);
         std::printf("Retrieved line of length %zu :\n", line.size());
         std::printf("%s", line.c_str());

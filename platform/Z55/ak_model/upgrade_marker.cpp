@@ -29,11 +29,10 @@ std::string without_line_ends(std::string text) {
     return text;
 }
 
-std::optional<std::string> first_line(FILE *file) {
-    std::string text(kLongestMarker, '\0');
-    text.resize(std::fread(text.data(), 1, text.size(), file));
-    if (text.empty()) return std::nullopt;
-    return without_line_ends(text.substr(0, text.find_first_of(std::string_view("\n\0", 2))));
+std::optional<std::string> first_line(FILE *file, const std::string &path) {
+    const auto text = read_stream(file, path.c_str(), kLongestMarker);
+    if (!text || text->empty()) return std::nullopt;
+    return without_line_ends(text->substr(0, text->find_first_of(std::string_view("\n\0", 2))));
 }
 
 bool is_folder(const std::string &path) {
@@ -43,7 +42,8 @@ bool is_folder(const std::string &path) {
 
 // A folder is a marker whose line cannot be read.
 std::optional<UpgradeMarker> read_marker(const std::string &path) {
-    if (const File file = open_regular(path.c_str())) return UpgradeMarker{path, first_line(file.get())};
+    if (const File file = open_regular(path.c_str()))
+        return UpgradeMarker{path, first_line(file.get(), path)};
     if (is_folder(path)) return UpgradeMarker{path, std::nullopt};
     return std::nullopt;
 }

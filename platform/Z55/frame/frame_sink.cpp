@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -54,7 +55,11 @@ int deciding_kind(const uint8_t *data, size_t begin, size_t end) {
 uint8_t *copy_frame(const captured_frame &frame, size_t prefix) {
     if (frame.data == nullptr) return nullptr;
     uint8_t *copy = static_cast<uint8_t *>(std::malloc(std::max<size_t>(prefix + frame.length, 1)));
-    if (copy != nullptr) std::memcpy(copy + prefix, frame.data, frame.length);
+    if (copy == nullptr) {
+        std::puts("not enough memory for a frame");
+        return nullptr;
+    }
+    std::memcpy(copy + prefix, frame.data, frame.length);
     return copy;
 }
 

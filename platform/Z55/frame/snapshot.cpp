@@ -3,7 +3,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
-#include <cstdint>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -102,7 +102,10 @@ bool is_thumbnail(const char *name) {
 std::string newest_thumbnail() {
     std::string newest;
     DIR *folder = opendir(kMediaFolder);
-    if (folder == nullptr) return newest;
+    if (folder == nullptr) {
+        if (errno != ENOENT) std::printf("folder not read, %s:%s\n", kMediaFolder, std::strerror(errno));
+        return newest;
+    }
     while (const dirent *entry = readdir(folder)) {
         if (is_thumbnail(entry->d_name) && newest < entry->d_name) newest = entry->d_name;
     }

@@ -79,9 +79,13 @@ bool start_clip(unsigned long now) {
     current_clip = nullptr;
     if (clips_alive == kMostClips) return false;
     talk_clip *clip = new_clip();
-    if (clip == nullptr) return false;
+    if (clip == nullptr) {
+        std::puts("not enough memory for a clip");
+        return false;
+    }
     pthread_t thread{};
-    if (pthread_create(&thread, &audioback_attr, run_clip, clip) != 0) {
+    if (const int error = pthread_create(&thread, &audioback_attr, run_clip, clip)) {
+        std::printf("no thread for a clip: %s\n", std::strerror(error));
         free_clip(clip);
         return false;
     }

@@ -712,6 +712,11 @@ TEST_F(KeyHook, WithoutMemoryForACopyTheKeyIsStillHeld) {
     EXPECT_EQ(session_key(), "12345");
     intercept::refuse_next("malloc");
     EXPECT_EQ(wait_for_session_key(), "12345");
+    EXPECT_EQ(output_of([] {
+                  intercept::refuse_next("malloc");
+                  EXPECT_EQ(copy_session_key(), nullptr);
+              }),
+              "not enough memory for a session key\n");
 }
 
 // Whether the thread sleeps.

@@ -207,6 +207,7 @@ TEST_F(ParamRead, WithoutMemoryForTheBufferIsAFailure) {
     });
     EXPECT_EQ(outcome.result, 5);
     EXPECT_EQ(value, nullptr);
+    EXPECT_NE(outcome.log.find("not enough memory for a value\n"), std::string::npos) << outcome.log;
 }
 
 TEST_F(ParamRead, SixteenThreadsGetTheirOwnAnswers) {

@@ -294,6 +294,9 @@ TEST_F(ResolutionChange, ThatGetsNoThreadChangesOnlyTheSelection) {
     const pthread_t before = resolutionChange_t;
     const Outcome outcome = outcome_of([] { return ptz_direction_control(45, 2); });
     EXPECT_EQ(outcome.result, 0);
+    EXPECT_NE(outcome.log.find("no thread for a resolution change: Resource temporarily unavailable\n"),
+              std::string::npos)
+        << outcome.log;
     EXPECT_EQ(gResolutionType, 2);
     EXPECT_NE(pthread_equal(before, resolutionChange_t), 0);
     EXPECT_EQ(camera.seen(), Texts{});

@@ -276,7 +276,9 @@ TEST_F(FrameSink, NothingLeaksWithoutATableOrASlot) {
 TEST_F(FrameSink, FrameIsDroppedWhenMemoryIsOut) {
     for (const int kind : {kVideo, kAudio}) {
         intercept::refuse_next("malloc");
+        testing::internal::CaptureStdout();
         deliver(kind, {1, 2, 3});
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "not enough memory for a frame\n");
         deliver(kind, {4});
     }
     ASSERT_EQ(videos.size(), 1u);

@@ -449,6 +449,14 @@ TEST_F(Snapshot, ThumbnailThatIsReadShort) {
     EXPECT_EQ(picture(), "old");
 }
 
+TEST_F(Snapshot, MediaFolderThatCannotBeRead) {
+    std::filesystem::remove_all(kFolder);
+    write_file(std::string(kFolder, std::strlen(kFolder) - 1), "");
+    EXPECT_EQ(log_of(kNewestThumbnail, -99),
+              std::string("folder not read, ") + kFolder + ":Not a directory\n");
+    std::filesystem::remove(std::string(kFolder, std::strlen(kFolder) - 1));
+}
+
 // None stays open, whatever came of the call.
 TEST_F(Snapshot, FilesAreClosed) {
     add_file("A.THM", "x");

@@ -201,6 +201,7 @@ struct ShortageRow {
     const char *name;
     const char *function;
     int after;
+    const char *line;  // of the log
 };
 
 void PrintTo(const ShortageRow &row, std::ostream *out) {
@@ -210,21 +211,28 @@ void PrintTo(const ShortageRow &row, std::ostream *out) {
 class Shortage : public Talkback, public testing::WithParamInterface<ShortageRow> {};
 
 TEST_P(Shortage, RefusesAFrameAndForgetsTheClip) {
-    output_of([this] {
+    const std::string log = output_of([this] {
         deliver(1, Bytes(10, 0));
         intercept::refuse_next(GetParam().function, GetParam().after);
         EXPECT_EQ(deliver(0, Bytes(10, 0)), -1);
         EXPECT_EQ(deliver(2, Bytes(10, 0)), 0);  // not into the first clip
     });
+    EXPECT_NE(log.find(GetParam().line), std::string::npos) << log;
     EXPECT_EQ(payloads(), (Lengths{10, 10}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Shortage,
-                         testing::Values(ShortageRow{.name = "Holder", .function = "calloc", .after = 0},
-                                         ShortageRow{.name = "Buffer", .function = "calloc", .after = 1},
-                                         ShortageRow{
-                                             .name = "Thread", .function = "pthread_create", .after = 0}),
-                         by_name);
+INSTANTIATE_TEST_SUITE_P(
+    Of, Shortage,
+    testing::Values(
+        ShortageRow{
+            .name = "Holder", .function = "calloc", .after = 0, .line = "not enough memory for a clip\n"},
+        ShortageRow{
+            .name = "Buffer", .function = "calloc", .after = 1, .line = "not enough memory for a clip\n"},
+        ShortageRow{.name = "Thread",
+                    .function = "pthread_create",
+                    .after = 0,
+                    .line = "no thread for a clip: Resource temporarily unavailable\n"}),
+    by_name);
 
 TEST_F(TalkbackFrames, At32ClipsAliveAFrameIsRefused) {
     output_of([this] {

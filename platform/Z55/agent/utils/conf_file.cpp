@@ -47,8 +47,12 @@ struct Setting {
 // A text file's lines, read through a small block: what stands behind the line that is sought costs nothing.
 class Lines {
   public:
-    // A file that `flags` ask for and that is missing is created as open as the mask allows.
-    explicit Lines(const char *path, int flags = O_RDONLY) : file_(open(path, flags | O_CLOEXEC, 0666)) {}
+    // A file that `flags` ask for and that is missing is created as open as the mask allows. Whoever wants to
+    // write tells himself.
+    explicit Lines(const char *path, int flags = O_RDONLY)
+        : path_(path), file_(open(path, flags | O_CLOEXEC, 0666)) {
+        if (file_ < 0 && flags == O_RDONLY && errno != ENOENT) tell();
+    }
     ~Lines() {
         if (file_ >= 0) close(file_);
     }
@@ -105,11 +109,19 @@ class Lines {
             count = read(file_, block_ + kept, sizeof block_ - kept);
         } while (count < 0 && errno == EINTR);
         failed_ = count < 0;
+        if (failed_) tell();
         begin_ = block_;
         end_ = block_ + kept + std::max<ssize_t>(count, 0);
         return count > 0;
     }
 
+    void tell() const {
+        const int error = errno;
+        std::printf("configuration not read, %s:%s\n", path_, std::strerror(error));
+        errno = error;
+    }
+
+    const char *path_;
     int file_;
     bool failed_ = false;
     const char *begin_ = block_, *end_ = block_;  // of what has been read and not handed out

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 namespace {
 
@@ -51,6 +53,18 @@ File open_stream(const char *path, int flags, const char *mode) {
     File stream(fdopen(file, mode));
     if (stream) file.release();
     return stream;
+}
+
+// What a file in the way is like is its finder's to judge; what the system is short of is nobody else's to
+// tell.
+bool is_shortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
+}
+
+void tell_unread(const char *path) {
+    const int error = errno;
+    std::printf("file not read, %s:%s\n", path, std::strerror(error));
+    errno = error;
 }
 
 // Some file systems have nothing to sync and say so.
@@ -143,7 +157,19 @@ bool overwrite(const std::string &path, std::string_view text, mode_t mode, bool
 }  // namespace
 
 File open_regular(const char *path) {
-    return open_stream(path, O_RDONLY, "r");
+    File file = open_stream(path, O_RDONLY, "r");
+    if (!file && is_shortage(errno)) tell_unread(path);
+    return file;
+}
+
+std::optional<std::string> read_stream(FILE *file, const char *path, size_t longest) {
+    std::string text;
+    char piece[1024];
+    while (const size_t count = std::fread(piece, 1, std::min(sizeof piece, longest - text.size()), file))
+        text.append(piece, count);
+    if (std::ferror(file) == 0) return text;
+    tell_unread(path);
+    return std::nullopt;
 }
 
 File open_to_append(const char *path) {

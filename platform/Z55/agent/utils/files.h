@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -18,8 +19,12 @@ struct FileClose {
 using File = std::unique_ptr<FILE, FileClose>;
 
 // Opens a regular file for reading. A link in its place is not followed and a FIFO not waited for: like a
-// missing file they give null, errno set.
+// missing file they give null, errno set; what the system is short of is told in the log.
 [[nodiscard]] File open_regular(const char *path);
+
+// The first `longest` bytes of `file`, which was opened at `path`; takes memory for what there is. Nothing,
+// after a line in the log, when it cannot be read.
+[[nodiscard]] std::optional<std::string> read_stream(FILE *file, const char *path, size_t longest);
 
 // Opens a regular file for appending, which is created where it is missing; a power cut then leaves its name,
 // so that lines that are synced cannot go with it. A link in its place gives null, errno set.

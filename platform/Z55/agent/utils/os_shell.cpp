@@ -8,7 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
+#include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <mutex>
 #include <optional>
@@ -104,7 +105,13 @@ pid_t *free_place() {
 
 bool may_start() {
     const std::lock_guard<std::mutex> lock(left_behind_lock);
-    return free_place() != nullptr;
+    if (free_place() != nullptr) return true;
+    errno = EBUSY;
+    return false;
+}
+
+void tell_not_started() {
+    std::printf("command not started: %s\n", std::strerror(errno));
 }
 
 // Beyond the places a command is forgotten: several threads may have started one at once.
@@ -153,6 +160,7 @@ bool read_all(int output, Patience &patience, std::string &text) {
 
 int run_shell(const char *command, int limit_seconds, int *wait_status) {
     const pid_t child = may_start() ? start_shell(command, -1) : -1;
+    if (child < 0) tell_not_started();
     Patience patience(std::int64_t{limit_seconds} * 1000);
     const int status = child >= 0 ? wait_for(child, patience) : -1;
     if (wait_status != nullptr) *wait_status = status;
@@ -161,9 +169,13 @@ int run_shell(const char *command, int limit_seconds, int *wait_status) {
 
 std::optional<std::string> read_shell(const char *command) {
     int ends[2];
-    if (!may_start() || pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+    if (!may_start() || pipe2(ends, O_CLOEXEC) != 0) {
+        tell_not_started();
+        return std::nullopt;
+    }
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     const pid_t child = start_shell(command, ends[1]);
+    if (child < 0) tell_not_started();
     close(ends[1]);
     std::string text;
     int status = -1;

@@ -138,6 +138,15 @@ TEST_F(ConfFile, AMissingFileIsTheOnlyReadFailure) {
     EXPECT_FALSE(read_conf_pairs("/tmp/working/none.conf"));
 }
 
+TEST_F(ConfFile, AFileThatCannotBeReadIsToldUnlessItIsMissing) {
+    mkdir(kFile, 0755);
+    const auto read = [](const char *path) { return output_of([path] { (void)conf_value("A", path); }); };
+    EXPECT_EQ(read(kFile), std::string("configuration not read, ") + kFile + ":Is a directory\n");
+    EXPECT_EQ(read("/tmp/working/missing.conf"), "");
+    EXPECT_EQ(read("/tmp/working/test.conf/below"), "");
+    EXPECT_EQ(read("/dev/null/below"), "configuration not read, /dev/null/below:Not a directory\n");
+}
+
 TEST_F(ConfFile, NullArgumentsAreAReadFailure) {
     char out[] = "untouched";
     write_file(kFile, "A=1\n");

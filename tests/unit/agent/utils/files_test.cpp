@@ -1,5 +1,6 @@
 #include "agent/utils/files.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,6 +49,39 @@ TEST_F(Files, ARegularFileIsOpenedAndNothingElse) {
     EXPECT_EQ(open_regular(kPath), nullptr) << "and nobody waits for its writer";
     EXPECT_EQ(open_regular("/tmp/files"), nullptr);
     EXPECT_NE(open_regular(kVictim), nullptr);
+}
+
+TEST_F(Files, WhatTheSystemIsShortOfIsTold) {
+    const auto opened = [] { return output_of([] { EXPECT_EQ(open_regular(kPath), nullptr); }); };
+    EXPECT_EQ(opened(), "");
+    plant_link();
+    EXPECT_EQ(opened(), "");
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const std::string log = output_of([&] {
+        const rlimit few{3, limit.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &few);
+        EXPECT_EQ(open_regular(kVictim), nullptr);
+        setrlimit(RLIMIT_NOFILE, &limit);
+    });
+    EXPECT_EQ(log, std::string("file not read, ") + kVictim + ":Too many open files\n");
+}
+
+TEST_F(Files, AStreamIsReadAsFarAsItIsWanted) {
+    const File file = open_regular(kVictim);
+    EXPECT_EQ(read_stream(file.get(), kVictim, 3), "pre");
+    EXPECT_EQ(read_stream(file.get(), kVictim, 100000), "cious");
+    EXPECT_EQ(read_stream(file.get(), kVictim, 100000), "");
+    write_file(kPath, std::string(5000, 'x'));
+    EXPECT_EQ(read_stream(open_regular(kPath).get(), kPath, 4000), std::string(4000, 'x'));
+}
+
+// Its first page is nobody's, and reading it an error.
+TEST_F(Files, AStreamThatCannotBeReadIsTold) {
+    const File memory = open_regular("/proc/self/mem");
+    ASSERT_NE(memory, nullptr);
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(read_stream(memory.get(), kPath, 100), std::nullopt); }),
+              std::string("file not read, ") + kPath + ":Input/output error\n");
 }
 
 TEST_F(Files, AppendingCreatesButFollowsNoLink) {

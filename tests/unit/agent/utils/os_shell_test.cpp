@@ -200,7 +200,10 @@ TEST_F(Shell, WhatCannotStartIsAFailure) {
     const pid_t child = fork();
     if (child == 0) {
         if (!refuse_processes()) _exit(kSkipped);
-        _exit(run_shell("true") == -1 && !read_shell("echo x") ? 0 : 1);
+        testing::internal::CaptureStdout();
+        const bool failed = run_shell("true") == -1 && !read_shell("echo x");
+        const std::string line = "command not started: Resource temporarily unavailable\n";
+        _exit(failed && testing::internal::GetCapturedStdout() == line + line ? 0 : 1);
     }
     int status = -1;
     waitpid(child, &status, 0);
@@ -212,9 +215,11 @@ TEST_F(Shell, WithoutADescriptorForThePipeReadingIsAFailure) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit few{3, limit.rlim_max};
+    testing::internal::CaptureStdout();
     setrlimit(RLIMIT_NOFILE, &few);
     EXPECT_EQ(read_shell("echo x"), std::nullopt);
     setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "command not started: Too many open files\n");
 }
 
 // --- What a command inherits.
