@@ -512,6 +512,15 @@ TEST_F(Cgi, MobileAudioWithoutAHandleSendsNothingAndSucceeds) {
     EXPECT_TRUE(camera.requests().empty());
 }
 
+TEST_F(Cgi, AHandleWhoseTransferFailedServesNoOther) {
+    const auto get = [](const char *url) { log_of([=] { (void)curl_GET(url); }); };
+    get("http://127.0.0.1:8080/CGI/X");
+    get("http://127.0.0.1:1/");
+    const int before = intercept::transfers();
+    get("http://127.0.0.1:8080/CGI/X");
+    EXPECT_EQ(intercept::transfers(), before + 1);
+}
+
 TEST_F(Cgi, TheOthersFailWithoutAHandle) {
     std::string reply;
     photo_buffer photo{};

@@ -22,11 +22,17 @@ Exchange::Exchange(const Request &request, Sink body, Sink header)
 }
 
 int Exchange::queue(int priority, const char *job_name) {
-    return transfer_ ? curlmgr_enqueue_job(transfer_.get(), priority, job_name) : kNoTransfer;
+    return transfer_ ? seen(curlmgr_enqueue_job(transfer_.get(), priority, job_name)) : kNoTransfer;
 }
 
 int Exchange::perform() {
-    return ::perform(transfer_);
+    return seen(::perform(transfer_));
+}
+
+// What libcurl had no memory for in the midst of a transfer it may miss in all of that handle's next ones.
+int Exchange::seen(int result) {
+    if (result != 0) transfer_.get_deleter().reusable = false;
+    return result;
 }
 
 size_t http_status_code_checker(char *line, size_t size, size_t nmemb, void *status) {

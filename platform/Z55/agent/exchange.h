@@ -41,6 +41,7 @@ class Exchange {
     }
 
   private:
+    int seen(int result);
     int status_ = 0;
     Sink body_, header_;
     Transfer transfer_;

@@ -123,7 +123,10 @@ Transfer new_transfer(const Request &request) {
     curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, open_socket);
     bool told = true;
     for (const TextOption &text : kTexts) told = tell(handle, text.option, text.value) && told;
-    if (!set_request(handle, request) || !told) transfer.reset();
+    if (!set_request(handle, request) || !told) {
+        transfer.get_deleter().reusable = false;
+        transfer.reset();
+    }
     return transfer;
 }
 
