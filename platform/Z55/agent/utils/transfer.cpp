@@ -33,9 +33,8 @@ constexpr NumberOption kNumbers[] = {
 // Of a handle that serves several requests: none leaves anything to the next, least of all its connection.
 // One to a camera that has vanished would hold the next request for minutes.
 constexpr NumberOption kReusableNumbers[] = {
-    {CURLOPT_FORBID_REUSE, 1},
-    {CURLOPT_DNS_CACHE_TIMEOUT, 0},
-    {CURLOPT_SSL_SESSIONID_CACHE, 0},
+    {CURLOPT_HTTPGET, 1},      {CURLOPT_CONNECTTIMEOUT, 0},    {CURLOPT_TIMEOUT, 0},
+    {CURLOPT_FORBID_REUSE, 1}, {CURLOPT_DNS_CACHE_TIMEOUT, 0}, {CURLOPT_SSL_SESSIONID_CACHE, 0},
 };
 
 struct TextOption {
@@ -105,7 +104,6 @@ bool set_request(CURL *handle, const Request &request) {
 }  // namespace
 
 void TransferCleanup::operator()(CURL *handle) const {
-    if (reusable) curl_easy_reset(handle);
     CURL *none = nullptr;
     if (!reusable || !waiting_handle.compare_exchange_strong(none, handle)) curl_easy_cleanup(handle);
 }
@@ -119,7 +117,10 @@ Transfer new_transfer(const Request &request) {
     CURL *handle = transfer.get();
     if (handle == nullptr) return transfer;
     tell(handle, kNumbers);
+    // Not curl_easy_reset: it takes memory, and where there is none the handle misses something from then on,
+    // unsaid.
     if (transfer.get_deleter().reusable) tell(handle, kReusableNumbers);
+    if (transfer.get_deleter().reusable) curl_easy_setopt(handle, CURLOPT_COOKIE, nullptr);
     curl_easy_setopt(handle, CURLOPT_OPENSOCKETFUNCTION, open_socket);
     bool told = true;
     for (const TextOption &text : kTexts) told = tell(handle, text.option, text.value) && told;
