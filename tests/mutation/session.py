@@ -1,0 +1,250 @@
+"""One call of tests/mutate: what there is to be tried, in which order, and what came of it."""
+import glob
+import os
+import pickle
+import threading
+import time
+from concurrent.futures import ProcessPoolExecutor, ThreadPoolExecutor
+
+import equivalents
+from alone import MOST_CASES, Alone, LogReference
+from build import PRODUCT, ROOT, WORK, Schemata, commands, includers, parser_arguments
+from finder import Finder
+from programs import UNIT, Case, cases_of, limit_of, measure, run_case
+from results import Results, digest, digest_of_tests
+
+MOST_TRIED = 150  # cases for one mutant, the likeliest first
+TOOLS = os.path.dirname(os.path.abspath(__file__))
+
+
+def say(text):
+    print(f"{time.strftime('%H:%M:%S')} {text}", flush=True)
+
+
+class Progress:
+    """A line every few seconds."""
+
+    def __init__(self, what, total):
+        self.what, self.total, self.done, self.last = what, total, 0, time.monotonic()
+        self.lock = threading.Lock()
+
+    def step(self, note=""):
+        with self.lock:
+            self.done += 1
+            if time.monotonic() - self.last > 5 or self.done == self.total:
+                self.last = time.monotonic()
+                say(f"{self.what}: {self.done} of {self.total}{note}")
+
+
+def find(name):
+    """The places of a source; kept from call to call."""
+    path = os.path.join(ROOT, name)
+    kept = os.path.join(WORK, "found", name.replace("/", "_") + "." + digest(path, os.path.join(TOOLS, "finder.py")))
+    if os.path.exists(kept):
+        with open(kept, "rb") as file:
+            return pickle.load(file)
+    known = commands()
+    arguments = parser_arguments(known.get(name) or known[PRODUCT + "agent/package_note.cpp"])
+    finder = Finder(name, path, arguments + ["-x", "c++"])
+    os.makedirs(os.path.dirname(kept), exist_ok=True)
+    with open(kept, "wb") as file:
+        pickle.dump(finder, file)
+    return finder
+
+
+def find_all(jobs):
+    paths = glob.glob(os.path.join(ROOT, PRODUCT, "**/*.*"), recursive=True)
+    names = sorted(os.path.relpath(p, ROOT) for p in paths if p.endswith((".cpp", ".h")))
+    with ProcessPoolExecutor(jobs) as pool:
+        finders = dict(zip(names, pool.map(find, names)))
+    mutants = [m for f in finders.values() for p in f.places.values() for m in p.mutants]
+    mutants.sort(key=lambda m: (m.file, m.offset, m.operator))
+    for number, mutant in enumerate(mutants):
+        mutant.number = number
+    return finders, mutants
+
+
+def state_of(finders):
+    paths = sorted(os.path.join(ROOT, n) for n in finders)
+    paths += [os.path.join(TOOLS, n) for n in ("finder.py", "build.py", "switch.h", "switch.c")]
+    return digest(*paths) + digest_of_tests()
+
+
+def prepare(finders, mutants, jobs):
+    """The objects with switches, the numbers of the mutants in them, and the cases with what they come by. Kept until a source
+    or a test changes."""
+    state, kept = state_of(finders), os.path.join(WORK, "state")
+    if os.path.exists(kept):
+        with open(kept, "rb") as file:
+            before = pickle.load(file)
+        if before[0] == state:
+            return before[1:]
+    begin = time.monotonic()
+    schemata = Schemata(finders, jobs, say)
+    numbers = schemata.build()
+    with ThreadPoolExecutor(jobs) as pool:
+        programs = list(pool.map(schemata.tree.link, ["tests/unit/" + n for n in UNIT]))
+    if None in programs:
+        raise SystemExit("a program of the tests does not link with the mutants in it")
+    say(f"{len(mutants)} mutants, {len(numbers)} of them with a switch; built in {time.monotonic() - begin:.0f} s")
+    cases = [case for program in programs for case in cases_of(program)]
+    progress = Progress("measuring the tests", len(cases))
+
+    def tell(case, result):
+        if result != "passed":
+            say(f"left out, {result} without a mutant: {case.name}")
+        progress.step()
+
+    cases = measure(cases, len(mutants), jobs, tell)
+    with open(kept, "wb") as file:
+        pickle.dump((state, schemata.tree, numbers, cases), file)
+    return schemata.tree, numbers, cases
+
+
+class Chooser:
+    """Which cases are tried on a mutant, in which order: what noticed its neighbours, then what is quick and about its file."""
+
+    def __init__(self, finders, mutants, cases):
+        self.finders, self.cases = finders, cases
+        self.in_file, self.of_number, self.cost, self.lately = {}, {}, {}, {}
+        for mutant in mutants:
+            self.in_file.setdefault(mutant.file, set()).add(mutant.number)
+        for case in cases:
+            for name, numbers in self.in_file.items():
+                common = len(case.seen & numbers)
+                if common:
+                    self.cost[id(case), name] = (case.seconds + 0.02) / (common / len(case.seen) + 0.02)
+            for number in case.seen:
+                self.of_number.setdefault(number, []).append(case)
+
+    def switched(self, mutant):
+        lately = self.lately.get(mutant.file, [])
+
+        def rank(case):
+            return (0, -lately.index(case)) if case in lately else (1, self.cost[id(case), mutant.file])
+
+        return sorted(self.of_number.get(mutant.number, []), key=rank)[:MOST_TRIED]
+
+    def alone(self, mutant):
+        """Of a mutant without a switch nobody knows who comes by: the cases that come by its file."""
+        names = [mutant.file]
+        if mutant.file.endswith(".h"):
+            names += includers(mutant.file, list(self.finders), lambda n: self.finders[n].text)
+        numbers = set().union(*(self.in_file.get(n, set()) for n in names))
+        found = [c for c in self.cases if c.seen & numbers]
+        found.sort(key=lambda c: min(self.cost.get((id(c), n), 1e9) for n in names))
+        return found[:MOST_CASES]
+
+    def noticed(self, mutant, case):
+        lately = [c for c in self.lately.get(mutant.file, []) if c is not case]
+        self.lately[mutant.file] = (lately + [case])[-6:]
+
+
+def try_switched(mutant, chooser):
+    """Who notices it; "" for nobody."""
+    for case in chooser.switched(mutant):
+        if run_case(case, {"MUTANT": str(mutant.number)}, limit_of(case)) != "passed":
+            chooser.noticed(mutant, case)
+            return case.name
+    return ""
+
+
+def try_alone(mutant, chooser, alone):
+    """The same for one that needs a build of its own; None where it cannot be built."""
+    link = alone.build(mutant)
+    programs = {}
+    for case in chooser.alone(mutant) if link else []:
+        target = "tests/unit/" + os.path.basename(case.program)
+        if target not in programs:
+            programs[target] = link(target)
+        if programs[target] is None:
+            return None
+        if run_case(Case(programs[target], case.name), {}, limit_of(case)) != "passed":
+            return case.name
+    return "" if link else None
+
+
+class Session:
+    def __init__(self, jobs):
+        self.jobs = jobs
+        os.makedirs(WORK, exist_ok=True)
+        self.finders, self.mutants = find_all(jobs)
+        tests = digest_of_tests()
+        self.results = {name: Results(name, tests) for name in self.finders}
+        equivalent = equivalents.read()
+        self.listed = {m.number: equivalent[m.file, m.operator, m.shown] for m in self.mutants
+                       if (m.file, m.operator, m.shown) in equivalent}
+        self.log_lock = threading.Lock()
+
+    def start(self):
+        self.tree, self.numbers, cases = prepare(self.finders, self.mutants, self.jobs)
+        self.chooser = Chooser(self.finders, self.mutants, cases)
+        self.log_reference = LogReference(self.finders)
+
+    def settle(self, mutant, by):
+        if by is None:
+            result, by = "unbuildable", ""
+        else:
+            by = by or self.log_notices(mutant)
+            result = "noticed" if by else "survived"
+        self.results[mutant.file].put(mutant, result, by)
+        if result == "survived" and mutant.number not in self.listed:
+            print(f"survived: {mutant.file}:{mutant.line}: {mutant.operator}: {mutant.shown}", flush=True)
+
+    def log_notices(self, mutant):
+        if mutant.operator != "literal" or '"' not in mutant.shown:
+            return ""
+        with self.log_lock:
+            return "docs/LOG.md" if self.log_reference.notices(mutant) else ""
+
+    def is_open(self, mutant):
+        return self.results[mutant.file].is_open(mutant)
+
+    def try_all(self, mutants):
+        switched = [m for m in mutants if m.number in self.numbers]
+        progress = Progress("trying", len(switched))
+
+        def one(mutant):
+            self.settle(mutant, try_switched(mutant, self.chooser))
+            progress.step(f", {mutant.file}")
+
+        with ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(one, switched))
+        self.try_alone([m for m in mutants if m.number not in self.numbers])
+
+    def try_alone(self, mutants):
+        progress = Progress("building and trying one by one", len(mutants))
+        alone = Alone(self.finders, self)
+        for mutant in mutants:
+            self.settle(mutant, try_alone(mutant, self.chooser, alone))
+            alone.clean()
+            progress.step(f", {mutant.file}")
+
+    # --- Figures
+
+    KINDS = ("noticed", "survived", "equivalent", "unbuildable", "untried")
+
+    def result_of(self, mutant):
+        row = self.results[mutant.file].of(mutant)
+        result = row["result"] if row else "untried"
+        return "equivalent" if result == "survived" and mutant.number in self.listed else result
+
+    def counts(self, mutants):
+        results = [self.result_of(m) for m in mutants]
+        return {kind: results.count(kind) for kind in self.KINDS}
+
+    def table(self, mutants):
+        groups = {}
+        for mutant in mutants:
+            groups.setdefault(mutant.file, []).append(mutant)
+        print("\n| File | Mutants | Noticed | Survived | Equivalent | Not buildable | Score |\n|---|--:|--:|--:|--:|--:|--:|")
+        for name, group in [*sorted(groups.items()), ("**all**", mutants)]:
+            n = self.counts(group)
+            told = n["noticed"] + n["survived"]
+            score = f"{100 * n['noticed'] / told:.1f} %" if told else ""
+            name = name.removeprefix(PRODUCT) + (f" ({n['untried']} untried)" if n["untried"] else "")
+            print(f"| {name} | {len(group)} | {n['noticed']} | {n['survived']} | {n['equivalent']} | {n['unbuildable']} | {score} |")
+        for mutant in mutants:
+            if self.result_of(mutant) == "survived":
+                print(f"survived: {mutant.file}:{mutant.line}: {mutant.operator}: {mutant.shown}")
+        return self.counts(mutants)
