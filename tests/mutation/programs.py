@@ -10,6 +10,8 @@ from dataclasses import dataclass, field
 from build import RELEASE, WORK
 
 UNIT = ["unit_z55", "unit_agent", "unit_utils", "unit_model", "unit_frame", "unit_os", "unit_os_shell", "unit_os_inherit"]
+SYSTEM = ["start", "session", "alarm", "command", "inheritance", "misbehaviour", "outage", "queue", "quota", "time", "cloud"]
+SLOW = 4  # seconds: a case of the system tests that takes longer is not tried
 VIEW = os.path.join(RELEASE, "devkit/device/device-view")
 
 
@@ -19,21 +21,31 @@ class Case:
     name: str
     seconds: float = 0.0
     seen: set = field(default_factory=set)
+    environment: dict = field(default_factory=dict)  # of a system test: which agent it starts
 
 
-def cases_of(program):
+def cases_of(program, environment=None):
     """All cases of a GoogleTest program."""
     path = os.path.join(WORK, os.path.basename(program) + ".cases.json")
     subprocess.run([program, "--gtest_list_tests", f"--gtest_output=json:{path}"], stdout=subprocess.DEVNULL, check=True)
     with open(path) as file:
         suites = json.load(file)["testsuites"]
-    return [Case(program, f"{s['name']}.{t['name']}") for s in suites for t in s["testsuite"] if not t["name"].startswith("DISABLED_")]
+    names = [f"{s['name']}.{t['name']}" for s in suites for t in s["testsuite"] if not t["name"].startswith("DISABLED_")]
+    return [Case(program, name, environment=environment or {}) for name in names]
+
+
+def system_programs():
+    """Those of the release build."""
+    folder = os.path.join(RELEASE, "tests/system")
+    names = [os.path.join(at, n) for at, _, found in os.walk(folder) for n in found]
+    wanted = [f"system_{name}_test" for name in SYSTEM]
+    return sorted(n for n in names if os.access(n, os.X_OK) and (os.path.basename(n) in wanted or "/cloud/" in n) and n.endswith("_test"))
 
 
 def run_case(case, environment, limit):
     """"passed", "failed" or "hung"; each case in a process and a device view of its own, as ctest runs it."""
     command = [VIEW, "--", case.program, f"--gtest_filter={case.name}", "--gtest_fail_fast"]
-    child = subprocess.Popen(command, cwd=os.path.join(RELEASE, "tests/unit"), env={**os.environ, **environment}, stdin=subprocess.DEVNULL,
+    child = subprocess.Popen(command, cwd=os.path.join(RELEASE, "tests/unit"), env={**os.environ, **case.environment, **environment}, stdin=subprocess.DEVNULL,
                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
     try:
         return "passed" if child.wait(limit) == 0 else "failed"
@@ -48,14 +60,14 @@ def limit_of(case):
     return 3 + 5 * case.seconds
 
 
-def measure(cases, count, jobs, tell):
+def measure(cases, count, jobs, tell, limit=120):
     """Runs each case once without a mutant and notes its time and which of `count` mutants it comes by. Returns those that pass."""
     def one(case):
         path = os.path.join(WORK, f"seen.{os.getpid()}.{id(case)}")
         with open(path, "wb") as file:
             file.truncate(count)
         begin = time.monotonic()
-        result = run_case(case, {"MUTANTS_SEEN": path}, 120)
+        result = run_case(case, {"MUTANTS_SEEN": path}, limit)
         case.seconds = time.monotonic() - begin
         with open(path, "rb") as file:
             case.seen = {number for number, byte in enumerate(file.read()) if byte}

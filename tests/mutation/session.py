@@ -10,10 +10,11 @@ import equivalents
 from alone import MOST_CASES, Alone, LogReference
 from build import PRODUCT, ROOT, WORK, Schemata, commands, includers, parser_arguments
 from finder import Finder
-from programs import UNIT, Case, cases_of, limit_of, measure, run_case
+from programs import SLOW, UNIT, Case, cases_of, limit_of, measure, run_case, system_programs
 from results import Results, digest, digest_of_tests
 
-MOST_TRIED = 150  # cases for one mutant, the likeliest first
+MOST_TRIED = 150  # cases of the unit tests for one mutant, the likeliest first
+MOST_LOOKS = 8  # cases of the system tests for one that those do not notice
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -70,15 +71,33 @@ def state_of(finders):
     return digest(*paths) + digest_of_tests()
 
 
-def prepare(finders, mutants, jobs):
-    """The objects with switches, the numbers of the mutants in them, and the cases with what they come by. Kept until a source
-    or a test changes."""
-    state, kept = state_of(finders), os.path.join(WORK, "state")
-    if os.path.exists(kept):
-        with open(kept, "rb") as file:
+def kept_as(name, state, make):
+    """What `make` makes, a tuple; kept until a source or a test changes."""
+    path = os.path.join(WORK, name)
+    if os.path.exists(path):
+        with open(path, "rb") as file:
             before = pickle.load(file)
         if before[0] == state:
             return before[1:]
+    made = make()
+    with open(path, "wb") as file:
+        pickle.dump((state, *made), file)
+    return made
+
+
+def measured(what, cases, count, jobs, limit):
+    progress = Progress(f"measuring the {what} tests", len(cases))
+
+    def tell(case, result):
+        if result == "failed":
+            say(f"left out, failed without a mutant: {case.name}")
+        progress.step()
+
+    return measure(cases, count, jobs, tell, limit)
+
+
+def prepare(finders, mutants, jobs):
+    """The objects with switches, the numbers of the mutants in them, and the unit tests' cases with what they come by."""
     begin = time.monotonic()
     schemata = Schemata(finders, jobs, say)
     numbers = schemata.build()
@@ -88,17 +107,14 @@ def prepare(finders, mutants, jobs):
         raise SystemExit("a program of the tests does not link with the mutants in it")
     say(f"{len(mutants)} mutants, {len(numbers)} of them with a switch; built in {time.monotonic() - begin:.0f} s")
     cases = [case for program in programs for case in cases_of(program)]
-    progress = Progress("measuring the tests", len(cases))
+    return schemata.tree, numbers, measured("unit", cases, len(mutants), jobs, 120)
 
-    def tell(case, result):
-        if result != "passed":
-            say(f"left out, {result} without a mutant: {case.name}")
-        progress.step()
 
-    cases = measure(cases, len(mutants), jobs, tell)
-    with open(kept, "wb") as file:
-        pickle.dump((state, schemata.tree, numbers, cases), file)
-    return schemata.tree, numbers, cases
+def prepare_look(tree, mutants, jobs):
+    """The same of the system tests, with an agent that has the mutants in it. None where they are not built."""
+    agent = tree.link("VeloAgent")
+    cases = [case for program in system_programs() for case in cases_of(program, {"VELO_AGENT": agent})]
+    return (measured("system", cases, len(mutants), jobs, SLOW),)
 
 
 class Chooser:
@@ -123,7 +139,7 @@ class Chooser:
         def rank(case):
             return (0, -lately.index(case)) if case in lately else (1, self.cost[id(case), mutant.file])
 
-        return sorted(self.of_number.get(mutant.number, []), key=rank)[:MOST_TRIED]
+        return sorted(self.of_number.get(mutant.number, []), key=rank)
 
     def alone(self, mutant):
         """Of a mutant without a switch nobody knows who comes by: the cases that come by its file."""
@@ -140,9 +156,9 @@ class Chooser:
         self.lately[mutant.file] = (lately + [case])[-6:]
 
 
-def try_switched(mutant, chooser):
+def try_switched(mutant, chooser, most=MOST_TRIED):
     """Who notices it; "" for nobody."""
-    for case in chooser.switched(mutant):
+    for case in chooser.switched(mutant)[:most]:
         if run_case(case, {"MUTANT": str(mutant.number)}, limit_of(case)) != "passed":
             chooser.noticed(mutant, case)
             return case.name
@@ -177,7 +193,8 @@ class Session:
         self.log_lock = threading.Lock()
 
     def start(self):
-        self.tree, self.numbers, cases = prepare(self.finders, self.mutants, self.jobs)
+        self.state = state_of(self.finders)
+        self.tree, self.numbers, cases = kept_as("state", self.state, lambda: prepare(self.finders, self.mutants, self.jobs))
         self.chooser = Chooser(self.finders, self.mutants, cases)
         self.log_reference = LogReference(self.finders)
 
@@ -211,6 +228,22 @@ class Session:
         with ThreadPoolExecutor(self.jobs) as pool:
             list(pool.map(one, switched))
         self.try_alone([m for m in mutants if m.number not in self.numbers])
+
+    def look_again(self, mutants):
+        """What the unit tests left, with the system tests."""
+        left = [m for m in mutants if m.number in self.numbers and m.number not in self.listed and self.result_of(m) == "survived"
+                and self.results[m.file].of(m)["by"] == ""]
+        cases, = kept_as("look", self.state, lambda: prepare_look(self.tree, self.mutants, self.jobs))
+        chooser = Chooser(self.finders, self.mutants, cases)
+        progress = Progress("with the system tests", len(left))
+
+        def one(mutant):
+            by = try_switched(mutant, chooser, MOST_LOOKS)
+            self.results[mutant.file].put(mutant, "noticed" if by else "survived", by or "nobody")
+            progress.step(f", {mutant.file}")
+
+        with ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(one, left))
 
     def try_alone(self, mutants):
         progress = Progress("building and trying one by one", len(mutants))

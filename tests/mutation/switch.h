@@ -1,12 +1,14 @@
-// Included before each source of the product that holds mutants: which of them is switched on. Linked once from switch.c.
+// Included before each source of the product that holds mutants: which of them is switched on. Linked once
+// from switch.c.
 #ifndef MUTATION_SWITCH_H
 #define MUTATION_SWITCH_H
 
 #include <type_traits>
 #include <utility>
 
-extern "C" int velo_mutant;                   // the number of the one that is on; -1: none
-extern "C" unsigned char *velo_mutants_seen;  // a byte for each that the run came by; null: nobody wants to know
+extern "C" int velo_mutant;  // the number of the one that is on; -1: none
+extern "C" unsigned char
+    *velo_mutants_seen;  // a byte for each that the run came by; null: nobody wants to know
 
 static inline bool mutant(int number) {
     if (velo_mutants_seen != nullptr) velo_mutants_seen[number] = 1;
