@@ -2,6 +2,7 @@
 import glob
 import os
 import pickle
+import re
 import threading
 import time
 from concurrent.futures import ProcessPoolExecutor, ThreadPoolExecutor
@@ -13,7 +14,7 @@ from finder import Finder
 from programs import SLOW, UNIT, Case, cases_of, limit_of, measure, run_case, system_programs
 from results import Results, digest, digest_of_tests
 
-MOST_TRIED = 150  # cases of the unit tests for one mutant, the likeliest first
+MOST_TRIED = 80  # cases of the unit tests for one mutant, the likeliest first
 MOST_LOOKS = 8  # cases of the system tests for one that those do not notice
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
@@ -118,38 +119,64 @@ def prepare_look(tree, mutants, jobs):
 
 
 class Chooser:
-    """Which cases are tried on a mutant, in which order: what noticed its neighbours, then what is quick and about its file."""
+    """Which cases are tried on a mutant, in which order: what noticed its neighbours, what bears a name of the changed line,
+    then what is quick and about its file."""
 
-    def __init__(self, finders, mutants, cases):
-        self.finders, self.cases = finders, cases
+    def __init__(self, finders, mutants, cases, numbers):
+        self.finders, self.mutants, self.cases = finders, mutants, cases
+        self.users = {}
         self.in_file, self.of_number, self.cost, self.lately = {}, {}, {}, {}
         for mutant in mutants:
             self.in_file.setdefault(mutant.file, set()).add(mutant.number)
+        # Tables and constants are set before any case begins: all come by those.
+        self.at_start = set.intersection(*(c.seen for c in cases)) if cases else set()
         for case in cases:
+            seen = case.seen - self.at_start
             for name, numbers in self.in_file.items():
-                common = len(case.seen & numbers)
+                common = len(seen & numbers)
                 if common:
-                    self.cost[id(case), name] = (case.seconds + 0.02) / (common / len(case.seen) + 0.02)
-            for number in case.seen:
+                    self.cost[id(case), name] = (case.seconds + 0.02) / (common / len(seen) + 0.02)
+            for number in seen:
                 self.of_number.setdefault(number, []).append(case)
+        self.switched_only = numbers - self.at_start  # who does not come by these cannot notice them
+        self.readers = {name: self.readers_of(name) for name in finders}
 
-    def switched(self, mutant):
+    def readers_of(self, name):
+        """The sources that can use a constant of this one."""
+        included = includers(name, list(self.finders), lambda n: self.finders[n].text) if name.endswith(".h") else []
+        return [name, *included]
+
+    def users_of(self, mutant):
+        """The numbers of the mutants on lines that name the constant that this one is in, and beside them."""
+        spans = self.finders[mutant.file].constants.items()
+        names = [name for name, (start, end) in spans if start <= mutant.offset < end]
+        if not names:
+            return set()
+        if names[0] not in self.users:
+            word = re.compile(rb"\b%s\b" % names[0].encode())
+            lines = {(file, text.count(b"\n", 0, hit.start()) + 1) for file, text in ((n, f.text) for n, f in self.finders.items())
+                     for hit in word.finditer(text)}
+            self.users[names[0]] = {m.number for m in self.mutants if any((m.file, m.line + d) in lines for d in (-2, -1, 0, 1, 2))}
+        return self.users[names[0]] - self.at_start
+
+    def tried_on(self, mutant):
+        """All cases that may notice it, the likeliest first. Nobody knows who comes by a mutant that needs a build of its own."""
+        names, found, users = [mutant.file], self.of_number.get(mutant.number), set()
+        if found is None and mutant.number not in self.switched_only:
+            names, users = self.readers[mutant.file], self.users_of(mutant)
+            found = [c for c in self.cases if any((id(c), n) in self.cost for n in names)]
         lately = self.lately.get(mutant.file, [])
+        words = [w.lower() for text in re.findall(r'"([^"]*)"', mutant.shown) for w in re.findall(r"[A-Za-z]{4,}", text)]
 
         def rank(case):
-            return (0, -lately.index(case)) if case in lately else (1, self.cost[id(case), mutant.file])
+            if case in lately:
+                return 0, -lately.index(case)
+            cost = min(self.cost.get((id(case), n), 1e9) for n in names)
+            name = case.name.lower().replace("_", "")
+            named = any(w in name for w in words)
+            return 1 if users & case.seen else 2, cost / 20 if named else cost
 
-        return sorted(self.of_number.get(mutant.number, []), key=rank)
-
-    def alone(self, mutant):
-        """Of a mutant without a switch nobody knows who comes by: the cases that come by its file."""
-        names = [mutant.file]
-        if mutant.file.endswith(".h"):
-            names += includers(mutant.file, list(self.finders), lambda n: self.finders[n].text)
-        numbers = set().union(*(self.in_file.get(n, set()) for n in names))
-        found = [c for c in self.cases if c.seen & numbers]
-        found.sort(key=lambda c: min(self.cost.get((id(c), n), 1e9) for n in names))
-        return found[:MOST_CASES]
+        return sorted(found or [], key=rank)
 
     def noticed(self, mutant, case):
         lately = [c for c in self.lately.get(mutant.file, []) if c is not case]
@@ -158,7 +185,7 @@ class Chooser:
 
 def try_switched(mutant, chooser, most=MOST_TRIED):
     """Who notices it; "" for nobody."""
-    for case in chooser.switched(mutant)[:most]:
+    for case in chooser.tried_on(mutant)[:most]:
         if run_case(case, {"MUTANT": str(mutant.number)}, limit_of(case)) != "passed":
             chooser.noticed(mutant, case)
             return case.name
@@ -169,7 +196,7 @@ def try_alone(mutant, chooser, alone):
     """The same for one that needs a build of its own; None where it cannot be built."""
     link = alone.build(mutant)
     programs = {}
-    for case in chooser.alone(mutant) if link else []:
+    for case in chooser.tried_on(mutant)[:MOST_CASES] if link else []:
         target = "tests/unit/" + os.path.basename(case.program)
         if target not in programs:
             programs[target] = link(target)
@@ -195,7 +222,7 @@ class Session:
     def start(self):
         self.state = state_of(self.finders)
         self.tree, self.numbers, cases = kept_as("state", self.state, lambda: prepare(self.finders, self.mutants, self.jobs))
-        self.chooser = Chooser(self.finders, self.mutants, cases)
+        self.chooser = Chooser(self.finders, self.mutants, cases, self.numbers)
         self.log_reference = LogReference(self.finders)
 
     def settle(self, mutant, by):
@@ -234,7 +261,7 @@ class Session:
         left = [m for m in mutants if m.number in self.numbers and m.number not in self.listed and self.result_of(m) == "survived"
                 and self.results[m.file].of(m)["by"] == ""]
         cases, = kept_as("look", self.state, lambda: prepare_look(self.tree, self.mutants, self.jobs))
-        chooser = Chooser(self.finders, self.mutants, cases)
+        chooser = Chooser(self.finders, self.mutants, cases, self.numbers)
         progress = Progress("with the system tests", len(left))
 
         def one(mutant):
