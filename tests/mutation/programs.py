@@ -23,14 +23,17 @@ class Case:
     environment: dict = field(default_factory=dict)  # of a system test: which agent it starts
 
 
-def cases_of(program, environment=None):
-    """All cases of a GoogleTest program."""
+def listed(program):
+    """(name, source file) of all cases of a GoogleTest program."""
     path = os.path.join(WORK, os.path.basename(program) + ".cases.json")
     subprocess.run([program, "--gtest_list_tests", f"--gtest_output=json:{path}"], stdout=subprocess.DEVNULL, check=True)
     with open(path) as file:
         suites = json.load(file)["testsuites"]
-    names = [f"{s['name']}.{t['name']}" for s in suites for t in s["testsuite"] if not t["name"].startswith("DISABLED_")]
-    return [Case(program, name, environment=environment or {}) for name in names]
+    return [(f"{s['name']}.{t['name']}", t["file"]) for s in suites for t in s["testsuite"] if not t["name"].startswith("DISABLED_")]
+
+
+def cases_of(program, environment=None):
+    return [Case(program, name, environment=environment or {}) for name, _ in listed(program)]
 
 
 def system_programs():
@@ -52,7 +55,7 @@ def run_case(case, environment, limit):
 
 def limit_of(case):
     """Seconds until a case counts as hung: it may be a busy machine."""
-    return 3 + 5 * case.seconds
+    return 2 + 4 * case.seconds
 
 
 def measure(cases, count, jobs, tell, limit=120):

@@ -11,11 +11,11 @@ import equivalents
 from alone import MOST_CASES, Alone, LogReference
 from build import PRODUCT, ROOT, WORK, Schemata, commands, includers, parser_arguments
 from finder import Finder
-from programs import SLOW, UNIT, Case, cases_of, limit_of, measure, run_case, system_programs
+from programs import SLOW, UNIT, Case, cases_of, limit_of, listed, measure, run_case, system_programs
 from results import Results, digest, digest_of_tests
 
 MOST_TRIED = 80  # cases of the unit tests for one mutant, the likeliest first
-MOST_LOOKS = 8  # cases of the system tests for one that those do not notice
+MOST_LOOKS = 300, 8  # and for one that those do not notice: of the unit tests, of the system tests
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -68,26 +68,35 @@ def find_all(jobs):
 
 def state_of(finders):
     paths = sorted(os.path.join(ROOT, n) for n in finders)
-    paths += [os.path.join(TOOLS, n) for n in ("finder.py", "build.py", "switch.h", "switch.c")]
-    return digest(*paths) + digest_of_tests()
+    return digest(*paths, *(os.path.join(TOOLS, n) for n in ("finder.py", "build.py", "switch.h", "switch.c")))
 
 
 def kept_as(name, state, make):
-    """What `make` makes, a tuple; kept until a source or a test changes."""
+    """What `make` makes; kept until `state` is another."""
     path = os.path.join(WORK, name)
     if os.path.exists(path):
         with open(path, "rb") as file:
             before = pickle.load(file)
         if before[0] == state:
-            return before[1:]
+            return before[1]
     made = make()
     with open(path, "wb") as file:
-        pickle.dump((state, *made), file)
+        pickle.dump((state, made), file)
     return made
 
 
-def measured(what, cases, count, jobs, limit):
-    progress = Progress(f"measuring the {what} tests", len(cases))
+def switch(finders, mutants, jobs):
+    """The objects with switches, and the numbers of the mutants in them."""
+    begin = time.monotonic()
+    schemata = Schemata(finders, jobs, say)
+    numbers = schemata.build()
+    say(f"{len(mutants)} mutants, {len(numbers)} of them with a switch; built in {time.monotonic() - begin:.0f} s")
+    return schemata.tree, numbers
+
+
+def measured(cases, count, jobs, limit):
+    """Those that pass, with what they come by."""
+    progress = Progress(f"measuring {os.path.basename(cases[0].program)}", len(cases))
 
     def tell(case, result):
         if result == "failed":
@@ -97,25 +106,26 @@ def measured(what, cases, count, jobs, limit):
     return measure(cases, count, jobs, tell, limit)
 
 
-def prepare(finders, mutants, jobs):
-    """The objects with switches, the numbers of the mutants in them, and the unit tests' cases with what they come by."""
-    begin = time.monotonic()
-    schemata = Schemata(finders, jobs, say)
-    numbers = schemata.build()
+def unit_cases(tree, count, jobs):
+    """The cases of the unit tests; only a program that has changed is measured anew."""
     with ThreadPoolExecutor(jobs) as pool:
-        programs = list(pool.map(schemata.tree.link, ["tests/unit/" + n for n in UNIT]))
+        programs = list(pool.map(tree.link, ["tests/unit/" + n for n in UNIT]))
     if None in programs:
         raise SystemExit("a program of the tests does not link with the mutants in it")
-    say(f"{len(mutants)} mutants, {len(numbers)} of them with a switch; built in {time.monotonic() - begin:.0f} s")
-    cases = [case for program in programs for case in cases_of(program)]
-    return schemata.tree, numbers, measured("unit", cases, len(mutants), jobs, 120)
+    found = []
+    for program in programs:
+        found += kept_as(os.path.basename(program) + ".seen", digest(program), lambda p=program: measured(cases_of(p), count, jobs, 120))
+    return found
 
 
-def prepare_look(tree, mutants, jobs):
-    """The same of the system tests, with an agent that has the mutants in it. None where they are not built."""
+def system_cases(tree, count, jobs):
+    """The same of the system tests that are built, with an agent that has the mutants in it."""
     agent = tree.link("VeloAgent")
-    cases = [case for program in system_programs() for case in cases_of(program, {"VELO_AGENT": agent})]
-    return (measured("system", cases, len(mutants), jobs, SLOW),)
+    found = []
+    for program in system_programs():
+        found += kept_as(os.path.basename(program) + ".seen", digest(agent, program),
+                         lambda p=program: measured(cases_of(p, {"VELO_AGENT": agent}), count, jobs, SLOW))
+    return found
 
 
 class Chooser:
@@ -139,6 +149,7 @@ class Chooser:
             for number in seen:
                 self.of_number.setdefault(number, []).append(case)
         self.switched_only = numbers - self.at_start  # who does not come by these cannot notice them
+        self.tests_of = {(p, name): file.split("tests/unit/")[-1] for p in {c.program for c in cases} for name, file in listed(p)}
         self.readers = {name: self.readers_of(name) for name in finders}
 
     def readers_of(self, name):
@@ -168,13 +179,18 @@ class Chooser:
         lately = self.lately.get(mutant.file, [])
         words = [w.lower() for text in re.findall(r'"([^"]*)"', mutant.shown) for w in re.findall(r"[A-Za-z]{4,}", text)]
 
+        mirrored = mutant.file.removeprefix(PRODUCT).rsplit(".", 1)[0]  # tests/unit mirrors the product's folders
+
         def rank(case):
             if case in lately:
                 return 0, -lately.index(case)
             cost = min(self.cost.get((id(case), n), 1e9) for n in names)
             name = case.name.lower().replace("_", "")
-            named = any(w in name for w in words)
-            return 1 if users & case.seen else 2, cost / 20 if named else cost
+            if any(w in name for w in words):
+                cost /= 20
+            if self.tests_of[case.program, case.name].startswith(mirrored):
+                cost /= 20
+            return 1 if users & case.seen else 2, cost
 
         return sorted(found or [], key=rank)
 
@@ -220,8 +236,8 @@ class Session:
         self.log_lock = threading.Lock()
 
     def start(self):
-        self.state = state_of(self.finders)
-        self.tree, self.numbers, cases = kept_as("state", self.state, lambda: prepare(self.finders, self.mutants, self.jobs))
+        self.tree, self.numbers = kept_as("switches", state_of(self.finders), lambda: switch(self.finders, self.mutants, self.jobs))
+        cases = unit_cases(self.tree, len(self.mutants), self.jobs)
         self.chooser = Chooser(self.finders, self.mutants, cases, self.numbers)
         self.log_reference = LogReference(self.finders)
 
@@ -231,6 +247,9 @@ class Session:
         else:
             by = by or self.log_notices(mutant)
             result = "noticed" if by else "survived"
+        before = self.results[mutant.file].of(mutant)
+        if result == "survived" and before:
+            by = before["by"]  # whether the system tests have seen it
         self.results[mutant.file].put(mutant, result, by)
         if result == "survived" and mutant.number not in self.listed:
             print(f"survived: {mutant.file}:{mutant.line}: {mutant.operator}: {mutant.shown}", flush=True)
@@ -257,15 +276,15 @@ class Session:
         self.try_alone([m for m in mutants if m.number not in self.numbers])
 
     def look_again(self, mutants):
-        """What the unit tests left, with the system tests."""
+        """What the likeliest cases left: with more of the unit tests, and with the system tests."""
         left = [m for m in mutants if m.number in self.numbers and m.number not in self.listed and self.result_of(m) == "survived"
                 and self.results[m.file].of(m)["by"] == ""]
-        cases, = kept_as("look", self.state, lambda: prepare_look(self.tree, self.mutants, self.jobs))
-        chooser = Chooser(self.finders, self.mutants, cases, self.numbers)
-        progress = Progress("with the system tests", len(left))
+        cases = system_cases(self.tree, len(self.mutants), self.jobs) if left else []
+        system = Chooser(self.finders, self.mutants, cases, self.numbers)
+        progress = Progress("looking again", len(left))
 
         def one(mutant):
-            by = try_switched(mutant, chooser, MOST_LOOKS)
+            by = try_switched(mutant, self.chooser, MOST_LOOKS[0]) or try_switched(mutant, system, MOST_LOOKS[1])
             self.results[mutant.file].put(mutant, "noticed" if by else "survived", by or "nobody")
             progress.step(f", {mutant.file}")
 

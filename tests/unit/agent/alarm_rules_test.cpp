@@ -99,6 +99,7 @@ TEST(AlarmRules, FreePercentIsRoundedDown) {
     EXPECT_EQ(free_percent(UINT64_MAX / 100, 0), 100U);
     EXPECT_EQ(free_percent(UINT64_MAX / 100, 1), 99U);
     EXPECT_EQ(free_percent(UINT64_MAX / 100 * 2, UINT64_MAX / 100), 50U);
+    EXPECT_EQ(free_percent(UINT64_MAX / 100 * 2 + 1, UINT64_MAX / 100 + 1), 49U);
 }
 
 }  // namespace

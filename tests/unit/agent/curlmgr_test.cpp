@@ -152,7 +152,7 @@ TEST_F(QueueStart, WithoutAWorkerIsAFailureAndRequestsFailAtOnceUntilOneStands) 
 
 TEST_F(QueueStart, WithoutAStarterTheRequestsThatWaitForAWorkerFailToo) {
     std::atomic<int> failed{0};
-    output_of([&] {
+    const std::string log = output_of([&] {
         std::vector<std::thread> callers;
         for (int i = 0; i < 3; i++) callers.emplace_back([&] { failed += ask() == -1 ? 1 : 0; });
         EXPECT_TRUE(eventually([] { return intercept::semaphore_waits() == 3; }));
@@ -161,6 +161,7 @@ TEST_F(QueueStart, WithoutAStarterTheRequestsThatWaitForAWorkerFailToo) {
         for (std::thread &caller : callers) caller.join();
     });
     EXPECT_EQ(failed, 3);
+    EXPECT_TRUE(log.ends_with("curlmgr_enqueue_job failed. There is no worker. res = -1.\n")) << log;
     EXPECT_EQ(camera.seen(), (Texts{}));
     start_queue_worker();
     output_of([] { EXPECT_EQ(ask(), 0); });
@@ -361,6 +362,14 @@ TEST_F(Jobs, AnInterruptedWaitIsResumed) {
         EXPECT_EQ(perform("/b", kDefaultPriority), 0);
     });
     EXPECT_EQ(paths(), (Texts{"/a", "/b"}));
+}
+
+TEST_F(Jobs, ADoneWorkerSleeps) {
+    output_of([] {
+        const int before = intercept::semaphore_waits();
+        EXPECT_EQ(perform("/a", kDefaultPriority), 0);
+        EXPECT_TRUE(eventually([before] { return intercept::semaphore_waits() >= before + 2; }));
+    });
 }
 
 TEST_F(Jobs, OfSixteenThreadsAreNeverTwoAtOnce) {

@@ -371,6 +371,7 @@ INSTANTIATE_TEST_SUITE_P(
                   .header = "Set-Cookie: Session=0123456789; path=/\r\n",
                   .key = "0123456789"},
         HeaderRow{.name = "EndsAtTheLineEnd", .header = "Set-Cookie: Session=42\r\n", .key = "42"},
+        HeaderRow{.name = "EveryDigitIsPartOfIt", .header = "Session=9876543210;", .key = "9876543210"},
         HeaderRow{.name = "EndsAtABlank", .header = "Set-Cookie: Session=42 43", .key = "42"},
         HeaderRow{.name = "EndsAtTheEnd", .header = "Session=1", .key = "1"},
         HeaderRow{.name = "EndsAtALetter", .header = "Session=42a7", .key = "42"},
@@ -690,6 +691,13 @@ TEST_F(KeyHook, EveryoneGetsACopyOfHisOwn) {
     EXPECT_STREQ(second, "12345");
     std::free(first);
     std::free(second);
+}
+
+TEST_F(KeyHook, OneCharacterIsAKey) {
+    set_session_key("1");
+    char *copy = get_session_key();
+    EXPECT_STREQ(copy, "1");
+    std::free(copy);
 }
 
 TEST_F(KeyHook, ClearingEmptiesAll30Bytes) {

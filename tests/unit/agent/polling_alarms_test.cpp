@@ -37,6 +37,7 @@ TEST_F(PollingAlarms, BatteryIsTakenByItsThreshold) {
 
 TEST_F(PollingAlarms, BatteryWithoutAThresholdIsNeverLow) {
     set_conf("BATTERY_ARMED", "1");
+    EXPECT_LOG(rules("Battery", "0"), held("battery"));
     set_conf("BATTERY_LOW", "");
     EXPECT_LOG(rules("Battery", "0"), held("battery"));
 }

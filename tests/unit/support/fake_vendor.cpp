@@ -185,9 +185,9 @@ int readTokenFromFile(char *token, int size) {
     const int result = called("readTokenFromFile");
     if (result != 0 || size <= 0) return result;
     const std::string text = state().get(&State::token);
-    const size_t length = std::min(text.size(), static_cast<size_t>(size) - 1);
-    text.copy(token, length);
-    token[length] = '\0';
+    // A token that fills the buffer comes without an end.
+    const size_t length = text.copy(token, static_cast<size_t>(size));
+    if (length < static_cast<size_t>(size)) token[length] = '\0';
     return result;
 }
 
