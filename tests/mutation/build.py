@@ -72,7 +72,8 @@ class Tree:
         """Links a program of the release build (a target of ninja) with this tree's objects. Returns its path, None where it fails."""
         line = run(["ninja", "-t", "commands", target], cwd=RELEASE, check=True).stdout.decode().splitlines()[-1]
         words = shlex.split(line[line.index("&& ") + 3:line.rindex(" && :")])
-        words = [w for w in words if not w.startswith("-flto")]
+        # Vendor libraries are looked for beside the program that is replaced.
+        words = [w.replace("\\$ORIGIN", RELEASE) for w in words if not w.startswith("-flto")]
         for i, word in enumerate(words):
             inside = re.fullmatch(r"platform/Z55/CMakeFiles/\w+\.dir/(.*)\.o", word)
             if inside:
@@ -143,7 +144,7 @@ class Schemata:
 
     def build(self):
         """Returns the numbers of the mutants that are in the objects."""
-        sources = list(self.tree.commands)
+        sources, bad = list(self.tree.commands), {}
         for turn in range(1, 20):
             written = list(self.write())
             if turn > 1 and not any(name.endswith(".h") for name in written):

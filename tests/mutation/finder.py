@@ -63,7 +63,8 @@ def positions_in_text(text):
 class Finder:
     def __init__(self, name, path, arguments):
         self.name = name
-        self.text = open(path, "rb").read()
+        with open(path, "rb") as file:
+            self.text = file.read()
         self.path = path
         unit = Index.create().parse(path, args=arguments)
         errors = [d for d in unit.diagnostics if d.severity >= 3]

@@ -199,10 +199,17 @@ class Chooser:
         self.lately[mutant.file] = (lately + [case])[-6:]
 
 
+def notices(case, mutated, usual):
+    """Whether the case fails with the mutant, twice and with ever more time, and passes without it: a busy machine is no mutant."""
+    if run_case(case, mutated, limit_of(case)) == "passed":
+        return False
+    return run_case(case, usual, 4 * limit_of(case)) == "passed" and run_case(case, mutated, 4 * limit_of(case)) != "passed"
+
+
 def try_switched(mutant, chooser, most=MOST_TRIED):
     """Who notices it; "" for nobody."""
     for case in chooser.tried_on(mutant)[:most]:
-        if run_case(case, {"MUTANT": str(mutant.number)}, limit_of(case)) != "passed":
+        if notices(case, {"MUTANT": str(mutant.number)}, {"MUTANT": "-1"}):
             chooser.noticed(mutant, case)
             return case.name
     return ""
@@ -218,7 +225,7 @@ def try_alone(mutant, chooser, alone):
             programs[target] = link(target)
         if programs[target] is None:
             return None
-        if run_case(Case(programs[target], case.name), {}, limit_of(case)) != "passed":
+        if run_case(Case(programs[target], case.name), {}, 4 * limit_of(case)) != "passed":
             return case.name
     return "" if link else None
 
