@@ -33,7 +33,7 @@ void read_by_fgets(const char *path) {
     constexpr char kKey[] = "SOUGHT_KEY=";
     FILE *file = std::fopen(path, "re");
     if (file == nullptr) return;
-    char line[1024], value[64] = "";
+    char line[1024], value[1024] = "";
     while (std::fgets(line, sizeof line, file) != nullptr) {
         if (std::strncmp(line, kKey, sizeof kKey - 1) != 0) continue;
         line[std::strcspn(line, "\n")] = '\0';

@@ -71,7 +71,7 @@ Row request_row(const char *id, const std::string &target, std::function<void()>
              {"libcurl", [url] { by_libcurl(url); }},
              {"floor: sockets", [target] { by_sockets(target); }}},
             kBatch,
-            120,
+            400,
             true};
     add_request_peers(row, target);
     return row;
