@@ -37,6 +37,12 @@ void add_file_write_reference(Row &row, const std::string &path, const std::stri
 void add_video_peers(Row &row, const std::vector<unsigned char> &frame);
 void add_audio_reference(Row &row, const std::vector<unsigned char> &frame);
 
+// What the agent does with a reply in which it looks for these values.
+void read_values(const std::string &reply, const std::vector<const char *> &names);
+
+// Hands the first frame of a clip to the agent; the clip before it is given back. Returns device_play_audio's result.
+int play_first_frame();
+
 // What the compiler must not leave out.
 inline void keep(const void *value) {
     asm volatile("" : : "r"(value) : "memory");

@@ -60,7 +60,7 @@ def by_callgrind():
     shutil.rmtree(folder, ignore_errors=True)
     folder.mkdir()
     in_device(["env", f"GLIBC_TUNABLES={PLAIN_PROCESSOR}", "valgrind", "--tool=callgrind", "-q",
-               f"--callgrind-out-file={folder}/out", NATIVE / "bench/bench", "counts", "2"], "callgrind.report")
+               f"--callgrind-out-file={folder}/out", NATIVE / "bench/bench", "counts"], "callgrind.report")
     windows = []
     for path in sorted(folder.iterdir(), key=lambda path: int(path.suffix[1:] or 0)):
         text = path.read_text()
@@ -89,7 +89,7 @@ def calls_in_windows(trace):
 def by_strace():
     """System calls and allocations; the first is None where nothing may be traced."""
     preload = f"LD_PRELOAD={NATIVE}/bench/libbench_allocations.so"
-    program = [NATIVE / "bench/bench", "counts", "2"]
+    program = [NATIVE / "bench/bench", "counts"]
     if subprocess.run(["strace", "-qq", "-o", "/dev/null", "true"], check=False, stderr=subprocess.DEVNULL).returncode != 0:
         report = in_device(["env", preload, *program], "strace.report")
         calls = None
@@ -104,7 +104,7 @@ def by_qemu():
     log = WORK / "qemu.log"
     log.unlink(missing_ok=True)
     report = in_device(["qemu-arm", "-L", SYSROOT, "-plugin", NATIVE / "bench/libbench_arm_counts.so", "-d", "plugin", "-D", log,
-                        ARM / "bench/bench", "counts", "2"], "qemu.report", ARM)
+                        ARM / "bench/bench", "counts"], "qemu.report", ARM)
     lines = [line.split()[1:] for line in log.read_text().splitlines() if line.startswith("window ")]
     counted = list(zip(names(report), lines, strict=True))
     return (least([(*name, int(line[0])) for name, line in counted]), least([(*name, int(line[1])) for name, line in counted]))

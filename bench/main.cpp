@@ -1,5 +1,6 @@
 // bench with-camera COMMAND...   starts the little camera and becomes COMMAND, for what traces it from outside
-// bench times | counts [N]       measures every row; counts of the first N contestants of each
+// bench times | counts           measures every row
+// bench curves | latency         how tasks grow; how long the handlers take
 // All of it inside a device view, on one processor (BENCH_CPU). The report goes to descriptor 3.
 #include <fcntl.h>
 #include <sched.h>
@@ -11,6 +12,7 @@
 
 #include "agent/utils/memory.h"
 #include "camera.h"
+#include "curves.h"
 #include "measure.h"
 
 namespace {
@@ -61,6 +63,33 @@ std::vector<Row> all_rows() {
     return rows;
 }
 
+void measure_all_times(std::FILE *report) {
+    std::vector<Row> rows = all_rows();
+    add_start_rows(rows);
+    for (const Row &row : rows) measure_times(row, report);
+}
+
+// Of the product and of its reference.
+void count_all(std::FILE *report) {
+    count_windows(empty_row("nothing", false), 2, report);
+    count_windows(empty_row("nothing beside threads", true), 2, report);
+    for (const Row &row : all_rows()) count_windows(row, 2, report);
+}
+
+void measure_all_curves(std::FILE *report) {
+    all_rows();  // their start is the agent's
+    measure_curves(report);
+}
+
+using Measure = void (*)(std::FILE *);
+
+Measure measure_of(const std::string &mode) {
+    if (mode == "times") return measure_all_times;
+    if (mode == "counts") return count_all;
+    if (mode == "curves") return measure_all_curves;
+    return mode == "latency" ? measure_latency : nullptr;
+}
+
 }  // namespace
 
 int server_port() {
@@ -83,18 +112,10 @@ int main(int count, char **arguments) {
     stay_on_one_processor();
     if (mode == "with-camera" && count > 2) return with_camera(arguments + 2);
     std::FILE *report = fdopen(3, "w");
-    if (report == nullptr || (mode != "times" && mode != "counts")) return 2;
+    const auto measure = measure_of(mode);
+    if (report == nullptr || measure == nullptr) return 2;
     be_the_agent();
-    std::vector<Row> rows = all_rows();
-    if (mode == "times") {
-        add_start_rows(rows);
-        for (const Row &row : rows) measure_times(row, report);
-    } else {
-        const size_t contestants = count > 2 ? static_cast<size_t>(std::atoi(arguments[2])) : 1;
-        count_windows(empty_row("nothing", false), contestants, report);
-        count_windows(empty_row("nothing beside threads", true), contestants, report);
-        for (const Row &row : rows) count_windows(row, contestants, report);
-    }
+    measure(report);
     std::fflush(report);
     _exit(0);  // the worker never ends
 }

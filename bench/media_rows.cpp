@@ -104,12 +104,12 @@ void give_clip_back() {
     last_clip = nullptr;
 }
 
-void play_frame(const Bytes &samples, uint32_t sequence) {
+int play_frame(const Bytes &samples, uint32_t sequence) {
     talkback_frame frame{};
     frame.sequence = sequence;
     frame.length = static_cast<uint32_t>(samples.size());
     frame.data = const_cast<uint8_t *>(samples.data());
-    device_play_audio(&frame);
+    return device_play_audio(&frame);
 }
 
 Row clip_row() {
@@ -182,6 +182,12 @@ extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *at
     clip_routine = routine;
     last_clip = static_cast<talk_clip *>(argument);
     return 0;
+}
+
+int play_first_frame() {
+    static const Bytes samples = noise(kTalkFrame);
+    give_clip_back();
+    return play_frame(samples, 0);
 }
 
 void add_media_rows(std::vector<Row> &rows) {

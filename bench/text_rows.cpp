@@ -47,15 +47,6 @@ const std::string &long_reply() {
     return text;
 }
 
-void read_values(const std::string &reply, const Names &names) {
-    const auto error = camera_error(reply);
-    keep(&error);
-    for (const char *name : names) {
-        const auto value = find_xml_value(reply, name);
-        keep(&value);
-    }
-}
-
 // The opening tag and the end of its text are looked for once each.
 void read_by_strstr(const std::string &reply, const Names &names) {
     for (const char *name : names) {
@@ -77,6 +68,15 @@ Row row_of(const char *id, const std::string &reply, int batch) {
 }
 
 }  // namespace
+
+void read_values(const std::string &reply, const std::vector<const char *> &names) {
+    const auto error = camera_error(reply);
+    keep(&error);
+    for (const char *name : names) {
+        const auto value = find_xml_value(reply, name);
+        keep(&value);
+    }
+}
 
 void add_text_rows(std::vector<Row> &rows) {
     rows.push_back(row_of("six values of 1.8 KB", long_reply(), 100));
