@@ -14,11 +14,13 @@
 namespace {
 
 std::string body_of(const std::string &path) {
-    if (path.starts_with("/bytes/")) return std::string(static_cast<size_t>(std::atol(path.c_str() + 7)), 'x');
+    if (path.starts_with("/bytes/"))
+        return std::string(static_cast<size_t>(std::atol(path.c_str() + 7)), 'x');
     if (path.starts_with("/CGI/CameraStatus?Recording")) return "<Recording>0</Recording>\n";
     if (!path.starts_with("/CGI/CameraStatus?")) return "<Value>" + std::string(284, 'x') + "</Value>\n";
-    std::string all = "<MotionEvent>0</MotionEvent><AudioEvent>0</AudioEvent><TemperatureEvent>0</TemperatureEvent>"
-                      "<Battery>42</Battery><Space>4096</Space><SDStatus>1</SDStatus>";
+    std::string all =
+        "<MotionEvent>0</MotionEvent><AudioEvent>0</AudioEvent><TemperatureEvent>0</TemperatureEvent>"
+        "<Battery>42</Battery><Space>4096</Space><SDStatus>1</SDStatus>";
     all.resize(172, '\n');
     return all;
 }
@@ -27,10 +29,11 @@ std::string reply_to(const std::string &request) {
     const size_t start = request.find(' ') + 1;
     const std::string body = body_of(request.substr(start, request.find(' ', start) - start));
     char head[160];
-    std::snprintf(head, sizeof head,
-                  "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %zu\r\nSet-Cookie: Session=1000001\r\n"
-                  "Connection: close\r\n\r\n",
-                  body.size());
+    std::snprintf(
+        head, sizeof head,
+        "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %zu\r\nSet-Cookie: Session=1000001\r\n"
+        "Connection: close\r\n\r\n",
+        body.size());
     return head + body;
 }
 

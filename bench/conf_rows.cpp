@@ -18,7 +18,8 @@ std::string conf_of(int lines) {
     std::string text;
     for (int i = 1; i <= lines; i++) {
         char line[64];
-        std::snprintf(line, sizeof line, i == kSoughtLine ? "SOUGHT_KEY=3600\n" : "SOME_SETTING_%02d=some value\n", i);
+        std::snprintf(line, sizeof line,
+                      i == kSoughtLine ? "SOUGHT_KEY=3600\n" : "SOME_SETTING_%02d=some value\n", i);
         text += line;
     }
     return text;
@@ -92,7 +93,8 @@ void replace(const std::string &path, const std::string &text) {
 }
 
 Row writing_row(const char *id, const std::string &folder, int batch, int rounds) {
-    const std::string mine = folder + "/mine.conf", theirs = folder + "/theirs.conf", floor = folder + "/floor.conf";
+    const std::string mine = folder + "/mine.conf", theirs = folder + "/theirs.conf",
+                      floor = folder + "/floor.conf";
     const std::string text = conf_of(kLines);
     for (const auto &path : {mine, theirs, floor}) store(path, text);
     Row row{id,

@@ -1,8 +1,5 @@
 #include "curves.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -28,7 +25,8 @@ double microseconds_of(const Contestant &task, int batch) {
     if (task.before) task.before();
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < batch; i++) task.run();
-    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() / batch;
+    return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count() /
+           batch;
 }
 
 double median(std::vector<double> values) {
@@ -37,7 +35,8 @@ double median(std::vector<double> values) {
 }
 
 // The points by turns, so that a load of the machine bends no curve.
-void measure_curve(std::FILE *report, const char *name, const std::vector<Point> &points, int rounds, int batch) {
+void measure_curve(std::FILE *report, const char *name, const std::vector<Point> &points, int rounds,
+                   int batch) {
     std::vector<std::vector<double>> times(points.size());
     for (int round = 0; round < rounds; round++) {
         for (size_t i = 0; i < points.size(); i++) {
@@ -115,33 +114,15 @@ void frame_curve(std::FILE *report) {
 
 // --- The card
 
-void show_card(const std::string &folder) {
-    constexpr char kMedia[] = "/tmp/fuse_d/DCIM/100MEDIA";
-    if (unlink(kMedia) != 0) rmdir(kMedia);
-    if (symlink(folder.c_str(), kMedia) != 0) std::abort();
-}
-
 Contestant newest_of(int recordings) {
-    const std::string folder = "/tmp/fuse_d/card" + std::to_string(recordings);
-    mkdir(folder.c_str(), 0755);
-    for (int i = 1; i <= recordings; i++) {
-        char name[32];
-        std::snprintf(name, sizeof name, "/AAAA%04d", i % 10000);
-        std::ofstream(folder + name + ".MP4") << "x";
-        std::ofstream(folder + name + ".THM") << "thumbnail";
-    }
-    return {"",
-            [] {
-                snapshot_record record{};
-                if (get_camera_snapshot(&record, 1) != 0) std::abort();
-                std::free(record.data);
-            },
-            [folder] { show_card(folder); }};
+    const std::string folder = make_recordings(recordings);
+    return {"", read_newest_thumbnail, [folder] { show_card(folder); }};
 }
 
 void card_curve(std::FILE *report) {
     std::vector<Point> points;
-    for (const int recordings : {10, 100, 1000, 2500, 5000}) points.push_back({recordings, newest_of(recordings)});
+    for (const int recordings : {10, 100, 1000, 2500, 5000})
+        points.push_back({recordings, newest_of(recordings)});
     measure_curve(report, "recordings on the card, the newest thumbnail", points, 15, 2);
 }
 
@@ -212,7 +193,8 @@ void uptime_curve(std::FILE *report) {
             times.push_back(microseconds_of({"", poll_once}, 1));
         }
         std::fprintf(report, "point\tuptime in polls, the next one\t%ld\t%.3f\n", polls, median(times));
-        std::fprintf(report, "point\tuptime in polls, private memory in KiB\t%ld\t%ld\n", polls, private_kib());
+        std::fprintf(report, "point\tuptime in polls, private memory in KiB\t%ld\t%ld\n", polls,
+                     private_kib());
         std::fflush(report);
     }
 }

@@ -4,12 +4,13 @@
 
 #include <cstdio>
 
-// Prints a line for each point: curve, x, microseconds (median; KiB in the curve of memory). Some two minutes.
+// Prints a line for each point: curve, x, microseconds (median; KiB in the curve of memory). Some two
+// minutes.
 void measure_curves(std::FILE *report);
 
-// Prints a line for each handler under each load: load, handler, own requests, demanded pauses in milliseconds, its
-// milliseconds (median, 95th percentile, most) and how often it failed; the first line is for a bare request to the
-// same camera, the simulated one. Some three minutes.
+// Prints a line for each handler under each load: load, handler, own requests, demanded pauses in
+// milliseconds, its milliseconds (median, 95th percentile, most) and how often it failed; the first line is
+// for a bare request to the same camera, the simulated one. Some three minutes.
 void measure_latency(std::FILE *report);
 
 #endif

@@ -61,7 +61,7 @@ def latency_table(lines):
     table = []
     for load, name, requests, pauses, median, p95, most, failures in lines:
         bound = limit(int(requests), int(pauses), transfer, load) if int(requests) else None
-        told = "-" if bound is None else f"{bound:.0f}"
+        told = "-" if bound is None else f"{bound:.1f}"
         held = "-" if bound is None else "held" if float(p95) <= bound else "beyond"
         table.append([name, load, requests, pauses, *(f"{float(ms):.4g}" for ms in (median, p95, most)), told, held, failures])
     table.sort(key=lambda row: [line[1] for line in lines].index(row[0]))

@@ -62,13 +62,17 @@ int notify(int status) {
 // The last two, a recording's start and stop, are called by turns.
 const std::vector<Handler> &handlers() {
     static const std::vector<Handler> all = {
-        {"get_device_status, of the camera", 1, 0, 300, [] { return read_value(get_device_status, "Battery"); }},
-        {"get_device_status, of the card (df)", 0, 0, 30, [] { return read_value(get_device_status, "sdcardquota"); }},
-        {"get_device_param, of the camera", 1, 0, 300, [] { return read_value(get_device_param, "md_armed"); }},
+        {"get_device_status, of the camera", 1, 0, 300,
+         [] { return read_value(get_device_status, "Battery"); }},
+        {"get_device_status, of the card (df)", 0, 0, 30,
+         [] { return read_value(get_device_status, "sdcardquota"); }},
+        {"get_device_param, of the camera", 1, 0, 300,
+         [] { return read_value(get_device_param, "md_armed"); }},
         {"get_device_param, of the configuration", 0, 0, 300,
          [] { return read_value(get_device_param, "pd_setting"); }},
         {"set_device_param, of the camera", 2, 0, 200, [] { return set_in_turn("md_armed", "1", "0"); }},
-        {"set_device_param, of the configuration", 0, 0, 200, [] { return set_in_turn("pd_setting", "20", "30"); }},
+        {"set_device_param, of the configuration", 0, 0, 200,
+         [] { return set_in_turn("pd_setting", "20", "30"); }},
         {"ptz_direction_control, night light", 1, 0, 200, [] { return ptz_direction_control(30, 1); }},
         {"ptz_direction_control, lullaby", 2, 0, 200, [] { return ptz_direction_control(44, 3); }},
         {"device_play_audio", 0, 0, 300, play_first_frame},
@@ -98,8 +102,9 @@ void print(std::FILE *report, const char *load, const Handler &handler, Taken ta
     auto &times = taken.milliseconds;
     std::sort(times.begin(), times.end());
     const size_t last = times.size() - 1;
-    std::fprintf(report, "latency\t%s\t%s\t%d\t%ld\t%.3f\t%.3f\t%.3f\t%d\n", load, handler.name, handler.requests,
-                 handler.pauses, times[last / 2], times[last * 95 / 100], times[last], taken.failures);
+    std::fprintf(report, "latency\t%s\t%s\t%d\t%ld\t%.3f\t%.3f\t%.3f\t%d\n", load, handler.name,
+                 handler.requests, handler.pauses, times[last / 2], times[last * 95 / 100], times[last],
+                 taken.failures);
     std::fflush(report);
 }
 
@@ -146,8 +151,9 @@ std::atomic<bool> ended{false};
 void poll_without_pause() {
     const std::string key = session_key().value_or("");
     while (!ended) {
-        const Reply reply = perform_curl("http://127.0.0.1:8080/CGI/CameraStatus", key,
-                                         "Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SD");
+        const Reply reply =
+            perform_curl("http://127.0.0.1:8080/CGI/CameraStatus", key,
+                         "Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SD");
         if (!reply) usleep(1000);
     }
 }
@@ -171,8 +177,8 @@ void measure_under(std::FILE *report, const char *load, int threads, void (*work
 
 void start_simulated_camera() {
     const std::string program = build_folder() + "/devkit/camera/camera";
-    const char *arguments[] = {program.c_str(),  "--cgi-port",   "8080",             "--control-port", "8081",
-                               "--ports-file", "/tmp/camera.json", nullptr};
+    const char *arguments[] = {program.c_str(), "--cgi-port",       "8080", "--control-port", "8081",
+                               "--ports-file",  "/tmp/camera.json", nullptr};
     pid_t child = 0;
     if (posix_spawn(&child, program.c_str(), nullptr, nullptr, const_cast<char **>(arguments), environ) != 0)
         std::abort();
@@ -185,10 +191,11 @@ void write_file(const char *path, const char *text) {
 }
 
 void start_agent() {
-    write_file(kConfPath,
-               "hostIP=127.0.0.1:8080\nITEM_DEVICE=Camera\nITEM_STREAM=Stream1\nPASSWORD=secret\nSESSION_KEY=\n"
-               "COOKIE=/tmp/working/cookie\nBATTERY_LOW=20\nRECORDING_PERIOD=600\n"
-               "RECORDING_FLAG_FILE=/tmp/working/recording\nRECORDING_LOG_FILE=/tmp/fuse_d/recording.log\n");
+    write_file(
+        kConfPath,
+        "hostIP=127.0.0.1:8080\nITEM_DEVICE=Camera\nITEM_STREAM=Stream1\nPASSWORD=secret\nSESSION_KEY=\n"
+        "COOKIE=/tmp/working/cookie\nBATTERY_LOW=20\nRECORDING_PERIOD=600\n"
+        "RECORDING_FLAG_FILE=/tmp/working/recording\nRECORDING_LOG_FILE=/tmp/fuse_d/recording.log\n");
     for (pthread_attr_t *attributes : {&audioback_attr, &resolutionChange_attr, &recVideo_attr}) {
         pthread_attr_init(attributes);
         pthread_attr_setdetachstate(attributes, PTHREAD_CREATE_DETACHED);
@@ -207,8 +214,11 @@ void measure_latency(std::FILE *report) {
     start_agent();
     write_file("/tmp/fuse_d/DCIM/100MEDIA/AAAA0000.THM", "thumbnail");
     Taken bare;
-    for (int i = 0; i < 500; i++) take(request_by_libcurl, bare);
-    print(report, "idle", {"one bare libcurl request", 1, 0, 500, nullptr}, bare);
+    for (int i = 0; i < 300; i++) {
+        take(request_by_libcurl, bare);
+        usleep(static_cast<useconds_t>(std::rand() % 10'000));  // as between the handlers' calls
+    }
+    print(report, "idle", {"one bare libcurl request", 1, 0, 300, nullptr}, bare);
     measure_handlers(report, "idle");
     measure_under(report, "poll storm", 1, poll_without_pause);
     measure_under(report, "eight callers", 8, ask_without_pause);

@@ -1,7 +1,7 @@
-// bench with-camera COMMAND...   starts the little camera and becomes COMMAND, for what traces it from outside
-// bench times | counts           measures every row
-// bench curves | latency         how tasks grow; how long the handlers take
-// All of it inside a device view, on one processor (BENCH_CPU). The report goes to descriptor 3.
+// bench with-camera COMMAND...   starts the little camera and becomes COMMAND, for what traces it from
+// outside bench times | counts           measures every row bench curves | latency         how tasks grow;
+// how long the handlers take All of it inside a device view, on one processor (BENCH_CPU). The report goes to
+// descriptor 3.
 #include <fcntl.h>
 #include <sched.h>
 #include <unistd.h>
@@ -60,6 +60,7 @@ std::vector<Row> all_rows() {
     add_text_rows(rows);
     add_conf_rows(rows);
     add_media_rows(rows);
+    add_card_rows(rows);
     return rows;
 }
 

@@ -64,7 +64,8 @@ void count_window(const Row &row, const Contestant &contestant, std::FILE *repor
     contestant.run();
     if (row.threads) usleep(kSettleTime);
     end_window(name);
-    std::fprintf(report, "window\t%s\t%s\t%ld\n", row.id.c_str(), contestant.name.c_str(), allocations() - before);
+    std::fprintf(report, "window\t%s\t%s\t%ld\n", row.id.c_str(), contestant.name.c_str(),
+                 allocations() - before);
 }
 
 }  // namespace

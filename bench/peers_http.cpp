@@ -23,7 +23,8 @@ void by_beast(const std::string &target) {
     using boost::asio::ip::tcp;
     boost::asio::io_context context;
     beast::tcp_stream stream(context);
-    stream.connect(tcp::endpoint(boost::asio::ip::address_v4::loopback(), static_cast<unsigned short>(server_port())));
+    stream.connect(
+        tcp::endpoint(boost::asio::ip::address_v4::loopback(), static_cast<unsigned short>(server_port())));
     http::request<http::empty_body> request(http::verb::get, target, 11);
     request.set(http::field::host, "127.0.0.1:" + std::to_string(server_port()));
     request.set(http::field::cookie, "Session=1000001");

@@ -38,7 +38,8 @@ std::function<void()> h264_parser(const std::vector<unsigned char> &frame) {
     return [parser, codec, data = padded(frame), length = static_cast<int>(frame.size())] {
         uint8_t *out = nullptr;
         int out_length = 0;
-        av_parser_parse2(parser, codec, &out, &out_length, data.data(), length, AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+        av_parser_parse2(parser, codec, &out, &out_length, data.data(), length, AV_NOPTS_VALUE,
+                         AV_NOPTS_VALUE, 0);
         keep(out);
     };
 }
@@ -60,7 +61,8 @@ AVFormatContext *adts_muxer() {
     parameters->extradata = static_cast<uint8_t *>(av_mallocz(2 + AV_INPUT_BUFFER_PADDING_SIZE));
     parameters->extradata_size = 2;
     std::memcpy(parameters->extradata, kLowComplexity48KilohertzStereo, 2);
-    muxer->pb = avio_alloc_context(static_cast<uint8_t *>(av_malloc(4096)), 4096, 1, nullptr, nullptr, drop, nullptr);
+    muxer->pb =
+        avio_alloc_context(static_cast<uint8_t *>(av_malloc(4096)), 4096, 1, nullptr, nullptr, drop, nullptr);
     muxer->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     if (avformat_write_header(muxer, nullptr) < 0) std::abort();
     return muxer;
@@ -73,9 +75,11 @@ void add_text_peers(Row &row, const std::string &reply, const std::vector<const 
 }
 
 void add_file_write_reference(Row &row, const std::string &path, const std::string &text) {
-    row.contestants.push_back({"g_file_set_contents", [path, text] {
-        if (!g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), nullptr)) std::abort();
-    }});
+    row.contestants.push_back(
+        {"g_file_set_contents", [path, text] {
+             if (!g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), nullptr))
+                 std::abort();
+         }});
 }
 
 void add_video_peers(Row &row, const std::vector<unsigned char> &frame) {
@@ -85,12 +89,12 @@ void add_video_peers(Row &row, const std::vector<unsigned char> &frame) {
 void add_audio_reference(Row &row, const std::vector<unsigned char> &frame) {
     AVFormatContext *muxer = adts_muxer();
     AVPacket *packet = av_packet_alloc();
-    row.contestants.push_back({"libavformat", [muxer, packet, data = padded(frame), n = static_cast<int>(frame.size()),
-                                               time = 0]() mutable {
-        packet->data = const_cast<uint8_t *>(data.data());
-        packet->size = n;
-        packet->stream_index = 0;
-        packet->pts = packet->dts = time++ * 1024;
-        if (av_write_frame(muxer, packet) < 0) std::abort();
-    }});
+    row.contestants.push_back({"libavformat", [muxer, packet, data = padded(frame),
+                                               n = static_cast<int>(frame.size()), time = 0]() mutable {
+                                   packet->data = const_cast<uint8_t *>(data.data());
+                                   packet->size = n;
+                                   packet->stream_index = 0;
+                                   packet->pts = packet->dts = time++ * 1024;
+                                   if (av_write_frame(muxer, packet) < 0) std::abort();
+                               }});
 }

@@ -1,7 +1,6 @@
 // Where the peers' libraries are not: the rows keep the product and what plain C offers.
 #include "bench.h"
 
-
 void add_request_peers(Row &, const std::string &) {}
 
 void add_text_peers(Row &row, const std::string &, const std::vector<const char *> &) {

@@ -59,7 +59,8 @@ void by_sockets(const std::string &target) {
     [[maybe_unused]] const ssize_t sent = write(peer, request.data(), request.size());
     char reply[4096];
     std::string all;
-    for (ssize_t count; (count = read(peer, reply, sizeof reply)) > 0;) all.append(reply, static_cast<size_t>(count));
+    for (ssize_t count; (count = read(peer, reply, sizeof reply)) > 0;)
+        all.append(reply, static_cast<size_t>(count));
     close(peer);
     keep(all.data());
 }

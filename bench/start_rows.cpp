@@ -24,7 +24,8 @@ int listen_on_loopback(int &port) {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), size) != 0 || listen(listener, 8) != 0) std::abort();
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), size) != 0 || listen(listener, 8) != 0)
+        std::abort();
     getsockname(listener, reinterpret_cast<sockaddr *>(&address), &size);
     port = ntohs(address.sin_port);
     return listener;
@@ -33,7 +34,8 @@ int listen_on_loopback(int &port) {
 void start(const std::string &program, const std::string &argument, int listener) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    for (const int stream : {1, 2}) posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_WRONLY, 0);
+    for (const int stream : {1, 2})
+        posix_spawn_file_actions_addopen(&actions, stream, "/dev/null", O_WRONLY, 0);
     char *arguments[] = {const_cast<char *>(program.c_str()), const_cast<char *>(argument.c_str()), nullptr};
     pid_t child = 0;
     if (posix_spawn(&child, program.c_str(), &actions, nullptr, arguments, environ) != 0) std::abort();
@@ -53,7 +55,8 @@ void add_start_rows(std::vector<Row> &rows) {
     const auto configure = [host] {
         FILE *conf = std::fopen(kConfPath, "we");
         if (conf == nullptr) std::abort();
-        std::fprintf(conf, "hostIP=%s\nDEVICE=Camera\nSTREAM=Stream1\nPASSWORD=secret\nSESSION_KEY=\n", host.c_str());
+        std::fprintf(conf, "hostIP=%s\nDEVICE=Camera\nSTREAM=Stream1\nPASSWORD=secret\nSESSION_KEY=\n",
+                     host.c_str());
         std::fclose(conf);
     };
     const std::string agent = build_folder() + "/VeloAgent", bare = build_folder() + "/bench/bare_start";

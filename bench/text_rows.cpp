@@ -11,7 +11,8 @@ namespace {
 using Names = std::vector<const char *>;
 
 const Names &poll_names() {
-    static const Names names = {"MotionEvent", "AudioEvent", "TemperatureEvent", "Battery", "Space", "SDStatus"};
+    static const Names names = {"MotionEvent", "AudioEvent", "TemperatureEvent",
+                                "Battery",     "Space",      "SDStatus"};
     return names;
 }
 
