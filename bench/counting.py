@@ -22,7 +22,7 @@ class Failed(Exception):
 
 
 def in_device(command, report, program_folder=NATIVE, seconds=600):
-    """Runs the program, behind `command`, beside the little camera; returns the lines of its report as lists."""
+    """Runs `command` beside the little camera; returns the lines of its report as lists."""
     environment = dict(os.environ, BENCH_DISK=str(WORK), BENCH_BUILD=str(program_folder),
                        BENCH_CPU=str(max(os.sched_getaffinity(0))))
     path = WORK / report
@@ -110,6 +110,39 @@ def by_qemu():
     return (least([(*name, int(line[0])) for name, line in counted]), least([(*name, int(line[1])) for name, line in counted]))
 
 
+# --- The row of the start: each program once, up to where it would connect.
+
+CONFIGURED = ('printf "hostIP=127.0.0.1:65000\\nITEM_DEVICE=Camera\\nITEM_STREAM=Stream1\\nPASSWORD=secret\\nSESSION_KEY=\\n" '
+              '>/tmp/working/VeloAgent.conf; exec "$@"')
+START = "start to first connection"
+
+
+def started(build, program, *before):
+    """The number of allocations until the program connects; `before` counts the rest."""
+    arguments = [build / "VeloAgent"] if program == "product" else [build / "bench/bare_start", "http://127.0.0.1:65000"]
+    report = in_device(["bash", "-c", CONFIGURED, "bash", "env", "BENCH_TO_CONNECTION=1", *before, *arguments], "start.report", build)
+    return int(report[0][1])
+
+
+def count_start(counts):
+    for program in ("product", "bare program"):
+        key, preload = (START, program), f"LD_PRELOAD={NATIVE}/bench/libbench_allocations.so"
+        file = WORK / "start.callgrind"
+        counts["allocations"][key] = started(NATIVE, program, preload, f"GLIBC_TUNABLES={PLAIN_PROCESSOR}", "valgrind",
+                                             "--tool=callgrind", "-q", f"--callgrind-out-file={file}")
+        counts["instructions"][key] = int(number_in(file, r"(?m)^totals: (\d+)"))
+        if "system calls" in counts:
+            started(NATIVE, program, "strace", "-f", "-qq", "-o", WORK / "start.strace", "-E", preload)
+            counts["system calls"][key] = sum(" <... " not in line for line in open(WORK / "start.strace")) - 2  # mark and report
+        if "ARM instructions" in counts:
+            log = WORK / "start.qemu"
+            log.unlink(missing_ok=True)
+            started(ARM, program, "qemu-arm", "-L", SYSROOT, "-E", f"LD_PRELOAD={ARM}/bench/libbench_allocations.so", "-plugin",
+                    NATIVE / "bench/libbench_arm_counts.so", "-d", "plugin", "-D", log)
+            instructions, calls = log.read_text().split()[1:3]
+            counts["ARM instructions"][key], counts["ARM system calls"][key] = int(instructions), int(calls)
+
+
 def all_counts(say):
     """{kind: {(row, contestant): count}}; a kind that cannot be counted here is missing."""
     say("instructions, by callgrind")
@@ -125,6 +158,8 @@ def all_counts(say):
         counts["ARM instructions"], counts["ARM system calls"] = by_qemu()
     else:
         say("nothing is counted for the camera: './test --target armhf' fetches what that needs")
+    say("the start")
+    count_start(counts)
     return counts
 
 

@@ -158,7 +158,7 @@ Contestant photo_of(long bytes) {
     return {"", [bytes] {
                 photo_buffer photo{};
                 const std::string path = "/bytes/" + std::to_string(bytes);
-                if (z55_get_photo(&photo, path.c_str()) != 0 || photo.count != bytes) std::abort();
+                if (z55_get_photo(&photo, path.c_str()) != 0 || static_cast<long>(photo.count) != bytes) std::abort();
                 std::free(photo.data);
             }};
 }
