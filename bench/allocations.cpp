@@ -1,5 +1,5 @@
-// A preload that counts the calls of the allocating functions, of all threads. With BENCH_TO_CONNECTION in the environment
-// the program ends where it would connect for the first time; the count goes to descriptor 3.
+// A preload that counts the calls of the allocating functions, of all threads. With BENCH_TO_CONNECTION in
+// the environment the program ends where it would connect for the first time; the count goes to descriptor 3.
 #include <sys/socket.h>
 #include <unistd.h>
 

@@ -158,7 +158,8 @@ Contestant photo_of(long bytes) {
     return {"", [bytes] {
                 photo_buffer photo{};
                 const std::string path = "/bytes/" + std::to_string(bytes);
-                if (z55_get_photo(&photo, path.c_str()) != 0 || static_cast<long>(photo.count) != bytes) std::abort();
+                if (z55_get_photo(&photo, path.c_str()) != 0 || static_cast<long>(photo.count) != bytes)
+                    std::abort();
                 std::free(photo.data);
             }};
 }
@@ -201,22 +202,32 @@ void uptime_curve(std::FILE *report) {
 
 // --- Replies
 
-Contestant keys_of(int keys) {
+const char *status_name(int number) {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (int i = 0; i < 64; i++) all.push_back("SomeStatus" + std::to_string(100 + i));
+        return all;
+    }();
+    return names[static_cast<size_t>(number)].c_str();
+}
+
+// So many keys, evenly spread over a reply of so many elements.
+Contestant keys_of(int keys, int elements) {
     std::string reply;
     std::vector<const char *> names;
-    for (int i = 0; i < keys; i++) {
-        static std::vector<std::string> kept(64);
-        kept[static_cast<size_t>(i)] = "SomeStatus" + std::to_string(100 + i);
-        names.push_back(kept[static_cast<size_t>(i)].c_str());
-        reply += std::string("<") + names.back() + ">some value</" + names.back() + ">";
+    for (int i = 0; i < elements; i++) {
+        reply += std::string("<") + status_name(i) + ">some value</" + status_name(i) + ">";
     }
+    for (int i = 0; i < keys; i++) names.push_back(status_name(i * elements / keys));
     return {"", [reply, names] { read_values(reply, names); }};
 }
 
-void reply_curve(std::FILE *report) {
-    std::vector<Point> points;
-    for (const int keys : {1, 2, 4, 6, 8, 12, 16}) points.push_back({keys, keys_of(keys)});
-    measure_curve(report, "keys of a reply, all of them read", points, 40, 100);
+void reply_curves(std::FILE *report) {
+    std::vector<Point> keys, elements;
+    for (const int number : {1, 2, 4, 6, 8, 12, 16}) keys.push_back({number, keys_of(number, 48)});
+    for (const int number : {6, 12, 24, 48, 64}) elements.push_back({number, keys_of(6, number)});
+    measure_curve(report, "keys that are read of a reply of 48", keys, 40, 100);
+    measure_curve(report, "elements of a reply, six of them read", elements, 40, 100);
 }
 
 }  // namespace
@@ -224,7 +235,7 @@ void reply_curve(std::FILE *report) {
 void measure_curves(std::FILE *report) {
     uptime_curve(report);  // while the memory is still the agent's alone
     conf_curves(report);
-    reply_curve(report);
+    reply_curves(report);
     frame_curve(report);
     callers_curve(report);
     photo_curve(report);

@@ -71,11 +71,16 @@ Row row_of(const char *id, const std::string &reply, int batch) {
 }  // namespace
 
 void read_values(const std::string &reply, const std::vector<const char *> &names) {
-    const auto error = camera_error(reply);
+    std::vector<XmlElement> elements;
+    elements.reserve(names.size() + 1);
+    for (const char *name : names) elements.push_back({name});
+    elements.push_back({kErrorCode});
+    find_xml_elements(reply, elements);
+    const auto error = camera_error(elements.back());
     keep(&error);
-    for (const char *name : names) {
-        const auto value = find_xml_value(reply, name);
-        keep(&value);
+    for (const XmlElement &element : elements) {
+        const std::string value(element.text().value_or(""));
+        keep(value.data());
     }
 }
 
