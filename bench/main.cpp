@@ -46,7 +46,9 @@ void be_the_agent() {
     const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
     dup2(nothing, STDOUT_FILENO);
     dup2(nothing, STDERR_FILENO);
+    static char error_line[1024];
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    std::setvbuf(stderr, error_line, _IOLBF, sizeof error_line);
 }
 
 // What a window costs in which nothing is done.
