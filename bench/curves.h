@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
-// Prints a line for each point: curve, x, microseconds (median; KiB in the curve of memory). Some two
-// minutes.
+// Prints a line for each point: curve, x, microseconds (of the fastest tenth of rounds the slowest; KiB in
+// the curve of memory). Some two minutes.
 void measure_curves(std::FILE *report);
 
 // Prints a line for each handler under each load: load, handler, own requests, demanded pauses in
