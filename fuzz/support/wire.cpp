@@ -7,6 +7,7 @@
 #include "agent/curlmgr.h"
 #include "agent/session_key.h"
 #include "agent/utils/conf_file.h"
+#include "agent/utils/text.h"
 #include "exports.h"
 #include "fake_os.h"
 #include "fake_vendor.h"

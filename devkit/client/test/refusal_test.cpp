@@ -11,7 +11,7 @@ struct RefusalCase {
 };
 
 const RefusalCase kRefusals[] = {
-    {"levitate", 2, "levitate is no command. There are: camera read write"},
+    {"levitate", 2, "levitate is no command. There are: camera run read write"},
     {"alarm", 2, "alarm is no command; did you mean alarms? There are: camera"},
     {"camera vanisch", 2, "vanisch is no command of desk camera; did you mean vanish? There are: state set"},
     {"camera", 2, "desk camera what? There are: state set"},

@@ -197,7 +197,7 @@ CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
         const long number = reinterpret_cast<long>(value);
         state().with([=](State &s) {
             s.transfer_numbers[option] = number;
-            if (option == CURLOPT_CONNECTTIMEOUT) s.connect_timeouts.push_back(number);
+            if (option == CURLOPT_CONNECTTIMEOUT && number > 0) s.connect_timeouts.push_back(number);
         });
     }
     return __real_curl_easy_setopt(handle, option, value);
