@@ -95,7 +95,7 @@ Row video_row(const char *id, Bytes bytes, int batch) {
 
 using Routine = void *(*)(void *);
 Routine clip_routine = nullptr;
-talk_clip *last_clip = nullptr;
+TalkClip *last_clip = nullptr;
 
 void give_clip_back() {
     if (last_clip == nullptr) return;
@@ -180,7 +180,7 @@ extern "C" int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *at
                                      void *argument) {
     if (attributes != &audioback_attr) return __real_pthread_create(thread, attributes, routine, argument);
     clip_routine = routine;
-    last_clip = static_cast<talk_clip *>(argument);
+    last_clip = static_cast<TalkClip *>(argument);
     return 0;
 }
 

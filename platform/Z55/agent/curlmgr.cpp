@@ -40,7 +40,7 @@ enum class Worker { not_yet, standing, missing };
 constinit Worker worker = Worker::not_yet;
 constinit pthread_cond_t worker_stands = PTHREAD_COND_INITIALIZER;
 
-constinit curl_counts counts{0, 0};  // for the log
+constinit TransferCounts counts{0, 0};  // for the log
 
 constexpr int kNotPerformed = -1;  // no libcurl code
 
@@ -121,7 +121,7 @@ curl_job *next_job() {
 void log_result(int result) {
     std::unique_lock<std::mutex> lock(queue_lock);
     (result != 0 ? counts.failed : counts.good)++;
-    const curl_counts now = counts;
+    const TransferCounts now = counts;
     lock.unlock();
     std::printf("curlmgr_enqueue_job OK. res = %d, good=%llu NG=%llu fail_rate = %llu\n ", result, now.good,
                 now.failed, fail_rate(now));
@@ -129,7 +129,7 @@ void log_result(int result) {
 
 }  // namespace
 
-unsigned long long fail_rate(const curl_counts &counts_now) {
+unsigned long long fail_rate(const TransferCounts &counts_now) {
     return counts_now.failed == 0 ? 0 : counts_now.failed * 100 / (counts_now.good + counts_now.failed);
 }
 

@@ -25,12 +25,12 @@ struct curl_queue {
 };
 
 // Transfers since start; they never come round to 0.
-struct curl_counts {
+struct TransferCounts {
     unsigned long long good, failed;  // 64 bits on every target
 };
 
 // The failed ones' share in percent, 0 where there were none at all.
-unsigned long long fail_rate(const curl_counts &counts_now);
+unsigned long long fail_rate(const TransferCounts &counts_now);
 
 inline constexpr std::uint32_t kQueueCapacity = 80;  // jobs waiting, per queue
 

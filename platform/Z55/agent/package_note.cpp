@@ -6,14 +6,14 @@
 
 namespace {
 
-struct package_note {
+struct PackageNote {
     uint32_t owner_size, text_size, kind;
     char owner[4];
     char text[(sizeof(NOTE_TEXT) + 3) / 4 * 4];
 };
 
 // Linkers keep notes when they drop sections that nothing refers to.
-[[gnu::section(".note.package"), gnu::used]] alignas(4) constinit const package_note note = {
-    sizeof note.owner, sizeof note.text, 0xcafe1a7e, "FDO", NOTE_TEXT};
+[[gnu::section(".note.package"), gnu::used]] alignas(4) constinit const PackageNote kNote = {
+    sizeof kNote.owner, sizeof kNote.text, 0xcafe1a7e, "FDO", NOTE_TEXT};
 
 }  // namespace

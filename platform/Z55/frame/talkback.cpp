@@ -28,7 +28,7 @@ constexpr int kMostClips = 32;  // alive at once; a camera that takes no audio m
 
 // The clip that takes frames. Under talk_lock; held for memory operations only.
 constinit std::mutex talk_lock;
-constinit talk_clip *current_clip = nullptr;
+constinit TalkClip *current_clip = nullptr;
 constinit uint32_t last_sequence = 0;
 constinit unsigned long clip_start = 0;  // clock() when the current clip was started
 constinit int clips_alive = 0;
@@ -41,14 +41,14 @@ constinit bool speaker_enabled = false;
 // can fail to.
 constinit std::mutex wav_turn;
 
-void free_clip(talk_clip *clip) {
+void free_clip(TalkClip *clip) {
     if (clip == nullptr) return;
     std::free(clip->data);
     std::free(clip);
 }
 
-talk_clip *new_clip() {
-    talk_clip *clip = static_cast<talk_clip *>(std::calloc(1, sizeof(talk_clip)));
+TalkClip *new_clip() {
+    TalkClip *clip = static_cast<TalkClip *>(std::calloc(1, sizeof(TalkClip)));
     if (clip == nullptr) return nullptr;
     clip->data = static_cast<uint8_t *>(std::calloc(1, kClipSize));
     if (clip->data == nullptr) {
@@ -78,7 +78,7 @@ void *run_clip(void *clip) {
 bool start_clip(unsigned long now) {
     current_clip = nullptr;
     if (clips_alive == kMostClips) return false;
-    talk_clip *clip = new_clip();
+    TalkClip *clip = new_clip();
     if (clip == nullptr) {
         std::puts("not enough memory for a clip");
         return false;
@@ -114,13 +114,13 @@ void enable_speaker(const std::string &key) {
 }
 
 // Whether there is anything to play in a clip that may still be taking frames.
-bool playable(const talk_clip *clip) {
+bool playable(const TalkClip *clip) {
     const std::lock_guard<std::mutex> lock(talk_lock);
     return clip != nullptr && clip->data != nullptr && clip->length >= kHeaderSize;
 }
 
 // From here on the clip takes no more frames.
-void close_clip(const talk_clip *clip) {
+void close_clip(const TalkClip *clip) {
     const std::lock_guard<std::mutex> lock(talk_lock);
     if (current_clip == clip) current_clip = nullptr;
 }
@@ -130,14 +130,14 @@ void store_le32(uint8_t *at, uint32_t value) {
 }
 
 // Both sizes are 8 more than the format's rule; the camera takes them so.
-void finish_clip(talk_clip &clip) {
+void finish_clip(TalkClip &clip) {
     store_le32(clip.data + 4, clip.length);
     store_le32(clip.data + 40, clip.length - 36);
     void *samples = clip.data + kHeaderSize;  // even, as malloc's block and the header are
     amplify(static_cast<int16_t *>(samples), (clip.length - kHeaderSize) / 2);
 }
 
-void play(const talk_clip &clip, const std::string &key) {
+void play(const TalkClip &clip, const std::string &key) {
     const std::lock_guard<std::mutex> turn(wav_turn);
     std::string reply;
     (void)mobileAudio(key, clip.data, clip.length, reply);  // a clip that is lost is over
@@ -157,7 +157,7 @@ int device_play_audio(talkback_frame *frame) {
 }
 
 void *waitAndPlay(void *argument) {
-    talk_clip *clip = static_cast<talk_clip *>(argument);
+    TalkClip *clip = static_cast<TalkClip *>(argument);
     if (!playable(clip)) {
         free_clip(clip);
         return nullptr;

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 // One clip: a WAV file in memory. Owned by its waitAndPlay thread, which frees it.
-struct talk_clip {
+struct TalkClip {
     uint8_t *data;    // kClipSize bytes, malloc; begins with wav_header
     uint32_t length;  // bytes used, the header included
 };

@@ -84,7 +84,7 @@ TEST(CurlQueue, AnEmptyQueueGivesNothing) {
 
 struct CountsRow {
     const char *name;
-    curl_counts counts;
+    TransferCounts counts;
     unsigned long long rate;
 };
 

@@ -246,7 +246,7 @@ TEST_F(TalkbackFrames, At32ClipsAliveAFrameIsRefused) {
 }
 
 TEST_F(TalkbackFrames, ClipOfTheSdksOwnIsNotCountedAmongThe32) {
-    talk_clip *own = static_cast<talk_clip *>(std::calloc(1, sizeof(talk_clip)));
+    TalkClip *own = static_cast<TalkClip *>(std::calloc(1, sizeof(TalkClip)));
     own->data = static_cast<uint8_t *>(std::calloc(1, sizeof wav_header));
     own->length = sizeof wav_header;
     gate.let_on(1);

@@ -217,7 +217,7 @@ TEST_F(Talkback, ClipWaitsForASessionKey) {
 TEST_F(Talkback, ThreadWithoutAnythingToPlayEnds) {
     EXPECT_EQ(waitAndPlay(nullptr), nullptr);
     for (const uint32_t length : {0u, 43u, 44u, 1000u}) {
-        talk_clip *clip = static_cast<talk_clip *>(std::calloc(1, sizeof(talk_clip)));
+        TalkClip *clip = static_cast<TalkClip *>(std::calloc(1, sizeof(TalkClip)));
         if (length < 44) clip->data = static_cast<uint8_t *>(std::calloc(1, 102400));
         clip->length = length;
         EXPECT_EQ(waitAndPlay(clip), nullptr) << length;
