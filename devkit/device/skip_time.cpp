@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -133,7 +134,7 @@ class Watch {
     // The processes that are there. What the others left in the table is taken out.
     std::vector<pid_t> living() const {
         std::vector<pid_t> pids;
-        for (BendProcess &process : own_.file->processes) {
+        for (BendProcess &process : begun()) {
             const pid_t pid = __atomic_load_n(&process.pid, __ATOMIC_ACQUIRE);
             if (pid == 0) continue;
             if (kill(pid, 0) == 0) {
@@ -148,9 +149,16 @@ class Watch {
 
   private:
     bool serves(pid_t pid) const {
-        return std::any_of(
-            std::begin(own_.file->processes), std::end(own_.file->processes),
-            [pid](const BendProcess &process) { return process.pid == pid && process.serves != 0; });
+        const auto processes = begun();
+        return std::any_of(processes.begin(), processes.end(), [pid](const BendProcess &process) {
+            return process.pid == pid && process.serves != 0;
+        });
+    }
+
+    // The places of the table that were ever taken.
+    std::span<BendProcess> begun() const {
+        const std::uint32_t count = __atomic_load_n(&own_.file->processes_begun, __ATOMIC_ACQUIRE);
+        return {own_.file->processes, std::min<size_t>(count, kBendProcesses)};
     }
 
     // What a process that has ended left in the table.
