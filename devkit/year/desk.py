@@ -93,6 +93,12 @@ class Desk:
             child.wait()
 
     def camera(self, method, path, body=None):
+        """What the camera's control says. It is always there, but may hang up on whoever comes while it is busy."""
+        for pause in (0.02, 0.2, 1):
+            try:
+                return request(self._control, method, path, body)
+            except Gone:
+                time.sleep(pause)
         return request(self._control, method, path, body)
 
     def sdk(self, method, path, body=None, sent=None):

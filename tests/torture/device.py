@@ -16,7 +16,7 @@ from clock import LIMIT, PROCESSES, Clock  # noqa: E402
 from desk import ALARMS, CONF, ERRORS, LOG, SDK_PORTS, STATE, Gone, request, wait_for  # noqa: E402, F401
 from fail_file import FailFile  # noqa: E402
 
-SPEED = 20
+SPEED = 5  # of the clocks while somebody waits for a peer: two seconds for a connection must not pass while a busy machine looks away
 WALL = 1_780_000_000
 PATIENCE = 30  # real seconds for whatever the agent does
 NEVER = "100000000"
