@@ -74,9 +74,13 @@ bool sleeps(const ThreadFiles &files) {
     return name_end != std::string::npos && name_end + 2 < state.size() && state[name_end + 2] == 'S';
 }
 
+bool has_child(const ThreadFiles &files) {
+    return !reread(files.children).empty();
+}
+
 bool only_waits(ThreadFiles &files) {
     files.seen = reread(files.runs);
-    return sleeps(files) && reread(files.children).empty();
+    return sleeps(files) && !has_child(files);
 }
 
 // Whether it has slept ever since only_waits.
@@ -84,8 +88,9 @@ bool still_waits(const ThreadFiles &files) {
     return sleeps(files) && reread(files.runs) == files.seen;
 }
 
-// Whether every thread of the process waits and none has a child.
-bool is_quiet(pid_t pid, WatchedProcess &process) {
+// Opens the files of the threads that have come, closes those of the threads that have gone. False where the
+// process has gone.
+bool look_at_threads(pid_t pid, WatchedProcess &process) {
     const std::string folder = "/proc/" + std::to_string(pid) + "/task";
     DIR *tasks = opendir(folder.c_str());
     if (tasks == nullptr) return false;
@@ -105,12 +110,26 @@ bool is_quiet(pid_t pid, WatchedProcess &process) {
     closedir(tasks);
     for (const auto &[name, files] : process.threads) close_files(files);
     process.threads = std::move(present);
+    return true;
+}
+
+// Whether every thread of the process waits and none has a child.
+bool is_quiet(pid_t pid, WatchedProcess &process) {
+    if (!look_at_threads(pid, process)) return false;
     // One that was looked at first may have been woken meanwhile, by another or by its time, and run.
     auto &threads = process.threads;
     return std::all_of(threads.begin(), threads.end(),
                        [](auto &thread) { return only_waits(thread.second); }) &&
            std::all_of(threads.begin(), threads.end(),
                        [](const auto &thread) { return still_waits(thread.second); });
+}
+
+// Whether no thread of a server has a child: the camera's reboot tool ends the agent before more time may
+// pass.
+bool has_no_child(pid_t pid, WatchedProcess &process) {
+    return look_at_threads(pid, process) &&
+           std::none_of(process.threads.begin(), process.threads.end(),
+                        [](const auto &thread) { return has_child(thread.second); });
 }
 
 class Watch {
@@ -127,8 +146,10 @@ class Watch {
                 for (const auto &[name, files] : known->second.threads) close_files(files);
             known = lives ? std::next(known) : processes_.erase(known);
         }
-        return std::all_of(pids.begin(), pids.end(),
-                           [&](pid_t pid) { return serves(pid) || is_quiet(pid, processes_[pid]); });
+        return std::all_of(pids.begin(), pids.end(), [&](pid_t pid) {
+            WatchedProcess &process = processes_[pid];
+            return serves(pid) ? has_no_child(pid, process) : is_quiet(pid, process);
+        });
     }
 
     // The processes that are there. What the others left in the table is taken out.

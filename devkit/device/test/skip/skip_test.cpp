@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -176,6 +177,52 @@ TEST_F(Skip, nothing_while_there_is_a_child) {
     waitpid(child, nullptr, 0);
     sleep(static_cast<unsigned>(kHour));
     expect_skipped(kHour);
+}
+
+// A shell in bent time that is no child of ours and has one itself, which copies from `in` to `out` until the
+// end.
+void start_server_with_child(const int (&in)[2], const int (&out)[2]) {
+    const pid_t between = fork();
+    if (between == 0) {
+        if (fork() != 0) _exit(0);
+        setenv("BEND_SKIP", "server", 1);
+        setenv("LD_PRELOAD", BEND_LIBRARY, 1);
+        dup2(in[0], STDIN_FILENO);
+        dup2(out[1], STDOUT_FILENO);
+        for (const int end : {in[0], in[1], out[0], out[1]}) close(end);
+        execl("/bin/sh", "sh", "-c", "cat; exit", nullptr);
+        _exit(1);
+    }
+    waitpid(between, nullptr, 0);
+}
+
+// Sleeps unseen: by a call that is not bent.
+void sleep_really(long milliseconds) {
+    const timespec length{0, milliseconds * 1'000'000};
+    syscall(SYS_nanosleep, &length, nullptr);
+}
+
+TEST_F(Skip, nothing_while_a_server_has_a_child) {
+    limit_skipping(0);
+    int in[2], out[2];
+    ASSERT_EQ(pipe(in), 0);
+    ASSERT_EQ(pipe(out), 0);
+    start_server_with_child(in, out);
+    char letter = 'x';
+    ASSERT_EQ(write(in[1], &letter, 1), 1);
+    ASSERT_EQ(read(out[0], &letter, 1), 1);
+    const double before = skipped();
+    std::thread ender([&] {
+        sleep_really(300);
+        expect_kept(before);
+        close(in[1]);
+    });
+    // Between two waits nothing else would hold what may be skipped.
+    limit_skipping(static_cast<std::int64_t>((bent_seconds(CLOCK_MONOTONIC) + kHour) * 1e9));
+    sleep(static_cast<unsigned>(kHour));
+    ender.join();
+    expect_skipped(kHour);
+    for (const int end : {in[0], out[0], out[1]}) close(end);
 }
 
 TEST_F(Skip, the_wall_clock_moves_with_the_others) {
