@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fstream>
 #include <set>
+#include <tuple>
 
 #include "desk_run.h"
 
@@ -97,8 +98,9 @@ Reference read_reference() {
             add_text(reference, line, module);
         }
     }
-    std::stable_sort(reference.patterns.begin(), reference.patterns.end(),
-                     [](const Pattern &a, const Pattern &b) { return a.fixed > b.fixed; });
+    std::sort(reference.patterns.begin(), reference.patterns.end(), [](const Pattern &a, const Pattern &b) {
+        return std::tie(b.fixed, a.text) < std::tie(a.fixed, b.text);
+    });
     return reference;
 }
 

@@ -44,8 +44,9 @@ void pass_on(const Console &desk, Side to, const Request &request, Response &res
 }
 
 void add_passages(httplib::Server &server, const Console &desk) {
-    for (const auto &[name, to] : {std::pair("/camera/.*", Side::camera), std::pair("/sdk/.*", Side::sdk)}) {
-        const auto pass = [desk, to = to](const Request &request, Response &response) {
+    for (const auto &[name, side] :
+         {std::pair("/camera/.*", Side::camera), std::pair("/sdk/.*", Side::sdk)}) {
+        const auto pass = [desk, to = side](const Request &request, Response &response) {
             pass_on(desk, to, request, response);
         };
         server.Get(name, pass).Post(name, pass).Put(name, pass).Patch(name, pass).Delete(name, pass);
