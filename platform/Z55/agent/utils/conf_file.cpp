@@ -205,9 +205,9 @@ std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path) {
 
 std::optional<std::string> conf_value(std::string_view key, const char *path) {
     Lines lines(path);
-    if (const auto value = find_value(lines, key)) return std::string(*value);
-    if (!lines.readable()) return std::nullopt;
-    return "";
+    const auto value = find_value(lines, key);
+    if (!value && !lines.readable()) return std::nullopt;
+    return std::string(value.value_or(""));
 }
 
 bool conf_value_into(char *out, size_t size, std::string_view key) {
