@@ -18,7 +18,8 @@ from fail_file import FailFile  # noqa: E402
 
 SPEED = 5  # of the clocks while somebody waits for a peer: two seconds for a connection must not pass while a busy machine looks away
 WALL = 1_780_000_000
-PATIENCE = 30  # real seconds for whatever the agent does
+SPINS = 1 << 20  # characters of log without being up: it asks for its identity without a pause, as it has to
+PATIENCE = 120  # real seconds for whatever the agent does: the machine may be busy with something else
 NEVER = "100000000"
 BASE_CONF = {"ITEM_DEVICE": "Camera", "ITEM_STREAM": "Stream1", "PASSWORD": "secret", "SESSION_KEY": "", "COOKIE": "/tmp/working/cookie",
              "BATTERY_ARMED": "1", "SDCARD_ARMED": "1", "NIMB_ARMED": "0", "BATTERY_LOW": "20", "SDCARD_LOW": "10", "NIMB_LOW": "10",
@@ -43,10 +44,9 @@ class Device(year_desk.Desk):
         self.clock = Clock(STATE + "bend", SPEED, 3600, WALL)
         self._preload, self._vendors = preload, os.path.join(build, "devkit/vendor")
         self.agent = None
-        self._alarms_read = self._started_at = 0
+        self._alarms_read = 0
         self.usual_threads = set()
         self.log_size = self.errors_size = 0
-        self.start_patience = PATIENCE / 2  # real seconds in which the agent should be up where nothing stays broken
         self.own_conf = dict(self.conf)
         # The camera acts when it is asked: who has to be there, and quiet, is the agent alone, in all of its many lives.
         struct.pack_into("i", self.clock._map, PROCESSES, 0)
@@ -66,7 +66,8 @@ class Device(year_desk.Desk):
             os.remove(SDK_PORTS)
         environment = {**self._plain, "BEND_SKIP": "1", "FAIL_FILE": FAIL_FILE, "DESK_SDK_PORTS_FILE": SDK_PORTS, "DESK_SDK_ALARMS_FILE": ALARMS, "TZ": "UTC",
                        "LD_LIBRARY_PATH": self._vendors, "LD_PRELOAD": f"{self._preload}:{self._bent['LD_PRELOAD']}"}
-        self._started_at = os.path.getsize(LOG) if os.path.exists(LOG) else 0
+        self._started_at = self._looked_at = os.path.getsize(LOG) if os.path.exists(LOG) else 0
+        self._log_end, self._marks = "", set()
         with open(LOG, "ab") as log, open(ERRORS, "ab") as errors:
             self.agent = subprocess.Popen([self._agent], env=environment, cwd="/tmp", stdin=subprocess.DEVNULL, stdout=log,
                                           stderr=errors, start_new_session=True)
@@ -110,16 +111,18 @@ class Device(year_desk.Desk):
         return self.ended() is None
 
     def wait_ready_for(self, seconds):
-        """The same for at most so many bent seconds, or real ones; False when it does not poll by then."""
+        """The same for at most so many bent seconds; False when it does not poll by then, or spins."""
         end = self.clock.reading_ns() + int(seconds * 1e9)
-        late = time.monotonic() + self.start_patience
         self.pass_until(lambda: self.is_ready() or self.ended() is not None or self.clock.reading_ns() > end or
-                        time.monotonic() > late, "the agent polls", seconds)
+                        self._looked_at - self._started_at > SPINS, "the agent polls", seconds)
         return self.is_ready() and self.ended() is None
 
     def is_ready(self):
-        text = read_from(LOG, self._started_at)
-        return all(mark in text for mark in READY)
+        new = read_from(LOG, self._looked_at)
+        self._looked_at += len(new)
+        self._log_end = self._log_end[-100:] + new
+        self._marks |= {mark for mark in READY if mark in self._log_end}
+        return len(self._marks) == len(READY)
 
     def begin_logs(self):
         self.log_size, self.errors_size = os.path.getsize(LOG), os.path.getsize(ERRORS)

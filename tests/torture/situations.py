@@ -16,6 +16,7 @@ class Situation:
     """`seconds`: bent ones that it needs at most; `conf`: what the configuration has beside the usual."""
     name, seconds, conf, alarms = "", 8, {}, ()
     ends = False  # it ends the agent's process, or may
+    paced = False  # what comes out hangs on the clock: nothing tells when that fails
     once = ()     # requests, by a part of their body, that the agent makes once in its life
     writes = {}   # configuration keys and the values that they may have afterwards
 
@@ -133,7 +134,7 @@ class Resolution(Thread):
 
 class Talk(Situation):
     """A clip of half a second: its frames, and what the camera gets of it."""
-    name, seconds, once = "talk-back clip", 30, ("AUDIO_ON",)
+    name, seconds, once, paced = "talk-back clip", 30, ("AUDIO_ON",), True
 
     def act(self, device):
         before = device.camera("GET", "/state")["audio_clips"]
@@ -213,7 +214,7 @@ class Upgrade(Situation):
             device.pass_until(lambda: device.ended() is not None, "the camera restarts the device", self.seconds)
             if device.ended() == -9:
                 device.start_agent()
-                device.wait_ready_for(60)
+                device.wait_ready_for(120)
         return {"result": result, "alarms": device.new_alarms(), "marker": os.path.exists(MARKER)}
 
     def after(self, device):

@@ -48,10 +48,10 @@ class Worker:
         self.device.camera("PATCH", "/status", CAMERA_STATUS)
         self.device.camera("PATCH", "/config", {"photo_delay_ms": 0})
         self.restart()
-        self.usual_lines, self.usual = set(), None
-        for _ in range(3):
-            outcome, seen = self.live_usually()
-            self.usual = (outcome, seen)
+        self.usual_lines, lived = set(), []
+        while len(lived) < 3 or (lived[-1] != lived[-2] and len(lived) < 9):  # a busy machine may spoil one
+            lived.append(self.live_usually())
+        self.usual = lived[-1]
         self.counts = self.device.fail.counts()
 
     def restart(self):
@@ -129,7 +129,6 @@ class Worker:
         try:
             self.begin()
             outcome, hangs = None, None
-            device.start_patience = 1 if then else PATIENCE / 2
             device.fail.arm(kind, nth, then)
             try:
                 outcome = self._situation.act(device)
@@ -138,7 +137,6 @@ class Worker:
             except Hangs as error:
                 hangs = str(error)
             device.fail.disarm()
-            device.start_patience = PATIENCE / 2
             if OUT_OF_MEMORY in device.new_errors():
                 self.wait_for_end("out of memory")
             failed, size, trace = device.fail.failure()
@@ -154,7 +152,7 @@ class Worker:
             return f"FAILED: {text}\n    {log}", failed, size, trace
 
     def wait_for_end(self, gone):
-        end = time.monotonic() + 2
+        end = time.monotonic() + PATIENCE
         while self.device.ended() is None:
             if time.monotonic() > end:
                 raise Broken(f"the agent lives, but says {gone}")
@@ -175,7 +173,8 @@ class Worker:
         wrong = self._situation.wrong(outcome, self.usual[0])
         if wrong:
             raise Broken(wrong)
-        if (outcome, self.seen()) != self.usual and not self.failure_lines():
+        told = self.failure_lines() or (kind == "clock_gettime" and self._situation.paced)
+        if (outcome, self.seen()) != self.usual and not told:
             raise Broken(f"nothing in the log tells of it: {difference((outcome, self.seen()), self.usual)}")
         return "survived"
 
@@ -223,7 +222,7 @@ class Worker:
             threads = device.is_quiet() if device.agent is self.sized else len(device.threads()) == len(device.usual_threads)
             return threads and len(device.descriptors()) <= len(self.usual_descriptors)
         try:
-            device.pass_until(same, "", 130, 3)
+            device.pass_until(same, "", 130)
         except Hangs:
             raise Broken(f"{len(device.threads())} threads, before {len(device.usual_threads)}; descriptors "
                          f"{device.descriptors()}, before {self.usual_descriptors}") from None
