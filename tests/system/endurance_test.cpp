@@ -28,8 +28,7 @@ double slope(const std::vector<std::pair<double, double>> &samples) {
 
 TEST(Endurance, TenThousandCyclesLeaveTheAgentAsItWas) {
     DeskOptions options;
-    options.speed = 3000;
-    options.keeps_speed = true;
+    options.speed = options.least_speed = 3000;
     options.conf = {{"POLL_STATUS_PERIOD_SEC", "1"},
                     {"BATTERY_PERIOD", "20"},
                     {"SDCARD_PERIOD", "200"},

@@ -136,8 +136,7 @@ TEST(Time, TheTickInterruptsNothing) {
 // signal. The tick comes every tenth of a millisecond here, to be caught at every point of the replacement.
 TEST(Time, TheRebootToolInheritsNeitherTickNorMask) {
     DeskOptions options;
-    options.speed = 10'000;
-    options.keeps_speed = true;
+    options.speed = options.least_speed = 10'000;
     Desk desk(options);
     desk.set_tool("qmx_reboot", "delay", "0.02");
     for (int reboots = 1; reboots <= 8; reboots++) {

@@ -63,12 +63,12 @@ double tasks_per_core() {
 
 // The agent's shortest time-out, two seconds to connect, is bent with everything else. On a machine where a
 // task waits for its turn it must stay longer than a wait can be.
-double speed_limit(const DeskOptions &options) {
+double speed_limit(const DeskOptions &options, double tasks) {
     constexpr double kLeisurely = 50;
     const double built_for =
         std::stod(from_environment("VELO_SPEED_LIMIT", sanitized_agent() ? "20" : "10000"));
-    const double tasks = tasks_per_core();
-    return tasks > 1 && !options.keeps_speed ? std::min(built_for, kLeisurely / tasks) : built_for;
+    if (tasks <= 1) return built_for;
+    return std::min(built_for, std::max(kLeisurely / tasks, options.least_speed));
 }
 
 // The end of the lines of `text`, one behind the other in `log` at or after `from`; npos when one is missing.
@@ -93,8 +93,8 @@ bool sanitized_agent() {
     return agent_sanitizer() != Sanitizer::none;
 }
 
-Desk::Desk(DeskOptions options) : options_(std::move(options)) {
-    options_.speed = std::min(options_.speed, speed_limit(options_));
+Desk::Desk(DeskOptions options) : options_(std::move(options)), busyness_(std::max(tasks_per_core(), 1.0)) {
+    options_.speed = std::min(options_.speed, speed_limit(options_, busyness_));
     start_camera();
     conf_ = default_conf("127.0.0.1:" + std::to_string(cgi_port_));
     write_conf(options_.conf);

@@ -23,10 +23,10 @@
 #include "wait.h"
 
 struct DeskOptions {
-    double speed = 50;  // bent seconds per second of the agent; a busy machine gets slower ones (keeps_speed)
-    // The test wants its speed even where the machine is too busy for the agent's time-outs, which are bent
+    double speed = 50;  // bent seconds per second of the agent; a busy machine gets slower ones (least_speed)
+    // The test wants so much even where the machine is too busy for the agent's time-outs, which are bent
     // with it: it does not mind transfers that fail.
-    bool keeps_speed = false;
+    double least_speed = 0;
     std::map<std::string, std::optional<std::string>> conf;  // configuration overrides; none removes the key
     std::map<std::string, std::string> environment;          // the agent's, beside the test's own
     json camera_config = nullptr;                            // what the camera is configured with beforehand
@@ -107,6 +107,10 @@ class Desk {
     double speed() const {
         return options_.speed;
     }
+    // Real seconds that a call may cost beside the time that it waits, on a machine as busy as at the start.
+    double call_cost() const {
+        return 0.25 * busyness_;
+    }
 
   private:
     void start_camera();
@@ -118,6 +122,7 @@ class Desk {
     void print_tail();
 
     DeskOptions options_;
+    double busyness_;  // tasks for each core, at least 1
     std::map<std::string, std::optional<std::string>> conf_;
     pid_t camera_pid_ = -1;
     pid_t supervisor_ = -1;
