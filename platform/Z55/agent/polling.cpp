@@ -16,6 +16,7 @@
 #include "quota.h"
 #include "status_query.h"
 #include "utils/conf_file.h"
+#include "utils/memory.h"
 #include "utils/os.h"
 #include "utils/shell_file.h"
 #include "utils/text.h"
@@ -26,6 +27,7 @@ namespace {
 constexpr long kStartDelayMilliseconds = 9000;
 constexpr size_t kPercentDigits = 9;  // of df's text that are looked at
 constexpr int kNothingUsed = 100;     // percent that are free
+constexpr int kMemorySeconds = 60;    // seconds; each time takes some 50 microseconds
 
 // When an event was polled last: by the wall clock for the log, by the steady one to decide.
 struct PollTime {
@@ -42,6 +44,7 @@ struct Timer {
 struct Timers {
     Timer events[std::size(kPollEvents)];
     Timer quota;
+    Timer memory{kMemorySeconds};  // rides along with the polls: no thread wakes up for it
 };
 
 // Of each event. They outlive myPoll: an alarm sent before a new login is not sent again while its condition
@@ -192,6 +195,7 @@ void sleep_until_next_cycle(int period) {
 std::optional<std::string> poll_once(Timers &timers, const std::string &key, const std::string &host) {
     std::fputs("\n*** (polling) beginning of a time ***\n", stdout);
     const PollTime now{wall_seconds(), steady_seconds()};
+    if (due(timers.memory, now)) return_free_memory();
     const auto polled = due_events(timers, now);
     std::vector<const char *> names;
     names.reserve(polled.size());

@@ -22,3 +22,9 @@ void prepare_memory() {
 #endif
     std::set_new_handler(end_without_memory);
 }
+
+void return_free_memory() {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}

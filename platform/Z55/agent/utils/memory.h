@@ -8,4 +8,10 @@
 // starts it again. Allocations by malloc go on failing to their callers.
 void prepare_memory();
 
+// Gives the whole pages of freed memory back to the kernel: the C library keeps what many callers at once
+// have used, as it lies between blocks that live on. Does nothing where the library cannot. Any thread;
+// others that allocate meanwhile wait for some microseconds, after a storm of callers for less than a
+// millisecond.
+void return_free_memory();
+
 #endif

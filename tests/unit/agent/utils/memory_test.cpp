@@ -113,4 +113,38 @@ TEST(Memory, ManyThreadsShareTwoArenas) {
 }
 #endif
 
+#ifdef __GLIBC__
+long resident_kib() {
+    long size = 0, resident = 0;
+    FILE *file = std::fopen("/proc/self/statm", "r");
+    if (file == nullptr || std::fscanf(file, "%ld %ld", &size, &resident) != 2) resident = -1;
+    if (file != nullptr) std::fclose(file);
+    return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// The library by itself gives back only what lies behind the last living block.
+TEST(Memory, PagesThatWereFreedBetweenOthersAreGivenBack) {
+    if (!kOwnAllocator) GTEST_SKIP();
+    std::string errors;
+    const int status = status_of(
+        [] {
+            prepare_memory();
+            constexpr size_t kBlock = 64 * 1024, kBlocks = 64;
+            std::vector<std::string> living(kBlocks);
+            std::vector<std::string> freed(kBlocks);
+            for (size_t i = 0; i < kBlocks; i++) {
+                freed[i].assign(kBlock, 'x');
+                living[i].assign(100, 'y');
+            }
+            freed.clear();
+            const long before = resident_kib();
+            return_free_memory();
+            const bool kept = living.back() == std::string(100, 'y');
+            return kept && resident_kib() < before - 2048 ? 0 : 1;
+        },
+        errors);
+    EXPECT_EQ(status, 0) << errors;
+}
+#endif
+
 }  // namespace
