@@ -18,7 +18,7 @@ void end_without_memory() {
 
 void prepare_memory() {
 #ifdef M_ARENA_MAX
-    mallopt(M_ARENA_MAX, 2);
+    mallopt(M_ARENA_MAX, 1);
 #endif
     std::set_new_handler(end_without_memory);
 }

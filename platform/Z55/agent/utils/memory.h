@@ -3,7 +3,7 @@
 #define Z55_AGENT_UTILS_MEMORY_H
 
 // To be called at the start of main, before any other thread. From then on the C library keeps freed memory
-// in two arenas instead of one for each thread, where it has arenas at all, and a C++ allocation that fails
+// in one arena instead of one for each thread, where it has arenas at all, and a C++ allocation that fails
 // ends the process at once, with a line on standard error and exit code 1: whoever supervises the agent
 // starts it again. Allocations by malloc go on failing to their callers.
 void prepare_memory();
