@@ -84,18 +84,27 @@ std::optional<Message> receive_message(int fd) {
     return result;
 }
 
+// What is sent in answer to a request.
+std::string reply_text(const Message &got, JsonHandler handler) {
+    const size_t first = got.head.find(' '), second = got.head.find(' ', first + 1);
+    JsonReply reply{400, {{"error", "no request line"}}};
+    if (second != std::string::npos) {
+        const std::string method = got.head.substr(0, first);
+        reply = answer_json(handler, method, got.head.substr(first + 1, second - first - 1), got.body);
+    }
+    const std::string text = json_text(reply.body) + "\n";
+    return "HTTP/1.1 " + std::to_string(reply.status) + (reply.status == 200 ? " OK" : " Error") +
+           "\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
+           std::to_string(text.size()) + "\r\n\r\n" + text;
+}
+
 void serve_connection(int fd, JsonHandler handler) {
-    if (const std::optional<Message> got = receive_message(fd)) {
-        const size_t first = got->head.find(' '), second = got->head.find(' ', first + 1);
-        JsonReply reply{400, {{"error", "no request line"}}};
-        if (second != std::string::npos) {
-            const std::string method = got->head.substr(0, first);
-            reply = answer_json(handler, method, got->head.substr(first + 1, second - first - 1), got->body);
-        }
-        const std::string text = json_text(reply.body) + "\n";
-        send_all(fd, "HTTP/1.1 " + std::to_string(reply.status) + (reply.status == 200 ? " OK" : " Error") +
-                         "\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
-                         std::to_string(text.size()) + "\r\n\r\n" + text);
+    std::optional<Message> got = receive_message(fd);
+    if (got) {
+        const std::string text = reply_text(*got, handler);
+        // Whoever has the answer may ask for the heap: that tells what is held, not what is yet to be freed.
+        got.reset();
+        send_all(fd, text);
     }
     close(fd);
 }
