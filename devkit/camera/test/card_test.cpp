@@ -145,7 +145,10 @@ TEST_F(CardTest, an_upgrade_walks_to_the_new_firmware) {
     EXPECT_EQ(next + 1, walk.end());
     EXPECT_GE(seen.size(), 4u);
     EXPECT_EQ(state()["config"]["fwver"], "1.0.4");
-    EXPECT_EQ(login(), "2000002");
+    session = login();
+    EXPECT_EQ(session, "2000002");
+    EXPECT_EQ(cgi("/CGI/CameraStatus?NewFirmwareVersion"),
+              "<CameraStatus><NewFirmwareVersion>1.0.5</NewFirmwareVersion></CameraStatus>");
     EXPECT_TRUE(eventually([&] { return file_text(folder / "reboots") == "reboot\n"; }));
 }
 
