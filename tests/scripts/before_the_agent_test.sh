@@ -113,6 +113,45 @@ test_fuzz_installs_its_own_packages() {
   called 'apt-get install -y --no-install-recommends libclang-rt-14-dev -q'
 }
 
+# What ./test --browser installs with npm, which does SCRIPT.
+npm_that() {
+  mkdir -p tests/browser
+  echo '{"lockfileVersion": 3}' >tests/browser/package-lock.json
+  fake_action npm <<<"$1"
+}
+
+test_browser_installs_its_modules_once() {
+  npm_that 'mkdir -p node_modules'
+  outcome 0 ./test --browser
+  called 'npm ci --ignore-scripts .*--fetch-timeout=20000'
+  called 'ctest --preset release -j [0-9]+ .*-L \^browser\$'
+  : >"$work/calls"
+  outcome 0 ./test --browser
+  called_not '^npm'
+  echo '{"lockfileVersion": 3, "name": "another"}' >tests/browser/package-lock.json
+  outcome 0 ./test --browser
+  called '^npm ci'
+}
+
+test_no_npm() {
+  npm_that ''
+  without npm
+  outcome 1 ./test --browser
+  says "browser-modules: there is no npm here, which brings playwright-core and axe-core for the browser's tests" "Debian's package is npm"
+  says_not 'command not found'
+  called_not '^(cmake|ctest --preset)'
+}
+
+test_no_way_to_npms_registry() {
+  npm_that '[ "$1" = config ] && echo https://registry.example/ && exit
+    echo "npm error code ENOTFOUND" && exit 1'
+  outcome 1 ./test --browser
+  says "npm cannot install what the browser's tests need: no network: npm's registry cannot be reached" \
+    "They come from npm's registry (https://registry.example/)" 'then say ./test again'
+  called_not '^(cmake|ctest --preset)'
+  called_not '^apt-get'
+}
+
 test_slowest_tests_close_the_run() {
   # A number in seconds as ctest writes it may have an exponent; names are XML.
   FAKE_TIMES='a 0.9 b 2e-05 Row/C&lt;&amp;&gt;.&quot;x&quot; 12.04 d 1.5 e 1.6 f 1.7 g 1.8 h 1.9 i 2 j 3.25 k 4 l 110' \

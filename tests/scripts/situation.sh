@@ -69,7 +69,7 @@ for step in 1 2 3; do echo "[$step/3] Building part $step" && shown "[$step/3]";
 [ -z "${FAKE_BUILD:-}" ] || { echo "$FAKE_BUILD" && exit 1; }
 F
   fake_action ctest <<'F'
-[ "$*" != --help ] || { printf -- '  -R <regex>, --tests-regex <regex>\n  -V,--verbose   = Verbose.\n' && exit; }
+[ "$*" != --help ] || { printf -- '  -R <regex>, --tests-regex <regex>\n  -L <regex>, --label-regex <regex>\n  -V,--verbose   = Verbose.\n' && exit; }
 previous= times=
 for word; do [ "$previous" != --output-junit ] || times=$word; previous=$word; done
 [ -z "${FAKE_TIMES:-}" ] || xargs -n 2 printf '\t<testcase name="%s" classname="" time="%s" status="run">\n' \
