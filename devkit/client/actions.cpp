@@ -151,7 +151,7 @@ int recording_log(const Given &) {
         throw DeskError("RECORDING_LOG_FILE does not stand in the device's VeloAgent.conf");
     const std::string file = device_path(path);
     if (fs::exists(file)) {
-        put_lines(read_file(file));
+        put_lines(read_file(file, path));
     } else if (!json_chosen()) {
         put("no recording has been finished yet", {});
     }
@@ -159,7 +159,7 @@ int recording_log(const Given &) {
 }
 
 int print_file(const Given &given) {
-    put_lines(read_file(device_path(given.arguments[0])));
+    put_lines(read_file(device_path(given.arguments[0]), given.arguments[0]));
     return 0;
 }
 

@@ -80,7 +80,7 @@ int dispatch(Texts words) {
     Given given{find_command(words, taken), {}};
     if (given.command == nullptr) {
         if (words.size() == 2 && words[1] == "--help") return print_help({nullptr, {words[0]}});
-        throw Misuse{no_such_command(words)};
+        throw DeskError(no_such_command(words));
     }
     const Texts rest(words.begin() + static_cast<std::ptrdiff_t>(taken), words.end());
     if (completes) {

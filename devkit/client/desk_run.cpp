@@ -75,5 +75,5 @@ nlohmann::json request_json(Side to, const std::string &method, const std::strin
 std::string device_path(const std::string &path) {
     std::string pid;
     std::ifstream(run_folder() + "/view.pid") >> pid;
-    return pid.empty() ? path : "/proc/" + pid + "/root" + path;
+    return pid.empty() ? path : "/proc/" + pid + "/root/" + path;
 }

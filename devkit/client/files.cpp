@@ -54,10 +54,12 @@ std::string wav_samples(const std::string &path, const std::string &file) {
 
 }  // namespace
 
-std::string read_file(const std::string &path) {
-    if (fs::is_directory(path)) throw DeskError("cannot read " + path + ": it is a folder");
+std::string read_file(const std::string &path, const std::string &called) {
+    const std::string &name = called.empty() ? path : called;
+    std::error_code absent;
+    if (fs::is_directory(path, absent)) throw DeskError("cannot read " + name + ": it is a folder");
     std::ifstream file(path, std::ios::binary);
-    if (!file) throw DeskError("cannot read " + path + ": " + std::strerror(errno));
+    if (!file) throw DeskError("cannot read " + name + ": " + std::strerror(errno));
     return {std::istreambuf_iterator<char>(file), {}};
 }
 

@@ -4,8 +4,9 @@
 
 #include <string>
 
-// The content; throws with the reason.
-std::string read_file(const std::string &path);
+// The content; throws with the reason, in which the file is `called` as the user called it (empty: by its
+// path).
+std::string read_file(const std::string &path, const std::string &called = "");
 
 // Writes and tells of a file that the user asked for. A name without a "/" is one in the run folder.
 void save_file(const std::string &name, const std::string &data);

@@ -93,6 +93,11 @@ TEST_F(Desk, files_of_the_device) {
     EXPECT_EQ(run_desk("cat /tmp/working/a").output, "line\n");
     std::ofstream("/tmp/view.pid") << 999999;
     EXPECT_EQ(run_desk("cat /tmp/working/a").exit_code, 1);
+    // A file has the name by which it was asked for.
+    std::ofstream("/tmp/view.pid") << getpid();
+    EXPECT_EQ(run_desk("cat /tmp/none").output, "desk: cannot read /tmp/none: No such file or directory\n");
+    EXPECT_EQ(run_desk("cat /tmp").output, "desk: cannot read /tmp: it is a folder\n");
+    EXPECT_EQ(run_desk("ls /tmp/none").output, "desk: cannot list /tmp/none: No such file or directory\n");
 }
 
 }  // namespace

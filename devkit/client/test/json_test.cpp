@@ -65,4 +65,20 @@ TEST_P(DeskJson, is_an_object_a_line) {
 
 INSTANTIATE_TEST_SUITE_P(Commands, DeskJson, testing::ValuesIn(kJson), by_arguments);
 
+// Whatever is asked and whatever answers: each line of each command is an object.
+TEST_F(Desk, json_is_never_mixed_with_text) {
+    std::istringstream rows(run_desk("help --json").output);
+    for (std::string row; std::getline(rows, row);) {
+        const std::string example = nlohmann::json::parse(row).at("example");
+        if (example.find("--follow") != std::string::npos || example.starts_with("save")) continue;
+        for (const char *reply : {"{}", "[]", "no JSON", R"({"results":[{"result":0,"value":"1"}]})"}) {
+            answer(reply);
+            std::istringstream lines(run_desk("--json " + example).output);
+            for (std::string line; std::getline(lines, line);)
+                EXPECT_TRUE(nlohmann::json::parse(line, nullptr, false).is_object())
+                    << example << ": " << line;
+        }
+    }
+}
+
 }  // namespace

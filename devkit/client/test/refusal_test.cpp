@@ -11,10 +11,10 @@ struct RefusalCase {
 };
 
 const RefusalCase kRefusals[] = {
-    {"levitate", 2, "levitate is no command. There are: camera run read write"},
-    {"alarm", 2, "alarm is no command; did you mean alarms? There are: camera"},
-    {"camera vanisch", 2, "vanisch is no command of desk camera; did you mean vanish? There are: state set"},
-    {"camera", 2, "desk camera what? There are: state set"},
+    {"levitate", 1, "levitate is no command. There are: camera run read write"},
+    {"alarm", 1, "alarm is no command; did you mean alarms? There are: camera"},
+    {"camera vanisch", 1, "vanisch is no command of desk camera; did you mean vanish? There are: state set"},
+    {"camera", 1, "desk camera what? There are: state set"},
     {"camera set SD", 2, "usage: desk camera set KEY VALUE    sets a status (desk camera set MotionEvent 1)"},
     {"camera heal all", 2, "usage: desk camera heal    ends all misbehaviour (desk camera heal)"},
     {"alarms --folow", 2, "--folow is no option; did you mean --follow? There are: --follow --help --json"},
