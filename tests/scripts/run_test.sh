@@ -127,6 +127,7 @@ test_the_real_agent() {
   ln -s "$build/VeloAgent" build/release/VeloAgent
   start
   wait_until out_has 'run: polling'
+  grep -qE '^ To see it, open   http://127\.0\.0\.1:[0-9]+/   in a browser' "$work/out" || wrong "the page's address is not told"
   DESK_RUN=build/run build/release/devkit/client/desk camera set MotionEvent 1 >/dev/null
   wait_until out_has 'alarms: 1'
   stop
