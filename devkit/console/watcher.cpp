@@ -120,6 +120,7 @@ void Watcher::take_sample() {
     if (sdk_.is_object()) {
         for (const char *name : {"video", "audio", "key_frames", "video_bytes", "audio_bytes"})
             sample[name] = sdk_["frames"][name];
+        sample["watched"] = sdk_.value("request_vedio", 0) != 0;
     }
     page_.add("samples", json::array({sample}), kEptSamples);
 }

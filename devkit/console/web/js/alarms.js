@@ -72,11 +72,19 @@ function makeTimeline() {
   return h('div', {class: 'timeline'}, svg);
 }
 
-export function alarmCards() {
-  tone = h('input', {type: 'checkbox'});
-  notice = h('input', {type: 'checkbox', onchange: async () => {
-    if (notice.checked) notice.checked = (await Notification.requestPermission()) === 'granted';
+// A wish that stays through a reload.
+function wish(name, ask = () => true) {
+  const key = `desk.${name}`;
+  const box = h('input', {type: 'checkbox', checked: Boolean(localStorage.getItem(key)), onchange: async () => {
+    if (box.checked) box.checked = await ask();
+    localStorage.setItem(key, box.checked ? '1' : '');
   }});
+  return box;
+}
+
+export function alarmCards() {
+  tone = wish('tone');
+  notice = wish('notify', async () => (await Notification.requestPermission()) === 'granted');
   const element = card('Alarms', makeTimeline(), ...makeList());
   element.querySelector('header').append(h('div', {class: 'row hint'}, h('label', {class: 'row'}, tone, 'tone'), h('label', {class: 'row'}, notice, 'notify')));
   return [element];

@@ -18,7 +18,7 @@ export const sdk = (method, path, body) => ask(method, `sdk${path}`, body);
 
 // The results of handlers in words; the numbers are the agent's.
 const words = {
-  '-1': 'refused or no answer', '-10': 'a recording runs already', '-99': 'there is none', 1: 'failed', 5: 'the element is missing',
+  0: 'done', '-1': 'refused or no answer', '-10': 'a recording runs already', '-99': 'there is none', 1: 'failed', 5: 'the element is missing',
 };
 export const inWords = (result) => (words[result] ? `${result}: ${words[result]}` : String(result));
 

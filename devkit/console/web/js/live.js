@@ -93,10 +93,20 @@ function keyDistance(samples) {
   return points;
 }
 
+// Seconds since the newest picture, while the watchdog is on guard.
+function withoutPicture(samples) {
+  let newest = null;
+  return samples.map((sample, i) => {
+    if (!sample.watched || newest === null || sample.video !== samples[i - 1].video) newest = sample.t;
+    return [sample.t, sample.watched ? (sample.t - newest) / 1000 : NaN];
+  });
+}
+
 function makeSparks() {
   const plots = {
     fps: plot('Pictures', {unit: ' /s', digits: 1, floor: 0}), keys: plot('Key frame every', {unit: '', floor: 0}),
     bits: plot('Video', {unit: ' kbit/s', floor: 0}), sound: plot('Sound', {unit: ' kbit/s', floor: 0}),
+    dog: plot('Without a picture', {unit: ' s', floor: 0}),
   };
   const dog = h('p', {class: 'hint', id: 'watchdog'});
   on('samples', lazily(() => {
@@ -104,6 +114,7 @@ function makeSparks() {
     plots.keys.draw(keyDistance(state.samples), state.marks);
     plots.bits.draw(rate(state.samples, 'video_bytes', 0.008), state.marks);
     plots.sound.draw(rate(state.samples, 'audio_bytes', 0.008), state.marks);
+    plots.dog.draw(withoutPicture(state.samples), state.marks);
   }));
   const tellDog = () => {
     const watched = state.sdk?.request_vedio ? 'on guard: without a frame for one period the agent reboots the device' : 'at rest: nobody watches';

@@ -2,7 +2,7 @@
 import {card, clock, duration, h, lazily, s} from './dom.js';
 import {on, pointAt, state} from './stream.js';
 
-const shown = 120, near = 200;
+const shown = 120, near = 200, nearest = 5000;  // rows; milliseconds around a moment
 const waits = new Map();  // seq: milliseconds in the queue
 let queued = [], performed = [];
 
@@ -36,14 +36,23 @@ function bar(request, pause) {
   }));
 }
 
-function row(request, next) {
+// Around the moment that somebody pointed at; where nothing is so close, the closest.
+function atMoment(requests) {
+  const away = (request) => Math.abs(request.t - (state.moment ?? 0));
+  const close = requests.filter((each) => away(each) <= near);
+  if (close.length || !requests.length) return new Set(close);
+  const [best] = [...requests].sort((a, b) => away(a) - away(b));
+  return new Set(away(best) <= nearest ? [best] : []);
+}
+
+function row(request, next, here) {
   const pause = next ? next.t - request.t - (request.ms ?? 0) : 0;
   const wait = waits.get(request.seq);
   const text = `${wait > 1 ? `${duration(wait)} + ` : ''}${duration(request.ms)}`;
   const element = h('button', {type: 'button', class: 'wf-row', 'data-seq': request.seq, title: request.body, onclick: () => pointAt(request.t, 'requests')},
     h('time', {}, clock(request.t, true).slice(0, -1)), h('span', {class: 'target'}, `${request.method} ${request.target}${request.status === 200 ? '' : ` → ${request.status ?? (request.ms === null ? 'in progress' : 'no answer')}`}`),
     bar(request, pause), h('span', {class: 'number'}, text));
-  element.classList.toggle('moment', Math.abs(request.t - (state.moment ?? 0)) <= near);
+  element.classList.toggle('moment', here);
   return element;
 }
 
@@ -51,10 +60,14 @@ export function makeRequests(panel) {
   const list = h('div', {class: 'waterfall', id: 'waterfall', role: 'group', 'aria-label': 'Requests, the newest first'});
   const choice = h('select', {'aria-label': 'Only requests to', onchange: () => draw()}, h('option', {value: ''}, 'all'));
   const known = new Set();
+  let pointed = false;  // from elsewhere, at a moment whose rows are yet to be brought into sight
   const draw = lazily(() => {
     if (panel.hidden) return;
-    const rows = state.requests.filter((each) => !choice.value || each.endpoint === choice.value).slice(-shown);
-    list.replaceChildren(...rows.map((each, i) => row(each, rows[i + 1])).reverse());
+    const chosen = state.requests.filter((each) => !choice.value || each.endpoint === choice.value), here = atMoment(chosen);
+    const rows = chosen.filter((each, i) => i >= chosen.length - shown || here.has(each));
+    list.replaceChildren(...rows.map((each, i) => row(each, rows[i + 1], here.has(each))).reverse());
+    if (pointed) list.querySelector('.moment')?.scrollIntoView({block: 'nearest'});
+    pointed = pointed && !here.size;
   });
   on('log', read);
   on('requests', (items) => {
@@ -65,7 +78,10 @@ export function makeRequests(panel) {
     }
     draw();
   });
-  on('moment', draw);
+  on('moment', ({from}) => {
+    pointed = from !== 'requests';
+    draw();
+  });
   window.addEventListener('hashchange', draw);
   const legend = h('div', {class: 'row hint'}, [['wait', 'in the queue'], ['transfer', 'transfer'], ['faulty', 'with a fault'], ['pause', 'until the next']].map(([name, text]) => h('span', {class: 'key'}, h('i', {class: name}), text)));
   const element = card('Requests to the camera', legend, list);

@@ -6,7 +6,8 @@ import {on, state} from './stream.js';
 const outcomes = [['success', 'succeeds'], ['fail_download', 'fails while downloading'], ['fail_upgrade', 'restarts with the old version'], ['stuck', 'gets stuck half way']];
 const notices = {17: 'Notice 17: the download failed', 18: 'Notice 18: the upgrade begins', 19: 'Notice 19: it succeeded', 20: 'Notice 20: it failed'};
 const remembered = 'desk.upgrade';
-let began = Number(sessionStorage.getItem(remembered)) || null, seen = {};
+let {began = null, seen = {}} = JSON.parse(sessionStorage.getItem(remembered)) ?? {};
+const remember = () => sessionStorage.setItem(remembered, JSON.stringify({began, seen}));
 
 // What has happened since the order, in the order in which it must.
 function steps() {
@@ -24,6 +25,7 @@ function look() {
   const now = state.camera?.status?.FwUpgradeStatus;
   if (now && now !== 'Idle') seen[now] ??= Date.now();
   if (state.device?.marker) seen.marker ??= Date.now();
+  remember();
 }
 
 export function makeUpgrade(panel) {
@@ -36,7 +38,6 @@ export function makeUpgrade(panel) {
     await camera('PATCH', '/config', {upgrade: {steps: 4, step_ms: Number(stepTime.value), outcome: choice.value}});
     began = Date.now();
     seen = {};
-    sessionStorage.setItem(remembered, began);
     draw();
     try {
       const got = await call('set_device_param', ['doOTA', '1']);
@@ -54,5 +55,5 @@ export function makeUpgrade(panel) {
   });
   for (const name of ['camera', 'device', 'alarms', 'marks']) on(name, draw);
   panel.append(card('Firmware upgrade', field('It', choice), field('Milliseconds to a step', stepTime), h('div', {class: 'row'}, start), answer),
-    card('Progress', progress, said, list, h('p', {class: 'hint'}, 'An upgrade needs the reserve that the agent keeps on the card, and uses it up: after one that failed, reboot or format the card.')));
+    card('Progress', progress, said, list, h('p', {class: 'hint'}, 'An upgrade needs the reserve that the agent keeps on the card, and uses it up: after one that failed, reboot or format the card. One that is stuck ends when the camera restarts (Trouble).')));
 }
