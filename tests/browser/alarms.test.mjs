@@ -18,9 +18,42 @@ test('somebody walks by: the alarm, what raised it, and its lines', async (t) =>
   const marked = page.locator('.line.moment', {hasText: 'SendAlarmData!! index:'});
   await marked.first().waitFor();
   assert.ok(await marked.first().isVisible());
+  assert.equal(await page.locator('.timeline line.moment').count(), 1);
   assert.equal(await page.locator('#alarms li').count(), (await state()).alarms.length);
   await page.reload();
   await page.locator('#alarms li b', {hasText: 'Motion'}).first().waitFor();
+});
+
+// What a browser would sound and show; whoever is asked says "granted".
+function listenToTold() {
+  window.told = {notices: [], tones: 0};
+  window.Notification = class {
+    static requestPermission = async () => 'granted';
+    constructor(title, {body}) { window.told.notices.push([title, body]); }
+  };
+  const {start} = OscillatorNode.prototype;
+  OscillatorNode.prototype.start = function begin(...when) {
+    window.told.tones++;
+    return start.apply(this, when);
+  };
+}
+
+test('a tone and a notification for who wants them, after a reload too', async (t) => {
+  const page = await open(t, 'live', listenToTold);
+  await page.getByLabel('tone').check();
+  await page.getByLabel('notify').check();
+  await page.reload();
+  await page.locator('#agent-state', {hasText: 'polling'}).waitFor();
+  assert.ok(await page.getByLabel('notify').isChecked());
+  await page.click('#raise-AudioEvent');
+  await page.waitForFunction(() => window.told.notices.length > 0, null, {timeout: 20000});
+  assert.deepEqual(await page.evaluate(() => window.told), {notices: [['Sound', 'AudioEvent was 1']], tones: 1});
+  await page.getByLabel('tone').uncheck();
+  await page.getByLabel('notify').uncheck();
+  const alarms = await page.locator('#alarms li').count();
+  await page.click('#raise-AudioEvent');
+  await page.waitForFunction((count) => document.querySelectorAll('#alarms li').length > count, alarms, {timeout: 20000});
+  assert.equal(await page.evaluate(() => window.told.tones), 1);
 });
 
 test('a weak battery: value and threshold', async (t) => {
@@ -41,6 +74,11 @@ test('the log: explained, filtered by text and module, folded, by keyboard', asy
   await line.click();
   await page.locator('.explain', {hasText: 'polling begins'}).waitFor({timeout: 20000});
   assert.match(await page.locator('.explain').innerText(), /agent\/main\.cpp[\s\S]*polling begins[\s\S]*Nothing/);
+  assert.match(await line.locator('time').innerText(), /^\d\d:\d\d:\d\d\.\d$/);
+  // The same moment in the time line and among the requests.
+  assert.equal(await page.locator('.timeline line.moment').count(), 1);
+  await page.locator('#tab-requests').click();
+  await page.locator('.wf-row.moment').first().waitFor();
   assert.equal(await page.locator('.line:not([hidden])').evaluateAll((lines) => lines.filter((each) => !each.dataset.text.includes('myPoll...')).length), 0);
   await page.getByLabel('Filter the log by text').fill('');
   await page.getByLabel('Filter the log by module').selectOption('curlmgr');

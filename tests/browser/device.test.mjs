@@ -32,6 +32,30 @@ test('all parameters and all statuses answer', async (t) => {
   assert.equal(await page.locator('tr[data-name="Battery"] .answer b').innerText(), '90');
 });
 
+test('each remote operation is answered with its request', async (t) => {
+  const page = await open(t, 'device');
+  const buttons = page.locator('[data-command]'), answer = page.locator('#operation-answer');
+  const commands = await buttons.evaluateAll((all) => all.map((each) => each.dataset.command));
+  assert.deepEqual([...new Set(commands.map((each) => each.split(' ')[0]))].sort(), ['1', '2', '30', '4', '40', '42', '43', '44', '45', '5']);
+  for (const command of commands) {
+    await page.locator(`[data-command="${command}"]`).click();
+    await answer.locator('b').waitFor({timeout: 30000});
+    assert.match(await answer.innerText(), /^0: done in \d/, command);
+  }
+  for (const word of ['lost', 'back']) {
+    await page.getByRole('group', {name: 'Cloud connection'}).getByRole('button', {name: word}).click();
+    await answer.locator('b', {hasText: `the cloud is told ${word}`}).waitFor({timeout: 20000});
+  }
+});
+
+test('what the sensors say is drawn', async (t) => {
+  const page = await open(t, 'device');
+  t.after(() => camera('PATCH', '/status', {Battery: '90', Temperature: '24'}));
+  await page.locator('#sensor-Battery').fill('77');
+  await page.locator('#sensor-Temperature').fill('31');
+  for (const name of ['Battery: 77 %', 'Temperature: 31 °C', /^Card free: [1-9]\d* MB$/]) await page.getByRole('img', {name}).waitFor({timeout: 10000});
+});
+
 test('the night light goes on and off', async (t) => {
   const page = await open(t, 'device');
   for (const value of ['1', '0']) {
@@ -41,11 +65,12 @@ test('the night light goes on and off', async (t) => {
   await page.locator('#operation-answer', {hasText: /NIGHT_LIGHT/}).waitFor({timeout: 5000});
 });
 
-test('a recording is started, stopped, logged, and saved from the card', async (t) => {
+test('a recording is started, cut, stopped, logged, and saved from the card', async (t) => {
   const page = await open(t, 'device');
-  await page.locator('#record-seconds').fill('30');
+  await page.locator('#record-seconds').fill('300');
   await page.click('#record-start');
   await page.locator('.pill', {hasText: /recording AAA/}).waitFor({timeout: 10000});
+  await eventually(async () => (await page.locator('#record-log').innerText()).split('.MP4').length > 2, 30, 'two pieces');
   await page.click('#record-stop');
   await page.locator('.pill', {hasText: 'no recording'}).waitFor({timeout: 10000});
   await page.locator('#record-log', {hasText: '.MP4'}).waitFor({timeout: 15000});

@@ -1,8 +1,12 @@
 // The desk's HTTP: who is kept out, and whether it is what its description says.
 import assert from 'node:assert/strict';
-import {readFileSync} from 'node:fs';
+import {spawn} from 'node:child_process';
+import {mkdtempSync, readFileSync, rmSync} from 'node:fs';
 import {request} from 'node:http';
+import {tmpdir} from 'node:os';
+import {join} from 'node:path';
 import {test} from 'node:test';
+import {fileURLToPath} from 'node:url';
 import {ask, base, eventually, state} from './support/desk.mjs';
 
 const description = JSON.parse(readFileSync(new URL('../../devkit/console/web/openapi.json', import.meta.url)));
@@ -18,6 +22,25 @@ function plain(path, headers) {
     }).on('error', reject).end();
   });
 }
+
+test('only this machine gets an answer', async () => {
+  await assert.rejects(new Promise((resolve, reject) => {
+    request({host: '127.0.0.2', port}, resolve).on('error', reject).end();
+  }), {code: 'ECONNREFUSED'});
+});
+
+test('a second desk beside this one has another port, which it tells', async (t) => {
+  const folder = mkdtempSync(join(tmpdir(), 'desk-second-')), file = join(folder, 'port.json');
+  const second = spawn(fileURLToPath(new URL('../../build/release/devkit/console/desk_console', import.meta.url)),
+    ['--run', folder, '--web', fileURLToPath(new URL('../../devkit/console/web', import.meta.url)), '--port', port, '--port-file', file]);
+  t.after(() => {
+    second.kill();
+    rmSync(folder, {recursive: true});
+  });
+  const told = await eventually(() => JSON.parse(readFileSync(file)).port, 10, 'its port');
+  assert.notEqual(told, Number(port));
+  assert.equal((await fetch(`http://127.0.0.1:${told}/`)).status, 200);
+});
 
 test('foreign pages are kept out by Host and Origin', async () => {
   const own = `127.0.0.1:${port}`;

@@ -33,8 +33,37 @@ test('the picture plays, with sound, and moves', async (t) => {
   assert.notEqual(await pixels(page), before);
   assert.ok(later.sound > 5000, `sound decoded: ${later.sound} bytes`);
   assert.equal((await sdk('GET', '/state')).request_vedio, 1);
+  await page.locator('#watchdog', {hasText: 'Watchdog on guard'}).waitFor();
+  for (const plot of [/^Pictures: 1\d\.\d \/s$/, /^Key frame every: [1-9]\d*$/, /^Video: [1-9]\d* kbit\/s$/, /^Sound: [1-9]\d* kbit\/s$/, /^Without a picture: 0 s$/])
+    await page.getByRole('img', {name: plot}).waitFor({timeout: 20000});
   await page.click('#watch');
   await eventually(async () => (await sdk('GET', '/state')).request_vedio === 0, 5, 'the SDK is told that nobody watches');
+  await page.locator('#watchdog', {hasText: 'Watchdog at rest'}).waitFor();
+});
+
+test('who is behind jumps to the newest picture', async (t) => {
+  const page = await open(t);
+  await watch(page);
+  await page.waitForFunction(() => window.deskPlayer.video.currentTime > 2, null, {timeout: 15000});
+  const jumps = await page.evaluate(() => {
+    const {video} = window.deskPlayer, before = window.deskPlayer.jumps;
+    video.currentTime = video.buffered.start(0);
+    return before;
+  });
+  await page.waitForFunction((before) => {
+    const {video, jumps: now} = window.deskPlayer;
+    return now > before && video.buffered.end(video.buffered.length - 1) - video.currentTime < 0.6;
+  }, jumps, {timeout: 5000});
+});
+
+test('frames that stop are counted until the watchdog would bite', async (t) => {
+  const page = await open(t);
+  t.after(() => sdk('PUT', '/capture', {stalled: false}));
+  await watch(page);
+  await sdk('PUT', '/capture', {stalled: true});
+  await page.getByRole('img', {name: /^Without a picture: [2-9] s$/}).waitFor({timeout: 15000});
+  await sdk('PUT', '/capture', {stalled: false});
+  await page.getByRole('img', {name: 'Without a picture: 0 s'}).waitFor({timeout: 15000});
 });
 
 // How late the picture is once fifteen more have come, milliseconds.

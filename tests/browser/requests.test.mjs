@@ -10,6 +10,7 @@ test('the waterfall shows the polls, and points at their lines', async (t) => {
   const row = page.locator('.wf-row', {hasText: 'CameraStatus?Notification'}).first();
   await row.waitFor({timeout: 15000});
   assert.match(await row.innerText(), /\d (µs|ms)/);
+  for (const part of ['wait', 'transfer', 'pause']) await page.locator(`.wf-row rect.${part}`).first().waitFor({timeout: 15000});
   await row.click();
   await page.locator('.line.moment', {hasText: 'curlmgr: performing curl'}).first().waitFor();
   assert.ok(await page.locator('.wf-row.moment').count() > 0);
@@ -18,6 +19,8 @@ test('the waterfall shows the polls, and points at their lines', async (t) => {
 test('the plots of the process go on through a reload', async (t) => {
   const page = await open(t, 'process');
   const paths = () => page.locator('#part-process .plot path:last-of-type').evaluateAll((all) => all.map((path) => (path.getAttribute('d') ?? '').split('L').length));
+  for (const name of [/^Memory: \d+\.\d MB$/, /^Threads: [1-9]\d*$/, /^Descriptors: [1-9]\d*$/, /^Queue: \d+$/, /^Requests a minute: [1-9]\d*$/])
+    await page.getByRole('img', {name}).waitFor({timeout: 60000});
   const drawn = await eventually(async () => { const lengths = await paths(); return lengths.filter((length) => length > 3).length >= 5 && lengths; }, 20, 'five plots');
   await page.reload();
   await eventually(async () => (await paths()).every((length, i) => length >= Math.min(drawn[i], 5)), 10, 'as much after the reload');

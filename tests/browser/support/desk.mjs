@@ -31,7 +31,8 @@ export async function eventually(f, seconds, what) {
   }
 }
 
-// A browser for the tests of a file; gives open(t, part, before): a page whose errors fail the test t; before() runs in it first.
+// A browser for the tests of a file; gives open(t, part, before): a page whose errors, and questions to other hosts, fail the test t;
+// before() runs in it first.
 export function withBrowser(options) {
   let browser;
   before(async () => {
@@ -45,6 +46,7 @@ export function withBrowser(options) {
     const errors = [];
     page.on('console', (message) => { if (['error', 'warning'].includes(message.type())) errors.push(`${message.text()} ${message.location().url}`); });
     page.on('pageerror', (error) => errors.push(error.stack));
+    page.on('request', (request) => { if (!/^(blob|data):/.test(request.url()) && !request.url().startsWith(`${base}/`)) errors.push(`asked elsewhere: ${request.url()}`); });
     t.after(async () => {
       await page.close();
       assert.deepEqual(errors, [], 'errors in the console');
