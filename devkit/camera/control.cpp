@@ -83,11 +83,19 @@ void order_event(Camera &cam, const json &order) {
     raise_event(cam, event["name"], event["value"], event["polls"]);
 }
 
+void say_missing(Response &answer, const std::string &what) {
+    say(answer, {{"error", what}});
+    answer.status = 404;
+}
+
 void send_audio(Camera &cam, std::size_t number, Response &answer) {
     std::lock_guard guard(cam.lock);
     const std::size_t forgotten = cam.audio_clip_count - cam.audio_clips.size();
     if (number <= forgotten || number > cam.audio_clip_count)
-        answer.status = 404;
+        say_missing(answer, cam.audio_clip_count == 0
+                                ? "no clip has come yet"
+                                : "there is no clip " + std::to_string(number) + "; the newest is " +
+                                      std::to_string(cam.audio_clip_count));
     else
         say_bytes(answer, cam.audio_clips[number - forgotten - 1], "audio/wav");
 }
@@ -95,7 +103,7 @@ void send_audio(Camera &cam, std::size_t number, Response &answer) {
 void send_photo(Camera &cam, Response &answer) {
     std::lock_guard guard(cam.lock);
     if (cam.last_photo.empty())
-        answer.status = 404;
+        say_missing(answer, "no photo was taken yet");
     else
         say_bytes(answer, cam.last_photo, "image/jpeg");
 }

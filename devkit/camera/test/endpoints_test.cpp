@@ -125,10 +125,13 @@ TEST_F(CameraTest, remote_control_shows_in_the_state) {
 TEST_F(CameraTest, audio_is_kept_to_the_byte) {
     std::string wav = "RIFF";
     for (int i = 0; i < 72000; ++i) wav += static_cast<char>(i * 7);
+    EXPECT_EQ(control("GET", "/audio/1", nullptr, 404), json({{"error", "no clip has come yet"}}));
+    EXPECT_EQ(control("GET", "/photo-last", nullptr, 404), json({{"error", "no photo was taken yet"}}));
     remote("<Action>AUDIO_ON</Action>");
     EXPECT_EQ(cgi("/CGI/MobileAudio", wav), "<MobileAudio><Action>MOBILE_AUDIO</Action></MobileAudio>");
     EXPECT_EQ(control_bytes("/audio/1"), wav);
-    EXPECT_EQ(control_bytes("/audio/2"), "");
+    EXPECT_EQ(control("GET", "/audio/2", nullptr, 404),
+              json({{"error", "there is no clip 2; the newest is 1"}}));
     const json shown = state();
     EXPECT_EQ(shown["audio_clips"], 1);
     EXPECT_EQ(shown["last_audio_bytes"], 72004);
