@@ -3,12 +3,14 @@ import {Watching} from './watching.js';
 
 const kept = 20;         // seconds behind that stay in the buffer
 const wanted = 0.12, late = 0.3, lost = 0.6;  // seconds behind the newest picture: aim, catch up, jump
+const settling = 1000, pause = 150;  // milliseconds in which a film that begins jumps earlier, and between its jumps
 
 export class Player extends Watching {
   constructor(video, onState) {
     super(video, onState);
     this.video = video;
     this.jumps = 0;
+    this.jumped = 0;  // when it did so last
   }
 
   start() {
@@ -41,6 +43,7 @@ export class Player extends Watching {
     await new Promise((resolve) => { source.addEventListener('sourceopen', resolve, {once: true}); });
     URL.revokeObjectURL(address);
     this.buffer = source.addSourceBuffer(`video/mp4; codecs="${this.codecs}"`);
+    this.opened = performance.now();
     this.video.requestVideoFrameCallback?.(() => {
       this.firstPicture = performance.now() - this.began;
       this.onState('live');
@@ -76,16 +79,19 @@ export class Player extends Watching {
     });
   }
 
-  // Jumps when far behind or in a gap, plays a little faster when somewhat behind.
+  // Jumps when far behind or in a gap, plays a little faster when somewhat behind. A film begins with a key frame that
+  // may be older than a second, and all since then at once: at its beginning it jumps as soon as it is somewhat behind.
   stayLive() {
     const {video} = this;
     const ranges = video.buffered;
     if (!ranges.length || !this.buffer) return;
     const end = ranges.end(ranges.length - 1), begin = ranges.start(ranges.length - 1);
-    const behind = end - video.currentTime;
-    if (behind > lost || video.currentTime < begin) {
+    const behind = end - video.currentTime, now = performance.now();
+    const begins = now - this.opened < settling && now - this.jumped > pause;
+    if (behind > (begins ? late : lost) || video.currentTime < begin) {
       video.currentTime = Math.max(end - wanted, begin);
       this.jumps++;
+      this.jumped = now;
     }
     video.playbackRate = behind > late ? 1.15 : behind > 2 * wanted ? 1.05 : 1;
     if (video.paused && this.wanted) video.play().catch(() => {});
