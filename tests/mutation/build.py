@@ -1,6 +1,7 @@
 """Builds the product with its mutants in it, and programs of the tests with such objects in place of the product's own."""
 import json
 import os
+import pickle
 import re
 import shlex
 import shutil
@@ -36,13 +37,15 @@ def parser_arguments(command):
 class Tree:
     """A copy of the product's sources and their objects. `folder` is below build/mutate."""
 
-    def __init__(self, folder, base=None):
+    def __init__(self, folder, base=None, plain=True):
+        """`plain`: the sources are those of the product; else they are what was written here last."""
         self.folder = os.path.join(WORK, folder)
         self.base = base  # a tree whose objects stand where this one has none
         self.sources = os.path.join(self.folder, "source")
         os.makedirs(self.sources, exist_ok=True)
         self.commands = commands()
-        shutil.copytree(os.path.join(ROOT, PRODUCT), os.path.join(self.sources, PRODUCT), dirs_exist_ok=True)
+        others = None if plain else shutil.ignore_patterns("*.cpp", "*.h")
+        shutil.copytree(os.path.join(ROOT, PRODUCT), os.path.join(self.sources, PRODUCT), dirs_exist_ok=True, ignore=others)
 
     def write(self, name, text):
         with open(os.path.join(self.sources, name), "wb") as file:
@@ -65,6 +68,8 @@ class Tree:
         command += ["-O0", "-w", "-Werror=vla", "-Dconstinit=", "-include", os.path.join(HERE, "switch.h")]
         if only_check:
             command.append("-fsyntax-only")
+        if not only_check and os.path.exists(target):
+            os.unlink(target)  # what does not compile leaves none
         done = run(command, cwd=RELEASE)
         return None if done.returncode == 0 else done.stdout.decode(errors="replace")
 
@@ -105,16 +110,40 @@ def includers(name, names, text_of):
 
 
 class Schemata:
-    """All sources with as many switches as compile. What needs to be known when compiled is left for a build of its own."""
+    """All sources with as many switches as compile, of the mutants in `wanted` alone where that is given. What needs to be known
+    when compiled is left for a build of its own."""
 
-    def __init__(self, finders, jobs, say):
+    def __init__(self, finders, jobs, say, wanted=None):
         self.finders = finders  # by the source's name
         self.jobs = jobs
         self.say = say
-        self.tree = Tree("all")
+        self.tree = Tree("all" if wanted is None else "sample", plain=False)
         self.on = {name: {m.number for p in f.places.values() if not p.fixed for m in p.mutants} for name, f in finders.items()}
+        if wanted is not None:
+            self.on = {name: numbers & wanted for name, numbers in self.on.items()}
+        self.whole = {name: set(numbers) for name, numbers in self.on.items()}
         self.kept = set()
-        self.keep(set().union(*(f.needed for f in finders.values())))
+        self.notes = os.path.join(self.tree.folder, "left-out")
+        self.keep(set().union(*(f.needed for f in finders.values()), self.remember()))
+
+    def remember(self):
+        """Leaves out what did not compile in a source that is still the same. Returns the constants that stayed constants."""
+        if not os.path.exists(self.notes):
+            return set()
+        with open(self.notes, "rb") as file:
+            kept, left_out = pickle.load(file)
+        for name, (text, keys) in left_out.items():
+            if name in self.finders and self.finders[name].text == text:
+                self.on[name] -= {m.number for p in self.finders[name].places.values() for m in p.mutants if m.key in keys}
+        return kept & set().union(*(f.constants for f in self.finders.values()))
+
+    def note(self):
+        left_out = {}
+        for name, finder in self.finders.items():
+            keys = {m.key for p in finder.places.values() for m in p.mutants if m.number in self.whole[name] - self.on[name]}
+            left_out[name] = finder.text, keys
+        with open(self.notes, "wb") as file:
+            pickle.dump((self.kept, left_out), file)
 
     def keep(self, names):
         """These constants stay constants, and with them those that their values are made of."""
@@ -132,9 +161,10 @@ class Schemata:
         for name, finder in self.finders.items():
             text = render(finder.text, finder.places, self.on[name], self.kept)
             path = os.path.join(self.tree.sources, name)
-            with open(path, "rb") as file:
-                if file.read() == text:
-                    continue
+            if os.path.exists(path):
+                with open(path, "rb") as file:
+                    if file.read() == text:
+                        continue
             self.tree.write(name, text)
             yield name
 
@@ -144,20 +174,52 @@ class Schemata:
 
     def build(self):
         """Returns the numbers of the mutants that are in the objects."""
-        sources, bad = list(self.tree.commands), {}
+        remembered = {name: set(numbers) for name, numbers in self.on.items()}
+        every, bad = list(self.tree.commands), {}
         for turn in range(1, 20):
             written = list(self.write())
-            if turn > 1 and not any(name.endswith(".h") for name in written):
-                sources = sorted(set(bad) | set(written))
-            bad = {name: text for name, text in self.each(sources, only_check=True).items() if text}
+            header = any(name.endswith(".h") for name in written)
+            sources = every if header else sorted((set(bad) | set(written) | self.without_object()) & set(every))
+            bad = {name: text for name, text in self.each(sources).items() if text}
             if not bad:
                 break
             self.say(f"{len(bad)} sources do not take all switches; turn {turn}")
             dropped = [self.drop(text, "error") for text in bad.values()]
             if not any(dropped) and not any([self.drop(text, "error|note") for text in bad.values()]):
                 raise SystemExit("cannot be built:\n" + "".join(bad.values())[-3000:])
-        self.each(list(self.tree.commands))
+        self.put_back(remembered)
+        self.note()
         return set().union(*self.on.values())
+
+    def without_object(self):
+        return {name for name in self.tree.commands if not os.path.exists(self.tree.object_of(name))}
+
+    def put_back(self, remembered):
+        """A complaint drops more than the one switch that it is about: tries what was dropped in ever smaller parts."""
+        dropped = {n: sorted(remembered[n] - self.on[n] - self.in_kept(n)) for n in remembered if n.endswith(".cpp")}
+        dropped = {name: numbers for name, numbers in dropped.items() if numbers}
+        if not dropped:
+            return
+        self.say(f"{sum(map(len, dropped.values()))} switches in {len(dropped)} sources are tried once more")
+        with ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(self.put_back_in, dropped, dropped.values()))
+
+    def in_kept(self, name):
+        finder = self.finders[name]
+        spans = [finder.constants[n] for n in self.kept if n in finder.constants]
+        return {m.number for p in finder.places.values() for m in p.mutants if any(a <= m.offset < b for a, b in spans)}
+
+    def put_back_in(self, name, numbers):
+        finder, todo = self.finders[name], [numbers]
+        while todo:
+            some = todo.pop()
+            self.tree.write(name, render(finder.text, finder.places, self.on[name] | set(some), self.kept))
+            if self.tree.compile(name, only_check=True) is None:
+                self.on[name] |= set(some)
+            elif len(some) > 1:
+                todo += [some[len(some) // 2:], some[:len(some) // 2]]
+        self.tree.write(name, render(finder.text, finder.places, self.on[name], self.kept))
+        self.tree.compile(name)
 
     def drop(self, complaint, kind):
         """Takes out what stands on the lines that are complained about. Returns whether there was anything."""

@@ -55,7 +55,7 @@ def run_case(case, environment, limit):
 
 def limit_of(case):
     """Seconds until a case counts as hung: it may be a busy machine."""
-    return 2 + 4 * case.seconds
+    return 1 + 4 * case.seconds
 
 
 def measure(cases, count, jobs, tell, limit=120):

@@ -32,15 +32,21 @@ class Results:
         self.source = digest(os.path.join(ROOT, name))
         self.path = os.path.join(WORK, "results", name.replace("/", "_") + ".jsonl")
         self.rows = {}
+        self.hints = {}  # who noticed a like change of an older source
         if os.path.exists(self.path):
             with open(self.path) as file:
                 for line in file:
                     row = json.loads(line)
+                    if row["result"] == "noticed":
+                        self.hints[row["operator"], row["shown"]] = row["by"]
                     if row["source"] == self.source:
                         self.rows[row["key"]] = row
 
     def of(self, mutant):
         return self.rows.get(mutant.key)
+
+    def hint(self, mutant):
+        return self.hints.get((mutant.operator, mutant.shown), "")
 
     def is_open(self, mutant):
         row = self.of(mutant)

@@ -14,8 +14,10 @@ from finder import Finder
 from programs import SLOW, UNIT, Case, cases_of, limit_of, listed, measure, run_case, system_programs
 from results import Results, digest, digest_of_tests
 
-MOST_TRIED = 80  # cases of the unit tests for one mutant, the likeliest first
-MOST_LOOKS = 300, 8  # and for one that those do not notice: of the unit tests, of the system tests
+MOST_TRIED = 40  # cases of the unit tests for one mutant, the likeliest first
+MOST_LISTED = 8  # for one that nobody is said to notice
+MOST_LOOKS = 200, 8  # and for one that those do not notice: of the unit tests, of the system tests
+MOST_IN_A_FILE = 1000  # mutants
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
 
@@ -61,8 +63,11 @@ def find_all(jobs):
         finders = dict(zip(names, pool.map(find, names)))
     mutants = [m for f in finders.values() for p in f.places.values() for m in p.mutants]
     mutants.sort(key=lambda m: (m.file, m.offset, m.operator))
-    for number, mutant in enumerate(mutants):
-        mutant.number = number
+    # A change in one source leaves the numbers of all others what they are.
+    first, last = {name: MOST_IN_A_FILE * place for place, name in enumerate(names)}, {}
+    for mutant in mutants:
+        last[mutant.file] = last.get(mutant.file, first[mutant.file] - 1) + 1
+        mutant.number = last[mutant.file]
     return finders, mutants
 
 
@@ -85,10 +90,10 @@ def kept_as(name, state, make):
     return made
 
 
-def switch(finders, mutants, jobs):
+def switch(finders, mutants, jobs, wanted):
     """The objects with switches, and the numbers of the mutants in them."""
     begin = time.monotonic()
-    schemata = Schemata(finders, jobs, say)
+    schemata = Schemata(finders, jobs, say, wanted)
     numbers = schemata.build()
     say(f"{len(mutants)} mutants, {len(numbers)} of them with a switch; built in {time.monotonic() - begin:.0f} s")
     return schemata.tree, numbers
@@ -114,7 +119,7 @@ def unit_cases(tree, count, jobs):
         raise SystemExit("a program of the tests does not link with the mutants in it")
     found = []
     for program in programs:
-        found += kept_as(os.path.basename(program) + ".seen", digest(program), lambda p=program: measured(cases_of(p), count, jobs, 120))
+        found += kept_as(os.path.relpath(program, WORK) + ".seen", digest(program), lambda p=program: measured(cases_of(p), count, jobs, 120))
     return found
 
 
@@ -123,7 +128,7 @@ def system_cases(tree, count, jobs):
     agent = tree.link("VeloAgent")
     found = []
     for program in system_programs():
-        found += kept_as(os.path.basename(program) + ".seen", digest(agent, program),
+        found += kept_as(f"all/{os.path.basename(program)}.seen", digest(agent, program),
                          lambda p=program: measured(cases_of(p, {"VELO_AGENT": agent}), count, jobs, SLOW))
     return found
 
@@ -199,18 +204,35 @@ class Chooser:
         self.lately[mutant.file] = (lately + [case])[-6:]
 
 
+doubtful = set()  # names of cases that have failed once and then passed with the same mutant
+
+
 def notices(case, mutated, usual):
-    """Whether the case fails with the mutant, twice and with ever more time, and passes without it: a busy machine is no mutant."""
-    if run_case(case, mutated, limit_of(case)) == "passed":
-        return False
-    return run_case(case, usual, 4 * limit_of(case)) == "passed" and run_case(case, mutated, 4 * limit_of(case)) != "passed"
+    """"failed" or "hung" where the case fails with the mutant, twice, and passes without it where time may be the reason: a busy
+    machine is no mutant. Else ""."""
+    first = run_case(case, mutated, limit_of(case))
+    if first == "passed":
+        return ""
+    limit = 3 * limit_of(case)
+    if first == "hung" or case.name in doubtful:
+        begin = time.monotonic()
+        if run_case(case, usual, limit) != "passed":
+            return ""
+        limit = min(limit, 1 + 10 * (time.monotonic() - begin))
+    if run_case(case, mutated, limit) != "passed":
+        return first
+    doubtful.add(case.name)
+    return ""
 
 
-def try_switched(mutant, chooser, most=MOST_TRIED):
-    """Who notices it; "" for nobody."""
-    for case in chooser.tried_on(mutant)[:most]:
-        if notices(case, {"MUTANT": str(mutant.number)}, {"MUTANT": "-1"}):
+def try_switched(mutant, chooser, most, hint=""):
+    """Who notices it; "" for nobody. `hint`: the name of the case to be tried first."""
+    cases = chooser.tried_on(mutant)
+    for case in sorted(cases[:most] + [c for c in cases[most:] if c.name == hint], key=lambda c: c.name != hint):
+        how = notices(case, {"MUTANT": str(mutant.number)}, {"MUTANT": "-1"})
+        if how == "failed":
             chooser.noticed(mutant, case)
+        if how:
             return case.name
     return ""
 
@@ -237,14 +259,17 @@ class Session:
         self.finders, self.mutants = find_all(jobs)
         tests = digest_of_tests()
         self.results = {name: Results(name, tests) for name in self.finders}
-        equivalent = equivalents.read()
-        self.listed = {m.number: equivalent[m.file, m.operator, m.shown] for m in self.mutants
-                       if (m.file, m.operator, m.shown) in equivalent}
+        self.listed, self.unknown = equivalents.match(self.mutants)
         self.log_lock = threading.Lock()
 
-    def start(self):
-        self.tree, self.numbers = kept_as("switches", state_of(self.finders), lambda: switch(self.finders, self.mutants, self.jobs))
-        cases = unit_cases(self.tree, len(self.mutants), self.jobs)
+    def start(self, wanted=None):
+        """Builds and measures. `wanted`: the numbers of the only mutants that are to be tried; None: all."""
+        os.makedirs(os.path.join(WORK, "all"), exist_ok=True)
+        if wanted is None:
+            self.tree, self.numbers = kept_as("switches", state_of(self.finders), lambda: switch(self.finders, self.mutants, self.jobs, None))
+        else:
+            self.tree, self.numbers = switch(self.finders, self.mutants, self.jobs, wanted)
+        cases = unit_cases(self.tree, 1 + self.mutants[-1].number, self.jobs)
         self.chooser = Chooser(self.finders, self.mutants, cases, self.numbers)
         self.log_reference = LogReference(self.finders)
 
@@ -275,7 +300,8 @@ class Session:
         progress = Progress("trying", len(switched))
 
         def one(mutant):
-            self.settle(mutant, try_switched(mutant, self.chooser))
+            most = MOST_LISTED if mutant.number in self.listed else MOST_TRIED
+            self.settle(mutant, try_switched(mutant, self.chooser, most, self.results[mutant.file].hint(mutant)))
             progress.step(f", {mutant.file}")
 
         with ThreadPoolExecutor(self.jobs) as pool:
@@ -286,7 +312,7 @@ class Session:
         """What the likeliest cases left: with more of the unit tests, and with the system tests."""
         left = [m for m in mutants if m.number in self.numbers and m.number not in self.listed and self.result_of(m) == "survived"
                 and self.results[m.file].of(m)["by"] == ""]
-        cases = system_cases(self.tree, len(self.mutants), self.jobs) if left else []
+        cases = system_cases(self.tree, 1 + self.mutants[-1].number, self.jobs) if left else []
         system = Chooser(self.finders, self.mutants, cases, self.numbers)
         progress = Progress("looking again", len(left))
 
@@ -331,6 +357,10 @@ class Session:
             name = name.removeprefix(PRODUCT) + (f" ({n['untried']} untried)" if n["untried"] else "")
             print(f"| {name} | {len(group)} | {n['noticed']} | {n['survived']} | {n['equivalent']} | {n['unbuildable']} | {score} |")
         for mutant in mutants:
-            if self.result_of(mutant) == "survived":
-                print(f"survived: {mutant.file}:{mutant.line}: {mutant.operator}: {mutant.shown}")
+            result = self.result_of(mutant)
+            if result == "survived" or (result == "noticed" and mutant.number in self.listed):
+                wrong = "" if result == "survived" else "listed as equivalent, "
+                print(f"{wrong}{result}: {mutant.file}:{mutant.line}: {mutant.operator}: {mutant.shown}")
+        for row in self.unknown:
+            print("listed as equivalent, no mutant: " + ": ".join(row))
         return self.counts(mutants)

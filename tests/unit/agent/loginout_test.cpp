@@ -748,6 +748,29 @@ TEST_F(KeyHook, WhoWaitsForAKeyDoesNotHoldTheProcessesEnd) {
     EXPECT_EXIT(exit_while_a_thread_waits(), testing::ExitedWithCode(3), "");
 }
 
+// The hook may have no key for long: who waits asks it once for each key that is stored.
+TEST_F(KeyHook, WhoWaitsForAKeySleepsMeanwhile) {
+    static std::atomic<int> asked{0};
+    static std::atomic<bool> has_key{false};
+    asked = 0;
+    has_key = false;
+    char stored[kSessionKeySize];
+    store_session_key(stored, "1");
+    get_session_key = [] {
+        const bool found = has_key;
+        asked++;
+        return found ? strdup("hooked") : nullptr;
+    };
+    std::thread waiter([] { EXPECT_EQ(wait_for_session_key(), "hooked"); });
+    EXPECT_TRUE(eventually([] { return asked >= 1; }));
+    store_session_key(stored, "2");
+    EXPECT_TRUE(eventually([] { return asked >= 2; }));
+    has_key = true;
+    store_session_key(stored, "3");
+    waiter.join();
+    EXPECT_EQ(asked, 3);
+}
+
 TEST_F(KeyHook, CookieText) {
     EXPECT_EQ(session_cookie("12"), "Session=12");
     EXPECT_EQ(session_cookie(""), "Session=");

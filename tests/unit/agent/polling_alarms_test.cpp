@@ -40,6 +40,8 @@ TEST_F(PollingAlarms, BatteryWithoutAThresholdIsNeverLow) {
     EXPECT_LOG(rules("Battery", "0"), held("battery"));
     set_conf("BATTERY_LOW", "");
     EXPECT_LOG(rules("Battery", "0"), held("battery"));
+    write_conf({{"hostIP", FakeCamera::kHost}, {"POLL_STATUS_PERIOD_SEC", "10"}, {"BATTERY_ARMED", "1"}});
+    EXPECT_LOG(rules("Battery", "0"), held("battery"));
 }
 
 TEST_F(PollingAlarms, CardSpaceIsDfsNotTheCameras) {
@@ -65,6 +67,12 @@ TEST_F(PollingAlarms, ADfThatCannotBeAskedRecoversNothing) {
     fake_os::on_shell([](const std::string &) { return fake_os::ShellResult{.status = -1}; });
     EXPECT_LOG(rules("Space", "0"), " get_SDspace_percent percent=100\n" + held("SDspace"));
     free_percent(9);
+    EXPECT_LOG(rules("Space", "0"), " get_SDspace_percent percent=9\n" + held("SDspace"));
+    // A folder in the place of what df prints to.
+    unlink("/tmp/space_percent");
+    mkdir("/tmp/space_percent", 0755);
+    EXPECT_LOG(rules("Space", "0"), " get_SDspace_percent percent=100\n" + held("SDspace"));
+    rmdir("/tmp/space_percent");
     EXPECT_LOG(rules("Space", "0"), " get_SDspace_percent percent=9\n" + held("SDspace"));
     EXPECT_EQ(alarm_statuses(), std::vector<int>{11});
 }

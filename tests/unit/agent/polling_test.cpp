@@ -61,6 +61,16 @@ TEST_F(Polling, TwoCyclesToTheCharacter) {
     EXPECT_EQ(alarm_statuses(), std::vector<int>{});
 }
 
+TEST_F(Polling, TheCloudStorageIsAskedOnItsPeriod) {
+    set_conf("NIMB_ARMED", "1");
+    set_conf("NIMB_PERIOD", "20");
+    fake_vendor::result("readTokenFromFile", 1);
+    fake_vendor::result("soapGetToken", 1);
+    poll({status(), status(), status()});
+    const Texts asked = {"readTokenFromFile", "soapGetToken"};
+    EXPECT_EQ(fake_vendor::calls(), (Texts{asked[0], asked[1], asked[0], asked[1]}));
+}
+
 // --- Ways out.
 
 struct ErrorRow {

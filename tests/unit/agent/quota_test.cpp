@@ -188,7 +188,9 @@ TEST_F(Quota, OnlyADeliveredAlarmSetsTheLatch) {
 
 TEST_F(Quota, WithoutAThresholdIsNeverLow) {
     set_conf("NIMB_LOW", "");
-    StorageService storage({quota_reply("1000", "1000")});
+    StorageService storage(Texts(2, quota_reply("1000", "1000")));
+    EXPECT_EQ(check(), quota_log("1000", "1000") + kHeld);
+    write_conf({{"NIMB_ARMED", "1"}, {"NIMB_HOST", StorageService::kHost}});
     EXPECT_EQ(check(), quota_log("1000", "1000") + kHeld);
 }
 

@@ -244,6 +244,15 @@ TEST_F(ClockThread, SynchronisesOnItsPeriod) {
     EXPECT_EQ(fake_os::reboots(), 0);
 }
 
+// The queue alone keeps its requests and the others' apart.
+TEST_F(ClockThread, SendsThroughTheQueue) {
+    std::string log;
+    errors_of([&] {
+        log = output_of([] { fake_os::run_until_pause(1, [] { NTP_poll(reinterpret_cast<void *>(key_654)); }); });
+    });
+    EXPECT_NE(log.find("curlmgr: performing curl, name = perform_NTP... \n"), std::string::npos) << log;
+}
+
 TEST_F(ClockThread, RebootsAtTheFirstSuccessAfterAFailedStart) {
     NTP_FAIL = -1;
     camera.reply("/CGI/CameraSetup", {CameraReply{.status = 500}, CameraReply{.body = "<Done></Done>"}});
@@ -287,7 +296,12 @@ class ClockPeriod : public ClockThread, public testing::WithParamInterface<Perio
 
 TEST_P(ClockPeriod, OfZeroOrLessIsAMinute) {
     const auto [name, configured, printed, pause] = GetParam();
-    set_conf("POOL_NTP_PERIOD_SEC", configured);
+    if (configured != nullptr) {
+        set_conf("POOL_NTP_PERIOD_SEC", configured);
+    } else {
+        remove_conf();
+        write_conf({{"hostIP", FakeCamera::kHost}});
+    }
     const std::string log = rounds(1);
     EXPECT_NE(log.find("*** Polling Period: " + std::to_string(printed) + " ***\n"), std::string::npos)
         << log;
@@ -298,6 +312,7 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, ClockPeriod,
     testing::Values(PeriodRow{.name = "zero", .configured = "0", .printed = 0, .pause = "60 s"},
                     PeriodRow{.name = "below zero", .configured = "-5", .printed = -5, .pause = "60 s"},
+                    PeriodRow{.name = "missing", .configured = nullptr, .printed = 0, .pause = "60 s"},
                     PeriodRow{.name = "empty", .configured = "", .printed = 0, .pause = "60 s"},
                     PeriodRow{.name = "no number", .configured = "soon", .printed = 0, .pause = "60 s"},
                     PeriodRow{.name = "shortest", .configured = "1", .printed = 1, .pause = "1 s"},

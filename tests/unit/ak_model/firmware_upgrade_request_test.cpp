@@ -1,4 +1,5 @@
 // The upgrade request: its checks in their order, its refusals.
+#include <algorithm>
 #include <ostream>
 
 #include "ak_model/firmware_upgrade.h"
@@ -117,6 +118,14 @@ TEST_F(UpgradeRequest, EachFetchHasSixTries) {
     ASSERT_GE(seen.size(), expected.size());
     EXPECT_EQ(Texts(seen.begin(), seen.begin() + static_cast<long>(expected.size())), expected);
     for (const std::string &pause : fake_os::pauses()) EXPECT_EQ(pause, "5 s");
+}
+
+// A value of that text is what a device says that could not ask its camera.
+TEST_F(UpgradeRequest, AnErrorForAValueIsAskedForAgain) {
+    camera_answers({{kVersion, {element("NewFirmwareVersion", "ERROR"), element("NewFirmwareVersion", "1.0.4")}}});
+    EXPECT_NE(log_of_started_request().find("debug , firmware_newver = 1.0.4,"), std::string::npos);
+    const Texts seen = commands(camera);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), kVersion), 2);
 }
 
 // --- Refusals

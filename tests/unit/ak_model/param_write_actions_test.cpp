@@ -236,8 +236,16 @@ TEST_F(ParamWrite, NullsAreFailuresAndNoCrash) {
     EXPECT_EQ(camera.seen(), Texts{});
     EXPECT_EQ(conf_text(), kArmedConf);
     EXPECT_EQ(fake_vendor::calls(), Texts{});
-    // Where the value means nothing, a missing one is as good as any.
-    EXPECT_EQ(set("save_param", nullptr, 0).result, 0);
+}
+
+// Where the value means nothing, a missing one is as good as any.
+TEST_F(ParamWrite, ActionsWithoutAValueNeedNone) {
+    camera.reply("/CGI/CameraStatus?NewFirmwareEvent", "<ErrorCode>0</ErrorCode>");
+    for (const char *name : {"doOTA", "sdformat", "reboot", "save_param"}) {
+        EXPECT_EQ(set(name, nullptr, 0).result, 0) << name;
+    }
+    EXPECT_EQ(camera.requests().size(), 2U) << "of the upgrade and of the card";
+    EXPECT_LOG(set("resolution", nullptr, 0).log, start_log("resolution", "", 0) + "Not implement yet\n");
 }
 
 TEST_F(ParamWrite, OverlongTextsAreNoCrash) {

@@ -17,7 +17,7 @@ struct WantedThread {
     pthread_t *thread;
     void *(*routine)(void *);
     void *argument;
-    bool missing;
+    bool missing = false;
 };
 
 constinit std::mutex wanted_lock;  // held while a thread is created
@@ -83,7 +83,7 @@ int start_wanted_thread(pthread_t *thread, void *(*routine)(void *), void *argum
     const std::lock_guard<std::mutex> lock(wanted_lock);
     for (WantedThread &wanted : wanted_threads) {
         if (wanted.routine != nullptr && wanted.routine != routine) continue;
-        wanted = {thread, routine, argument, false};
+        wanted = {thread, routine, argument};
         return start_wanted(wanted);
     }
     return start_thread(thread, routine, argument);  // there are no more places; no such agent is built

@@ -1,8 +1,10 @@
 // What the agent takes over from what started it, and what the reboot tool takes over from the agent. Every
-// test changes a process of its own. Alarms go off fifty times as fast.
+// test changes a process of its own. Alarms go off fifty times as fast; the kernel is one without close_range
+// where a test wants that.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -32,12 +34,34 @@ constexpr char kFile[] = "/tmp/os_test";
 
 }  // namespace
 
+extern "C" long __real_syscall(long number, ...);
+
 extern "C" unsigned __wrap_alarm(unsigned seconds) {
     const itimerval next{{0, 0}, {0, static_cast<suseconds_t>(seconds) * kAlarmMicroseconds}};
     itimerval last{};
     setitimer(ITIMER_REAL, &next, &last);
     const long left = last.it_value.tv_sec * 1'000'000 + last.it_value.tv_usec;
+    errno = EINVAL;  // a call that succeeds may leave anything there
     return static_cast<unsigned>((left + kAlarmMicroseconds - 1) / kAlarmMicroseconds);
+}
+
+namespace {
+
+bool old_kernel = false;
+
+}  // namespace
+
+// The one call that the agent makes by its number is close_range.
+extern "C" long __wrap_syscall(long number, ...) {
+    va_list arguments;
+    va_start(arguments, number);
+    const unsigned first = va_arg(arguments, unsigned);
+    const unsigned last = va_arg(arguments, unsigned);
+    const unsigned flags = va_arg(arguments, unsigned);
+    va_end(arguments);
+    if (!old_kernel) return __real_syscall(number, first, last, flags);
+    errno = ENOSYS;
+    return -1;
 }
 
 namespace {
@@ -92,7 +116,23 @@ class Inherited : public testing::Test {
         ASSERT_TRUE(std::filesystem::exists("/tmp/.device")) << "runs in the device view only";
         std::filesystem::remove(kFile);
     }
+    void TearDown() override {
+        old_kernel = false;
+    }
 };
+
+// Whatever is read before it is written is full of ones.
+[[gnu::noinline]] void fill_stack() {
+    volatile char ones[16384];
+    for (volatile char &byte : ones) byte = static_cast<char>(0xff);
+}
+
+// The number that the next descriptor gets.
+int next_descriptor() {
+    const int descriptor = open(kFile, O_WRONLY | O_CREAT, 0644);
+    close(descriptor);
+    return descriptor;
+}
 
 // --- Descriptors.
 
@@ -137,6 +177,15 @@ TEST_F(Inherited, StandardDescriptorsThatAreOpenStayAsTheyAre) {
               kFile);
 }
 
+TEST_F(Inherited, WhereAllAreOpenNoneIsAdded) {
+    EXPECT_EQ(in_process([] {
+                  const int before = next_descriptor();
+                  start_clean();
+                  return std::to_string(next_descriptor() - before);
+              }).text,
+              "0");
+}
+
 TEST_F(Inherited, FilesAreNotWritableByOthersWhateverTheMaskWas) {
     for (const mode_t mask : {0, 022, 0777}) {
         in_process([mask] {
@@ -158,6 +207,7 @@ TEST_F(Inherited, NoSignalIsBlockedButSigalrmAndNoneIgnored) {
         sigset_t all;
         sigfillset(&all);
         set_mask(SIG_SETMASK, all);
+        fill_stack();
         start_clean();
         return read_file("/proc/self/status");
     });
@@ -174,6 +224,24 @@ TEST_F(Inherited, WhatWasIgnoredDoesNoHarm) {
         return "alive";
     });
     EXPECT_EQ(ended.text, "alive");
+}
+
+// A call that such a signal meets goes on, but for those that a terminal sends for that very call.
+TEST_F(Inherited, WhatWasIgnoredCutsNoCallShort) {
+    const Ended ended = in_process([] {
+        const std::vector<int> numbers = {SIGHUP, SIGUSR1, SIGPIPE, SIGALRM, SIGTTIN, SIGTTOU};
+        for (const int number : numbers) signal(number, SIG_IGN);
+        start_clean();
+        std::string flags;
+        for (const int number : numbers) {
+            struct sigaction action {};
+            sigaction(number, nullptr, &action);
+            const int known = action.sa_flags & (SA_RESTART | SA_NOCLDSTOP);
+            flags += known == SA_RESTART ? "goes on," : known == 0 ? "ends," : "?,";
+        }
+        return flags;
+    });
+    EXPECT_EQ(ended.text, "goes on,goes on,goes on,goes on,ends,ends,");
 }
 
 TEST_F(Inherited, WhatWasNotIgnoredEndsTheProcess) {
@@ -272,6 +340,7 @@ TEST_F(RebootTool, InheritsNoBlockedSignal) {
                   sigset_t all;
                   sigfillset(&all);
                   set_mask(SIG_SETMASK, all);
+                  fill_stack();
               }),
               0);
     EXPECT_EQ(read_file(kFile), "SigBlk:\t0000000000000000\n");
@@ -290,13 +359,50 @@ TEST_F(RebootTool, InheritsNoIgnoredSignal) {
     EXPECT_EQ(signals_of(read_file(kFile), "SigIgn"), 0u);
 }
 
-TEST_F(RebootTool, InheritsNoDescriptorAbove2) {
+struct KernelRow {
+    const char *name;
+    bool old;            // without close_range
+    rlim_t descriptors;  // how many the process may have
+};
+
+class RebootToolOn : public RebootTool, public testing::WithParamInterface<KernelRow> {
+  protected:
+    // The first and the last that close on no exec; whoever started the test may have left others.
+    static void hold_descriptors() {
+        const int zero = open("/dev/zero", O_RDONLY);
+        for (const int descriptor : {3, 250}) dup2(zero, descriptor);
+        for (int inherited = 251; inherited < 1024; inherited++) close(inherited);
+        const rlimit limit{GetParam().descriptors, GetParam().descriptors};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        old_kernel = GetParam().old;
+    }
+};
+
+TEST_P(RebootToolOn, InheritsNoDescriptorAbove2) {
     install_shell("ls -l /proc/$$/fd > /tmp/os_test\n");
-    EXPECT_EQ(replaced([] { fcntl(open("/dev/zero", O_RDONLY), F_DUPFD, 250); }), 0);
+    EXPECT_EQ(replaced([] {
+                  hold_descriptors();
+              }),
+              0);
     const std::string list = read_file(kFile);
     EXPECT_NE(list.find(" 2 -> "), std::string::npos) << list;
     EXPECT_EQ(list.find("/dev/zero"), std::string::npos) << list;
 }
+
+// What a command of the agent's gets is closed in another way than what the tool gets.
+TEST_P(RebootToolOn, AndSoDoesACommand) {
+    EXPECT_EQ(in_process([] {
+                  hold_descriptors();
+                  return read_shell("ls /proc/$$/fd; true").value_or("failed");
+              }).text,
+              "0\n1\n2\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, RebootToolOn,
+                         testing::Values(KernelRow{.name = "Kernel", .old = false, .descriptors = 100},
+                                         KernelRow{.name = "OldKernel", .old = true, .descriptors = 1024},
+                                         KernelRow{.name = "OldKernelFewDescriptors", .old = true, .descriptors = 251}),
+                         by_name);
 
 TEST_F(RebootTool, LosesNoLogLine) {
     install_shell("exit 0\n");

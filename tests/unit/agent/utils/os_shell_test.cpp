@@ -35,6 +35,11 @@ std::atomic<int> speed{1};          // of the clocks that the door sees
 std::atomic<bool> immortal{false};  // nothing dies of SIGKILL
 std::atomic<pid_t> last_killed{0};  // as kill was told
 
+// A clock that only pauses move, by `slowness` halves of their length; it ends with the first kill.
+bool clock_of_pauses = false;
+int slowness = 2;
+std::int64_t paused = 0;  // nanoseconds
+
 timespec to_timespec(std::int64_t nanoseconds) {
     timespec result{};
     result.tv_sec = static_cast<time_t>(nanoseconds / kSecond);
@@ -48,6 +53,10 @@ extern "C" {
 
 int REAL_GETTIME(clockid_t clock, timespec *reading);
 int WRAPPED_GETTIME(clockid_t clock, timespec *reading) {
+    if (clock_of_pauses) {
+        *reading = to_timespec(paused);
+        return 0;
+    }
     REAL_GETTIME(clock, reading);
     const std::int64_t real = reading->tv_sec * kSecond + reading->tv_nsec;
     if (start_of_time == 0) start_of_time = real;
@@ -57,6 +66,10 @@ int WRAPPED_GETTIME(clockid_t clock, timespec *reading) {
 
 int REAL_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, timespec *rest);
 int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, timespec *rest) {
+    if (clock_of_pauses) {
+        paused += (deadline->tv_sec * kSecond + deadline->tv_nsec - paused) * slowness / 2;
+        return 0;
+    }
     const timespec real =
         to_timespec(start_of_time + (deadline->tv_sec * kSecond + deadline->tv_nsec) / speed);
     return REAL_NANOSLEEP(clock, flags, &real, rest);
@@ -65,6 +78,7 @@ int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, time
 int __real_kill(pid_t process, int number);
 int __wrap_kill(pid_t process, int number) {
     last_killed = process;
+    clock_of_pauses = false;
     return immortal ? 0 : __real_kill(process, number);
 }
 
@@ -88,6 +102,7 @@ class Shell : public testing::Test {
     void TearDown() override {
         speed = 1;
         immortal = false;
+        clock_of_pauses = false;
     }
 };
 
@@ -211,6 +226,15 @@ TEST_F(Shell, WhatCannotStartIsAFailure) {
     EXPECT_EQ(status, 0);
 }
 
+TEST_F(Shell, WithoutAShellTheResultIsTheShellsForNoProgram) {
+    std::filesystem::create_directory("/tmp/no_shell");
+    const pid_t child = fork();
+    if (child == 0) _exit(chroot("/tmp/no_shell") == 0 ? run_shell("true") : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 127 << 8);
+}
+
 TEST_F(Shell, WithoutADescriptorForThePipeReadingIsAFailure) {
     rlimit limit{};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -279,6 +303,10 @@ TEST_P(EachWay, LeavesItsCallersMaskAndHandlersAlone) {
     EXPECT_EQ(signal(SIGUSR2, SIG_DFL), SIG_IGN);
 }
 
+TEST_P(EachWay, IsCalledSh) {
+    EXPECT_EQ(GetParam().run("echo $0"), "sh\n");
+}
+
 TEST_P(EachWay, MakesAProcessGroup) {
     EXPECT_EQ(GetParam().run("test $(cut -d' ' -f5 /proc/$$/stat) = $$ && echo own"), "own\n");
 }
@@ -345,6 +373,51 @@ TEST_F(Shell, AGrandchildThatKeepsTheOutputIsEndedAfterAMinute) {
     expect_none_hangs();
 }
 
+struct LimitRow {
+    const char *name;
+    int seconds;
+    int slowness;            // halves of a pause's length that it takes
+    std::int64_t kill_after;  // milliseconds
+};
+
+class LimitOf : public Shell, public testing::WithParamInterface<LimitRow> {};
+
+// Looks after 1, 3, 7, 15 ms, then every 10 ms. A pause counts for what it took, but for its length at least
+// and for twice that at most.
+TEST_P(LimitOf, ACommandIsOver) {
+    paused = 0;
+    slowness = GetParam().slowness;
+    clock_of_pauses = true;
+    EXPECT_EQ(run_shell("exec " HANG, GetParam().seconds), 128 + SIGKILL);
+    EXPECT_EQ(paused / 1'000'000, GetParam().kill_after);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, LimitOf,
+    testing::Values(LimitRow{.name = "pauses of their length", .seconds = 10, .slowness = 2, .kill_after = 10'005},
+                    LimitRow{.name = "a minute", .seconds = 60, .slowness = 2, .kill_after = 60'005},
+                    LimitRow{.name = "pauses that end early", .seconds = 10, .slowness = 1, .kill_after = 5'002},
+                    LimitRow{.name = "pauses twice as long", .seconds = 10, .slowness = 4, .kill_after = 10'010},
+                    LimitRow{.name = "pauses four times as long", .seconds = 10, .slowness = 8, .kill_after = 20'020}),
+    by_name);
+
+TEST_F(Shell, AnAnswerIsWaitedForAMinute) {
+    paused = 0;
+    slowness = 2;
+    clock_of_pauses = true;
+    EXPECT_EQ(read_shell("exec " HANG), std::nullopt);
+    EXPECT_EQ(paused / 1'000'000, 60'005);
+}
+
+TEST_F(Shell, ACommandWhoseEndSomebodyElseTookIsAFailure) {
+    signal(SIGCHLD, SIG_IGN);  // the system takes it
+    int wait_status = 0;
+    EXPECT_EQ(run_shell("exit 0", kCommandSeconds, &wait_status), -1);
+    EXPECT_EQ(wait_status, -1);
+    EXPECT_EQ(read_shell("echo x"), std::nullopt);
+    signal(SIGCHLD, SIG_DFL);
+}
+
 TEST_F(Shell, TheLimitIsTheCallers) {
     speed = 10;  // of the second that it has to die in
     const double start = seconds();
@@ -385,8 +458,11 @@ TEST_F(Shell, BesidesEightThatCannotBeEndedNoneIsStarted) {
         hung.push_back(-last_killed);
     }
     speed = 1;
+    testing::internal::CaptureStdout();
     EXPECT_EQ(run_shell("touch /tmp/os_test"), -1);
     EXPECT_EQ(read_shell("touch /tmp/os_test"), std::nullopt);
+    const std::string line = "command not started: Device or resource busy\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), line + line);
     EXPECT_FALSE(std::filesystem::exists(kFile));
     immortal = false;
     kill(hung[3], SIGKILL);

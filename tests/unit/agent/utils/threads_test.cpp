@@ -76,6 +76,10 @@ void *count_run(void *argument) {
 
 class WantedThreads : public AgentTest {
   protected:
+    void SetUp() override {
+        AgentTest::SetUp();
+        runs<1> = runs<2> = runs<3> = runs<4> = runs<5> = 0;
+    }
     template <int Test>
     static int start() {
         static pthread_t thread{};
@@ -132,6 +136,49 @@ TEST_F(WantedThreads, WhoseWorkFailedAreStartedAgain) {
     pause_and_start_missing(60);
     pause_and_start_missing(1);
     EXPECT_TRUE(ran<4>(2));
+    EXPECT_EQ(fake_os::pauses(), (Texts{"60 s", "1 s"}));
+}
+
+TEST_F(WantedThreads, WhoseWorkFailedAreStartedAMinuteAfterThat) {
+    start<4>();
+    EXPECT_TRUE(ran<4>(1));
+    pause_and_start_missing(50);
+    want_thread_again(count_run<4>);
+    pause_and_start_missing(20);
+    intercept::refuse_next("pthread_create");  // a try that came too early would fail
+    errors_of([] { pause_and_start_missing(39); });
+    EXPECT_EQ(intercept::created(count_run<4>).size(), 1U);
+    intercept::reset();
+    pause_and_start_missing(1);
+    pause_and_start_missing(1);
+    EXPECT_TRUE(ran<4>(2));
+}
+
+TEST_F(WantedThreads, AreEachStartedOnceWhereSeveralAreMissing) {
+    errors_of([] {
+        for (int round = 0; round < 2; round++) {
+            intercept::refuse_next("pthread_create");
+            EXPECT_EQ(start<1>(), -1);
+            intercept::refuse_next("pthread_create");
+            EXPECT_EQ(start<2>(), -1);
+        }
+    });
+    pause_and_start_missing(60);
+    pause_and_start_missing(60);
+    pause_and_start_missing(60);
+    EXPECT_TRUE(ran<1>(1));
+    EXPECT_TRUE(ran<2>(1));
+    EXPECT_EQ(intercept::created(count_run<1>).size(), 1U);
+    EXPECT_EQ(intercept::created(count_run<2>).size(), 1U);
+}
+
+// There are places for four that are tried again.
+TEST_F(WantedThreads, MoreThanTheAgentHasAreStartedToo) {
+    for (const int result : {start<1>(), start<2>(), start<3>(), start<4>(), start<5>()}) EXPECT_EQ(result, 0);
+    EXPECT_TRUE(ran<5>(1));
+    intercept::refuse_next("pthread_create");
+    errors_of([] { EXPECT_EQ(start<5>(), -1); });
+    EXPECT_TRUE(ran<1>(1) && ran<2>(1) && ran<3>(1) && ran<4>(1));
 }
 
 void *look_at_mask(void *blocked) {
