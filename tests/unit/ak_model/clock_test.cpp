@@ -1,6 +1,8 @@
 // Clock synchronisation: ntpdate, the time document and its eight hours, both ways of sending it, the thread.
 #include "ak_model/clock.h"
 
+#include <curl/curl.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -57,6 +59,9 @@ TEST_F(ClockDirect, SetsTheClockAndTellsTheCamera) {
     EXPECT_EQ(camera.seen(), Texts{time_request(kDocument)});
     expect_remembered();
     EXPECT_NE(outcome.errors.find("> POST /CGI/CameraSetup"), std::string::npos);  // the transfer is traced
+    for (const int limit : {CURLOPT_CONNECTTIMEOUT, CURLOPT_TIMEOUT}) {
+        EXPECT_EQ(intercept::transfer_number(limit), -1) << "none but the system's";
+    }
 }
 
 TEST_F(ClockDirect, NtpdateComesBeforeTheClockIsRead) {

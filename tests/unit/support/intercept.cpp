@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,12 +44,25 @@ bool due(const char *function) {
     });
 }
 
+int refused(int error) {
+    errno = error;
+    return -1;
+}
+
 }  // namespace
 
 namespace intercept {
 
 void refuse_next(const std::string &function, int after) {
     state().with([&](State &s) { s.refused[function] = after; });
+}
+
+void interrupt_next_read() {
+    refuse_next("interrupted read");
+}
+
+bool still_refuses(const std::string &function) {
+    return state().with([&](State &s) { return s.refused.count(function) != 0; });
 }
 
 void set_processor_clock(std::function<long()> clock) {
@@ -109,6 +123,11 @@ int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, v
 int __real_sem_init(sem_t *semaphore, int shared, unsigned value);
 int __real_sem_wait(sem_t *semaphore);
 int __real_fsync(int file);
+ssize_t __real_read(int file, void *out, size_t size);
+int __real_fstat(int file, struct stat *out);
+int __real_fchown(int file, uid_t owner, gid_t group);
+int __real_fchmod(int file, mode_t mode);
+int __real_close(int file);
 CURL *__real_curl_easy_init(void);
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
@@ -178,9 +197,29 @@ int __wrap_fsync(int file) {
         return s.sync_hook;
     });
     if (hook) hook(name);
-    if (!due("fsync")) return __real_fsync(file);
-    errno = EIO;
-    return -1;
+    return due("fsync") ? refused(EIO) : __real_fsync(file);
+}
+
+ssize_t __wrap_read(int file, void *out, size_t size) {
+    if (due("interrupted read")) return refused(EINTR);
+    return due("read") ? refused(EIO) : __real_read(file, out, size);
+}
+
+int __wrap_fstat(int file, struct stat *out) {
+    return due("fstat") ? refused(EIO) : __real_fstat(file, out);
+}
+
+int __wrap_fchown(int file, uid_t owner, gid_t group) {
+    return due("fchown") ? refused(EIO) : __real_fchown(file, owner, group);
+}
+
+int __wrap_fchmod(int file, mode_t mode) {
+    return due("fchmod") ? refused(EIO) : __real_fchmod(file, mode);
+}
+
+int __wrap_close(int file) {
+    const int result = __real_close(file);
+    return due("close") ? refused(EIO) : result;
 }
 
 CURL *__wrap_curl_easy_init(void) {
@@ -200,6 +239,8 @@ CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
             if (option == CURLOPT_CONNECTTIMEOUT && number > 0) s.connect_timeouts.push_back(number);
         });
     }
+    const bool text = option >= CURLOPTTYPE_OBJECTPOINT && option < CURLOPTTYPE_FUNCTIONPOINT && value != nullptr;
+    if (text && due("curl_easy_setopt")) return CURLE_OUT_OF_MEMORY;
     return __real_curl_easy_setopt(handle, option, value);
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <thread>
@@ -145,6 +146,26 @@ TEST_F(ConfFile, AFileThatCannotBeReadIsToldUnlessItIsMissing) {
     EXPECT_EQ(read("/tmp/working/missing.conf"), "");
     EXPECT_EQ(read("/tmp/working/test.conf/below"), "");
     EXPECT_EQ(read("/dev/null/below"), "configuration not read, /dev/null/below:Not a directory\n");
+}
+
+TEST_F(ConfFile, ASignalKeepsNobodyFromReading) {
+    write_file(kFile, "A=1\n");
+    intercept::interrupt_next_read();
+    EXPECT_EQ(conf_value("A", kFile), "1");
+    errno = EINTR;  // of a call that somebody else made
+    EXPECT_EQ(conf_value("none", kFile), "");
+}
+
+TEST_F(ConfFile, AnErrorInTheMidstOfAFileIsAFailure) {
+    std::string text;
+    while (text.size() < 3000) text += "A=" + std::string(61, 'x') + "\n";
+    write_file(kFile, text);
+    intercept::refuse_next("read", 1);
+    const std::string log = output_of([] {
+        EXPECT_FALSE(conf_value("none", kFile));
+        EXPECT_EQ(errno, EIO);
+    });
+    EXPECT_EQ(log, std::string("configuration not read, ") + kFile + ":Input/output error\n");
 }
 
 TEST_F(ConfFile, NullArgumentsAreAReadFailure) {

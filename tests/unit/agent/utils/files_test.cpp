@@ -46,7 +46,12 @@ TEST_F(Files, ARegularFileIsOpenedAndNothingElse) {
     EXPECT_EQ(errno, ELOOP);
     unlink(kPath);
     ASSERT_EQ(mkfifo(kPath, 0666), 0);
+    errno = 0;
     EXPECT_EQ(open_regular(kPath), nullptr) << "and nobody waits for its writer";
+    EXPECT_EQ(errno, EINVAL);
+    intercept::refuse_next("close");
+    EXPECT_EQ(open_regular(kPath), nullptr);
+    EXPECT_EQ(errno, EINVAL) << "whatever closing it left there";
     EXPECT_EQ(open_regular("/tmp/files"), nullptr);
     EXPECT_NE(open_regular(kVictim), nullptr);
 }
@@ -62,6 +67,7 @@ TEST_F(Files, WhatTheSystemIsShortOfIsTold) {
         const rlimit few{3, limit.rlim_max};
         setrlimit(RLIMIT_NOFILE, &few);
         EXPECT_EQ(open_regular(kVictim), nullptr);
+        EXPECT_EQ(errno, EMFILE);
         setrlimit(RLIMIT_NOFILE, &limit);
     });
     EXPECT_EQ(log, std::string("file not read, ") + kVictim + ":Too many open files\n");
@@ -82,6 +88,19 @@ TEST_F(Files, AStreamThatCannotBeReadIsTold) {
     ASSERT_NE(memory, nullptr);
     EXPECT_EQ(output_of([&] { EXPECT_EQ(read_stream(memory.get(), kPath, 100), std::nullopt); }),
               std::string("file not read, ") + kPath + ":Input/output error\n");
+}
+
+TEST_F(Files, WhatCannotBeLookedAtIsNotOpened) {
+    intercept::refuse_next("fstat");
+    EXPECT_EQ(output_of([] { EXPECT_EQ(open_regular(kVictim), nullptr); }),
+              std::string("file not read, ") + kVictim + ":Input/output error\n");
+}
+
+TEST_F(Files, ANewFileIsAsOpenAsTheMaskAllows) {
+    const mode_t mask = umask(0);
+    EXPECT_NE(open_to_append(kPath), nullptr);
+    umask(mask);
+    EXPECT_EQ(mode_of(kPath), 0666u);
 }
 
 TEST_F(Files, AppendingCreatesButFollowsNoLink) {
@@ -159,6 +178,13 @@ TEST_F(Files, AFileThatIsWrittenInPlaceLosesTheRightsOfOthers) {
     chmod(path.c_str(), 0666);
     EXPECT_TRUE(replace_file(path, "secret", 0600));
     EXPECT_EQ(mode_of(path.c_str()), 0600u);
+    chmod(path.c_str(), 0601);
+    EXPECT_TRUE(replace_file(path, "secret", 0600));
+    EXPECT_EQ(mode_of(path.c_str()), 0600u);
+    chmod(path.c_str(), 0666);
+    intercept::refuse_next("fstat", 1);  // that looks for the owner
+    EXPECT_FALSE(replace_file(path, "another", 0600));
+    EXPECT_EQ(read_file(path), "secret");
 }
 
 TEST_F(Files, WhoKeepsTheNewFileFromBeingMadeHasNothingWritten) {
@@ -168,6 +194,69 @@ TEST_F(Files, WhoKeepsTheNewFileFromBeingMadeHasNothingWritten) {
     EXPECT_EQ(errno, EEXIST);
     EXPECT_EQ(read_file(kPath), "planted");
 }
+
+TEST_F(Files, OneCharacterIsAText) {
+    EXPECT_TRUE(replace_file(kPath, "x", 0600));
+    EXPECT_EQ(read_file(kPath), "x");
+}
+
+TEST_F(Files, AFileOfTheCurrentFolderIsReplacedDurably) {
+    ASSERT_EQ(chdir("/tmp/files"), 0);
+    EXPECT_TRUE(replace_file("file", "new", 0600));
+    EXPECT_EQ(intercept::synced(), (Texts{"/tmp/files/file.veloagent-new", "/tmp/files"}));
+    ASSERT_EQ(chdir("/tmp"), 0);
+}
+
+TEST_F(Files, TheErrorThatIsLeftIsTheFirst) {
+    intercept::refuse_next("fsync");
+    intercept::on_sync([](const std::string &path) { unlink(path.c_str()); });  // its removal fails too
+    EXPECT_FALSE(replace_file(kPath, "new", 0600));
+    EXPECT_EQ(errno, EIO);
+}
+
+// --- A file that is to be like another one.
+
+struct LikeRow {
+    const char *name;
+    const char *refused;   // a call that fails
+    uid_t owner, group;    // of the old one
+    mode_t mode;
+    bool in_place;         // what becomes of it: written in place, and the old one's still
+};
+
+class LikeTheOldOne : public Files, public testing::WithParamInterface<LikeRow> {};
+
+TEST_P(LikeTheOldOne, IsTheNewOne) {
+    const LikeRow &row = GetParam();
+    write_file(kPath, "old");
+    if (chown(kPath, row.owner, row.group) != 0) GTEST_SKIP() << "there is nobody else in this view";
+    chmod(kPath, row.mode);
+    struct stat old {}, now {};
+    ASSERT_EQ(stat(kPath, &old), 0);
+    if (*row.refused != '\0') intercept::refuse_next(row.refused);
+    EXPECT_TRUE(replace_file(kPath, "new", 0600, &old));
+    EXPECT_EQ(read_file(kPath), "new");
+    ASSERT_EQ(stat(kPath, &now), 0);
+    EXPECT_EQ(now.st_ino == old.st_ino, row.in_place);
+    EXPECT_EQ(now.st_uid, row.owner);
+    EXPECT_EQ(now.st_gid, row.group);
+    EXPECT_EQ(now.st_mode & 07777, row.mode);
+    EXPECT_EQ(*row.refused != '\0' && intercept::still_refuses(row.refused), false);
+    EXPECT_EQ(files_in_folder(), 2u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Rows, LikeTheOldOne,
+    testing::Values(
+        LikeRow{.name = "ours", .refused = "", .owner = 0, .group = 0, .mode = 0640, .in_place = false},
+        LikeRow{.name = "beyond the mask", .refused = "", .owner = 0, .group = 0, .mode = 0666, .in_place = false},
+        LikeRow{.name = "somebody elses", .refused = "", .owner = 12, .group = 34, .mode = 0600, .in_place = false},
+        LikeRow{.name = "another groups", .refused = "", .owner = 0, .group = 34, .mode = 0640, .in_place = false},
+        LikeRow{.name = "another owners", .refused = "", .owner = 12, .group = 0, .mode = 06755, .in_place = false},
+        LikeRow{.name = "unknown", .refused = "fstat", .owner = 0, .group = 0, .mode = 0600, .in_place = true},
+        LikeRow{.name = "not to be given away", .refused = "fchown", .owner = 12, .group = 34, .mode = 0600, .in_place = true},
+        LikeRow{.name = "not to be opened", .refused = "fchmod", .owner = 0, .group = 0, .mode = 0666, .in_place = true}),
+    by_name);
 
 TEST_F(Files, AMissingFolderIsAFailureThatSaysWhy) {
     EXPECT_FALSE(replace_file("/tmp/files/none/file", "new", 0644));

@@ -20,6 +20,8 @@ INSTANTIATE_TEST_SUITE_P(
     Row, FindXmlValue,
     testing::Values(
         ValueRow{.name = "Element", .text = "<a>1</a>", .tag = "a", .value = "1"},
+        ValueRow{.name = "OneLetter", .text = "<f>1</f>", .tag = "f", .value = "1"},
+        ValueRow{.name = "AnyLetters", .text = "<AUDIO>7</AUDIO>", .tag = "AUDIO", .value = "7"},
         ValueRow{.name = "Empty", .text = "<FWVER></FWVER>", .tag = "FWVER", .value = ""},
         ValueRow{.name = "FirstOnly", .text = "<a>1</a><a>2</a>", .tag = "a", .value = "1"},
         ValueRow{.name = "Nested", .text = "<A><A>x</A></A>", .tag = "A", .value = "<A>x"},

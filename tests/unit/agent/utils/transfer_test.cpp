@@ -152,6 +152,32 @@ TEST_F(NewTransfer, KeepsOneHandleHoweverManyWereNeededAtOnce) {
     }
 }
 
+TEST_F(NewTransfer, LeavesNoLimitToTheNext) {
+    (void)new_transfer({.url = url("/x"), .connect_seconds = 5, .whole_seconds = 6});
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_CONNECTTIMEOUT), 5);
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_TIMEOUT), 6);
+    (void)new_transfer({url("/x")});
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_CONNECTTIMEOUT), 0);
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_TIMEOUT), 0);
+}
+
+// What a handle was not told it would not be told for the next request either.
+TEST_F(NewTransfer, IsNullWhereAHandleHasNoMemoryForAText) {
+    const Request request = {.url = url("/x"), .cookie = "Session=1", .https_redirects_only = true};
+    (void)new_transfer(request);
+    int refused = 0;
+    for (;; refused++) {
+        intercept::refuse_next("curl_easy_setopt", refused);
+        const Transfer transfer = new_transfer(request);
+        if (intercept::still_refuses("curl_easy_setopt")) break;
+        EXPECT_EQ(transfer, nullptr) << refused;
+        intercept::reset();
+        (void)new_transfer(request);
+        EXPECT_EQ(intercept::transfers(), 1) << "a new handle after " << refused;
+    }
+    EXPECT_EQ(refused, 6);
+}
+
 struct OwnHandleRow {
     const char *name;
     const char *url;
