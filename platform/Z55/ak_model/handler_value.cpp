@@ -25,7 +25,6 @@ char *new_handler_value(char **value) {
 
 int set_handler_value(char *buffer, std::string_view text) {
     if (buffer == nullptr) return kFailureLength;
-    std::memset(buffer, 0, kValueSize);
     copy_text(buffer, kValueSize, text);
     return static_cast<int>(std::strlen(buffer));
 }

@@ -29,10 +29,8 @@ class Descriptor {
     operator int() const {
         return number_;
     }
-    int release() {
-        const int number = number_;
+    void release() {
         number_ = -1;
-        return number;
     }
 
   private:
