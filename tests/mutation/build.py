@@ -79,13 +79,12 @@ class Tree:
         words = shlex.split(line[line.index("&& ") + 3:line.rindex(" && :")])
         # Vendor libraries are looked for beside the program that is replaced.
         words = [w.replace("\\$ORIGIN", RELEASE) for w in words if not w.startswith("-flto")]
-        for i, word in enumerate(words):
-            inside = re.fullmatch(r"platform/Z55/CMakeFiles/\w+\.dir/(.*)\.o", word)
-            if inside:
-                words[i] = self.object_of(PRODUCT + inside.group(1))
+        inside = {word: re.fullmatch(r"platform/Z55/CMakeFiles/\w+\.dir/(.*)\.o", word) for word in words}
+        ours = [self.object_of(PRODUCT + inside[word].group(1)) for word in words if inside[word]]
         path = os.path.join(self.folder, os.path.basename(target))
         words[words.index("-o") + 1] = path
-        done = run(words + [switch_object()], cwd=RELEASE)
+        # Of what a header defines, the first one found is everybody's: it shall not be that of the tests.
+        done = run(words[:1] + ours + [word for word in words[1:] if not inside[word]] + [switch_object()], cwd=RELEASE)
         return path if done.returncode == 0 else None
 
 

@@ -232,6 +232,8 @@ class Finder:
             children = [c for c in children if c.location.file is not None and c.location.file.name == self.path]
         if kind == K.STATIC_ASSERT:
             fixed = True
+        if fixed and kind == K.CALL_EXPR and cursor.spelling == "size":
+            return  # of an array: whatever is in it
         if fixed and kind == K.DECL_REF_EXPR:
             self.needed.add(cursor.spelling)
         if kind in FUNCTIONS:

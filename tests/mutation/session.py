@@ -16,7 +16,7 @@ from results import Results, digest, digest_of_tests
 
 MOST_TRIED = 40  # cases of the unit tests for one mutant, the likeliest first
 MOST_LISTED = 8  # for one that nobody is said to notice
-MOST_LOOKS = 200, 8  # and for one that those do not notice: of the unit tests, of the system tests
+MOST_LOOKS = 200, 40  # and for one that those do not notice: of the unit tests, of the system tests
 MOST_IN_A_FILE = 1000  # mutants
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
@@ -140,7 +140,7 @@ class Chooser:
     def __init__(self, finders, mutants, cases, numbers):
         self.finders, self.mutants, self.cases = finders, mutants, cases
         self.users = {}
-        self.in_file, self.of_number, self.cost, self.lately = {}, {}, {}, {}
+        self.in_file, self.of_number, self.cost, self.lately, self.naming_texts = {}, {}, {}, {}, {}
         for mutant in mutants:
             self.in_file.setdefault(mutant.file, set()).add(mutant.number)
         # Tables and constants are set before any case begins: all come by those.
@@ -175,12 +175,27 @@ class Chooser:
             self.users[names[0]] = {m.number for m in self.mutants if any((m.file, m.line + d) in lines for d in (-2, -1, 0, 1, 2))}
         return self.users[names[0]] - self.at_start
 
+    def knows(self, name):
+        """Whether a case comes by the source."""
+        return any(name == other for _, other in self.cost) or bool(self.in_file.get(name, set()) & self.at_start)
+
+    def naming(self, mutant):
+        """The cases of the test sources that name the variable whose first value this is."""
+        declared = re.findall(rb"\b(\w+)(?:\[\w*\])?(?: =|\{)", self.finders[mutant.file].text[:mutant.offset])
+        word = re.compile(rb"\b%s\b" % declared[-1]) if declared else None
+        for case in self.cases if word else []:
+            name = self.tests_of[case.program, case.name]
+            if name not in self.naming_texts:
+                with open(os.path.join(ROOT, "tests/unit", name), "rb") as file:
+                    self.naming_texts[name] = file.read()
+        return [c for c in self.cases if word and word.search(self.naming_texts[self.tests_of[c.program, c.name]])]
+
     def tried_on(self, mutant):
         """All cases that may notice it, the likeliest first. Nobody knows who comes by a mutant that needs a build of its own."""
         names, found, users = [mutant.file], self.of_number.get(mutant.number), set()
         if found is None and mutant.number not in self.switched_only:
             names, users = self.readers[mutant.file], self.users_of(mutant)
-            found = [c for c in self.cases if any((id(c), n) in self.cost for n in names)]
+            found = [c for c in self.cases if any((id(c), n) in self.cost for n in names)] or self.naming(mutant) or self.cases
         lately = self.lately.get(mutant.file, [])
         words = [w.lower() for text in re.findall(r'"([^"]*)"', mutant.shown) for w in re.findall(r"[A-Za-z]{4,}", text)]
 
@@ -225,10 +240,13 @@ def notices(case, mutated, usual):
     return ""
 
 
-def try_switched(mutant, chooser, most, hint=""):
-    """Who notices it; "" for nobody. `hint`: the name of the case to be tried first."""
-    cases = chooser.tried_on(mutant)
+def try_switched(mutant, chooser, most, hint="", but=(), tried=None):
+    """Who notices it; "" for nobody. `hint`: the name of the case to be tried first; `but`: those that have been; `tried` gets
+    those that are."""
+    cases = [c for c in chooser.tried_on(mutant) if c.name not in but]
     for case in sorted(cases[:most] + [c for c in cases[most:] if c.name == hint], key=lambda c: c.name != hint):
+        if tried is not None:
+            tried.add(case.name)
         how = notices(case, {"MUTANT": str(mutant.number)}, {"MUTANT": "-1"})
         if how == "failed":
             chooser.noticed(mutant, case)
@@ -261,6 +279,7 @@ class Session:
         self.results = {name: Results(name, tests) for name in self.finders}
         self.listed, self.unknown = equivalents.match(self.mutants)
         self.log_lock = threading.Lock()
+        self.tried = {}  # by the mutant's number: the names of the cases that did not notice it
 
     def start(self, wanted=None):
         """Builds and measures. `wanted`: the numbers of the only mutants that are to be tried; None: all."""
@@ -301,7 +320,8 @@ class Session:
 
         def one(mutant):
             most = MOST_LISTED if mutant.number in self.listed else MOST_TRIED
-            self.settle(mutant, try_switched(mutant, self.chooser, most, self.results[mutant.file].hint(mutant)))
+            tried = self.tried[mutant.number] = set()
+            self.settle(mutant, try_switched(mutant, self.chooser, most, self.results[mutant.file].hint(mutant), tried=tried))
             progress.step(f", {mutant.file}")
 
         with ThreadPoolExecutor(self.jobs) as pool:
@@ -309,15 +329,17 @@ class Session:
         self.try_alone([m for m in mutants if m.number not in self.numbers])
 
     def look_again(self, mutants):
-        """What the likeliest cases left: with more of the unit tests, and with the system tests."""
+        """What the likeliest cases left: with more of the unit tests; with the system tests where no unit test has the source."""
         left = [m for m in mutants if m.number in self.numbers and m.number not in self.listed and self.result_of(m) == "survived"
                 and self.results[m.file].of(m)["by"] == ""]
-        cases = system_cases(self.tree, 1 + self.mutants[-1].number, self.jobs) if left else []
+        started = [m for m in left if not self.chooser.knows(m.file)]
+        cases = system_cases(self.tree, 1 + self.mutants[-1].number, self.jobs) if started else []
         system = Chooser(self.finders, self.mutants, cases, self.numbers)
         progress = Progress("looking again", len(left))
 
         def one(mutant):
-            by = try_switched(mutant, self.chooser, MOST_LOOKS[0]) or try_switched(mutant, system, MOST_LOOKS[1])
+            chooser, most = (self.chooser, MOST_LOOKS[0]) if self.chooser.knows(mutant.file) else (system, MOST_LOOKS[1])
+            by = try_switched(mutant, chooser, most, but=self.tried.get(mutant.number, ()))
             self.results[mutant.file].put(mutant, "noticed" if by else "survived", by or "nobody")
             progress.step(f", {mutant.file}")
 

@@ -215,7 +215,6 @@ void *start_curl_thread(void *) {
 }
 
 void curl_worker_missing() {
-    init_once();
     const std::lock_guard<std::mutex> lock(queue_lock);
     worker = Worker::missing;
     fail_waiting_jobs();

@@ -66,35 +66,33 @@ std::optional<std::string> lullaby_document(int operation, int param) {
     return std::string();
 }
 
-int control_lullaby(int operation, int param) {
+void control_lullaby(int operation, int param) {
     std::printf("!!!***%s %d ***!!!\n ***** sound operation*****\n", kModelSource, __LINE__);
     if (!get_status("LullabyMode")) {
         std::fprintf(stderr, "local_response is null:  (%s, %d)\n", kModelSource, __LINE__);
-        return -1;
+        return;
     }
-    const auto document = lullaby_document(operation, param);
-    if (!document) return -1;
-    return post_remote_control(*document) == 1 ? 1 : -1;
+    if (const auto document = lullaby_document(operation, param)) (void)post_remote_control(*document);
 }
 
-int set_night_light(int, int param) {
+void set_night_light(int, int param) {
     std::printf("!!!***%s %d ***!!!\n **********\n", kModelSource, __LINE__);
     const std::string setting = std::to_string(param);
     const std::string document =
         "<RemoteControl><Action>NIGHT_LIGHT</Action><Setting>" + setting + "</Setting></RemoteControl>";
     const int length = static_cast<int>(setting.size()) + kNightLightFixedLength;
-    return post_remote_control(document, length) == 0 ? 0 : -1;
+    (void)post_remote_control(document, length);
 }
 
-int change_resolution(int, int param) {
+void change_resolution(int, int param) {
     start_resolution_change(param);
-    return 0;
 }
 
+// What comes of it is not told to the cloud.
 struct Command {
     int number;
     const char *text;  // the line that a direction command prints; it does nothing else
-    int (*run)(int command, int param);
+    void (*run)(int command, int param);
 };
 
 // There is no 3: the numbering is the cloud's.

@@ -1,5 +1,6 @@
 #include "ak_model/reserve_file.h"
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,6 +49,24 @@ TEST_F(Reserve, IsMadeByDd) {
     EXPECT_EQ(fake_os::shell_commands(), Texts{kFill});
     EXPECT_EQ(fake_os::shell_limits(), std::vector{600}) << "a slow card takes its time";
     EXPECT_TRUE(file_exists(kReserve));
+}
+
+TEST_F(Reserve, IsAsOpenAsTheMaskAllowsAndNotKeptOpen) {
+    const auto next_descriptor = [] {
+        const int descriptor = open("/dev/null", O_RDONLY);
+        close(descriptor);
+        return descriptor;
+    };
+    log_of_making(0);  // what prints may open a file of its own
+    unlink(kReserve);
+    const int before = next_descriptor();
+    const mode_t mask = umask(0);
+    log_of_making(0);
+    umask(mask);
+    EXPECT_EQ(next_descriptor(), before);
+    struct stat made {};
+    ASSERT_EQ(stat(kReserve, &made), 0);
+    EXPECT_EQ(made.st_mode & 07777, 0666u);
 }
 
 TEST_F(Reserve, ThatExistsIsLeftAlone) {

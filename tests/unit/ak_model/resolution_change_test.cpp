@@ -291,7 +291,8 @@ TEST_F(ResolutionChange, TheLastSelectionWins) {
 
 TEST_F(ResolutionChange, ThatGetsNoThreadChangesOnlyTheSelection) {
     intercept::refuse_next("pthread_create");
-    const pthread_t before = resolutionChange_t;
+    const pthread_t before = pthread_self();
+    resolutionChange_t = before;
     const Outcome outcome = outcome_of([] { return ptz_direction_control(45, 2); });
     EXPECT_EQ(outcome.result, 0);
     EXPECT_NE(outcome.log.find("no thread for a resolution change: Resource temporarily unavailable\n"),

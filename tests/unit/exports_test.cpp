@@ -1,0 +1,29 @@
+// What the SDK finds in the exported variables before anything of the agent has run.
+#include "exports.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// Read before main: tests change them.
+struct FirstValues {
+    int res = ::res, video_recording = ::video_recording, resolution_type = gResolutionType;
+    int ntp_fail = NTP_FAIL, ota_enable = ::ota_enable, frame_flag = get_frame_callback_flag;
+    bool sdk = mipc_api != nullptr, response = ::response != nullptr;
+    char texts[6] = {hostIP[0], device[0], stream[0], password[0], cookie[0], post_fields[0]};
+};
+const FirstValues first;
+
+TEST(Exports, AreAsTheSdkExpectsThemAtTheStart) {
+    EXPECT_EQ(first.res, 0);
+    EXPECT_EQ(first.video_recording, 0);
+    EXPECT_EQ(first.resolution_type, 1);
+    EXPECT_EQ(first.ntp_fail, 0);
+    EXPECT_EQ(first.ota_enable, 0);
+    EXPECT_EQ(first.frame_flag, 0);
+    EXPECT_FALSE(first.sdk);
+    EXPECT_FALSE(first.response);
+    for (const char text : first.texts) EXPECT_EQ(text, '\0');
+}
+
+}  // namespace
