@@ -16,7 +16,7 @@ from results import Results, digest, digest_of_tests
 
 MOST_TRIED = 40  # cases of the unit tests for one mutant, the likeliest first
 MOST_LISTED = 8  # for one that nobody is said to notice
-MOST_LOOKS = 200, 40  # and for one that those do not notice: of the unit tests, of the system tests
+MOST_LOOKS = 120, 40  # and for one that those do not notice: of the unit tests, of the system tests
 MOST_IN_A_FILE = 1000  # mutants
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
@@ -326,7 +326,6 @@ class Session:
 
         with ThreadPoolExecutor(self.jobs) as pool:
             list(pool.map(one, switched))
-        self.try_alone([m for m in mutants if m.number not in self.numbers])
 
     def look_again(self, mutants):
         """What the likeliest cases left: with more of the unit tests; with the system tests where no unit test has the source."""
@@ -347,6 +346,7 @@ class Session:
             list(pool.map(one, left))
 
     def try_alone(self, mutants):
+        mutants = [m for m in mutants if m.number not in self.numbers]
         progress = Progress("building and trying one by one", len(mutants))
         alone = Alone(self.finders, self)
         for mutant in mutants:

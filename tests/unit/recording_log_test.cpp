@@ -222,12 +222,25 @@ INSTANTIATE_TEST_SUITE_P(
                             kWhole},
                     TornRow{"all but the end of the longest line", kWhole + kLongestPiece, kWhole},
                     TornRow{"a piece of the first line", "2023", ""},
+                    TornRow{"a first line of one byte", "2", ""},
+                    TornRow{"the lowest digit", kWhole + "0", kWhole},
+                    TornRow{"the highest digit", kWhole + "9", kWhole},
+                    TornRow{"what stands before the digits", kWhole + "/1", kWhole + "/1"},
+                    TornRow{"what stands behind the digits", kWhole + ":1", kWhole + ":1"},
                     TornRow{"zeros for a second line", kWhole + std::string(28, '\0'), kWhole},
                     TornRow{"zeros for the longest line", kWhole + std::string(64, '\0'), kWhole},
                     TornRow{"zeros for the first line", std::string(64, '\0'), ""},
                     TornRow{"what is too long for a line", std::string(66, '1'), std::string(66, '1')},
                     TornRow{"the X of a cancelled one", kWhole + "X", kWhole + "X"}),
     by_name);
+
+TEST_F(RecordingLog, LogThatCannotBeReadIsLeftAsItIs) {
+    newest_video("A");
+    write_file(kLog, kWhole + "2023");
+    intercept::refuse_next("fread");
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_EQ(read_file(kLog), kWhole + "202319700101000001_1_A\n");
+}
 
 TEST_F(RecordingLog, LinkInTheLogsPlaceIsNotFollowed) {
     newest_video("A");

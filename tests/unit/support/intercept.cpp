@@ -3,7 +3,7 @@
 #include <curl/curl.h>
 #include <pthread.h>
 #include <semaphore.h>
-#include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -124,7 +124,9 @@ int __real_sem_init(sem_t *semaphore, int shared, unsigned value);
 int __real_sem_wait(sem_t *semaphore);
 int __real_fsync(int file);
 ssize_t __real_read(int file, void *out, size_t size);
-int __real_fstat(int file, struct stat *out);
+// One of the two, by the C library and how long its file sizes are.
+[[gnu::weak]] int __real_fstat(int file, void *out);
+[[gnu::weak]] int __real_fstat64(int file, void *out);
 int __real_fchown(int file, uid_t owner, gid_t group);
 int __real_fchmod(int file, mode_t mode);
 int __real_close(int file);
@@ -205,8 +207,12 @@ ssize_t __wrap_read(int file, void *out, size_t size) {
     return due("read") ? refused(EIO) : __real_read(file, out, size);
 }
 
-int __wrap_fstat(int file, struct stat *out) {
+int __wrap_fstat(int file, void *out) {
     return due("fstat") ? refused(EIO) : __real_fstat(file, out);
+}
+
+int __wrap_fstat64(int file, void *out) {
+    return due("fstat") ? refused(EIO) : __real_fstat64(file, out);
 }
 
 int __wrap_fchown(int file, uid_t owner, gid_t group) {

@@ -175,11 +175,13 @@ TEST_F(Os, APauseWithinTheSecondEndsWhereTheSecondHasGoneFar) {
 TEST_F(Os, ThePageCacheIsDroppedAfterAllIsWrittenBack) {
     ASSERT_TRUE(std::filesystem::exists("/tmp/.device/drop_caches"));
     std::ofstream(kDropCaches) << "0";
-    const auto descriptors = std::filesystem::directory_iterator("/proc/self/fd");
-    const auto before = std::distance(begin(descriptors), end(descriptors));
+    const auto descriptors = [] {
+        const auto list = std::filesystem::directory_iterator("/proc/self/fd");
+        return std::distance(begin(list), end(list));
+    };
+    const auto before = descriptors();
     drop_page_cache();
-    const auto left = std::filesystem::directory_iterator("/proc/self/fd");
-    EXPECT_EQ(std::distance(begin(left), end(left)), before);
+    EXPECT_EQ(descriptors(), before);
     EXPECT_EQ(syncs, 1);
     EXPECT_EQ(cache_file_at_sync, "0");
     EXPECT_EQ(read_file(kDropCaches), "1");
