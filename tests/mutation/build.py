@@ -80,11 +80,11 @@ class Tree:
         # Vendor libraries are looked for beside the program that is replaced.
         words = [w.replace("\\$ORIGIN", RELEASE) for w in words if not w.startswith("-flto")]
         inside = {word: re.fullmatch(r"platform/Z55/CMakeFiles/\w+\.dir/(.*)\.o", word) for word in words}
-        ours = [self.object_of(PRODUCT + inside[word].group(1)) for word in words if inside[word]]
+        ours = [self.object_of(PRODUCT + inside[word].group(1)) for word in words if inside.get(word)]
         path = os.path.join(self.folder, os.path.basename(target))
         words[words.index("-o") + 1] = path
         # Of what a header defines, the first one found is everybody's: it shall not be that of the tests.
-        done = run(words[:1] + ours + [word for word in words[1:] if not inside[word]] + [switch_object()], cwd=RELEASE)
+        done = run(words[:1] + ours + [word for word in words[1:] if not inside.get(word)] + [switch_object()], cwd=RELEASE)
         return path if done.returncode == 0 else None
 
 

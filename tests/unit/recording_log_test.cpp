@@ -216,22 +216,20 @@ const std::string kLongestPiece = "20231114221320_" + std::string(48, '1');
 
 INSTANTIATE_TEST_SUITE_P(
     Row, TornRecordingLog,
-    testing::Values(TornRow{"whole lines", kWhole + kWhole, kWhole + kWhole},
-                    TornRow{"the first byte of a second line", kWhole + "2", kWhole},
-                    TornRow{"all but the end of a second line", kWhole + "20231114221320_25_A0002.MP4",
-                            kWhole},
-                    TornRow{"all but the end of the longest line", kWhole + kLongestPiece, kWhole},
-                    TornRow{"a piece of the first line", "2023", ""},
-                    TornRow{"a first line of one byte", "2", ""},
-                    TornRow{"the lowest digit", kWhole + "0", kWhole},
-                    TornRow{"the highest digit", kWhole + "9", kWhole},
-                    TornRow{"what stands before the digits", kWhole + "/1", kWhole + "/1"},
-                    TornRow{"what stands behind the digits", kWhole + ":1", kWhole + ":1"},
-                    TornRow{"zeros for a second line", kWhole + std::string(28, '\0'), kWhole},
-                    TornRow{"zeros for the longest line", kWhole + std::string(64, '\0'), kWhole},
-                    TornRow{"zeros for the first line", std::string(64, '\0'), ""},
-                    TornRow{"what is too long for a line", std::string(66, '1'), std::string(66, '1')},
-                    TornRow{"the X of a cancelled one", kWhole + "X", kWhole + "X"}),
+    testing::Values(
+        TornRow{"whole lines", kWhole + kWhole, kWhole + kWhole},
+        TornRow{"the first byte of a second line", kWhole + "2", kWhole},
+        TornRow{"all but the end of a second line", kWhole + "20231114221320_25_A0002.MP4", kWhole},
+        TornRow{"all but the end of the longest line", kWhole + kLongestPiece, kWhole},
+        TornRow{"a piece of the first line", "2023", ""}, TornRow{"a first line of one byte", "2", ""},
+        TornRow{"the lowest digit", kWhole + "0", kWhole}, TornRow{"the highest digit", kWhole + "9", kWhole},
+        TornRow{"what stands before the digits", kWhole + "/1", kWhole + "/1"},
+        TornRow{"what stands behind the digits", kWhole + ":1", kWhole + ":1"},
+        TornRow{"zeros for a second line", kWhole + std::string(28, '\0'), kWhole},
+        TornRow{"zeros for the longest line", kWhole + std::string(64, '\0'), kWhole},
+        TornRow{"zeros for the first line", std::string(64, '\0'), ""},
+        TornRow{"what is too long for a line", std::string(66, '1'), std::string(66, '1')},
+        TornRow{"the X of a cancelled one", kWhole + "X", kWhole + "X"}),
     by_name);
 
 TEST_F(RecordingLog, LogThatCannotBeReadIsLeftAsItIs) {

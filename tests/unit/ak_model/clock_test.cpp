@@ -253,7 +253,8 @@ TEST_F(ClockThread, SynchronisesOnItsPeriod) {
 TEST_F(ClockThread, SendsThroughTheQueue) {
     std::string log;
     errors_of([&] {
-        log = output_of([] { fake_os::run_until_pause(1, [] { NTP_poll(reinterpret_cast<void *>(key_654)); }); });
+        log = output_of(
+            [] { fake_os::run_until_pause(1, [] { NTP_poll(reinterpret_cast<void *>(key_654)); }); });
     });
     EXPECT_NE(log.find("curlmgr: performing curl, name = perform_NTP... \n"), std::string::npos) << log;
 }

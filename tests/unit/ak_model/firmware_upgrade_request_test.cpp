@@ -122,7 +122,8 @@ TEST_F(UpgradeRequest, EachFetchHasSixTries) {
 
 // A value of that text is what a device says that could not ask its camera.
 TEST_F(UpgradeRequest, AnErrorForAValueIsAskedForAgain) {
-    camera_answers({{kVersion, {element("NewFirmwareVersion", "ERROR"), element("NewFirmwareVersion", "1.0.4")}}});
+    camera_answers(
+        {{kVersion, {element("NewFirmwareVersion", "ERROR"), element("NewFirmwareVersion", "1.0.4")}}});
     EXPECT_NE(log_of_started_request().find("debug , firmware_newver = 1.0.4,"), std::string::npos);
     const Texts seen = commands(camera);
     EXPECT_EQ(std::count(seen.begin(), seen.end(), kVersion), 2);

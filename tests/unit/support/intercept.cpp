@@ -245,7 +245,8 @@ CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {
             if (option == CURLOPT_CONNECTTIMEOUT && number > 0) s.connect_timeouts.push_back(number);
         });
     }
-    const bool text = option >= CURLOPTTYPE_OBJECTPOINT && option < CURLOPTTYPE_FUNCTIONPOINT && value != nullptr;
+    const bool text =
+        option >= CURLOPTTYPE_OBJECTPOINT && option < CURLOPTTYPE_FUNCTIONPOINT && value != nullptr;
     if (text && due("curl_easy_setopt")) return CURLE_OUT_OF_MEMORY;
     return __real_curl_easy_setopt(handle, option, value);
 }

@@ -12,9 +12,10 @@
 namespace intercept {
 
 // The next call of `function` fails: pthread_attr_init, pthread_attr_setdetachstate, pthread_create (each
-// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR), fsync, read, fstat, fchown, fchmod
-// (-1, errno EIO), close (the same, though it closes), curl_easy_init, malloc, calloc, realloc (null), fread (0)
-// or curl_easy_setopt of a text (CURLE_OUT_OF_MEMORY). `after` calls go well before it.
+// returns EAGAIN), sem_init (-1, errno ENOSPC), sem_wait (-1, errno EINTR), fsync, read, fstat, fchown,
+// fchmod
+// (-1, errno EIO), close (the same, though it closes), curl_easy_init, malloc, calloc, realloc (null), fread
+// (0) or curl_easy_setopt of a text (CURLE_OUT_OF_MEMORY). `after` calls go well before it.
 void refuse_next(const std::string &function, int after = 0);
 
 // The next read fails with EINTR.

@@ -218,10 +218,10 @@ TEST_F(Files, TheErrorThatIsLeftIsTheFirst) {
 
 struct LikeRow {
     const char *name;
-    const char *refused;   // a call that fails
-    uid_t owner, group;    // of the old one
+    const char *refused;  // a call that fails
+    uid_t owner, group;   // of the old one
     mode_t mode;
-    bool in_place;         // what becomes of it: written in place, and the old one's still
+    bool in_place;  // what becomes of it: written in place, and the old one's still
 };
 
 class LikeTheOldOne : public Files, public testing::WithParamInterface<LikeRow> {};
@@ -231,7 +231,8 @@ TEST_P(LikeTheOldOne, IsTheNewOne) {
     write_file(kPath, "old");
     if (chown(kPath, row.owner, row.group) != 0) GTEST_SKIP() << "there is nobody else in this view";
     chmod(kPath, row.mode);
-    struct stat old {}, now {};
+    struct stat old {
+    }, now{};
     ASSERT_EQ(stat(kPath, &old), 0);
     if (*row.refused != '\0') intercept::refuse_next(row.refused);
     EXPECT_TRUE(replace_file(kPath, "new", 0600, &old));
@@ -249,13 +250,44 @@ INSTANTIATE_TEST_SUITE_P(
     Rows, LikeTheOldOne,
     testing::Values(
         LikeRow{.name = "ours", .refused = "", .owner = 0, .group = 0, .mode = 0640, .in_place = false},
-        LikeRow{.name = "beyond the mask", .refused = "", .owner = 0, .group = 0, .mode = 0666, .in_place = false},
-        LikeRow{.name = "somebody elses", .refused = "", .owner = 12, .group = 34, .mode = 0600, .in_place = false},
-        LikeRow{.name = "another groups", .refused = "", .owner = 0, .group = 34, .mode = 0640, .in_place = false},
-        LikeRow{.name = "another owners", .refused = "", .owner = 12, .group = 0, .mode = 06755, .in_place = false},
-        LikeRow{.name = "unknown", .refused = "fstat", .owner = 0, .group = 0, .mode = 0600, .in_place = true},
-        LikeRow{.name = "not to be given away", .refused = "fchown", .owner = 12, .group = 34, .mode = 0600, .in_place = true},
-        LikeRow{.name = "not to be opened", .refused = "fchmod", .owner = 0, .group = 0, .mode = 0666, .in_place = true}),
+        LikeRow{.name = "beyond the mask",
+                .refused = "",
+                .owner = 0,
+                .group = 0,
+                .mode = 0666,
+                .in_place = false},
+        LikeRow{.name = "somebody elses",
+                .refused = "",
+                .owner = 12,
+                .group = 34,
+                .mode = 0600,
+                .in_place = false},
+        LikeRow{.name = "another groups",
+                .refused = "",
+                .owner = 0,
+                .group = 34,
+                .mode = 0640,
+                .in_place = false},
+        LikeRow{.name = "another owners",
+                .refused = "",
+                .owner = 12,
+                .group = 0,
+                .mode = 06755,
+                .in_place = false},
+        LikeRow{
+            .name = "unknown", .refused = "fstat", .owner = 0, .group = 0, .mode = 0600, .in_place = true},
+        LikeRow{.name = "not to be given away",
+                .refused = "fchown",
+                .owner = 12,
+                .group = 34,
+                .mode = 0600,
+                .in_place = true},
+        LikeRow{.name = "not to be opened",
+                .refused = "fchmod",
+                .owner = 0,
+                .group = 0,
+                .mode = 0666,
+                .in_place = true}),
     by_name);
 
 TEST_F(Files, AMissingFolderIsAFailureThatSaysWhy) {

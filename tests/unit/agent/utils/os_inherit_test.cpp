@@ -380,10 +380,7 @@ class RebootToolOn : public RebootTool, public testing::WithParamInterface<Kerne
 
 TEST_P(RebootToolOn, InheritsNoDescriptorAbove2) {
     install_shell("ls -l /proc/$$/fd > /tmp/os_test\n");
-    EXPECT_EQ(replaced([] {
-                  hold_descriptors();
-              }),
-              0);
+    EXPECT_EQ(replaced([] { hold_descriptors(); }), 0);
     const std::string list = read_file(kFile);
     EXPECT_NE(list.find(" 2 -> "), std::string::npos) << list;
     EXPECT_EQ(list.find("/dev/zero"), std::string::npos) << list;
@@ -398,11 +395,12 @@ TEST_P(RebootToolOn, AndSoDoesACommand) {
               "0\n1\n2\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, RebootToolOn,
-                         testing::Values(KernelRow{.name = "Kernel", .old = false, .descriptors = 100},
-                                         KernelRow{.name = "OldKernel", .old = true, .descriptors = 1024},
-                                         KernelRow{.name = "OldKernelFewDescriptors", .old = true, .descriptors = 251}),
-                         by_name);
+INSTANTIATE_TEST_SUITE_P(
+    Rows, RebootToolOn,
+    testing::Values(KernelRow{.name = "Kernel", .old = false, .descriptors = 100},
+                    KernelRow{.name = "OldKernel", .old = true, .descriptors = 1024},
+                    KernelRow{.name = "OldKernelFewDescriptors", .old = true, .descriptors = 251}),
+    by_name);
 
 TEST_F(RebootTool, LosesNoLogLine) {
     install_shell("exit 0\n");

@@ -376,7 +376,7 @@ TEST_F(Shell, AGrandchildThatKeepsTheOutputIsEndedAfterAMinute) {
 struct LimitRow {
     const char *name;
     int seconds;
-    int slowness;            // halves of a pause's length that it takes
+    int slowness;             // halves of a pause's length that it takes
     std::int64_t kill_after;  // milliseconds
 };
 
@@ -394,11 +394,12 @@ TEST_P(LimitOf, ACommandIsOver) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, LimitOf,
-    testing::Values(LimitRow{.name = "pauses of their length", .seconds = 10, .slowness = 2, .kill_after = 10'005},
-                    LimitRow{.name = "a minute", .seconds = 60, .slowness = 2, .kill_after = 60'005},
-                    LimitRow{.name = "pauses that end early", .seconds = 10, .slowness = 1, .kill_after = 5'002},
-                    LimitRow{.name = "pauses twice as long", .seconds = 10, .slowness = 4, .kill_after = 10'010},
-                    LimitRow{.name = "pauses four times as long", .seconds = 10, .slowness = 8, .kill_after = 20'020}),
+    testing::Values(
+        LimitRow{.name = "pauses of their length", .seconds = 10, .slowness = 2, .kill_after = 10'005},
+        LimitRow{.name = "a minute", .seconds = 60, .slowness = 2, .kill_after = 60'005},
+        LimitRow{.name = "pauses that end early", .seconds = 10, .slowness = 1, .kill_after = 5'002},
+        LimitRow{.name = "pauses twice as long", .seconds = 10, .slowness = 4, .kill_after = 10'010},
+        LimitRow{.name = "pauses four times as long", .seconds = 10, .slowness = 8, .kill_after = 20'020}),
     by_name);
 
 TEST_F(Shell, AnAnswerIsWaitedForAMinute) {

@@ -174,7 +174,8 @@ TEST_F(WantedThreads, AreEachStartedOnceWhereSeveralAreMissing) {
 
 // There are places for four that are tried again.
 TEST_F(WantedThreads, MoreThanTheAgentHasAreStartedToo) {
-    for (const int result : {start<1>(), start<2>(), start<3>(), start<4>(), start<5>()}) EXPECT_EQ(result, 0);
+    for (const int result : {start<1>(), start<2>(), start<3>(), start<4>(), start<5>()})
+        EXPECT_EQ(result, 0);
     EXPECT_TRUE(ran<5>(1));
     intercept::refuse_next("pthread_create");
     errors_of([] { EXPECT_EQ(start<5>(), -1); });
