@@ -153,6 +153,7 @@ class Chooser:
                     self.cost[id(case), name] = (case.seconds + 0.02) / (common / len(seen) + 0.02)
             for number in seen:
                 self.of_number.setdefault(number, []).append(case)
+        self.known = {name for _, name in self.cost}
         self.switched_only = numbers - self.at_start  # who does not come by these cannot notice them
         self.tests_of = {(p, name): file.split("tests/unit/")[-1] for p in {c.program for c in cases} for name, file in listed(p)}
         self.readers = {name: self.readers_of(name) for name in finders}
@@ -177,7 +178,7 @@ class Chooser:
 
     def knows(self, name):
         """Whether a case comes by the source."""
-        return any(name == other for _, other in self.cost) or bool(self.in_file.get(name, set()) & self.at_start)
+        return name in self.known or bool(self.in_file.get(name, set()) & self.at_start)
 
     def naming(self, mutant):
         """The cases of the test sources that name the variable whose first value this is."""
@@ -319,7 +320,7 @@ class Session:
         progress = Progress("trying", len(switched))
 
         def one(mutant):
-            most = MOST_LISTED if mutant.number in self.listed else MOST_TRIED
+            most = MOST_LISTED if mutant.number in self.listed else MOST_TRIED if self.chooser.knows(mutant.file) else 0
             tried = self.tried[mutant.number] = set()
             self.settle(mutant, try_switched(mutant, self.chooser, most, self.results[mutant.file].hint(mutant), tried=tried))
             progress.step(f", {mutant.file}")
@@ -331,6 +332,7 @@ class Session:
         """What the likeliest cases left: with more of the unit tests; with the system tests where no unit test has the source."""
         left = [m for m in mutants if m.number in self.numbers and m.number not in self.listed and self.result_of(m) == "survived"
                 and self.results[m.file].of(m)["by"] == ""]
+        left.sort(key=lambda m: not self.chooser.knows(m.file))
         started = [m for m in left if not self.chooser.knows(m.file)]
         cases = system_cases(self.tree, 1 + self.mutants[-1].number, self.jobs) if started else []
         system = Chooser(self.finders, self.mutants, cases, self.numbers)
