@@ -35,26 +35,35 @@ TEST(Queue, AStormOfSixteenThreadsIsServedOneByOneAndEachGetsItsOwnAnswer) {
     desk.camera("DELETE", "/requests");
 
     std::atomic<int> wrong{0}, answers{0};
-    std::vector<std::thread> threads;
-    for (size_t i = 0; i < 16; i++) {
-        threads.emplace_back([&, i] {
-            const auto &[name, what, value] = calls[i % calls.size()];
-            const json results =
-                desk.sdk("POST", "/call", {{"name", name}, {"args", {what}}, {"repeat", 12}});
-            for (const json &result : results["results"]) {
-                answers++;
-                if (result["value"] != value) wrong++;
-            }
+    const auto storm = [&] {
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < 16; i++) {
+            threads.emplace_back([&, i] {
+                const auto &[name, what, value] = calls[i % calls.size()];
+                const json results =
+                    desk.sdk("POST", "/call", {{"name", name}, {"args", {what}}, {"repeat", 12}});
+                for (const json &result : results["results"]) {
+                    answers++;
+                    if (result["value"] != value) wrong++;
+                }
+            });
+        }
+        for (std::thread &thread : threads) thread.join();
+    };
+    const auto polls = [&] {
+        const auto requests = desk.requests("CameraStatus");
+        return std::count_if(requests.begin(), requests.end(), [](const json &request) {
+            return request["target"].get<std::string>().find("Notification") != std::string::npos;
         });
-    }
-    for (std::thread &thread : threads) thread.join();
-    EXPECT_EQ(answers, 16 * 12);
+    };
+    int storms = 0;
+    do {  // on a busy machine the df of a poll may last for a storm
+        storm();
+    } while (++storms < 50 && polls() == 0);
+    EXPECT_GT(polls(), 0) << "polling went on";
+    EXPECT_EQ(answers, storms * 16 * 12);
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(desk.camera_state()["max_concurrent"], 1);
-    size_t polls = 0;
-    for (const json &request : desk.requests("CameraStatus"))
-        polls += request["target"].get<std::string>().find("Notification") != std::string::npos;
-    EXPECT_GT(polls, 0u) << "polling went on";
     desk.wait_for_cycles(2);
     expect_same_size(desk, before);
 }

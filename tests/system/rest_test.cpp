@@ -76,8 +76,7 @@ double granted(const std::map<std::string, double> &rows, double seconds) {
 TEST(Rest, WakesUpForThePeriodsThatAreListedAndForNothingElse) {
     if (somebody_else_counts()) GTEST_SKIP();
     DeskOptions options;
-    options.speed = kSpeed;
-    options.keeps_speed = true;
+    options.speed = options.least_speed = kSpeed;
     options.conf = {{"POLL_STATUS_PERIOD_SEC", "10"}, {"SDCARD_ARMED", "0"}};  // no command is run
     Desk desk(options);
     desk.wait_for_cycles(1);  // the start is over
