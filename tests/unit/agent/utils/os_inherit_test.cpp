@@ -411,9 +411,16 @@ TEST_F(RebootTool, LosesNoLogLine) {
     EXPECT_EQ(read_file(kFile), "a line without end");
 }
 
+// The handler of the tests: the tick as the agent's has it, and errno as it was.
+void tick_again(int) {
+    const int error = errno;
+    arm_tick();
+    errno = error;
+}
+
 void handle_alarms_with_tick() {
     struct sigaction action {};
-    action.sa_handler = [](int) { arm_tick(); };
+    action.sa_handler = tick_again;
     action.sa_flags = SA_RESTART;
     sigaction(SIGALRM, &action, nullptr);
 }
@@ -536,9 +543,9 @@ TEST_F(RebootTool, ThatIsMissingStaysWithoutEffectForEightThreadsAtOnce) {
         setrlimit(RLIMIT_NOFILE, &few);
         start_clean();
         struct sigaction action {};
-        action.sa_handler = [](int) {
+        action.sa_handler = [](int number) {
             ticks++;
-            arm_tick();
+            tick_again(number);
         };
         action.sa_flags = SA_RESTART;
         sigaction(SIGALRM, &action, nullptr);
