@@ -127,6 +127,7 @@ ssize_t __real_read(int file, void *out, size_t size);
 // One of the two, by the C library and how long its file sizes are.
 [[gnu::weak]] int __real_fstat(int file, void *out);
 [[gnu::weak]] int __real_fstat64(int file, void *out);
+[[gnu::weak]] int __real___fstat64_time64(int file, void *out);
 int __real_fchown(int file, uid_t owner, gid_t group);
 int __real_fchmod(int file, mode_t mode);
 int __real_close(int file);
@@ -213,6 +214,11 @@ int __wrap_fstat(int file, void *out) {
 
 int __wrap_fstat64(int file, void *out) {
     return due("fstat") ? refused(EIO) : __real_fstat64(file, out);
+}
+
+// The name of 32-bit targets.
+int __wrap___fstat64_time64(int file, void *out) {
+    return due("fstat") ? refused(EIO) : __real___fstat64_time64(file, out);
 }
 
 int __wrap_fchown(int file, uid_t owner, gid_t group) {
