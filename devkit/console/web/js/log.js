@@ -16,14 +16,15 @@ function hueOf(module) {
   return modules.get(module);
 }
 
+const filtered = () => Boolean(choice.value || search.value);
 const fits = (line) => (!choice.value || line.dataset.module === choice.value)
   && (!search.value || line.dataset.text.toLowerCase().includes(search.value.toLowerCase()));
 
 function beginCycle(title, time) {
   cycle = {count: 0, alarms: 0, title, time, summary: h('summary'), lines: h('div')};
   cycle.element = h('details', {open: true}, cycle.summary, cycle.lines);
-  // Of the cycles before, the newest two stay open; one that somebody opened stays open too.
-  for (const earlier of cycles.slice(-3, -1)) if (!earlier.touched) earlier.element.open = false;
+  // Of the cycles before, the newest two stay open; one that somebody opened stays open too, and all where lines are looked for.
+  if (!filtered()) for (const earlier of cycles.slice(-3, -1)) if (!earlier.touched) earlier.element.open = false;
   const made = cycle;
   cycle.summary.addEventListener('click', () => { made.touched = true; });
   cycles.push(cycle);
@@ -58,6 +59,7 @@ function take(lines) {
     if (cycle) changed.add(cycle);
   }
   for (const each of changed) showSummary(each);
+  if (filtered()) refilterSoon();
   if (atEnd) toEnd();
 }
 
@@ -65,10 +67,11 @@ const toEnd = lazily(() => { box.scrollTop = box.scrollHeight; });
 
 function refilter() {
   for (const line of box.querySelectorAll('.line')) line.hidden = !fits(line);
-  const filtered = search.value || choice.value;
-  for (const each of cycles) each.element.hidden = Boolean(filtered) && !each.lines.querySelector('.line:not([hidden])');
-  if (filtered) for (const each of cycles) each.element.open = true;
+  for (const each of cycles) each.element.hidden = filtered() && !each.lines.querySelector('.line:not([hidden])');
+  if (filtered()) for (const each of cycles) each.element.open = true;
 }
+
+const refilterSoon = lazily(refilter);
 
 function explain(line) {
   const entries = entriesOf(line.dataset.text);
@@ -132,7 +135,7 @@ function begin() {
 }
 
 export function makeLog(place) {
-  search = h('input', {type: 'search', placeholder: 'Filter', 'aria-label': 'Filter the log by text', oninput: lazily(refilter)});
+  search = h('input', {type: 'search', placeholder: 'Filter', 'aria-label': 'Filter the log by text', oninput: refilterSoon});
   choice = h('select', {'aria-label': 'Filter the log by module', onchange: refilter}, h('option', {value: ''}, 'all modules'));
   follow = h('input', {type: 'checkbox', checked: true, onchange: () => { if (follow.checked) box.scrollTop = box.scrollHeight; }});
   box = h('div', {class: 'log', role: 'log', tabIndex: 0, 'aria-label': 'Lines; arrow keys choose one', 'aria-live': 'off', onkeydown: move,
