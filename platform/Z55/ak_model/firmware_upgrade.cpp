@@ -1,5 +1,6 @@
 #include "firmware_upgrade.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -145,12 +146,15 @@ bool upgrade_took(const std::string &current, const std::optional<std::string> &
 }
 
 void forget(const UpgradeMarker &marker) {
-    switch (forget_left_marker(marker)) {
+    const Forgotten forgotten = forget_left_marker(marker);
+    const int error = errno;
+    switch (forgotten) {
         case Forgotten::deleted:
             std::printf("OTA Temp file \"%s\" file is deleted successfully.\n", marker.path.c_str());
             break;
         case Forgotten::failed:
             std::printf("Unable to delete OTA Temp File file:\"%s\".\n", marker.path.c_str());
+            errno = error;  // a log that cannot be written has left another
             std::perror("Error");
             break;
         case Forgotten::replaced_by_ours:

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 
 #include "../agent/utils/os.h"
@@ -79,7 +80,9 @@ int deleteDummyFile() {
         return -1;
     }
     if (unlink(kReserveFile) != 0) {
+        const int error = errno;
         std::puts("Unable to delete the file");
+        errno = error;  // a log that cannot be written has left another
         std::perror("Error");
         return -1;
     }

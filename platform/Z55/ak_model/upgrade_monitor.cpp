@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -55,7 +56,9 @@ void read_round(Round &round) {
 void write_marker(const std::string &version) {
     const std::string path = upgrade_marker_path();
     if (!write_upgrade_marker(path, version)) {
+        const int error = errno;
         std::puts("Open OTA Temp file failed.");
+        errno = error;  // a log that cannot be written has left another
         std::perror("Error");
         return;
     }

@@ -265,6 +265,10 @@ TEST_F(Monitor, MarkerThatCannotBeWrittenHoldsNothingUp) {
                       false);
     });
     EXPECT_EQ(errors, "Error: No such file or directory\n");
+    camera_goes_through({{"Downloading", "0", ""}});
+    EXPECT_EQ(
+        errors_without_log([] { EXPECT_TRUE(fake_os::run_until_pause(1, [] { OTA_monitor(nullptr); })); }),
+        errors);
 }
 
 // --- The start of the thread

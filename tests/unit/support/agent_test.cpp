@@ -1,5 +1,6 @@
 #include "agent_test.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -121,6 +122,20 @@ std::string errors_of(const std::function<void()> &body) {
     testing::internal::CaptureStderr();
     body();
     return testing::internal::GetCapturedStderr();
+}
+
+std::string errors_without_log(const std::function<void()> &body) {
+    std::fflush(stdout);
+    const int log = dup(STDOUT_FILENO), full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    EXPECT_NE(dup2(full, STDOUT_FILENO), -1);
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    const std::string errors = errors_of(body);
+    EXPECT_NE(std::fflush(stdout) + std::ferror(stdout), 0);
+    std::clearerr(stdout);
+    dup2(log, STDOUT_FILENO);
+    close(log);
+    close(full);
+    return errors;
 }
 
 std::vector<int> alarm_statuses() {
