@@ -19,7 +19,8 @@ constexpr size_t kMostClips = 32;
 // The clips as they should be: the sound of those that wait for their threads, the last one open or not.
 std::deque<std::string> clips;
 bool open_clip = false;
-uint32_t last_sequence = 0, started = 0, now = 0;
+uint32_t last_sequence = 0;
+unsigned long started = 0, now = 0;  // of clock(), as wide as the product's
 
 int reference_play(uint32_t sequence, const std::string &sound, bool refused) {
     const bool goes_on = open_clip && sequence != 0 && sequence >= last_sequence && now - started < kTicks &&
