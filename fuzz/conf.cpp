@@ -2,6 +2,7 @@
 #include "agent/utils/conf_file.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -75,6 +76,9 @@ void check_reading(const std::string &key, Pairs &expected) {
           "a value is the first line's with the key, empty without one");
     const int number = found != nullptr ? reference_number(until_nul(found->value.substr(0, 15))) : -7;
     check(conf_number(key, -7) == number, "a number is the value's first 15 characters'");
+    char host[16];
+    check(conf_value_into(host, key), "a file that is there is read into a buffer");
+    check(host == (found != nullptr ? found->value.substr(0, sizeof host - 1) : ""), "it takes what fits");
     char out[kLineCharacters];
     std::memset(out, 'x', sizeof out);
     check(read_conf_value(until_nul(key).c_str(), out, kConfPath) == 0, "a file that is there is read");
@@ -100,6 +104,17 @@ void check_writing(const std::string &key, const std::string &value, Pairs expec
     check(read_file(kConfPath) == written, "writing the same value twice changes nothing");
 }
 
+// A folder in the file's place can be opened, and no reading of it succeeds.
+void check_unreadable(const std::string &key, const std::string &value) {
+    unlink(kConfPath);
+    check(mkdir(kConfPath, 0755) == 0, "the file's place is free");
+    char host[16] = "left over";
+    check(!conf_value_into(host, key) && host[0] == '\0', "the buffer is emptied first");
+    check(!read_conf_pairs(kConfPath) && !conf_value(key) && !conf_number(key, 0), "nothing is read");
+    check(write_conf_value(key, value) == 1, "what cannot be read is not written");
+    check(rmdir(kConfPath) == 0, "and stays as it is");
+}
+
 }  // namespace
 
 void prepare() {}
@@ -110,4 +125,5 @@ void try_input(Input input) {
     Pairs expected = reference_pairs(file);
     check_reading(key, expected);
     check_writing(key, value, expected);
+    check_unreadable(key, value);
 }

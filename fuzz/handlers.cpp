@@ -7,6 +7,7 @@
 
 #include "agent/utils/conf_file.h"
 #include "agent/utils/reply_text.h"
+#include "ak_model/status_read.h"
 #include "exports.h"
 #include "fake_os.h"
 #include "fake_vendor.h"
@@ -15,8 +16,9 @@
 
 namespace {
 
-constexpr int kMostAnswers = 6;
+constexpr int kMostAnswers = 5;  // an upgrade would take six
 constexpr size_t kLongestValue = 129;
+constexpr char kReserveFile[] = "/tmp/fuse_d/.ota.tmp";  // makes room for an upgrade
 
 const char *const kNames[] = {"Battery",      "Adapt",           "firmware_newver", "Sdcard",
                               "firmware_ver", "LullabyMode",     "Nightlight",      "Recording",
@@ -25,14 +27,21 @@ const char *const kNames[] = {"Battery",      "Adapt",           "firmware_newve
                               "csd_armed",    "sdcard_armed",    "pd_setting",      "sdcard_setting",
                               "csd_setting",  "Csdnimbo",        "reboot",          "save_param",
                               "resolution",   "high_definition", "sdformat",        "resolution_capability",
-                              "sdcardquota",  "Sdsize"};
+                              "sdcardquota",  "Sdsize",          "doOTA",           "manual_record"};
 
-// A known name, or any but those that record or upgrade: they keep a state from one input to the next.
 std::string take_name(Input &input) {
     const size_t choice = input.byte();
-    if (choice < std::size(kNames)) return kNames[choice];
-    const std::string name = until_nul(input.text());
-    return name == "doOTA" || name == "manual_record" ? "" : name;
+    return choice < std::size(kNames) ? kNames[choice] : until_nul(input.text());
+}
+
+// A camera that begins to record would do so into the next input. No other answer names this.
+bool would_record(const std::vector<wire::Answer> &answers) {
+    for (const wire::Answer &answer : answers) {
+        for (const std::string &piece : answer.pieces) {
+            if (piece.find("VIDEO_START") != std::string::npos) return true;
+        }
+    }
+    return false;
 }
 
 using Reader = int (*)(const char *name, char **value);
@@ -57,6 +66,8 @@ void check_camera_status(const wire::Answer &answer) {
     const auto piece = wire::reference_succeeds(answer) ? wire::reference_last_piece(answer) : std::nullopt;
     const auto text = piece ? find_xml_value(*piece, "Battery") : std::nullopt;
     check(value == text.value_or("ERROR").substr(0, kLongestValue), "a status is the element's text");
+    wire::script({answer});
+    check(device_status("Battery") == value, "the agent's own reader gives the same");
     std::free(value);
 }
 
@@ -74,6 +85,8 @@ void check_writer(const std::string &name, const std::string &value, bool null) 
         if ((*after)[i].value != (*before)[i].value) changed++;
     }
     check(changed <= 1, "one value changes at most");
+    if (name == "doOTA") check(result == 0 || result == -1, "an upgrade's results");
+    check(access(kReserveFile, F_OK) == 0, "no upgrade begins without six answers");
 }
 
 void check_snapshot(bool thumbnail) {
@@ -88,8 +101,14 @@ void step(Input &input) {
     const int kind = input.byte() % 8;
     const std::string name = take_name(input), value = until_nul(input.text());
     const int number = static_cast<int>(input.number()), param = static_cast<int>(input.number());
-    std::vector<wire::Answer> answers(input.byte() % kMostAnswers);
+    std::vector<wire::Answer> answers(input.byte() % (kMostAnswers + 1));
     for (wire::Answer &answer : answers) answer = wire::take_answer(input);
+    if (would_record(answers)) return;
+    fake_os::on_shell([value](const std::string &command) {  // df, as far as it is asked
+        const size_t arrow = command.find(" > ");
+        if (arrow != std::string::npos) write_file(command.c_str() + arrow + 3, value);
+        return fake_os::ShellResult{};
+    });
     wire::script(answers);
     if (kind == 0) check_reader(get_device_status, name);
     if (kind == 1) check_reader(get_device_param, name);
@@ -109,6 +128,7 @@ void prepare() {
     mkdir("/tmp/fuse_d/DCIM", 0755);
     mkdir("/tmp/fuse_d/DCIM/100MEDIA", 0755);
     write_file("/tmp/fuse_d/DCIM/100MEDIA/A.THM", "thumbnail");
+    write_file(kReserveFile, "reserve");
 }
 
 void try_input(Input input) {

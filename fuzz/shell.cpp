@@ -1,6 +1,7 @@
 // What shell tools print: whether they fail, then the texts of netstat, ifconfig and df, each up to 0xFF.
 // Then the camera's answer to who it is.
 #include <arpa/inet.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -19,6 +20,9 @@ constexpr size_t kMostText = 65536 + 1023;  // that is read of an output file
 
 std::string routes, interfaces, card;
 bool fails = false, ping_fails = false;
+bool barred = false;  // folders of somebody else stand where the output files would
+
+constexpr const char *kBars[] = {"gateway.txt", "/tmp/total", "/tmp/space"};
 
 bool has(const std::string &text, const char *part) {
     return text.find(part) != std::string::npos;
@@ -56,7 +60,7 @@ std::optional<std::string> reference_gateway(const std::string &line) {
 
 std::optional<std::string> reference_default_gateway() {
     std::string line;
-    for (size_t i = 0; !fails && i <= routes.size(); i++) {
+    for (size_t i = 0; !fails && !barred && i <= routes.size(); i++) {
         if (i < routes.size()) line += routes[i];
         if (i < routes.size() && routes[i] != '\n' && line.size() < 255) continue;
         if (const auto gateway = reference_gateway(line)) return gateway;
@@ -85,6 +89,7 @@ std::string reference_mac() {
 // The first line up to the character before the last; the name where df said nothing; a C text of 129
 // characters.
 std::string reference_card_number(const std::string &name) {
+    if (barred) return "ERROR";
     const std::string text = fails ? "" : card.substr(0, 130);
     std::string line;
     for (size_t i = 0; i + 1 < text.size(); i++) {
@@ -103,9 +108,10 @@ void check_card(const char *name) {
 }
 
 void check_connection(bool wlan, const std::optional<std::string> &gateway) {
+    const bool answers = wlan && gateway && !ping_fails;
+    check(ping_default_gateway() == (answers ? 0 : -1), "the gateway is asked where there is one");
     fake_vendor::reset();
     notify_Z55_connection_status(1);
-    const bool answers = wlan && gateway && !ping_fails;
     check(fake_vendor::calls() == Texts{answers ? "send_cloud_status(3)" : "send_cloud_status(2)"},
           "a lost cloud is the local network's where the gateway does not answer");
     for (const std::string &command : fake_os::shell_commands()) {
@@ -137,10 +143,15 @@ void try_input(Input input) {
     const uint8_t choice = input.byte();
     fails = choice % 4 == 1;
     ping_fails = choice % 4 == 2;
+    barred = choice % 4 == 3;
     routes = input.text();
     interfaces = input.text();
     card = input.text();
     if (routes.size() > kMostText) return;
+    for (const char *path : kBars) {
+        unlink(path);
+        if (barred) mkdir(path, 0755);
+    }
     const auto gateway = reference_default_gateway();
     check(get_default_gateway() == gateway, "the gateway is the default route's");
     check(get_MAC_uppercase() == reference_mac(),
@@ -154,4 +165,5 @@ void try_input(Input input) {
     notify_Z55_connection_status(0);
     check(fake_vendor::calls() == Texts{"send_cloud_status(1)"}, "a cloud that is there is reported");
     check_uuid(wire::take_answer(input));
+    for (const char *path : kBars) rmdir(path);
 }

@@ -66,7 +66,7 @@ test_fuzz_takes_seconds() {
 fuzzers_that() {
   local target
   mkdir -p fuzz build/fuzz/fuzz build/release/devkit/device
-  printf '# a comment\nfirst  a.cpp\nsecond b.cpp c.cpp\n' >fuzz/targets
+  printf '# a comment\nfirst  a.cpp\n  a full disk: unit tests\nsecond b.cpp c.cpp\n' >fuzz/targets
   for target in first second; do
     mkdir -p "fuzz/corpus/$target"
     { printf '#!/bin/bash\necho "%s $*" >>"$work/calls"\n' "fuzz_$target" && echo "$1"; } >"build/fuzz/fuzz/fuzz_$target"
@@ -88,6 +88,8 @@ test_fuzz_prints_each_targets_figures() {
   called 'fuzz_first .*-max_total_time=30 .*fuzz/first.dict .*fuzz/corpus/first$'
   called 'fuzz_second .*-max_total_time=30 '
   says 'first            1234 executions      617 a second, 97.5 % of the lines of a.cpp' '91.0 % of the lines of b.cpp c.cpp'
+  says '           not reached: a full disk: unit tests'
+  [ "$(grep -c 'not reached' "$work/out")" = 1 ] || wrong "a target without a reason has one"
   called_not '^ctest'
   : >"$work/calls"
   outcome 0 ./test --fuzz=7
