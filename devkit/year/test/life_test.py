@@ -1,4 +1,6 @@
 """Lives, their shrinking and their table."""
+import importlib.machinery
+import importlib.util
 import json
 import os
 import sys
@@ -26,6 +28,18 @@ class Lives(unittest.TestCase):
     def test_survive_a_file(self):
         life = make_life(3, 2)
         self.assertEqual(json.loads(json.dumps(life)), life)
+
+
+class TheProgram(unittest.TestCase):
+    def test_lives_as_many_at_once_as_it_has_processors(self):
+        loader = importlib.machinery.SourceFileLoader("year", os.path.join(os.path.dirname(os.path.abspath(__file__)), "../year"))
+        year = importlib.util.module_from_spec(importlib.util.spec_from_loader("year", loader))
+        loader.exec_module(year)
+        allowed = os.sched_getaffinity(0)
+        os.sched_setaffinity(0, {min(allowed)})
+        self.assertEqual(year.processors(), 1)
+        os.sched_setaffinity(0, allowed)
+        self.assertEqual(year.processors(), len(allowed))
 
 
 class FakeRunner:
