@@ -4,12 +4,15 @@ import os
 import struct
 import time
 
+from delays import Delays
+
 WALL, ORIGIN, SKIPPED, LIMIT = 0, 8, 16, 24
 PROCESSES_BEGUN, PROCESSES, PROCESS_BYTES, PROCESSES_KEPT = 40, 48, 16, 4096
 WAITS_KEPT, WAIT_BYTES = 160, 16
 FILE_BYTES = PROCESSES + PROCESSES_KEPT * PROCESS_BYTES + WAITS_KEPT * WAIT_BYTES
 LOOK_AGAIN = 0.0004  # real seconds between two looks while waiting
-LATE = 0.005         # real seconds after which a look was late: the machine was busy, and the device's programs had to wait too
+COUNT_AGAIN = 0.05   # real seconds between two counts of how long the device's programs had to wait for a processor
+WORTH_TELLING = 0.1  # seconds of the device's clock
 UNLIMITED = 2**62
 
 
@@ -22,7 +25,9 @@ class Clock:
             file.truncate(FILE_BYTES)
             self._map = mmap.mmap(file.fileno(), FILE_BYTES)
         self._speed = speed
-        self._late = []  # [moment, seconds of the device's clock that went by while the machine was busy]
+        self._late = []  # [since, until, seconds of the device's clock that went by while its programs could not run]
+        self._delays, self._counted, self._counted_at = Delays(), time.monotonic(), 0.0
+        self._pids, self._pids_known = [], 0
         origin = time.clock_gettime_ns(time.CLOCK_MONOTONIC)
         self._write(ORIGIN, origin)
         # The clock of a machine that has run for longer than the device is turned back.
@@ -57,11 +62,9 @@ class Clock:
         self._write(LIMIT, self._begin + int(moment * 1e9))
         seen, since = -1, time.monotonic()
         while self.now() < moment:
-            asleep = time.monotonic()
             time.sleep(LOOK_AGAIN)
-            over = time.monotonic() - asleep - LOOK_AGAIN
-            if over > LATE:
-                self._late.append([self.now(), over * self._speed])
+            if time.monotonic() > self._counted + COUNT_AGAIN:
+                self._count_delays()
             skipped = self._read(SKIPPED)
             if skipped != seen:
                 seen, since = skipped, time.monotonic()
@@ -70,8 +73,23 @@ class Clock:
         self.hold()
         return True
 
+    def _count_delays(self):
+        seconds, now = self._delays.take(self._alive()) * self._speed, self.now()
+        if seconds > WORTH_TELLING:
+            self._late.append([min(self._counted_at, now - seconds), now, seconds])
+        self._counted, self._counted_at = time.monotonic(), now
+
+    def _alive(self):
+        """The processes that live in bent time."""
+        begun = struct.unpack_from("I", self._map, PROCESSES_BEGUN)[0]
+        if begun != self._pids_known:
+            self._pids_known, self._pids = begun, [pid for _, pid, _ in self.starts()]
+        self._pids = [pid for pid in self._pids if os.path.exists(f"/proc/{pid}")]
+        return self._pids
+
     def take_late(self):
         """When the machine was busy since this was last asked, and how much time went by."""
+        self._count_delays()
         late, self._late = self._late, []
         return late
 

@@ -13,7 +13,8 @@ CONF_PARAMS = {"pd_armed": ("BATTERY_ARMED", True), "sdcard_armed": ("SDCARD_ARM
 WHOLE = {None, "delay", "error_code", "garbage"}
 FAILED = {"http_status", "http10", "close", "reset", "truncate"}
 UPGRADE = 300  # seconds that an upgrade takes at most, the reboot too
-HARD = {"outage", "camera_restart", "upgraded"}
+HARD = {"outage", "camera_restart", "upgraded", "busy"}
+BUSY = 1  # seconds that the machine keeps the device from running: half the agent's shortest time-out, which may then be over
 
 
 def element(text, name):
@@ -43,7 +44,7 @@ class History:
         self.starts = []    # times at which the agent started
         self.writes = []    # [key, begun, ended, value, certain]
         self.running = []
-        self._late = []     # [moment, seconds that went by while the machine was busy]
+        self._late = []     # [since, until, seconds that went by while the machine was busy]
 
     def add(self, now, records, running):
         """Takes in a batch of records, oldest first, and the calls that are still under way."""
@@ -54,7 +55,9 @@ class History:
             elif record["kind"] == "end":
                 self._end(record)
             elif record["kind"] == "late":
-                self._late.append([record["t"], record["seconds"]])
+                self._late.append([record["since"], record["t"], record["seconds"]])
+                if record["seconds"] > BUSY:
+                    self.events.append([record["since"], record["t"] + 1, "busy", None])
             elif record["kind"] == "start":
                 self.starts.append(record["t"])
                 self.events.append([record["t"] - 15, record["t"] + BOOT, "boot", None])
@@ -88,7 +91,7 @@ class History:
 
     def _forget(self, now):
         self.events = [entry for entry in self.events if entry[1] > now - KEPT]
-        self._late = [entry for entry in self._late if entry[0] > now - KEPT]
+        self._late = [entry for entry in self._late if entry[1] > now - KEPT]
         for key in {write[0] for write in self.writes}:
             certain = [write for write in self.writes if write[0] == key and write[4] and write[2] < now - 3600]
             if certain:
@@ -107,7 +110,7 @@ class History:
 
     def late(self, begin, end):
         """Seconds by which a busy machine may have made late what was due from begin to end."""
-        return 2 * sum(seconds for moment, seconds in self._late if begin <= moment <= end)
+        return 2 * sum(seconds for since, until, seconds in self._late if since <= end and until >= begin)
 
     def conf(self, key, begin, end):
         """The values that the key may have had at some moment between begin and end."""

@@ -29,7 +29,7 @@ class Collector:
     def take(self):
         records, running = self._world.take_records()
         records += self._requests() + self._new_alarms() + self._starts()
-        records += [{"kind": "late", "t": moment, "seconds": seconds} for moment, seconds in self._clock.take_late()]
+        records += [{"kind": "late", "since": since, "t": until, "seconds": seconds} for since, until, seconds in self._clock.take_late()]
         return sorted(records, key=lambda record: record["t"]), running
 
     def _requests(self):

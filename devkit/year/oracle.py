@@ -1,5 +1,5 @@
 """Judges a life by its records, after each hour and at its end. It knows the contract, not the agent."""
-from history import History
+from history import BUSY, History
 from rules.alarms import AlarmsFollowReplies, EventsReachThePolls
 from rules.device import UpgradesAreToldOf, ViewersWithoutFramesReboot
 from rules.files import ConfigurationHoldsWhatWasWritten, RecordingLogMatches, RecordingsObey
@@ -41,7 +41,8 @@ class Oracle:
 
     def _count(self, record):
         poll = record["kind"] == "request" and record["target"].startswith(POLL)
-        what = {"request": "polls" if poll else "requests", "event": record.get("do"), "call": "calls"}.get(record["kind"], record["kind"])
+        what = {"request": "polls" if poll else "requests", "event": record.get("do"), "call": "calls",
+                "late": "busy" if record.get("seconds", 0) > BUSY else "late"}.get(record["kind"], record["kind"])
         self._counts[what] = self._counts.get(what, 0) + 1
 
     def result(self):

@@ -7,6 +7,7 @@ TOLD = 150            # seconds from a start to the news of an upgrade that was 
 UPGRADE_LENGTH = 240  # seconds from the order to the reboot
 STEPS = {"success": [18], "fail_upgrade": [18], "fail_download": [17], "stuck": []}
 ORDERED = {"power_cut", "reboot"}
+DISTURBING = {"outage", "fault", "conf_full", "power_cut", "camera_restart", "busy"}
 
 
 class ViewersWithoutFramesReboot(Rule):
@@ -51,7 +52,7 @@ class ViewersWithoutFramesReboot(Rule):
 
     def _look_at_clock(self):
         """A device that may have started without the time is rebooted as soon as it has it."""
-        upset = {"ntp_fails", "outage", "fault", "camera_restart", "expire", "power_cut"}
+        upset = {"ntp_fails", "outage", "fault", "camera_restart", "expire", "power_cut", "busy"}
         self._clockless = self._clockless or self.history.during(upset, self._started - 5, self._started + 120)
 
     def hour(self, now, evidence):
@@ -89,8 +90,7 @@ class UpgradesAreToldOf(Rule):
         self._may |= {17, 18, 19, 20}
 
     def _ordered(self, request):
-        upset = self.history.during({"outage", "fault", "expire", "camera_restart", "conf_full", "power_cut"}, request["t"] - 60,
-                                    request["t"] + UPGRADE_LENGTH)
+        upset = self.history.during(DISTURBING | {"expire"}, request["t"] - 60, request["t"] + UPGRADE_LENGTH)
         taken = self.history.received(request) == "yes" and "UPGRADE_FW" in body_of(request)
         if upset or not taken:
             self._may, self._marker = {17, 18, 19, 20}, None
@@ -101,7 +101,7 @@ class UpgradesAreToldOf(Rule):
     def _settle(self, now):
         if self._marker:
             outcome = 19 if self._outcome == "success" else 20
-            certain = not self.history.during({"outage", "fault", "conf_full", "power_cut", "camera_restart"}, now - 30, now + TOLD)
+            certain = not self.history.during(DISTURBING, now - 30, now + TOLD)
             self._must.append([outcome, now, now + TOLD, certain])
         if self._marker is None:
             self._may |= {19, 20}
@@ -121,6 +121,6 @@ class UpgradesAreToldOf(Rule):
     def hour(self, now, evidence):
         for entry in [entry for entry in self._must if now > entry[2]]:
             self._must.remove(entry)
-            cut = self.history.during({"outage", "fault", "conf_full", "power_cut", "camera_restart"}, entry[1] - 30, entry[2])
+            cut = self.history.during(DISTURBING, entry[1] - 30, entry[2])
             if entry[3] and not cut:
                 self.breaks(entry[2], f"{entry[0]} was not told of the upgrade at {entry[1]:.1f} ({self._outcome})")

@@ -92,13 +92,13 @@ class RecordingLogMatches(Rule):
         self._lines = self._lines[-len(self._pieces):] if self._pieces else []
 
     def _may_be_lost(self, piece):
-        return self.history.during({"power_cut", "boot", "card_full", "format", "reboot"}, piece[0] - 60, piece[0] + CLOSING)
+        return self.history.during({"power_cut", "boot", "card_full", "format", "reboot", "busy"}, piece[0] - 60, piece[0] + CLOSING)
 
     def _compare(self, piece, line):
         found = LINE.fullmatch(line)
         if not found:
             self.breaks(piece[0], f"a line of the log is {line!r}")
-        elif piece[1] is not None and not self.history.during({"step", "fault"}, piece[0] - piece[1] - 5, piece[0] + 5):
+        elif piece[1] is not None and not self.history.during({"step", "fault", "busy"}, piece[0] - piece[1] - 5, piece[0] + 5):
             if abs(int(found[2]) - piece[1]) > LENGTH_SLACK:
                 self.breaks(piece[0], f"{line!r} tells of a recording of {piece[1]:.1f} s")
 
@@ -128,7 +128,7 @@ class RecordingsObey(Rule):
 
     def _ordered(self, t, calls):
         starts = [call for call in calls if call["name"].startswith("start") and call["t"] <= t + 0.01]
-        return any(self._alive(start, t, calls) for start in starts)
+        return self.history.during("busy", t - 5, t) or any(self._alive(start, t, calls) for start in starts)
 
     def _alive(self, start, t, calls):
         length = start["args"][0]

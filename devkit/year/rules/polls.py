@@ -8,7 +8,7 @@ PERIODS = {"Battery": "BATTERY_PERIOD", "Space": "SDCARD_PERIOD", "SD": "SDCARD_
 SLACK = 15     # seconds that a cycle may take beyond its pause: transfers, shell commands, a busy queue
 RECOVERY = 75  # seconds in which polls are back: a login every 5 s, 5 + 9 s before the first poll, transfers given up
 EDGE = 3       # seconds around a period's end in which an event may be due or not yet
-KEEP_AWAY = {"outage", "fault", "camera_restart", "expire", "boot", "power_cut", "reboot", "conf_full"}
+KEEP_AWAY = {"outage", "fault", "camera_restart", "expire", "boot", "power_cut", "reboot", "conf_full", "busy"}
 
 
 def keys_of(target):
@@ -83,7 +83,7 @@ class RequestsDoNotOverlap(Rule):
         self._open.append(record)
 
     def _may_overlap(self, request):
-        if request["endpoint"] == "CameraLogin" or self.history.during({"outage", "camera_restart", "power_cut"}, request["t"] - 60, request["end"]):
+        if request["endpoint"] == "CameraLogin" or self.history.during({"outage", "camera_restart", "power_cut", "busy"}, request["t"] - 60, request["end"]):
             return True
         is_start = any(0 <= request["t"] - start < BOOT for start in self.history.starts)
         return is_start and "<Time>" in request["body"]

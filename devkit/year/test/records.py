@@ -48,6 +48,11 @@ def end(t, begun):
     return {"kind": "end", "t": t, "t1": t + 0.1, "do": begun["do"], "event": begun["event"]}
 
 
+def late(t, seconds):
+    """The machine has kept the device from running."""
+    return {"kind": "late", "since": t - seconds, "t": t, "seconds": seconds}
+
+
 def call(t, name, arguments, result, lasts=0.1):
     return {"kind": "call", "t": t, "end": t + lasts, "name": name, "args": arguments, "result": result}
 

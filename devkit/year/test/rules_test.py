@@ -1,7 +1,7 @@
 """Each rule of the oracle is silent where all is well, and speaks where a record says what must not be."""
 import unittest
 
-from records import KEYS, alarm, call, control, elements, end, event, evidence, judged, poll, request, start
+from records import KEYS, alarm, call, control, elements, end, event, evidence, judged, late, poll, request, start
 from rules.alarms import AlarmsFollowReplies, EventsReachThePolls
 from rules.device import UpgradesAreToldOf, ViewersWithoutFramesReboot
 from rules.files import ConfigurationHoldsWhatWasWritten, RecordingLogMatches, RecordingsObey
@@ -35,8 +35,14 @@ class Polls(Rules):
 
     def test_late_on_a_busy_machine(self):
         gap = [start(0)] + [row for row in polls() if not 500 < row["t"] < 600]
-        self.well(PollsKeepTheirPeriod, gap + [{"kind": "late", "t": 550 + i, "seconds": 4} for i in range(9)])
-        self.broken(PollsKeepTheirPeriod, "no poll from 500.0 to 600.0", gap + [{"kind": "late", "t": 610, "seconds": 90}])
+        self.well(PollsKeepTheirPeriod, gap + [late(525 + i, 0.9) for i in range(50)])
+        self.broken(PollsKeepTheirPeriod, "no poll from 500.0 to 600.0", gap + [late(525 + i, 0.1) for i in range(50)])
+        self.broken(PollsKeepTheirPeriod, "no poll from 500.0 to 600.0", gap + [late(610, 9)])
+
+    def test_one_lost_on_a_busy_machine(self):
+        lost = [start(0)] + [row for row in polls() if row["t"] not in (520, 540)]
+        self.broken(PollsKeepTheirPeriod, "no poll from 500.0 to 560.0", lost + [late(521, 0.9)])
+        self.well(PollsKeepTheirPeriod, lost + [late(521, 2)])
 
     def test_none_at_the_end(self):
         self.broken(PollsKeepTheirPeriod, "no poll from 3000.0", [start(0)] + polls(range(20, 3001, 20)))
@@ -138,6 +144,11 @@ class Handlers(Rules):
         asked = request(100.05, "CameraSetting?MOTION_DETECTION", "", status=500, fault="http_status")
         self.well(HandlersAreExplained, [asked, call(100, "get_device_param", ["md_armed"], {"result": 5, "value": "ERROR"})])
         self.broken(HandlersAreExplained, "md_armed", [asked, call(100, "get_device_param", ["md_armed"], {"result": 1, "value": "1"})])
+
+    def test_a_read_that_was_given_up_on_a_busy_machine(self):
+        given_up = call(100, "get_device_status", ["Battery"], {"result": 5, "value": "ERROR"}, 4)
+        self.broken(HandlersAreExplained, "Battery", [given_up, late(103, 0.9)])
+        self.well(HandlersAreExplained, [given_up, late(103, 2)])
 
     def test_stored_values(self):
         written = call(50, "set_device_param", ["pd_setting", "15"], {"result": 0})
