@@ -39,7 +39,7 @@ function listenToTold() {
 }
 
 test('a tone and a notification for who wants them, after a reload too', async (t) => {
-  const page = await open(t, 'live', listenToTold);
+  const page = await open(t, 'live', (made) => made.addInitScript(listenToTold));
   await page.getByLabel('tone').check();
   await page.getByLabel('notify').check();
   await page.reload();
@@ -87,9 +87,67 @@ test('the log: explained, filtered by text and module, folded, by keyboard', asy
   await page.getByLabel('Filter the log by module').selectOption('');
   await page.locator('.log').focus();
   await page.keyboard.press('ArrowUp');
-  const first = await page.locator('.line.current').innerText();
-  await page.keyboard.press('ArrowUp');
-  assert.notEqual(await page.locator('.line.current').innerText(), first);
-  await page.getByRole('button', {name: 'Fold'}).click();
-  assert.equal(await page.locator('.log details[open]').count(), 0);
+  const first = await page.locator('.line.current').elementHandle();
+  await page.keyboard.press('ArrowDown');
+  assert.ok(await page.locator('.line.current').evaluate((line, above) => above.compareDocumentPosition(line) & Node.DOCUMENT_POSITION_FOLLOWING, first));
+  // In one step: a cycle may begin at any instant.
+  assert.equal(await page.getByRole('button', {name: 'Fold'}).evaluate((fold) => {
+    fold.click();
+    return document.querySelectorAll('.log details[open]').length;
+  }), 0);
+});
+
+// The log's cycles, a text at the end of each, and how many of these lines nobody can see.
+const cycles = (page) => page.locator('.log details');
+const end = '(Polling) end of a time.';
+const unseen = (page) => page.locator('.line', {hasText: end}).evaluateAll((lines) => lines.filter((line) => !line.checkVisibility()).length);
+const allSeen = (page) => eventually(async () => await unseen(page) === 0, 30, 'the end of each cycle is seen');
+
+// Holds the reference of the log back until it is let go.
+function withLateReference() {
+  let letGo;
+  const gate = new Promise((resolve) => { letGo = resolve; });
+  const prepare = (page) => page.route('**/api/log-reference', async (route) => {
+    await gate;
+    await route.continue();
+  });
+  return {prepare, letGo};
+}
+
+// The log's lines have their modules: the reference is there.
+const referenceIsHere = (page) => page.locator('option[value="curlmgr"]').waitFor({state: 'attached'});
+
+test('a reference that arrives late folds no line that is looked for, and explains the one that was chosen', async (t) => {
+  const {prepare, letGo} = withLateReference();
+  t.after(letGo);
+  const page = await open(t, 'live', prepare);
+  await page.getByLabel('follow').uncheck();
+  await cycles(page).nth(4).waitFor({state: 'attached', timeout: 60000});
+  await page.getByLabel('Filter the log by text').fill(end);
+  await page.locator('.line', {hasText: end}).first().click();
+  await page.locator('.explain', {hasText: 'on its way'}).waitFor();
+  letGo();
+  await referenceIsHere(page);
+  await allSeen(page);
+  await page.locator('.explain', {hasText: 'POLL_STATUS_PERIOD_SEC as configured'}).waitFor();
+  await page.locator('.line.current.moment', {hasText: end}).waitFor();
+});
+
+test('a cycle that begins while lines are looked for folds none of them, and opens none that was folded by hand', async (t) => {
+  const page = await open(t);
+  await referenceIsHere(page);
+  await page.getByLabel('follow').uncheck();
+  await cycles(page).nth(4).waitFor({state: 'attached', timeout: 60000});
+  await page.getByLabel('Filter the log by text').fill(end);
+  await allSeen(page);
+  const last = await cycles(page).last().elementHandle();
+  const byHand = await last.evaluateHandle((each) => each.previousElementSibling);
+  await (await byHand.$('summary')).click();
+  await page.waitForFunction(([from, count]) => {
+    const all = [...from.parentElement.children];
+    return all.length - all.indexOf(from) > count;
+  }, [last, 3], {timeout: 60000});
+  assert.equal(await byHand.evaluate((each) => each.open), false);
+  await (await byHand.$('summary')).click();
+  await allSeen(page);
 });

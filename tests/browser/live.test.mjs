@@ -112,7 +112,7 @@ test('frames: picture and sound move, a reload keeps the choice, a new profile g
 });
 
 test('a browser without WebCodecs says so, and plays the film', async (t) => {
-  const page = await open(t, 'live', () => { delete window.VideoDecoder; });
+  const page = await open(t, 'live', (made) => made.addInitScript(() => { delete window.VideoDecoder; }));
   await page.locator('#lowest').check();
   await watch(page);
   assert.equal(await page.evaluate(() => window.deskPlayer.picture.tagName), 'VIDEO');

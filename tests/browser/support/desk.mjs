@@ -31,8 +31,8 @@ export async function eventually(f, seconds, what) {
   }
 }
 
-// A browser for the tests of a file; gives open(t, part, before): a page whose errors, and questions to other hosts, fail the test t;
-// before() runs in it first.
+// A browser for the tests of a file; gives open(t, part, prepare): a page whose errors, and questions to other hosts, fail the test t;
+// prepare(page) comes before it loads.
 export function withBrowser(options) {
   let browser;
   before(async () => {
@@ -40,9 +40,9 @@ export function withBrowser(options) {
     await eventually(async () => (await state()).sdk?.pid, 60, 'the agent logs in');
   });
   after(() => browser.close());
-  return async (t, part = 'live', before = null) => {
+  return async (t, part = 'live', prepare = null) => {
     const page = await browser.context.newPage();
-    if (before) await page.addInitScript(before);
+    await prepare?.(page);
     const errors = [];
     page.on('console', (message) => { if (['error', 'warning'].includes(message.type())) errors.push(`${message.text()} ${message.location().url}`); });
     page.on('pageerror', (error) => errors.push(error.stack));

@@ -1,7 +1,7 @@
 // The agent's log: live, folded by poll cycle, filtered, coloured by module; a click explains a line and marks its moment.
 import {announce, card, clock, h, lazily} from './dom.js';
 import {entriesOf, loadReference, moduleOf, wantsALook} from './explain.js';
-import {on, pointAt, state} from './stream.js';
+import {on, pointAt} from './stream.js';
 
 const cyclesShown = 60, near = 200;  // milliseconds around a moment
 const hues = ['#3b82c4', '#2f9e6e', '#b5792b', '#8a63c9', '#c2557f', '#5b8f3a', '#3a9aa8', '#a3584d', '#7a7f2c', '#6570c4'];
@@ -36,16 +36,22 @@ function showSummary(each) {
   each.summary.replaceChildren(h('b', {}, each.title), ` ${clock(each.time)} · ${each.count} lines${each.alarms ? ` · ${each.alarms} alarm${each.alarms > 1 ? 's' : ''}` : ''}`);
 }
 
+// What the reference tells of a line, as far as it is here.
+function label(line) {
+  const {text} = line.dataset;
+  line.dataset.module = moduleOf(text);
+  line.style.setProperty('--hue', hueOf(line.dataset.module));
+  line.classList.toggle('look', wantsALook(text));
+  line.hidden = !fits(line);
+}
+
 function addLine({t, text}) {
   if (text.trim() === '') return;
   if (/Try log VeloAgent init time/.test(text)) beginCycle('Start', t);
   else if (/\(polling\) beginning of a time/.test(text) || !cycle) beginCycle(cycle ? 'Poll' : 'Log', t);
-  const module = moduleOf(text);
   const line = h('div', {class: 'line'}, h('time', {}, clock(t, true).slice(0, -2)), h('span', {}, text));
-  Object.assign(line.dataset, {module, text, time: t});
-  line.style.setProperty('--hue', hueOf(module));
-  if (wantsALook(text)) line.classList.add('look');
-  line.hidden = !fits(line);
+  Object.assign(line.dataset, {text, time: t});
+  label(line);
   cycle.count++;
   if (/SendAlarmData!! index:/.test(text)) cycle.alarms++;
   cycle.lines.append(line);
@@ -59,19 +65,23 @@ function take(lines) {
     if (cycle) changed.add(cycle);
   }
   for (const each of changed) showSummary(each);
-  if (filtered()) refilterSoon();
+  if (filtered()) showMatchesSoon();
   if (atEnd) toEnd();
 }
 
 const toEnd = lazily(() => { box.scrollTop = box.scrollHeight; });
 
-function refilter() {
-  for (const line of box.querySelectorAll('.line')) line.hidden = !fits(line);
+function showMatches() {
   for (const each of cycles) each.element.hidden = filtered() && !each.lines.querySelector('.line:not([hidden])');
-  if (filtered()) for (const each of cycles) each.element.open = true;
 }
 
-const refilterSoon = lazily(refilter);
+const showMatchesSoon = lazily(showMatches);
+
+function refilter() {
+  for (const line of box.querySelectorAll('.line')) line.hidden = !fits(line);
+  showMatches();
+  if (filtered()) for (const each of cycles) each.element.open = true;
+}
 
 function explain(line) {
   const entries = entriesOf(line.dataset.text);
@@ -135,7 +145,7 @@ function begin() {
 }
 
 export function makeLog(place) {
-  search = h('input', {type: 'search', placeholder: 'Filter', 'aria-label': 'Filter the log by text', oninput: refilterSoon});
+  search = h('input', {type: 'search', placeholder: 'Filter', 'aria-label': 'Filter the log by text', oninput: lazily(refilter)});
   choice = h('select', {'aria-label': 'Filter the log by module', onchange: refilter}, h('option', {value: ''}, 'all modules'));
   follow = h('input', {type: 'checkbox', checked: true, onchange: () => { if (follow.checked) box.scrollTop = box.scrollHeight; }});
   box = h('div', {class: 'log', role: 'log', tabIndex: 0, 'aria-label': 'Lines; arrow keys choose one', 'aria-live': 'off', onkeydown: move,
@@ -154,8 +164,8 @@ export function makeLog(place) {
   on('moment', markMoment);
   loadReference().then(() => {
     known = true;
-    begin();
-    take(state.log);
+    for (const line of box.querySelectorAll('.line')) label(line);
+    showMatches();
     if (current) explain(current);
   });
 }
