@@ -53,8 +53,12 @@ class Lines {
         : path_(path), file_(open(path, flags | O_CLOEXEC, 0666)) {
         if (file_ < 0 && flags == O_RDONLY && errno != ENOENT) tell();
     }
+    // errno stays what the reading left.
     ~Lines() {
-        if (file_ >= 0) close(file_);
+        if (file_ < 0) return;
+        const int error = errno;
+        close(file_);
+        errno = error;
     }
     Lines(const Lines &) = delete;
     Lines &operator=(const Lines &) = delete;

@@ -22,12 +22,12 @@ std::string_view trim_line(std::string_view line);
 // Every key=value line of `path` in file order; nothing when the file cannot be read.
 [[nodiscard]] std::optional<std::vector<conf_pair>> read_conf_pairs(const char *path);
 
-// The value of the first line with `key`, "" when there is none; nothing when the file cannot be read. What
-// stands behind that line is not read.
+// The value of the first line with `key`, "" when there is none; nothing, errno set, when the file cannot be
+// read. What stands behind that line is not read.
 [[nodiscard]] std::optional<std::string> conf_value(std::string_view key, const char *path = kConfPath);
 
-// The same of kConfPath into a buffer, cut to fit and emptied first. Returns false when the file cannot be
-// read.
+// The same of kConfPath into a buffer, cut to fit and emptied first. Returns false, errno set, when the file
+// cannot be read.
 bool conf_value_into(char *out, size_t size, std::string_view key);
 
 template <size_t N>
@@ -35,8 +35,8 @@ bool conf_value_into(char (&out)[N], std::string_view key) {
     return conf_value_into(out, N, key);
 }
 
-// The value as a decimal number, 0 when it is none; `if_missing` when the file has no such key; nothing when
-// the file cannot be read.
+// The value as a decimal number, 0 when it is none; `if_missing` when the file has no such key; nothing,
+// errno set, when the file cannot be read.
 [[nodiscard]] std::optional<int> conf_number(std::string_view key, int if_missing);
 
 // Replaces the value of the first line with `key`, cut at its first line end; a key that the file lacks is

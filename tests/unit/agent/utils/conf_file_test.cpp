@@ -168,6 +168,16 @@ TEST_F(ConfFile, AnErrorInTheMidstOfAFileIsAFailure) {
     EXPECT_EQ(log, std::string("configuration not read, ") + kFile + ":Input/output error\n");
 }
 
+TEST_F(ConfFile, TheReasonStaysWhereTheFileCannotBeClosedEither) {
+    mkdir(kFile, 0755);
+    (void)output_of([] {
+        intercept::refuse_next("close");
+        EXPECT_FALSE(conf_value("A", kFile));
+        EXPECT_EQ(errno, EISDIR);
+        EXPECT_FALSE(intercept::still_refuses("close"));
+    });
+}
+
 TEST_F(ConfFile, NullArgumentsAreAReadFailure) {
     char out[] = "untouched";
     write_file(kFile, "A=1\n");
