@@ -103,6 +103,21 @@ const end = '(Polling) end of a time.';
 const unseen = (page) => page.locator('.line', {hasText: end}).evaluateAll((lines) => lines.filter((line) => !line.checkVisibility()).length);
 const allSeen = (page) => eventually(async () => await unseen(page) === 0, 30, 'the end of each cycle is seen');
 
+test('the lines of a moment: its own, though a busy machine stamped it late, and those that are yet to come', async (t) => {
+  const page = await open(t);
+  const marked = await page.evaluate(async () => {
+    const {pointAt, tell} = await import('./js/stream.js');
+    const moment = Date.now() + 1e9;  // where nothing else is
+    const line = (after, text) => tell('log', [{t: moment + after, text}]);
+    line(900, 'curlmgr: performing curl, name = late');
+    line(1000, 'another');
+    pointAt(moment, 'requests');
+    line(100, 'yet to come');
+    return [...document.querySelectorAll('.line.moment')].map((each) => each.dataset.text);
+  });
+  assert.deepEqual(marked, ['curlmgr: performing curl, name = late', 'yet to come']);
+});
+
 // Holds the reference of the log back until it is let go.
 function withLateReference() {
   let letGo;

@@ -1,9 +1,11 @@
 // The agent's log: live, folded by poll cycle, filtered, coloured by module; a click explains a line and marks its moment.
 import {announce, card, clock, h, lazily} from './dom.js';
 import {entriesOf, loadReference, moduleOf, wantsALook} from './explain.js';
-import {on, pointAt} from './stream.js';
+import {on, pointAt, state} from './stream.js';
 
-const cyclesShown = 60, near = 200;  // milliseconds around a moment
+const cyclesShown = 60;
+const near = 200, nearest = 2000;  // milliseconds around a moment: its lines; its own line, which a busy machine stamps late
+const own = {alarm: 'SendAlarmData!! index:', timeline: 'SendAlarmData!! index:', requests: 'curlmgr: performing curl'};
 const hues = ['#3b82c4', '#2f9e6e', '#b5792b', '#8a63c9', '#c2557f', '#5b8f3a', '#3a9aa8', '#a3584d', '#7a7f2c', '#6570c4'];
 const modules = new Map();
 let box, explained, search, choice, follow, current, cycle, cycles = [], known = false;  // known: the reference is here
@@ -16,6 +18,7 @@ function hueOf(module) {
   return modules.get(module);
 }
 
+const away = (line) => Math.abs(Number(line.dataset.time) - state.moment);  // NaN where nobody pointed at a moment
 const filtered = () => Boolean(choice.value || search.value);
 const fits = (line) => (!choice.value || line.dataset.module === choice.value)
   && (!search.value || line.dataset.text.toLowerCase().includes(search.value.toLowerCase()));
@@ -52,6 +55,7 @@ function addLine({t, text}) {
   const line = h('div', {class: 'line'}, h('time', {}, clock(t, true).slice(0, -2)), h('span', {}, text));
   Object.assign(line.dataset, {text, time: t});
   label(line);
+  line.classList.toggle('moment', away(line) <= near);
   cycle.count++;
   if (/SendAlarmData!! index:/.test(text)) cycle.alarms++;
   cycle.lines.append(line);
@@ -115,23 +119,18 @@ function move(event) {
   next?.scrollIntoView({block: 'nearest'});
 }
 
-// Of the lines of a moment, the one that an alarm means: its own; else the closest.
-function lineOf(lines, time, from) {
-  const own = ['alarm', 'timeline'].includes(from) && lines.find((line) => line.dataset.text.includes('SendAlarmData!! index:'));
-  const away = (line) => Math.abs(Number(line.dataset.time) - time);
-  return own || lines.reduce((best, line) => (best && away(best) <= away(line) ? best : line), null);
-}
+// The line that is closest to the moment, and not further away.
+const closest = (lines, most) => lines.filter((line) => away(line) <= most).reduce((best, line) => (best && away(best) <= away(line) ? best : line), null);
 
 // Marks the lines around a moment; goes there where another part points.
 function markMoment({time, from}) {
-  const close = [];
-  for (const line of box.querySelectorAll('.line')) {
-    const here = Math.abs(Number(line.dataset.time) - time) <= near;
-    line.classList.toggle('moment', here);
-    if (here && !line.hidden) close.push(line);
-  }
-  const first = lineOf(close, time, from);
-  if (from === 'log' || !first) return;
+  const lines = [...box.querySelectorAll('.line')];
+  for (const line of lines) line.classList.toggle('moment', away(line) <= near);
+  if (from === 'log') return;
+  const seen = lines.filter((line) => !line.hidden);
+  const first = closest(seen.filter((line) => line.dataset.text.includes(own[from])), nearest) ?? closest(seen, near);
+  if (!first) return;
+  first.classList.add('moment');
   follow.checked = false;
   first.closest('details').open = true;
   first.scrollIntoView({block: 'center'});
