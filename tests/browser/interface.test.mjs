@@ -37,7 +37,7 @@ test('a second desk beside this one has another port, which it tells', async (t)
     second.kill();
     rmSync(folder, {recursive: true});
   });
-  const told = await eventually(() => JSON.parse(readFileSync(file)).port, 10, 'its port');
+  const told = await eventually(() => JSON.parse(readFileSync(file)).port, 'its port');
   assert.notEqual(told, Number(port));
   assert.equal((await fetch(`http://127.0.0.1:${told}/`)).status, 200);
 });
@@ -92,7 +92,7 @@ function check(value, schema, where) {
 }
 
 test('what the server answers is what the description says', async () => {
-  await eventually(async () => (await state()).sdk?.pid && (await state()).device, 60, 'the agent logs in');
+  await eventually(async () => (await state()).sdk?.pid && (await state()).device, 'the agent logs in');
   for (const [path, methods] of Object.entries(description.paths)) {
     for (const [method, operation] of Object.entries(methods)) {
       for (const example of operation['x-examples'] ?? []) {

@@ -11,7 +11,7 @@ const bounded = 1000;  // milliseconds behind, whatever the machine does: beyond
 // Presses Watch; gives back once a picture is on the screen.
 async function watch(page) {
   await page.click('#watch');
-  await page.waitForFunction(() => window.deskPlayer.firstPicture !== null, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.firstPicture !== null);
 }
 
 // The picture's pixels, as a sum that changes when they do.
@@ -27,24 +27,23 @@ test('the picture plays, with sound, and moves', async (t) => {
   await watch(page);
   const at = () => page.evaluate(() => ({time: window.deskPlayer.video.currentTime, ready: window.deskPlayer.video.readyState, width: window.deskPlayer.video.videoWidth,
     sound: window.deskPlayer.video.webkitAudioDecodedByteCount}));
-  const first = await eventually(async () => { const now = await at(); return now.ready >= 3 && now; }, 5, 'readyState 3'), before = await pixels(page);
+  const first = await eventually(async () => { const now = await at(); return now.ready >= 3 && now; }, 'readyState 3'), before = await pixels(page);
   assert.equal(first.width, 400);
-  const later = await eventually(async () => { const now = await at(); return now.time > first.time + 2 && now; }, 6, 'two seconds of picture');
+  await eventually(async () => { const now = await at(); return now.time > first.time + 2 && now.sound > 5000; }, 'two seconds of picture, with sound');
   assert.notEqual(await pixels(page), before);
-  assert.ok(later.sound > 5000, `sound decoded: ${later.sound} bytes`);
   assert.equal((await sdk('GET', '/state')).request_vedio, 1);
   await page.locator('#watchdog', {hasText: 'Watchdog on guard'}).waitFor();
   for (const plot of [/^Pictures: 1\d\.\d \/s$/, /^Key frame every: [1-9]\d*$/, /^Video: [1-9]\d* kbit\/s$/, /^Sound: [1-9]\d* kbit\/s$/, /^Without a picture: 0 s$/])
-    await page.getByRole('img', {name: plot}).waitFor({timeout: 20000});
+    await page.getByRole('img', {name: plot}).waitFor();
   await page.click('#watch');
-  await eventually(async () => (await sdk('GET', '/state')).request_vedio === 0, 5, 'the SDK is told that nobody watches');
+  await eventually(async () => (await sdk('GET', '/state')).request_vedio === 0, 'the SDK is told that nobody watches');
   await page.locator('#watchdog', {hasText: 'Watchdog at rest'}).waitFor();
 });
 
 test('who is behind jumps to the newest picture', async (t) => {
   const page = await open(t);
   await watch(page);
-  await page.waitForFunction(() => window.deskPlayer.video.currentTime > 2, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.video.currentTime > 2);
   const jumps = await page.evaluate(() => {
     const {video} = window.deskPlayer, before = window.deskPlayer.jumps;
     video.currentTime = video.buffered.start(0);
@@ -53,7 +52,7 @@ test('who is behind jumps to the newest picture', async (t) => {
   await page.waitForFunction((before) => {
     const {video, jumps: now} = window.deskPlayer;
     return now > before && video.buffered.end(video.buffered.length - 1) - video.currentTime < 0.6;
-  }, jumps, {timeout: 5000});
+  }, jumps);
 });
 
 test('frames that stop are counted until the watchdog would bite', async (t) => {
@@ -61,9 +60,9 @@ test('frames that stop are counted until the watchdog would bite', async (t) => 
   t.after(() => sdk('PUT', '/capture', {stalled: false}));
   await watch(page);
   await sdk('PUT', '/capture', {stalled: true});
-  await page.getByRole('img', {name: /^Without a picture: [2-9] s$/}).waitFor({timeout: 15000});
+  await page.getByRole('img', {name: /^Without a picture: [2-9] s$/}).waitFor();
   await sdk('PUT', '/capture', {stalled: false});
-  await page.getByRole('img', {name: 'Without a picture: 0 s'}).waitFor({timeout: 15000});
+  await page.getByRole('img', {name: 'Without a picture: 0 s'}).waitFor();
 });
 
 // How late the picture is once fifteen more have come, milliseconds.
@@ -88,7 +87,7 @@ for (const [way, lowest, wanted] of [['film (Media Source Extensions)', false, 4
     const late = await lateness();
     figure(`${way}, first picture: ${spread(firsts)}`);
     figure(`${way}, latency with sound: ${spread(latencies)}; the machine wakes ${late.toFixed(1)} ms late`);
-    assert.ok(median(firsts) < 2000, spread(firsts));
+    assert.ok(late >= busy || median(firsts) < 2000, spread(firsts));
     assert.ok(median(latencies) < (late < busy ? wanted : bounded), spread(latencies));
   });
 }
@@ -99,16 +98,16 @@ test('frames: picture and sound move, a reload keeps the choice, a new profile g
   await page.click('#sound');
   await watch(page);
   const first = await pixels(page);
-  await eventually(async () => (await pixels(page)) !== first, 5, 'another picture');
-  await page.waitForFunction(() => window.deskPlayer.sound.played > 30, null, {timeout: 10000});
+  await eventually(async () => (await pixels(page)) !== first, 'another picture');
+  await page.waitForFunction(() => window.deskPlayer.sound.played > 30);
   await sdk('PUT', '/capture', {profile: 'RTP_H264_WVGA'});
-  await page.waitForFunction(() => window.deskPlayer.picture.width === 800, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.picture.width === 800);
   await sdk('PUT', '/capture', {profile: 'RTP_H264_WQVGA'});
-  await page.waitForFunction(() => window.deskPlayer.picture.width === 400, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.picture.width === 400);
   await page.reload();
-  await page.waitForFunction(() => window.deskPlayer.picture.tagName === 'CANVAS' && window.deskPlayer.firstPicture, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.picture.tagName === 'CANVAS' && window.deskPlayer.firstPicture);
   await page.locator('#lowest').uncheck();
-  await page.waitForFunction(() => window.deskPlayer.picture.tagName === 'VIDEO' && window.deskPlayer.firstPicture, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.picture.tagName === 'VIDEO' && window.deskPlayer.firstPicture);
 });
 
 test('a browser without WebCodecs says so, and plays the film', async (t) => {
@@ -124,7 +123,7 @@ test('another profile of the stream goes on in the same page', async (t) => {
   const page = await open(t);
   await watch(page);
   await sdk('PUT', '/capture', {profile: 'RTP_H264_WVGA'});
-  await page.waitForFunction(() => window.deskPlayer.video.videoWidth === 800, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.video.videoWidth === 800);
   await sdk('PUT', '/capture', {profile: 'RTP_H264_WQVGA'});
-  await page.waitForFunction(() => window.deskPlayer.video.videoWidth === 400, null, {timeout: 15000});
+  await page.waitForFunction(() => window.deskPlayer.video.videoWidth === 400);
 });

@@ -75,7 +75,7 @@ function likeness(heard, said) {
 }
 
 async function clipIsThere(page) {
-  await page.locator('#talk-status', {hasText: 'is with the camera'}).waitFor({timeout: 45000});
+  await page.locator('#talk-status', {hasText: 'is with the camera'}).waitFor();
   await page.locator('#heard audio').waitFor();
 }
 
@@ -84,7 +84,7 @@ test('hold to talk: the camera gets what the microphone heard', async (t) => {
   const button = page.locator('#hold');
   await button.hover();
   await page.mouse.down();
-  await page.waitForFunction(() => document.querySelector('meter').value > 0.05, null, {timeout: 8000});
+  await page.waitForFunction(() => document.querySelector('meter').value > 0.05);
   await page.waitForTimeout(2600);  // a sentence's time
   await page.mouse.up();
   await clipIsThere(page);

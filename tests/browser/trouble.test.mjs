@@ -1,10 +1,10 @@
 // Troubles: ordered, seen in force, healed; and a scenario with its questions.
 import assert from 'node:assert/strict';
 import {test} from 'node:test';
-import {camera, eventually, state, withBrowser} from './support/desk.mjs';
+import {ask, camera, eventually, patience, state, withBrowser} from './support/desk.mjs';
 
 const open = withBrowser();
-const nothing = (page) => page.getByText('Nothing is wrong.').waitFor({timeout: 10000});
+const nothing = (page) => page.getByText('Nothing is wrong.').waitFor();
 
 test('a misbehaviour is ordered, meets a poll, and is healed', async (t) => {
   const page = await open(t, 'trouble');
@@ -14,7 +14,7 @@ test('a misbehaviour is ordered, meets a poll, and is healed', async (t) => {
   await form.locator('[name="status"]').fill('503');
   await form.getByRole('button', {name: 'Order it'}).click();
   await page.locator('#force li', {hasText: /CameraStatus: http_status.*503/}).waitFor();
-  await eventually(async () => (await camera('GET', '/faults'))[0]?.hits > 0, 20, 'a poll meets it');
+  await eventually(async () => (await camera('GET', '/faults'))[0]?.hits > 0, 'a poll meets it');
   await page.getByRole('button', {name: /Heal: CameraStatus/}).click();
   await nothing(page);
   assert.deepEqual(await camera('GET', '/faults'), []);
@@ -50,11 +50,11 @@ test('each trouble of network, card, tools and SDK is on and off again', async (
   for (const [id, holds] of tiles) {
     const tile = page.locator(`#trouble-${id}`);
     await tile.click();
-    await eventually(async () => holds(await state()), 8, `${id} is in force`);
+    await eventually(async () => holds(await state()), `${id} is in force`);
     await page.locator(`#trouble-${id}[aria-pressed="true"]`).waitFor();
     assert.equal(await page.locator('#force li').count(), 1, id);
     await page.locator('#force li').getByRole('button').click();
-    await page.locator(`#trouble-${id}[aria-pressed="false"]`).waitFor({timeout: 8000});
+    await page.locator(`#trouble-${id}[aria-pressed="false"]`).waitFor();
     assert.ok(!holds(await state()), `${id} is healed`);
   }
   await nothing(page);
@@ -65,7 +65,7 @@ test('a stepped clock is seen and set back', async (t) => {
   await page.locator('#trouble-clock-on').click();
   await page.locator('#force li', {hasText: '3600 s off'}).waitFor();
   // The agent's own words tell the hour: the seconds of the epoch that its polls print.
-  await eventually(async () => (await state()).log.some(({text, t: when}) => Number(/curr tv_sec:(\d+)/.exec(text)?.[1] ?? 0) * 1000 - when > 3500000), 15, 'the agent sees the step');
+  await eventually(async () => (await state()).log.some(({text, t: when}) => Number(/curr tv_sec:(\d+)/.exec(text)?.[1] ?? 0) * 1000 - when > 3500000), 'the agent sees the step');
   await page.click('#heal-all');
   await nothing(page);
 });
@@ -74,13 +74,14 @@ test('sessions end: the agent logs in again', async (t) => {
   const page = await open(t, 'trouble');
   const before = (await state()).camera.logins;
   await page.locator('#trouble-expire').click();
-  await eventually(async () => (await state()).camera.logins > before, 40, 'a login');
+  await eventually(async () => (await state()).camera.logins > before, 'a login');
 });
 
 test('a bad night ends with its questions answered', async (t) => {
   const page = await open(t, 'trouble');
+  const {seconds} = (await ask('GET', '/api/scenarios')).find(({name}) => name === 'bad-night');  // at most
   await page.locator('#scenario-bad-night').click();
-  await page.locator('#scenario-steps li', {hasText: 'The night is over'}).waitFor({timeout: 130000});
+  await page.locator('#scenario-steps li', {hasText: 'The night is over'}).waitFor({timeout: (seconds + patience) * 1000});
   await page.locator('#scenario-answers dd').nth(4).waitFor();
   const answers = await page.locator('#scenario-answers dd').allInnerTexts();
   assert.equal(answers.length, 5);

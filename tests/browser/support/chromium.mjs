@@ -12,6 +12,7 @@ export async function startBrowser({microphone, ...more} = {}) {
   const context = await chromium.launchPersistentContext(profile, {
     executablePath: program,
     headless: true,
+    timeout: 120000,
     args: ['--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run', '--disable-background-networking', '--disable-component-update',
       '--disable-sync', '--disable-dev-shm-usage', '--autoplay-policy=no-user-gesture-required', '--use-fake-ui-for-media-stream',
       '--use-fake-device-for-media-stream', ...(microphone ? [`--use-file-for-fake-audio-capture=${microphone}`] : [])],
