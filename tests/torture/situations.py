@@ -239,7 +239,7 @@ class Upgrade(Situation):
 
 class Poll(Situation):
     """A cycle in which everything is due and everything is to be told."""
-    name, seconds = "poll cycle", 70
+    name, seconds, paced = "poll cycle", 70, True  # a second more or less, and an event is due a cycle later
     conf = {"POLL_STATUS_PERIOD_SEC": "60", "NIMB_ARMED": "1"}
 
     def before(self, device):

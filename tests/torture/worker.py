@@ -16,6 +16,7 @@ CAMERA_STATUS = {"Battery": "90", "SD": "1", "Adaptor": "1", "Temperature": "25"
 OUT_OF_MEMORY = "VeloAgent: out of memory\n"
 REBOOT, SET_LATE = "***** reboot operation*****", "(NTP) curl finished succeeded"
 SETTLING = 130  # bent seconds until threads and descriptors are as before: more than any pause that a thread may make
+SETTLING_REAL = 10  # real ones at least
 DATA_BYTES = 4096  # an allocation of so many is data's: it may fail, never end the process
 FAILURE = re.compile(r"fail|error|cannot|can't|could not|unable|null|not enough|not read|not started|no thread|no worker|res !=|out of memory|not written|aborting|"
                      r"Quit|does NOT|= -1|curr tv_sec:0,|status != 200|LOCAL_FAIL|not existed", re.IGNORECASE)
@@ -222,8 +223,10 @@ class Worker:
         def same():
             threads = device.is_quiet() if device.agent is self.sized else len(device.threads()) == len(device.usual_threads)
             return threads and len(device.descriptors()) <= len(self.usual_descriptors)
-        end = device.clock.reading_ns() + int(SETTLING * 1e9)
-        device.pass_until(lambda: same() or device.clock.reading_ns() > end, "threads and descriptors settle", SETTLING)
+        # Beside a child of the agent's, which takes real time, the bent seconds are over at once.
+        end, real_end = device.clock.reading_ns() + int(SETTLING * 1e9), time.monotonic() + SETTLING_REAL
+        device.pass_until(lambda: same() or (device.clock.reading_ns() > end and time.monotonic() > real_end),
+                          "threads and descriptors settle", SETTLING)
         if not same():
             raise Broken(f"{len(device.threads())} threads, before {len(device.usual_threads)}; descriptors "
                          f"{device.descriptors()}, before {self.usual_descriptors}")
