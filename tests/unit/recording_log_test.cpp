@@ -50,6 +50,12 @@ TEST_F(RecordingLog, FlagFileIsMadeEmptyAndDeleted) {
     EXPECT_EQ(output_of(touch_recording_flag_temp_file), "touch_recording_flag_temp_file\ntouch succeeded\n");
     EXPECT_TRUE(file_exists(kFlag));
     EXPECT_EQ(read_file(kFlag), "");
+    const mode_t mask = umask(0);
+    output_of(touch_recording_flag_temp_file);
+    umask(mask);
+    struct stat flag {};
+    EXPECT_EQ(stat(kFlag, &flag), 0);
+    EXPECT_EQ(flag.st_mode & 07777, 0666U);
     EXPECT_EQ(output_of(remove_recording_flag_temp_file),
               "remove_recording_flag_temp_file\nremove succeeded\n");
     EXPECT_FALSE(file_exists(kFlag));
@@ -226,6 +232,8 @@ INSTANTIATE_TEST_SUITE_P(
         TornRow{"what stands before the digits", kWhole + "/1", kWhole + "/1"},
         TornRow{"what stands behind the digits", kWhole + ":1", kWhole + ":1"},
         TornRow{"zeros for a second line", kWhole + std::string(28, '\0'), kWhole},
+        TornRow{"a zero behind what is no digit", kWhole + std::string("X\0", 2),
+                kWhole + std::string("X\0", 2)},
         TornRow{"zeros for the longest line", kWhole + std::string(64, '\0'), kWhole},
         TornRow{"zeros for the first line", std::string(64, '\0'), ""},
         TornRow{"what is too long for a line", std::string(66, '1'), std::string(66, '1')},
@@ -271,6 +279,15 @@ TEST_F(RecordingLog, LogPathIsReadUntilThereIsOneAndThenKept) {
     output_of([] { write_recording_log(1, 2, "12345"); });
     EXPECT_EQ(read_file(kLog), "19700101000001_1_A\n19700101000001_1_A\n");
     EXPECT_FALSE(file_exists("/tmp/another.log"));
+}
+
+TEST_F(RecordingLog, LogPathOfOneCharacterIsKept) {
+    newest_video("A");
+    set_conf("RECORDING_LOG_FILE", "/");
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    set_conf("RECORDING_LOG_FILE", kLog);
+    output_of([] { write_recording_log(1, 2, "12345"); });
+    EXPECT_FALSE(file_exists(kLog));
 }
 
 TEST_F(RecordingLog, ConfigurationThatCannotBeReadLeavesNoPath) {

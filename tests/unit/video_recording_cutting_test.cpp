@@ -1,5 +1,6 @@
 // The thread that cuts a recording into pieces.
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <ostream>
 #include <vector>
@@ -50,6 +51,10 @@ std::string log_of_whole_job(long length) {
     }));
 }
 
+void cut_by_name(std::intptr_t length) {
+    EXPECT_EQ(autocut_recording(reinterpret_cast<void *>(length)), nullptr);
+}
+
 std::string after_first_start(const std::string &log) {
     return log.substr(log.find("Record Period"));
 }
@@ -74,6 +79,19 @@ TEST_F(Cutting, LengthOfWholePeriodsEndsWithTheLastOfThem) {
                         log_of_cut_stop(10, 1700028800, "20231115061320", 1700028812) +
                         log_of_cut_start(10, 1700028817) + "Start Sleeping for 10 sec\n" +
                         log_of_cut_stop(0, 1700028817, "20231115061337", 1700028829));
+    expect_idle();
+}
+
+TEST_F(Cutting, LengthOfAPeriodAndASecondHasAPieceOfOneSecond) {
+    log_of_whole_job(11);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "1 s", "5000 ms"}));
+    expect_idle();
+}
+
+TEST_F(Cutting, PeriodOfOneSecond) {
+    set_conf("RECORDING_PERIOD", "1");
+    log_of_whole_job(2);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "1 s", "5000 ms", "2000 ms", "1 s", "5000 ms"}));
     expect_idle();
 }
 
@@ -131,10 +149,41 @@ TEST_F(Cutting, SleepingThreadTakesANewJobOverAtOnce) {
     log_of_start(0, 0);
     output_of([] { EXPECT_EQ(stop_recording_video(), 0); });
     const std::string log = log_of_whole_job(7);
+    EXPECT_EQ(log.find("(autocut_recording). start_recording_video"), std::string::npos) << "it runs already";
     EXPECT_LOG(marked_log(log.substr(log.find("Start Sleeping"))),
                "Start Sleeping for 7 sec\n" + log_of_cut_stop(-3, 1700028807, "20231115061327", 1700028816));
     EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "10 s", "5000 ms", "2000 ms", "7 s", "5000 ms"}));
     EXPECT_EQ(intercept::created(autocut_recording).size(), 1u);
+    expect_idle();
+}
+
+// A stop that the camera refuses is one of the moves that wake the thread.
+TEST_F(Cutting, SleepingThreadSleepsOnWhileItsJobStands) {
+    camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
+    fake_os::hold_deadlines("10 s");
+    log_of_start(0, 0);
+    EXPECT_TRUE(eventually([] { return intercept::timed_waits() == 1; }));
+    const std::string log = output_of([] {
+        EXPECT_EQ(stop_recording_video(), 6);
+        EXPECT_TRUE(eventually([] { return intercept::timed_waits() == 2; }));
+        EXPECT_EQ(stop_recording_video(), 0);
+    });
+    EXPECT_EQ(log.find("(autocut_recording)"), std::string::npos) << log;
+    expect_idle();
+}
+
+// The next start is the same thread's: it takes over what is the job when it begins.
+TEST_F(Cutting, StartBeforeTheCuttingThreadRunsGetsNoSecondThread) {
+    intercept::hold_threads(autocut_recording);
+    output_of([] {
+        EXPECT_EQ(start_recording_video(25), 0);
+        EXPECT_EQ(stop_recording_video(), 0);
+        EXPECT_EQ(start_recording_video(7), 0);
+        intercept::let_threads_on();
+        pthread_join(recVideo_t, nullptr);
+    });
+    EXPECT_EQ(intercept::created(autocut_recording).size(), 1u);
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "5000 ms", "2000 ms", "7 s", "5000 ms"}));
     expect_idle();
 }
 
@@ -225,6 +274,19 @@ TEST_F(Cutting, CameraThatRefusesInTheMiddleOfAJobEndsIt) {
     expect_idle();
 }
 
+// The last second's cut finds nothing to stop.
+TEST_F(Cutting, PieceThatTheCameraRefusesIsCutAllTheSame) {
+    camera_obeys({{"VIDEO_START", {taken("VIDEO_START"), refused(6)}}});
+    const std::string log = after_first_start(log_of_whole_job(11));
+    EXPECT_LOG(log.substr(log.find("VIDEO_START ErrorCode")),
+               "VIDEO_START ErrorCode: 6\n"
+               "Start Sleeping for 1 sec\n"
+               "(autocut_recording) stop_recording_video. len = -9\n"
+               "stop_recording_video called\n"
+               "Video_recording is 0. Return. \n");
+    expect_idle();
+}
+
 TEST_F(Cutting, NextRecordingAfterAJobHasItsOwnThread) {
     log_of_whole_job(5);
     log_of_whole_job(5);
@@ -271,6 +333,13 @@ INSTANTIATE_TEST_SUITE_P(Values, UselessPeriod,
                                          PeriodRow{.name = "NoNumber", .value = "ten", .printed = "0"}),
                          by_name);
 
+TEST_F(Cutting, PeriodThatIsNotThereIsNone) {
+    write_conf({});
+    EXPECT_NE(output_of([] { cut_by_name(5); }).find("Record Period = 0\n"), std::string::npos);
+    remove_conf();
+    EXPECT_NE(output_of([] { cut_by_name(5); }).find("Record Period = 0\n"), std::string::npos);
+}
+
 TEST_F(Cutting, PeriodIsReadOnce) {
     log_of_whole_job(5);
     set_conf("RECORDING_PERIOD", "3");
@@ -281,7 +350,37 @@ TEST_F(Cutting, PeriodIsReadOnce) {
 TEST_F(Cutting, CuttingByName) {
     start_quietly();  // its own thread is held
     fake_os::on_pause({});
-    output_of([] { EXPECT_EQ(autocut_recording(reinterpret_cast<void *>(std::intptr_t{5})), nullptr); });
+    output_of([] { cut_by_name(5); });
+    expect_idle();
+}
+
+// The other one has lost the job for good: it leaves when it is next woken, by a stop that the camera
+// refuses.
+TEST_F(Cutting, CuttingByNameTakesTheJobFromTheThread) {
+    camera_obeys({{"VIDEO_STOP", {refused(6), taken("VIDEO_STOP")}}});
+    fake_os::hold_deadlines("10 s");
+    log_of_start(0, 0);
+    bool woken = false;
+    fake_os::on_pause([&](const std::string &pause) {
+        if (pause != "7 s" || woken) return;
+        woken = true;
+        EXPECT_EQ(stop_recording_video(), 6);
+        pthread_join(recVideo_t, nullptr);
+    });
+    output_of([] { cut_by_name(7); });
+    const Texts pauses = fake_os::pauses();
+    EXPECT_EQ(std::count(pauses.begin(), pauses.end(), "7 s"), 1);
+    expect_idle();
+}
+
+// What was meant for that thread is nobody's.
+TEST_F(Cutting, CuttingByNameAfterAThreadThatCouldNotBeCreated) {
+    intercept::refuse_next("pthread_create");
+    output_of([] {
+        EXPECT_EQ(start_recording_video(25), EAGAIN);
+        cut_by_name(7);
+    });
+    EXPECT_EQ(fake_os::pauses(), (Texts{"2000 ms", "7 s", "5000 ms"}));
     expect_idle();
 }
 

@@ -1,6 +1,7 @@
 // Stops and starts from outside at every instant of a job, and many of them at once.
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <ostream>
 #include <random>
 #include <thread>
@@ -24,6 +25,7 @@ class Instants : public VideoRecording {
         Texts seen;
         int start_result = 0;
         bool recorded_on = false;  // until the test gave up
+        std::string log;
     };
 
     void SetUp() override {
@@ -57,7 +59,7 @@ class Instants : public VideoRecording {
             stop_recording_video();
         });
         instants::begin(number, act);
-        output_of([&] {
+        result.log = output_of([&] {
             result.start_result = start_recording_video(length);
             starting = false;
             join_cutters();
@@ -212,6 +214,80 @@ TEST_F(Instants, AStopThatWaitedAndIsRefusedLeavesTheJob) {
                                        "VIDEO_STOP", "VideoList?start=1&end=1", "VIDEO_START",
                                        "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
     expect_all_closed("after two refusals");
+}
+
+TEST_F(Instants, AStopThatWaitsForACutIsItsLast) {
+    run(25, 3, -1, {});
+    const Texts instants = run(25, 3, -1, {}).seen;
+    const auto cut = std::find(instants.begin(), instants.end(), "request VIDEO_STOP");
+    ASSERT_NE(cut, instants.end());
+    int result = 1;
+    const Run run_with_stop =
+        run(25, 3, static_cast<int>(cut - instants.begin()), [&] { result = stop_recording_video(); });
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(run_with_stop.log.find("(autocut_recording). start_recording_video"), std::string::npos);
+    expect_all_closed("after a stop during a cut");
+}
+
+// It waits for its turn, and finds a recording then.
+TEST_F(Instants, AStartDuringAStartIsRefusedWhenThatHasSucceeded) {
+    run(0, 1, -1, {});
+    const Texts instants = run(0, 1, -1, {}).seen;
+    const auto start = std::find(instants.begin(), instants.end(), "request VIDEO_START");
+    ASSERT_NE(start, instants.end());
+    std::atomic<int> result = 1;
+    in_piece = [&] { EXPECT_TRUE(eventually([&] { return result != 1; })); };
+    const Run run_with_start =
+        run(0, 1, static_cast<int>(start - instants.begin()), [&] { result = start_recording_video(5); });
+    EXPECT_EQ(result, -10);
+    EXPECT_NE(run_with_start.log.find("start_recording_video:line=382:video_recording=1\n"),
+              std::string::npos);
+    expect_all_closed("after a start during a start");
+}
+
+TEST_F(Instants, CuttingByNameDuringAStartWaitsForItsEnd) {
+    run(7, 3, -1, {});
+    const Texts instants = run(7, 3, -1, {}).seen;
+    const auto start = std::find(instants.begin(), instants.end(), "request VIDEO_START");
+    ASSERT_NE(start, instants.end());
+    camera.forget();
+    const Run run_with_cutter = run(0, 1, static_cast<int>(start - instants.begin()),
+                                    [] { autocut_recording(reinterpret_cast<void *>(std::intptr_t{5})); });
+    EXPECT_EQ(run_with_cutter.start_result, 0);
+    EXPECT_EQ(commands(camera),
+              (Texts{"VIDEO_START", "CameraStatus?Recording", "VIDEO_STOP", "VideoList?start=1&end=1"}));
+    expect_all_closed("after a cut by name");
+}
+
+// Both wait for the same stop: it has stopped for them both, and a start that comes next is nobody's to stop.
+TEST_F(Instants, AStopThatWaitedForAnotherLeavesTheNextStartAlone) {
+    fake_os::hold_deadlines("10 s");
+    for (int round = 0; round < 30 && !HasFailure(); round++) {
+        output_of([&] {
+            EXPECT_EQ(start_recording_video(0), 0);
+            std::thread second, next;
+            int stopped = 1, started = 1;
+            std::atomic<bool> first = true;
+            camera.on_request([&](const CameraRequest &request) {
+                if (command_of(request) == "VIDEO_STOP" && first.exchange(false)) {
+                    const int waits = instants::waits();
+                    second = std::thread([&] { stopped = stop_recording_video(); });
+                    EXPECT_TRUE(eventually([&] { return instants::waits() == waits + 1; }));
+                    next = std::thread([&] {
+                        while (load_shared(video_recording) != 0) std::this_thread::yield();
+                        started = start_recording_video(0);
+                    });
+                }
+                return recorder.answer(request);
+            });
+            EXPECT_EQ(stop_recording_video(), 0);
+            second.join();
+            next.join();
+            EXPECT_EQ(stopped, -1);
+            EXPECT_EQ(started, 0);
+            EXPECT_EQ(stop_recording_video(), 0);
+        });
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Jobs, EveryInstant,

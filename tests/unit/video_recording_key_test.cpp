@@ -3,6 +3,7 @@
 
 #include "agent/loginout.h"
 #include "agent/session_key.h"
+#include "instants.h"
 #include "intercept.h"
 #include "recorder.h"
 #include "video_recording_fixture.h"
@@ -124,6 +125,31 @@ TEST_F(WithoutAKey, StartWhileACutWaitsHasAThreadOfItsOwn) {
     EXPECT_EQ(intercept::created(autocut_recording).size(), 2u);
     EXPECT_EQ(recorder.closed(), 2);
     EXPECT_EQ(recorder.needless(), 0);
+    expect_idle();
+}
+
+// The turn of whoever came after it: a third one still has to wait.
+TEST_F(WithoutAKey, StopThatHasWaitedGivesNobodyElsesTurnBack) {
+    fake_os::hold_deadlines("10 s");
+    output_of([&] {
+        EXPECT_EQ(start_recording_video(0), 0);
+        lose_key();
+        std::thread stopping([] { EXPECT_EQ(stop_recording_video(), 0); });
+        EXPECT_TRUE(eventually(idle));
+        std::thread third;
+        fake_os::on_pause([&](const std::string &pause) {
+            if (pause != "2000 ms" || third.joinable()) return;
+            log_in();
+            stopping.join();
+            const int waits = instants::waits();
+            third = std::thread([] { EXPECT_EQ(start_recording_video(0), -10); });
+            EXPECT_TRUE(eventually([&] { return instants::waits() > waits || recorder.needless() > 0; }));
+        });
+        EXPECT_EQ(start_recording_video(0), 0);
+        third.join();
+        EXPECT_EQ(recorder.needless(), 0);
+        EXPECT_EQ(stop_recording_video(), 0);
+    });
     expect_idle();
 }
 

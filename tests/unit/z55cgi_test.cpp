@@ -11,6 +11,7 @@
 #include "agent/status_query.h"
 #include "agent_test.h"
 #include "intercept.h"
+#include "leaks.h"
 
 namespace {
 
@@ -303,10 +304,15 @@ TEST_P(CgiMember, EndsAReplyThatIsTooLong) {
     const std::string taken = result_of_reply(limit);
     EXPECT_NE(taken, member.failed.result);
     EXPECT_NE(taken, std::to_string(CURLE_WRITE_ERROR));
-    const std::string refused = result_of_reply(limit + 100'000);
+    const std::string refused = result_of_reply(limit + 1);
     EXPECT_EQ(refused, std::string(member.name) == "curl_POST" ? std::to_string(CURLE_WRITE_ERROR)
                                                                : member.failed.result);
     EXPECT_GE(limit, static_cast<size_t>(std::count(log.begin(), log.end(), '#')));
+}
+
+TEST_P(CgiMember, LeavesNothingBehind) {
+    camera.on_request([](const CameraRequest &) { return CameraReply{.body = kReply}; });
+    expect_nothing_left([] { errors_of([] { output_of([] { GetParam().call(); }); }); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, CgiMember, testing::ValuesIn(kMembers), by_name);
@@ -660,6 +666,15 @@ TEST(PhotoSink, GrowsAndStaysTerminated) {
     std::free(photo.data);
 }
 
+TEST(PhotoSink, LeavesNothingBehindWithoutMemory) {
+    expect_nothing_left([] {
+        photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
+        std::string piece = "x";
+        intercept::refuse_next("realloc");
+        output_of([&] { EXPECT_EQ(photo_write_callback(piece.data(), 1, 1, &photo), 0u); });
+    });
+}
+
 TEST(PhotoSink, AbortsTheTransferWithoutMemory) {
     photo_buffer photo{0, static_cast<char *>(std::calloc(1, 1))};
     std::string piece = "x";
@@ -671,10 +686,12 @@ TEST(PhotoSink, AbortsTheTransferWithoutMemory) {
 }
 
 TEST(PhotoSink, TakesNoMoreThanItsCountCanTell) {
-    photo_buffer photo{UINT32_MAX - 1, static_cast<char *>(std::calloc(1, 1))};
-    std::string piece = "xy";
-    output_of([&] { EXPECT_EQ(photo_write_callback(piece.data(), 1, 2, &photo), 0u); });
-    EXPECT_EQ(photo.data, nullptr);
+    for (const uint32_t room : {1U, 2U}) {
+        photo_buffer photo{UINT32_MAX - room, static_cast<char *>(std::calloc(1, 1))};
+        std::string piece = "xy";
+        output_of([&] { EXPECT_EQ(photo_write_callback(piece.data(), 1, 2, &photo), 0u); });
+        EXPECT_EQ(photo.data, nullptr);
+    }
 }
 
 struct StatusRow {

@@ -15,6 +15,7 @@
 #include "agent_test.h"
 #include "exports.h"
 #include "intercept.h"
+#include "leaks.h"
 #include "read_only_conf.h"
 #include "vanishing_conf.h"
 
@@ -712,6 +713,11 @@ TEST_F(KeyHook, IsAskedEachTime) {
     get_session_key = [] { return strdup("hooked"); };
     EXPECT_EQ(session_key(), "hooked");
     EXPECT_EQ(wait_for_session_key(), "hooked");
+}
+
+TEST_F(KeyHook, ItsCopiesAreFreed) {
+    get_session_key = [] { return static_cast<char *>(std::calloc(1, 30)); };
+    expect_nothing_left([] { EXPECT_EQ(session_key(), ""); });
 }
 
 TEST_F(KeyHook, WithoutMemoryForACopyTheKeyIsStillHeld) {

@@ -120,6 +120,13 @@ TEST_F(UpgradeRequest, EachFetchHasSixTries) {
     for (const std::string &pause : fake_os::pauses()) EXPECT_EQ(pause, "5 s");
 }
 
+TEST_F(UpgradeRequest, EachFetchHasNoSeventhTry) {
+    camera_answers({{kEvent, {{.status = 500}}}});
+    errors_of([] { output_of([] { EXPECT_NE(doOTA(), 0); }); });
+    const Texts seen = commands(camera);
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), kEvent), 6);
+}
+
 // A value of that text is what a device says that could not ask its camera.
 TEST_F(UpgradeRequest, AnErrorForAValueIsAskedForAgain) {
     camera_answers(

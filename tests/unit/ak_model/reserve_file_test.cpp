@@ -8,6 +8,7 @@
 #include <ostream>
 
 #include "agent_test.h"
+#include "leaks.h"
 
 namespace {
 
@@ -52,18 +53,13 @@ TEST_F(Reserve, IsMadeByDd) {
 }
 
 TEST_F(Reserve, IsAsOpenAsTheMaskAllowsAndNotKeptOpen) {
-    const auto next_descriptor = [] {
-        const int descriptor = open("/dev/null", O_RDONLY);
-        close(descriptor);
-        return descriptor;
-    };
     log_of_making(0);  // what prints may open a file of its own
     unlink(kReserve);
-    const int before = next_descriptor();
+    const long before = open_descriptors();
     const mode_t mask = umask(0);
     log_of_making(0);
     umask(mask);
-    EXPECT_EQ(next_descriptor(), before);
+    EXPECT_EQ(open_descriptors(), before);
     struct stat made {};
     ASSERT_EQ(stat(kReserve, &made), 0);
     EXPECT_EQ(made.st_mode & 07777, 0666u);

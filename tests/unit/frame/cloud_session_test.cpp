@@ -11,9 +11,11 @@
 #include <thread>
 
 #include "agent/session_key.h"
+#include "agent/utils/tick.h"
 #include "agent_test.h"
 #include "camera_script.h"
 #include "exports.h"
+#include "intercept.h"
 #include "marked_log.h"
 #include "shared.h"
 
@@ -60,9 +62,12 @@ class CloudSession : public CameraTest {
     }
 };
 
+// And with the rest as the system has it, of which the page that guards the stack is one.
 bool detached(const pthread_attr_t &attributes) {
     int state = -1;
-    return pthread_attr_getdetachstate(&attributes, &state) == 0 && state == PTHREAD_CREATE_DETACHED;
+    size_t guard = 0;
+    return pthread_attr_getdetachstate(&attributes, &state) == 0 && state == PTHREAD_CREATE_DETACHED &&
+           pthread_attr_getguardsize(&attributes, &guard) == 0 && guard > 0;
 }
 
 // --- Start-up
@@ -115,6 +120,28 @@ TEST_F(CloudSession, JoinsWithEverythingPrepared) {
     EXPECT_STREQ(password, "secret");
     EXPECT_EQ(fake_vendor::sink(), new_getframe_callback);
     EXPECT_EQ(fake_vendor::error_callback(), error_callback);
+}
+
+char *another_hook() {
+    return copy_session_key();
+}
+
+TEST_F(CloudSession, TheKeyIsAskedOfTheFunctionThatItIsGiven) {
+    output_of([] {
+        fake_os::run_until_pause(1, [] { run_cloud_session(reinterpret_cast<void *>(another_hook)); });
+    });
+    EXPECT_EQ(load_shared(get_session_key), another_hook);
+}
+
+int arming = -1;
+
+// Who stops the tick waits for whoever is about to arm it, and starts it again where it ran.
+TEST_F(CloudSession, TheTickIsKnownWhileItIsArmed) {
+    intercept::on_alarm([](unsigned) { arming = tick_arming; });
+    alarm_func(SIGALRM);
+    EXPECT_EQ(arming, 1);
+    EXPECT_EQ(tick_arming, 0);
+    EXPECT_TRUE(tick_started);
 }
 
 // The SDK may call back at once.

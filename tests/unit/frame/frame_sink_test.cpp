@@ -428,6 +428,32 @@ TEST(KeyFrameScanOfAnything, FindsAStartCodeWhereverItStands) {
     }
 }
 
+TEST(KeyFrameScanOfAnything, GoesOnBehindABlockThatDecidesNothing) {
+    Bytes frame(600, 7);
+    frame[10] = frame[11] = 0;
+    std::memcpy(frame.data() + 300, "\0\0\0\1\x67", 5);
+    EXPECT_EQ(is_key_frame(frame.data(), frame.size()), 1);
+}
+
+TEST(KeyFrameScanOfAnything, FindsAStartCodeWhoseZerosFillABlock) {
+    Bytes frame(600, 7);
+    std::fill(frame.begin(), frame.begin() + 256, uint8_t{0});
+    frame[256] = 1;
+    frame[257] = 0x67;
+    EXPECT_EQ(is_key_frame(frame.data(), frame.size()), 1);
+}
+
+TEST(KeyFrameScanOfAnything, LooksAtWholeBlocksAlone) {
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void *pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    uint8_t *end = static_cast<uint8_t *>(pages) + page;
+    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+    std::memset(pages, 7, page);
+    EXPECT_EQ(is_key_frame(end - 512, 512), 0);
+    munmap(pages, 2 * page);
+}
+
 TEST(KeyFrameScanOfAnything, IsTheSlowOne) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void *pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -12,6 +12,7 @@
 #include "camera_script.h"
 #include "exports.h"
 #include "intercept.h"
+#include "leaks.h"
 #include "marked_log.h"
 #include "shared.h"
 
@@ -127,6 +128,7 @@ TEST_F(Snapshot, WaitsForASessionKey) {
 
 TEST_F(Snapshot, PhotoIsTakenAndFetched) {
     camera_answers({});
+    store_shared(res, 7);
     EXPECT_EQ(log_of(kTakePhoto, 0), std::string(kStatusLog) + kStatusDoneLog +
                                          "[ACTION]\n"
                                          "\n***(photo to mobile) curl_perform starts ***\n"
@@ -376,6 +378,12 @@ TEST_F(Snapshot, SdksBufferGrows) {
     record.length = 1;
     log_of(kNewestThumbnail, 0);
     EXPECT_TRUE(picture() == large);
+}
+
+TEST_F(Snapshot, LeavesNothingBehindButThePicture) {
+    camera_answers({});
+    add_file("A.THM", "thumbnail");
+    for (const int mode : {kNewestThumbnail, kTakePhoto}) expect_nothing_left([=, this] { log_of(mode, 0); });
 }
 
 TEST_F(Snapshot, EmptyThumbnail) {

@@ -7,8 +7,10 @@
 #include <filesystem>
 #include <ostream>
 #include <thread>
+#include <utility>
 
 #include "frame/talkback.h"
+#include "leaks.h"
 #include "talkback_fixture.h"
 
 namespace {
@@ -155,6 +157,20 @@ TEST_F(TalkbackFrames, ClipThatIsBeingFinishedTakesNoMoreFrames) {
     EXPECT_EQ(payloads(), (Lengths{10, 10}));
 }
 
+TEST_F(TalkbackFrames, ClipThatIsPlayingTakesNoMoreFrames) {
+    bool first = true;
+    camera.on_request([&](const CameraRequest &request) {
+        if (command_of(request) != "MobileAudio") return taken("AUDIO_ON");
+        if (std::exchange(first, false)) deliver(2, Bytes(10, 0));
+        return CameraReply{.body = "played"};
+    });
+    output_of([this] {
+        deliver(1, Bytes(10, 0));
+        play_all();
+    });
+    EXPECT_EQ(payloads(), (Lengths{10, 10}));
+}
+
 TEST_F(TalkbackFrames, EndOfAnOldClipLeavesTheNewOneOpen) {
     output_of([this] {
         deliver(5, Bytes(10, 0));
@@ -219,6 +235,15 @@ TEST_P(Shortage, RefusesAFrameAndForgetsTheClip) {
     });
     EXPECT_NE(log.find(GetParam().line), std::string::npos) << log;
     EXPECT_EQ(payloads(), (Lengths{10, 10}));
+}
+
+TEST_P(Shortage, LeavesNothingBehind) {
+    output_of([this] {
+        expect_nothing_left([this] {
+            intercept::refuse_next(GetParam().function, GetParam().after);
+            EXPECT_EQ(deliver(0, Bytes(10, 0)), -1);
+        });
+    });
 }
 
 INSTANTIATE_TEST_SUITE_P(

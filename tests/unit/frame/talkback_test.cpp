@@ -9,6 +9,7 @@
 
 #include "agent/loginout.h"
 #include "agent/session_key.h"
+#include "leaks.h"
 #include "marked_log.h"
 #include "talkback_fixture.h"
 
@@ -214,13 +215,24 @@ TEST_F(Talkback, ClipWaitsForASessionKey) {
     EXPECT_EQ(seen[2].substr(0, 34), "POST /CGI/MobileAudio Session=777\n");
 }
 
+TEST_F(Talkback, ClipLeavesNothingBehind) {
+    output_of([this] {
+        expect_nothing_left([this] {
+            deliver(0, Bytes(10, 0));
+            play_all();
+        });
+    });
+}
+
 TEST_F(Talkback, ThreadWithoutAnythingToPlayEnds) {
     EXPECT_EQ(waitAndPlay(nullptr), nullptr);
     for (const uint32_t length : {0u, 43u, 44u, 1000u}) {
-        TalkClip *clip = static_cast<TalkClip *>(std::calloc(1, sizeof(TalkClip)));
-        if (length < 44) clip->data = static_cast<uint8_t *>(std::calloc(1, 102400));
-        clip->length = length;
-        EXPECT_EQ(waitAndPlay(clip), nullptr) << length;
+        expect_nothing_left([length] {
+            TalkClip *clip = static_cast<TalkClip *>(std::calloc(1, sizeof(TalkClip)));
+            if (length < 44) clip->data = static_cast<uint8_t *>(std::calloc(1, 102400));
+            clip->length = length;
+            EXPECT_EQ(waitAndPlay(clip), nullptr) << length;
+        });
     }
     EXPECT_EQ(fake_os::pauses(), Texts{});
     EXPECT_TRUE(camera.seen().empty());

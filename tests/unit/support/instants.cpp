@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
@@ -31,6 +32,7 @@ State &state() {
 }
 
 thread_local bool acting = false;
+std::atomic<int> all_waits = 0;
 
 void let_go_on() {
     State &s = state();
@@ -90,6 +92,10 @@ void stop_counting() {
     s.counting = false;
 }
 
+int waits() {
+    return all_waits;
+}
+
 Texts end() {
     stop_counting();
     State &s = state();
@@ -123,6 +129,7 @@ __attribute__((format(printf, 1, 2))) int __wrap_printf(const char *format, ...)
 }
 
 int __wrap_pthread_cond_wait(pthread_cond_t *condition, pthread_mutex_t *mutex) {
+    all_waits++;
     if (acting) let_go_on();
     return __real_pthread_cond_wait(condition, mutex);
 }

@@ -20,6 +20,9 @@ void pass(const std::string &what);
 
 void stop_counting();
 
+// How often a wait on a condition was entered in this process.
+int waits();
+
 // The same; joins the thread of `act` and returns the instants so far, "line ..." for those of the log.
 Texts end();
 

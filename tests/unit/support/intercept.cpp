@@ -6,12 +6,17 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
 #include <map>
+#include <memory>
+#include <mutex>
+#include <set>
 #include <utility>
 
 #include "locked_state.h"
@@ -28,6 +33,9 @@ struct State {
     std::map<int, long> transfer_numbers;
     std::vector<std::string> synced;
     std::function<void(const std::string &)> sync_hook;
+    int timed_waits = 0;
+    void *(*held_routine)(void *) = nullptr;
+    std::set<void *> blocks;
 };
 
 LockedState<State> &state() {
@@ -47,6 +55,42 @@ bool due(const char *function) {
 int refused(int error) {
     errno = error;
     return -1;
+}
+
+void *taken(void *block) {
+    if (block != nullptr) state().with([block](State &s) { s.blocks.insert(block); });
+    return block;
+}
+
+void given_back(void *block) {
+    state().with([block](State &s) { s.blocks.erase(block); });
+}
+
+std::atomic<void (*)(unsigned)> alarm_hook{nullptr};
+
+// Never destroyed: threads of the agent outlive main.
+std::mutex &held_lock = *new std::mutex;
+std::condition_variable &let_on = *new std::condition_variable;
+bool threads_are_held = false;
+
+struct HeldThread {
+    void *(*routine)(void *);
+    void *argument;
+};
+
+void *run_when_let_on(void *held) {
+    const std::unique_ptr<HeldThread> thread(static_cast<HeldThread *>(held));
+    {
+        std::unique_lock<std::mutex> lock(held_lock);
+        let_on.wait(lock, [] { return !threads_are_held; });
+    }
+    return thread->routine(thread->argument);
+}
+
+void hold(bool held) {
+    const std::lock_guard<std::mutex> lock(held_lock);
+    threads_are_held = held;
+    let_on.notify_all();
 }
 
 }  // namespace
@@ -108,7 +152,31 @@ void on_sync(std::function<void(const std::string &)> hook) {
     state().set(&State::sync_hook, std::move(hook));
 }
 
+int timed_waits() {
+    return state().get(&State::timed_waits);
+}
+
+void hold_threads(void *(*routine)(void *)) {
+    state().set(&State::held_routine, routine);
+    hold(true);
+}
+
+void let_threads_on() {
+    state().set(&State::held_routine, static_cast<void *(*)(void *)>(nullptr));
+    hold(false);
+}
+
+size_t blocks() {
+    return state().with([](State &s) { return s.blocks.size(); });
+}
+
+void on_alarm(void (*hook)(unsigned)) {
+    alarm_hook = hook;
+}
+
 void reset() {
+    hold(false);
+    alarm_hook = nullptr;
     state().reset();
 }
 
@@ -135,6 +203,12 @@ CURL *__real_curl_easy_init(void);
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 void *__real_realloc(void *block, size_t size);
+void __real_free(void *block);
+unsigned __real_alarm(unsigned seconds);
+[[gnu::weak]] int __real_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                                                const timespec *deadline);
+[[gnu::weak]] int __real___pthread_cond_timedwait64(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                                                    const timespec *deadline);
 size_t __real_fread(void *out, size_t size, size_t count, FILE *file);
 clock_t __real_clock(void);
 CURLcode __real_curl_easy_setopt(CURL *handle, CURLoption option, ...);
@@ -151,7 +225,10 @@ int __wrap_pthread_attr_setdetachstate(pthread_attr_t *attributes, int detach_st
 int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*routine)(void *),
                           void *argument) {
     if (due("pthread_create")) return EAGAIN;
-    const int result = __real_pthread_create(thread, attributes, routine, argument);
+    const bool held = state().get(&State::held_routine) == routine;
+    const int result =
+        held ? __real_pthread_create(thread, attributes, run_when_let_on, new HeldThread{routine, argument})
+             : __real_pthread_create(thread, attributes, routine, argument);
     if (result == 0) state().with([=](State &s) { s.created.emplace_back(routine, *thread); });
     return result;
 }
@@ -170,15 +247,40 @@ int __wrap_sem_wait(sem_t *semaphore) {
 }
 
 void *__wrap_malloc(size_t size) {
-    return due("malloc") ? nullptr : __real_malloc(size);
+    return due("malloc") ? nullptr : taken(__real_malloc(size));
 }
 
 void *__wrap_calloc(size_t count, size_t size) {
-    return due("calloc") ? nullptr : __real_calloc(count, size);
+    return due("calloc") ? nullptr : taken(__real_calloc(count, size));
 }
 
 void *__wrap_realloc(void *block, size_t size) {
-    return due("realloc") ? nullptr : __real_realloc(block, size);
+    if (due("realloc")) return nullptr;
+    given_back(block);  // before another thread gets it
+    return taken(__real_realloc(block, size));
+}
+
+void __wrap_free(void *block) {
+    given_back(block);
+    __real_free(block);
+}
+
+unsigned __wrap_alarm(unsigned seconds) {
+    if (const auto hook = alarm_hook.load()) hook(seconds);
+    return __real_alarm(seconds);
+}
+
+int __wrap_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                                  const timespec *deadline) {
+    state().with([](State &s) { s.timed_waits++; });
+    return __real_pthread_cond_timedwait(condition, mutex, deadline);
+}
+
+// The name of 32-bit targets.
+int __wrap___pthread_cond_timedwait64(pthread_cond_t *condition, pthread_mutex_t *mutex,
+                                      const timespec *deadline) {
+    state().with([](State &s) { s.timed_waits++; });
+    return __real___pthread_cond_timedwait64(condition, mutex, deadline);
 }
 
 size_t __wrap_fread(void *out, size_t size, size_t count, FILE *file) {

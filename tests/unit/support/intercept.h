@@ -49,6 +49,19 @@ std::vector<std::string> synced();
 // `hook` is called with the path before each fsync, on its thread.
 void on_sync(std::function<void(const std::string &path)> hook);
 
+// How often a wait with a deadline was entered on a condition.
+int timed_waits();
+
+// Threads of this routine that are created from now on begin when they are let on.
+void hold_threads(void *(*routine)(void *));
+void let_threads_on();
+
+// The blocks that malloc, calloc and realloc have given since reset() and that free has not got back.
+size_t blocks();
+
+// `hook` is called at each alarm(), which may be in a signal handler; null: none.
+void on_alarm(void (*hook)(unsigned seconds));
+
 void reset();
 
 }  // namespace intercept

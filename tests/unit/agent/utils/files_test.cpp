@@ -1,10 +1,12 @@
 #include "agent/utils/files.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 
 #include "agent_test.h"
@@ -211,6 +213,33 @@ TEST_F(Files, TheErrorThatIsLeftIsTheFirst) {
     intercept::refuse_next("fsync");
     intercept::on_sync([](const std::string &path) { unlink(path.c_str()); });  // its removal fails too
     EXPECT_FALSE(replace_file(kPath, "new", 0600));
+    EXPECT_EQ(errno, EIO);
+}
+
+// A line of the log that the disk has no room for.
+TEST_F(Files, TheErrorThatIsToldIsTheErrorThatIsLeft) {
+    std::fflush(stdout);
+    const int log = dup(STDOUT_FILENO), full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    dup2(full, STDOUT_FILENO);
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    intercept::refuse_next("fstat");
+    const File file = open_regular(kVictim);
+    const int error = errno;
+    dup2(log, STDOUT_FILENO);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    std::clearerr(stdout);
+    close(log);
+    close(full);
+    EXPECT_EQ(file, nullptr);
+    EXPECT_EQ(error, EIO);
+}
+
+TEST_F(Files, TheErrorThatClosingLeavesIsThatOfTheDisk) {
+    File file = open_to_append(kPath);
+    const int descriptor = fileno(file.get());
+    intercept::refuse_next("fsync");
+    intercept::on_sync([=](const std::string &) { close(descriptor); });  // so that closing it fails too
+    EXPECT_FALSE(close_synced(std::move(file)));
     EXPECT_EQ(errno, EIO);
 }
 

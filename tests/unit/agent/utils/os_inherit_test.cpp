@@ -496,16 +496,16 @@ TEST_F(RebootTool, ThatIsMissingLeavesAlarmMaskAndHandlersAsTheyWere) {
         set_mask(SIG_SETMASK, set_of({SIGUSR1, SIGALRM}));
         __wrap_alarm(40);
         const std::string before = read_file("/proc/self/status");
-        failed_reboot();
+        const std::string result = failed_reboot();
         const std::string after = read_file("/proc/self/status");
         // A second of it may have gone on a busy machine.
-        std::string text = __wrap_alarm(0) >= 30 ? "armed" : "not armed";
+        std::string text = result + (__wrap_alarm(0) >= 30 ? " armed" : " not armed");
         for (const char *line : {"SigBlk", "SigIgn", "SigCgt"}) {
             text += signals_of(before, line) == signals_of(after, line) ? " same" : " changed";
         }
         return text;
     });
-    EXPECT_EQ(ended.text, "armed same same same");
+    EXPECT_EQ(ended.text, "-1 ENOENT armed same same same");
 }
 
 // --- Several reboots at once, each of which fails.

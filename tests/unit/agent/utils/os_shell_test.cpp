@@ -30,10 +30,11 @@ namespace {
 constexpr std::int64_t kSecond = 1'000'000'000;  // nanoseconds
 constexpr char kFile[] = "/tmp/os_test";
 
-std::int64_t start_of_time = 0;     // nanoseconds of the machine's clock
-std::atomic<int> speed{1};          // of the clocks that the door sees
-std::atomic<bool> immortal{false};  // nothing dies of SIGKILL
-std::atomic<pid_t> last_killed{0};  // as kill was told
+std::int64_t start_of_time = 0;             // nanoseconds of the machine's clock
+std::atomic<int> speed{1};                  // of the clocks that the door sees
+std::atomic<bool> immortal{false};          // nothing dies of SIGKILL
+std::atomic<pid_t> last_killed{0};          // as kill was told
+std::atomic<bool> all_were_blocked{false};  // signals, at an instant
 
 // A clock that only pauses move, by `slowness` halves of their length; it ends with the first kill.
 bool clock_of_pauses = false;
@@ -73,6 +74,15 @@ int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, time
     const timespec real =
         to_timespec(start_of_time + (deadline->tv_sec * kSecond + deadline->tv_nsec) / speed);
     return REAL_NANOSLEEP(clock, flags, &real, rest);
+}
+
+int __real_pthread_sigmask(int how, const sigset_t *set, sigset_t *before);
+int __wrap_pthread_sigmask(int how, const sigset_t *set, sigset_t *before) {
+    bool all = how == SIG_SETMASK;
+    for (const int number : {SIGALRM, SIGCHLD, SIGHUP, SIGINT, SIGTERM, SIGUSR1, SIGUSR2, SIGWINCH})
+        all = all && sigismember(set, number) == 1;
+    if (all) all_were_blocked = true;
+    return __real_pthread_sigmask(how, set, before);
 }
 
 int __real_kill(pid_t process, int number);
@@ -295,6 +305,13 @@ TEST_P(EachWay, GivesAnEmptyMaskAndDefaultHandlers) {
     EXPECT_EQ(signals_of(status, "SigIgn"), 0u);
 }
 
+// Its memory is the agent's until then.
+TEST_P(EachWay, RunsNoHandlerBeforeItIsTheShell) {
+    all_were_blocked = false;
+    EXPECT_EQ(GetParam().run("echo x"), "x\n");
+    EXPECT_TRUE(all_were_blocked);
+}
+
 TEST_P(EachWay, LeavesItsCallersMaskAndHandlersAlone) {
     sigset_t usr1, before, after;
     sigemptyset(&usr1);
@@ -417,10 +434,12 @@ TEST_F(Shell, AnAnswerIsWaitedForAMinute) {
 
 TEST_F(Shell, ACommandWhoseEndSomebodyElseTookIsAFailure) {
     signal(SIGCHLD, SIG_IGN);  // the system takes it
+    last_killed = 0;
     int wait_status = 0;
     EXPECT_EQ(run_shell("exit 0", kCommandSeconds, &wait_status), -1);
     EXPECT_EQ(wait_status, -1);
     EXPECT_EQ(read_shell("echo x"), std::nullopt);
+    EXPECT_EQ(last_killed, 0) << "the number may be another process's by now";
     signal(SIGCHLD, SIG_DFL);
 }
 

@@ -2,6 +2,7 @@
 
 #include "agent_test.h"
 #include "intercept.h"
+#include "leaks.h"
 
 namespace {
 
@@ -39,6 +40,13 @@ TEST(ReplyText, GoesWithItsOwner) {
     EXPECT_FALSE(owner);
     EXPECT_EQ(*owner, "");
     std::free(block);
+}
+
+TEST(ReplyText, IsFreed) {
+    expect_nothing_left([] {
+        Reply reply;
+        EXPECT_TRUE(reply.assign("abc"));
+    });
 }
 
 TEST(ReplyText, StaysWhatItWasWithoutMemory) {

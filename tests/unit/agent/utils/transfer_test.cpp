@@ -232,6 +232,9 @@ TEST_F(TransferSinks, GetNothingOfABodyPieceBeyondTheirRoom) {
     camera.reply("/x", {{.chunks = {"123", "45"}}});
     EXPECT_EQ(get(4, kLargestReply), CURLE_WRITE_ERROR);
     EXPECT_EQ(body, "123");
+    camera.reply("/x", {{.chunks = {"1234", "5"}}});
+    EXPECT_EQ(get(4, kLargestReply), CURLE_WRITE_ERROR);
+    EXPECT_EQ(body, "1234");
 }
 
 TEST_F(TransferSinks, GetNothingOfAHeaderLineBeyondTheirRoom) {
