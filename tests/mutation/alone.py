@@ -14,9 +14,9 @@ def mutated(finder, mutant):
 
 
 class Alone:
-    def __init__(self, finders, schemata):
+    def __init__(self, finders, schemata, number):
         self.finders = finders
-        self.tree = Tree("alone", schemata.tree)
+        self.tree = Tree(f"alone-{number}", schemata.tree)
         self.clean()
 
     def build(self, mutant):

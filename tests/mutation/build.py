@@ -34,6 +34,10 @@ def parser_arguments(command):
     return [a for a in command[1:] if re.match(r"-D|-std|-I|-fno-exceptions|-fno-rtti", a)]
 
 
+# What a debug build asserts, and an index beyond an array's end: the process ends, as under the sanitizers.
+CHECKED = ["-D_GLIBCXX_ASSERTIONS", "-fsanitize=bounds", "-fsanitize-undefined-trap-on-error"]
+
+
 class Tree:
     """A copy of the product's sources and their objects. `folder` is below build/mutate."""
 
@@ -65,7 +69,7 @@ class Tree:
         command = [a for a in self.commands[name] if not LEFT_OUT.fullmatch(a)]
         command[command.index("-o") + 1] = target
         command[-1] = os.path.join(self.sources, name)
-        command += ["-O0", "-w", "-Werror=vla", "-Dconstinit=", "-include", os.path.join(HERE, "switch.h")]
+        command += ["-O0", "-w", "-Werror=vla", "-Dconstinit=", *CHECKED, "-include", os.path.join(HERE, "switch.h")]
         if only_check:
             command.append("-fsyntax-only")
         if not only_check and os.path.exists(target):

@@ -3,7 +3,7 @@ import re
 from dataclasses import dataclass, field
 
 from clang.cindex import CursorKind as K
-from clang.cindex import Index, TypeKind
+from clang.cindex import Index, LinkageKind, StorageClass, TypeKind
 
 STATEMENT, RETURN, NEGATION, COMPARISON, CONSTANT, LITERAL = range(6)  # outer ones first where they share a place
 EDGES = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
@@ -46,6 +46,14 @@ def other(c):
     if c in b"xX":
         return b"y"
     return b"x" if c.isalpha() else b"-" if c == b"_" else b"_"
+
+
+def other_digit(text, at):
+    """Another last digit of a number; it stays one of its base."""
+    digit = text[at:at + 1]
+    if text[:1] == b"0" and text[1:2] not in b"xX.":
+        return b"6" if digit == b"7" else other(digit)
+    return b"E" if digit in b"fF" else bytes([digit[0] + 1]) if digit.isalpha() else other(digit)
 
 
 def positions_in_text(text):
@@ -172,7 +180,20 @@ class Finder:
         if re.match(rb"([0-9]+|true|false|nullptr|std::nullopt|\{\}|\"\")$", text):
             return
         spelled = result.get_canonical().spelling.replace("(anonymous namespace)::", "").encode()
-        self.add(*value, RETURN, b"mutant_return<%s>(@N, @I)" % spelled, "returned", [b"other(" + text + b")"])
+        # A local variable moves out of the function, as it does without a switch.
+        form = b"mutant_return<%s>(@N, std::move(@I))" if self.is_local(children[0]) else b"mutant_return<%s>(@N, @I)"
+        self.add(*value, RETURN, form % spelled, "returned", [b"other(" + text + b")"])
+
+    @staticmethod
+    def is_local(cursor):
+        children = list(cursor.get_children())
+        while cursor.kind != K.DECL_REF_EXPR and len(children) == 1:
+            cursor = children[0]
+            children = list(cursor.get_children())
+        variable = cursor.referenced if cursor.kind == K.DECL_REF_EXPR else None
+        return (variable is not None and variable.kind == K.VAR_DECL and variable.linkage == LinkageKind.NO_LINKAGE
+                and variable.storage_class == StorageClass.NONE and variable.type.kind in (TypeKind.RECORD, TypeKind.ELABORATED,
+                                                                                           TypeKind.TYPEDEF))
 
     def literal(self, cursor, fixed=False):
         span = self.span(cursor)
@@ -187,7 +208,9 @@ class Finder:
             if text[1:2] == b"\\":
                 at = []
         elif cursor.kind in (K.INTEGER_LITERAL, K.FLOATING_LITERAL) and NUMBER.match(text):
-            at = [NUMBER.match(text).end(1) - 1]
+            at = NUMBER.match(text).end(1) - 1
+            self.choose(start, end, [(start + at, start + at + 1, other_digit(text, at))], fixed)
+            return
         elif cursor.kind == K.CXX_BOOL_LITERAL_EXPR and text in (b"true", b"false"):
             self.choose(start, end, [(start, end, b"false" if text == b"true" else b"true")], fixed)
             return
@@ -303,7 +326,8 @@ class Finder:
             span = self.span(cursor)
             if span is None or re.match(rb"if\s+constexpr", self.text[span[0]:]):
                 return []
-            return children[:1]
+            first = 1 if children[0].kind == K.DECL_STMT else 0  # "if (int x = f(); x > 1)"
+            return children[first:first + 1]
         if kind == K.WHILE_STMT:
             return children[:1] if children[0].kind != K.VAR_DECL else []
         if kind == K.DO_STMT:

@@ -25,6 +25,11 @@ ROWS = {  # body of a function -> operator and changed line of each mutant
     "an equality that is a condition is one mutant": ("if (b == a) int x = f();", ["negated: if (!(b == a)) int x = f();"]),
     "one that is not": ("bool x = b != a;", ["edge: bool x = b == a;"]),
     "a declared condition": ("if (int x = f()) int y = x;", ["negated: if (int x = f(); !x) int y = x;"]),
+    "a condition behind a declaration": ("if (int x = f(); x != a) int y = x;", ["negated: if (int x = f(); !(x != a)) int y = x;"]),
+    "a number stays one of its base": ("int x[] = {0x1F, 0xFFA, 0777, 9, 0x29};", [
+        "literal: int x[] = {0x1E, 0xFFA, 0777, 9, 0x29};", "literal: int x[] = {0x1F, 0xFFB, 0777, 9, 0x29};",
+        "literal: int x[] = {0x1F, 0xFFA, 0776, 9, 0x29};", "literal: int x[] = {0x1F, 0xFFA, 0777, 8, 0x29};",
+        "literal: int x[] = {0x1F, 0xFFA, 0777, 9, 0x28};"]),
     "a text's ends": ('const char *x = "abc";', ['literal: const char *x = "xbc";', 'literal: const char *x = "abx";']),
     "no escape, no conversion": (r'const char *x = "\n%d-%s\t";', [r'literal: const char *x = "\n%d_%s\t";']),
     "a result": ("return f();", ["returned: return other(f());"]),

@@ -2,6 +2,7 @@
 import glob
 import os
 import pickle
+import queue
 import re
 import threading
 import time
@@ -256,11 +257,11 @@ def try_switched(mutant, chooser, most, hint="", but=(), tried=None):
     return ""
 
 
-def try_alone(mutant, chooser, alone):
+def try_alone(mutant, chooser, alone, most):
     """The same for one that needs a build of its own; None where it cannot be built."""
     link = alone.build(mutant)
     programs = {}
-    for case in chooser.tried_on(mutant)[:MOST_CASES] if link else []:
+    for case in chooser.tried_on(mutant)[:most] if link else []:
         target = "tests/unit/" + os.path.basename(case.program)
         if target not in programs:
             programs[target] = link(target)
@@ -350,11 +351,20 @@ class Session:
     def try_alone(self, mutants):
         mutants = [m for m in mutants if m.number not in self.numbers]
         progress = Progress("building and trying one by one", len(mutants))
-        alone = Alone(self.finders, self)
-        for mutant in mutants:
-            self.settle(mutant, try_alone(mutant, self.chooser, alone))
+        free = queue.SimpleQueue()
+        for number in range(self.jobs):
+            free.put(Alone(self.finders, self, number))
+
+        def one(mutant):
+            alone = free.get()
+            most = MOST_LISTED if mutant.number in self.listed else MOST_CASES
+            self.settle(mutant, self.log_notices(mutant) or try_alone(mutant, self.chooser, alone, most))
             alone.clean()
+            free.put(alone)
             progress.step(f", {mutant.file}")
+
+        with ThreadPoolExecutor(self.jobs) as pool:
+            list(pool.map(one, mutants))
 
     # --- Figures
 

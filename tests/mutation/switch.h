@@ -28,4 +28,17 @@ static inline T mutant_return(int number, std::type_identity_t<T> value) {
     }
 }
 
+// The same where the whole source is built with it.
+template <class T>
+static inline std::remove_cvref_t<T> other(T &&value) {
+    using Value = std::remove_cvref_t<T>;
+    if constexpr (std::is_same_v<Value, bool>) {
+        return !value;
+    } else if constexpr (std::is_arithmetic_v<Value> || std::is_enum_v<Value>) {
+        return value == Value{} ? static_cast<Value>(1) : Value{};
+    } else {
+        return Value{};
+    }
+}
+
 #endif
