@@ -1,4 +1,5 @@
 """Builds the product with its mutants in it, and programs of the tests with such objects in place of the product's own."""
+import hashlib
 import json
 import os
 import pickle
@@ -34,6 +35,16 @@ def parser_arguments(command):
     return [a for a in command[1:] if re.match(r"-D|-std|-I|-fno-exceptions|-fno-rtti", a)]
 
 
+def digest_of_tools():
+    """What decides how a source is switched."""
+    found = hashlib.sha256()
+    for name in ("finder.py", "build.py", "switch.h"):
+        with open(os.path.join(HERE, name), "rb") as file:
+            found.update(file.read())
+    return found.hexdigest()
+
+
+TOOLS = digest_of_tools()
 # What a debug build asserts, and an index beyond an array's end: the process ends, as under the sanitizers.
 CHECKED = ["-D_GLIBCXX_ASSERTIONS", "-fsanitize=bounds", "-fsanitize-undefined-trap-on-error"]
 
@@ -134,7 +145,9 @@ class Schemata:
         if not os.path.exists(self.notes):
             return set()
         with open(self.notes, "rb") as file:
-            kept, left_out = pickle.load(file)
+            tools, kept, left_out = pickle.load(file)
+        if tools != TOOLS:
+            return set()
         for name, (text, keys) in left_out.items():
             if name in self.finders and self.finders[name].text == text:
                 self.on[name] -= {m.number for p in self.finders[name].places.values() for m in p.mutants if m.key in keys}
@@ -146,7 +159,7 @@ class Schemata:
             keys = {m.key for p in finder.places.values() for m in p.mutants if m.number in self.whole[name] - self.on[name]}
             left_out[name] = finder.text, keys
         with open(self.notes, "wb") as file:
-            pickle.dump((self.kept, left_out), file)
+            pickle.dump((TOOLS, self.kept, left_out), file)
 
     def keep(self, names):
         """These constants stay constants, and with them those that their values are made of."""
