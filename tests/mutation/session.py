@@ -301,8 +301,8 @@ class Session:
             by = by or self.log_notices(mutant)
             result = "noticed" if by else "survived"
         before = self.results[mutant.file].of(mutant)
-        if result == "survived" and before:
-            by = before["by"]  # whether the system tests have seen it
+        if result == "survived" and before and before["tests"] == self.results[mutant.file].tests:
+            by = before["by"]  # whether all tests have seen it
         self.results[mutant.file].put(mutant, result, by)
         if result == "survived" and mutant.number not in self.listed:
             print(f"survived: {mutant.file}:{mutant.line}: {mutant.operator}: {mutant.shown}", flush=True)

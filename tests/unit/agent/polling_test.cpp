@@ -1,6 +1,7 @@
 // The poll cycle: what is asked when, what ends it, its log. The alarms are in polling_alarms_test.cpp.
 #include "polling_test.h"
 
+#include "intercept.h"
 #include "vanishing_conf.h"
 
 namespace {
@@ -70,6 +71,14 @@ TEST_F(Polling, TheCloudStorageIsAskedOnItsPeriod) {
     const Texts asked = {"readTokenFromFile", "soapGetToken"};
     EXPECT_EQ(fake_vendor::calls(), (Texts{asked[0], asked[1], asked[0], asked[1]}));
 }
+
+#ifdef __GLIBC__
+TEST_F(Polling, FreeMemoryIsReturnedEachMinute) {
+    const int before = intercept::trims();
+    poll(std::vector<std::string>(6, status()));  // and the cycle that ends it: a minute after the first
+    EXPECT_EQ(intercept::trims() - before, 2);
+}
+#endif
 
 // --- Ways out.
 

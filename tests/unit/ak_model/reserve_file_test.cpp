@@ -93,7 +93,7 @@ TEST_F(Reserve, ThatCannotBeDeleted) {
     const std::string errors = errors_of([&] { log = log_of_deleting(-1); });
     EXPECT_LOG(log, kDeleting + "Unable to delete the file\n");
     EXPECT_EQ(errors, "Error: Is a directory\n");
-    EXPECT_EQ(errors_without_log([] { EXPECT_EQ(deleteDummyFile(), -1); }), errors);
+    EXPECT_EQ(errors_on_a_full_log([] { EXPECT_EQ(deleteDummyFile(), -1); }), errors);
     rmdir(kReserve);
 }
 

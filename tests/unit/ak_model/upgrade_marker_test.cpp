@@ -100,7 +100,7 @@ TEST_F(Marker, ThatStaysIsSettledAgain) {
         EXPECT_NE(log.find("Unable to delete OTA Temp File file:\"/tmp/ota.marker\".\n"), std::string::npos);
     }
     EXPECT_EQ(alarm_statuses(), (std::vector{19, 19}));
-    EXPECT_EQ(errors_without_log(checkOtaTmpFile), "Error: Device or resource busy\n");
+    EXPECT_EQ(errors_on_a_full_log(checkOtaTmpFile), "Error: Device or resource busy\n");
     umount(kMarker);
 }
 

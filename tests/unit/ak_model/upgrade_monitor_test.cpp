@@ -267,7 +267,7 @@ TEST_F(Monitor, MarkerThatCannotBeWrittenHoldsNothingUp) {
     EXPECT_EQ(errors, "Error: No such file or directory\n");
     camera_goes_through({{"Downloading", "0", ""}});
     EXPECT_EQ(
-        errors_without_log([] { EXPECT_TRUE(fake_os::run_until_pause(1, [] { OTA_monitor(nullptr); })); }),
+        errors_on_a_full_log([] { EXPECT_TRUE(fake_os::run_until_pause(1, [] { OTA_monitor(nullptr); })); }),
         errors);
 }
 

@@ -1,6 +1,5 @@
 #include "agent_test.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include "agent/curlmgr.h"
 #include "agent/session_key.h"
 #include "exports.h"
+#include "full_log.h"
 #include "intercept.h"
 
 // The leak checker asks for it. OpenSSL releases what a thread holds at the thread's end, which one that the
@@ -124,18 +124,9 @@ std::string errors_of(const std::function<void()> &body) {
     return testing::internal::GetCapturedStderr();
 }
 
-std::string errors_without_log(const std::function<void()> &body) {
-    std::fflush(stdout);
-    const int log = dup(STDOUT_FILENO), full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    EXPECT_NE(dup2(full, STDOUT_FILENO), -1);
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-    const std::string errors = errors_of(body);
-    EXPECT_NE(std::fflush(stdout) + std::ferror(stdout), 0);
-    std::clearerr(stdout);
-    dup2(log, STDOUT_FILENO);
-    close(log);
-    close(full);
-    return errors;
+std::string errors_on_a_full_log(const std::function<void()> &body) {
+    const FullLog full;
+    return errors_of(body);
 }
 
 std::vector<int> alarm_statuses() {

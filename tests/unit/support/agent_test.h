@@ -45,7 +45,7 @@ std::string output_of(const std::function<void()> &body);
 // What it writes to standard error.
 std::string errors_of(const std::function<void()> &body);
 // The same where what it writes to standard output finds no room.
-std::string errors_without_log(const std::function<void()> &body);
+std::string errors_on_a_full_log(const std::function<void()> &body);
 
 // The statuses of the alarm records handed over so far, in order; each must be the cloud's "alarm" of
 // index 1.

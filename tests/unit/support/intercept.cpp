@@ -34,6 +34,7 @@ struct State {
     std::vector<std::string> synced;
     std::function<void(const std::string &)> sync_hook;
     int timed_waits = 0;
+    int trims = 0;
     void *(*held_routine)(void *) = nullptr;
     std::set<void *> blocks;
 };
@@ -170,6 +171,10 @@ size_t blocks() {
     return state().with([](State &s) { return s.blocks.size(); });
 }
 
+int trims() {
+    return state().get(&State::trims);
+}
+
 void on_alarm(void (*hook)(unsigned)) {
     alarm_hook = hook;
 }
@@ -204,6 +209,7 @@ void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 void *__real_realloc(void *block, size_t size);
 void __real_free(void *block);
+[[gnu::weak]] int __real_malloc_trim(size_t kept);  // glibc's own
 unsigned __real_alarm(unsigned seconds);
 [[gnu::weak]] int __real_pthread_cond_timedwait(pthread_cond_t *condition, pthread_mutex_t *mutex,
                                                 const timespec *deadline);
@@ -263,6 +269,11 @@ void *__wrap_realloc(void *block, size_t size) {
 void __wrap_free(void *block) {
     given_back(block);
     __real_free(block);
+}
+
+int __wrap_malloc_trim(size_t kept) {
+    state().with([](State &s) { s.trims++; });
+    return __real_malloc_trim(kept);
 }
 
 unsigned __wrap_alarm(unsigned seconds) {

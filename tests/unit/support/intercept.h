@@ -59,6 +59,9 @@ void let_threads_on();
 // The blocks that malloc, calloc and realloc have given since reset() and that free has not got back.
 size_t blocks();
 
+// How often free memory was returned to the system (malloc_trim).
+int trims();
+
 // `hook` is called at each alarm(), which may be in a signal handler; null: none.
 void on_alarm(void (*hook)(unsigned seconds));
 

@@ -13,6 +13,7 @@
 
 #include "agent_test.h"
 #include "exports.h"
+#include "full_log.h"
 #include "intercept.h"
 
 namespace {
@@ -176,6 +177,12 @@ TEST_F(ConfFile, TheReasonStaysWhereTheFileCannotBeClosedEither) {
         EXPECT_EQ(errno, EISDIR);
         EXPECT_FALSE(intercept::still_refuses("close"));
     });
+}
+
+TEST_F(ConfFile, TheErrorThatIsToldIsTheErrorThatIsLeft) {
+    write_file(kFile, "A=1\n");
+    intercept::refuse_next("read");
+    EXPECT_EQ(error_left_on_a_full_log([] { EXPECT_FALSE(conf_value("A", kFile)); }), EIO);
 }
 
 TEST_F(ConfFile, NullArgumentsAreAReadFailure) {

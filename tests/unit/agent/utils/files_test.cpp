@@ -1,15 +1,14 @@
 #include "agent/utils/files.h"
 
-#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 
 #include "agent_test.h"
+#include "full_log.h"
 #include "intercept.h"
 
 namespace {
@@ -216,22 +215,9 @@ TEST_F(Files, TheErrorThatIsLeftIsTheFirst) {
     EXPECT_EQ(errno, EIO);
 }
 
-// A line of the log that the disk has no room for.
 TEST_F(Files, TheErrorThatIsToldIsTheErrorThatIsLeft) {
-    std::fflush(stdout);
-    const int log = dup(STDOUT_FILENO), full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    dup2(full, STDOUT_FILENO);
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
     intercept::refuse_next("fstat");
-    const File file = open_regular(kVictim);
-    const int error = errno;
-    dup2(log, STDOUT_FILENO);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    std::clearerr(stdout);
-    close(log);
-    close(full);
-    EXPECT_EQ(file, nullptr);
-    EXPECT_EQ(error, EIO);
+    EXPECT_EQ(error_left_on_a_full_log([] { EXPECT_EQ(open_regular(kVictim), nullptr); }), EIO);
 }
 
 TEST_F(Files, TheErrorThatClosingLeavesIsThatOfTheDisk) {
