@@ -10,7 +10,7 @@ from build import RELEASE, WORK
 
 UNIT = ["unit_z55", "unit_agent", "unit_utils", "unit_model", "unit_frame", "unit_os", "unit_os_shell", "unit_os_inherit"]
 SYSTEM = [f"system_{name}_test" for name in ("start", "session", "inheritance", "time", "shortage")]  # of what no unit test has in it
-SLOW = 20  # seconds: a case of the system tests that takes longer is not tried
+SLOW = 60  # seconds: a case of the system tests that takes longer is not tried
 VIEW = os.path.join(RELEASE, "devkit/device/device-view")
 
 

@@ -185,12 +185,22 @@ class Chooser:
         """The cases of the test sources that name the variable whose first value this is."""
         declared = re.findall(rb"\b(\w+)(?:\[\w*\])?(?: =|\{)", self.finders[mutant.file].text[:mutant.offset])
         word = re.compile(rb"\b%s\b" % declared[-1]) if declared else None
-        for case in self.cases if word else []:
-            name = self.tests_of[case.program, case.name]
-            if name not in self.naming_texts:
-                with open(os.path.join(ROOT, "tests/unit", name), "rb") as file:
-                    self.naming_texts[name] = file.read()
-        return [c for c in self.cases if word and word.search(self.naming_texts[self.tests_of[c.program, c.name]])]
+        return [c for c in self.cases if word and word.search(self.text_of(c))]
+
+    def text_of(self, case):
+        """Of the test source that a case stands in."""
+        name = self.tests_of[case.program, case.name]
+        if name not in self.naming_texts:
+            with open(os.path.join(ROOT, name if name.startswith("/") else "tests/unit/" + name), "rb") as file:
+                self.naming_texts[name] = file.read()
+        return self.naming_texts[name]
+
+    def quoted(self, mutant):
+        """The text, in quotes, that the mutant changes; b"" where it changes none."""
+        text = self.finders[mutant.file].text
+        begin, end = text.rfind(b'"', 0, mutant.offset), text.find(b'"', mutant.offset)
+        is_text = mutant.operator == "literal" and '"' in mutant.shown and begin >= 0 and b"\n" not in text[begin:end]
+        return text[begin:end + 1] if is_text else b""
 
     def tried_on(self, mutant):
         """All cases that may notice it, the likeliest first. Nobody knows who comes by a mutant that needs a build of its own."""
@@ -201,6 +211,7 @@ class Chooser:
         lately = self.lately.get(mutant.file, [])
         words = [w.lower() for text in re.findall(r'"([^"]*)"', mutant.shown) for w in re.findall(r"[A-Za-z]{4,}", text)]
 
+        quoted = self.quoted(mutant)
         mirrored = mutant.file.removeprefix(PRODUCT).rsplit(".", 1)[0]  # tests/unit mirrors the product's folders
 
         def rank(case):
@@ -210,7 +221,7 @@ class Chooser:
             name = case.name.lower().replace("_", "")
             if any(w in name for w in words):
                 cost /= 20
-            if self.tests_of[case.program, case.name].startswith(mirrored):
+            if self.tests_of[case.program, case.name].startswith(mirrored) or (quoted and quoted in self.text_of(case)):
                 cost /= 20
             return 1 if users & case.seen else 2, cost
 

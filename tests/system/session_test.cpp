@@ -75,7 +75,7 @@ TEST_P(NoRenewalTest, OtherCameraErrorsOnlyStartThePollAgain) {
     EXPECT_EQ(desk.requests("CameraStatus").back()["cookie"], "Session=1000001");
 }
 
-INSTANTIATE_TEST_SUITE_P(Session, NoRenewalTest, testing::Values(-1, -3, -92, 7), [](const auto &row) {
+INSTANTIATE_TEST_SUITE_P(Session, NoRenewalTest, testing::Values(-1, -3, -92, 1, 7), [](const auto &row) {
     return row.param < 0 ? "Minus" + std::to_string(-row.param) : "Plus" + std::to_string(row.param);
 });
 

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <regex>
 
@@ -17,6 +19,13 @@ std::vector<std::string> targets(const std::vector<json> &requests) {
     for (const json &request : requests)
         result.push_back(request["method"].get<std::string>() + " " + request["target"].get<std::string>());
     return result;
+}
+
+// Of a text such as 2023-11-14-22-13-20, as if it were Greenwich's.
+time_t seconds_of(const std::string &text) {
+    tm parts{};
+    EXPECT_NE(strptime(text.c_str(), "%Y-%m-%d-%H-%M-%S", &parts), nullptr) << text;
+    return timegm(&parts);
 }
 
 DeskOptions only_started() {
@@ -111,10 +120,16 @@ TEST(Start, TheSdkIsGivenUuidInterfaceAndNineCallbacksWhenTheLoginGlobalsAreTher
 }
 
 TEST(Start, LeavesStartTimeFirmwareVersionCookieAndKeyInTheirFiles) {
-    Desk desk;
-    const std::regex line("localtime \\[ \\d{4}(-\\d\\d){5} \\]gmtime \\[ \\d{4}(-\\d\\d){5} \\]\n");
-    EXPECT_TRUE(std::regex_match(file_text("/tmp/fuse_d/nimbo.log"), line))
-        << file_text("/tmp/fuse_d/nimbo.log");
+    DeskOptions options;
+    options.environment["TZ"] = "EAST-3";
+    Desk desk(options);
+    const std::string line = file_text("/tmp/fuse_d/nimbo.log");
+    const std::regex both("localtime \\[ (\\d{4}(?:-\\d\\d){5}) \\]gmtime \\[ (\\d{4}(?:-\\d\\d){5}) \\]\n");
+    std::smatch times;
+    ASSERT_TRUE(std::regex_match(line, times, both)) << line;
+    constexpr time_t kHour = 3600;
+    EXPECT_EQ(seconds_of(times[1]) - seconds_of(times[2]), 3 * kHour) << line;
+    EXPECT_LT(std::abs(seconds_of(times[2]) - std::time(nullptr)), 24 * kHour) << line;
     EXPECT_EQ(file_text("/tmp/FWVER.txt"), "1.0.3");
     EXPECT_EQ(file_text("/tmp/working/cookie"), " Set-Cookie: Session=1000001\n");
     EXPECT_EQ(desk.conf_value("SESSION_KEY"), "1000002") << "the cloud thread's login is the last";
