@@ -1,7 +1,9 @@
 """What the agent takes stays what it was: memory, descriptors, threads, files in /tmp."""
 from rules.rule import Rule
 
-HEAP_SLACK = 12 * 1024      # bytes: keys and addresses of another length, a log line's buffer
+# A transfer waits for its next use; one that fails is given up, and the next one is made anew.
+HANDLE_BYTES, HANDLE_DESCRIPTORS = 16 * 1024, 2
+HEAP_SLACK = 12 * 1024 + HANDLE_BYTES  # and keys and addresses of another length, a log line's buffer
 RSS_SLACK_KIB = 3072        # memory that the C library keeps for the next thread or the next long reply
 MOST_FILE_BYTES = 16 * 1024
 FILES = {"total", "space", "space_percent", "gateway.txt", "FWVER.txt", "working/VeloAgent.conf", "working/cookie", "working/ota.marker",
@@ -42,7 +44,7 @@ class TheAgentStaysWhatItWas(Rule):
         warm = self._samples[WARM:]
         if len(warm) >= 2 * SPAN:
             first, last = warm[:SPAN], warm[-SPAN:]
-            for what, slack in (("heap", HEAP_SLACK), ("rss_kib", RSS_SLACK_KIB), ("threads", self._monitors), ("descriptors", 0)):
+            for what, slack in (("heap", HEAP_SLACK), ("rss_kib", RSS_SLACK_KIB), ("threads", self._monitors), ("descriptors", HANDLE_DESCRIPTORS)):
                 before, after = min(row[what] for row in first), min(row[what] for row in last)
                 if after > before + slack:
                     self.breaks(now, f"{what} grew from {before} to {after} in {len(warm) - SPAN} hours")

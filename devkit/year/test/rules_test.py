@@ -275,10 +275,14 @@ class Flat(Rules):
         return [([], evidence(size={**size, what: value})) for value in values]
 
     def test_what_grows(self):
-        for what, grown in (("heap", 50000), ("rss_kib", 20000), ("threads", 6), ("descriptors", 7)):
+        for what, grown in (("heap", 50000), ("rss_kib", 20000), ("threads", 6), ("descriptors", 9)):
             flat = evidence()["size"][what]
             self.broken(TheAgentStaysWhatItWas, f"{what} grew", *self.hours(what, [flat] * 10 + [grown] * 10))
             self.well(TheAgentStaysWhatItWas, *self.hours(what, [flat, grown] * 12))
+
+    def test_what_waits_for_the_next_transfer_is_not_there_after_a_failed_one(self):
+        self.well(TheAgentStaysWhatItWas, *self.hours("descriptors", [8, 8, 8, 6] + [8] * 12))
+        self.well(TheAgentStaysWhatItWas, *self.hours("heap", [304816, 304816, 304816, 290096] + [304816] * 12))
 
     def test_files(self):
         self.well(TheAgentStaysWhatItWas, *self.hours("files", [["total", "working/cookie"]]))
