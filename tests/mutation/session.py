@@ -144,8 +144,11 @@ class Chooser:
         self.in_file, self.of_number, self.cost, self.lately, self.naming_texts = {}, {}, {}, {}, {}
         for mutant in mutants:
             self.in_file.setdefault(mutant.file, set()).add(mutant.number)
-        # Tables and constants are set before any case begins: all come by those.
-        self.at_start = set.intersection(*(c.seen for c in cases)) if cases else set()
+        # Tables and constants are set before any case begins: all of a program come by those.
+        programs = {}
+        for case in cases:
+            programs.setdefault(case.program, []).append(case.seen)
+        self.at_start = set().union(*(set.intersection(*seen) for seen in programs.values()))
         for case in cases:
             seen = case.seen - self.at_start
             for name, numbers in self.in_file.items():

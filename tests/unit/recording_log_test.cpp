@@ -236,6 +236,7 @@ INSTANTIATE_TEST_SUITE_P(
                 kWhole + std::string("X\0", 2)},
         TornRow{"zeros for the longest line", kWhole + std::string(64, '\0'), kWhole},
         TornRow{"zeros for the first line", std::string(64, '\0'), ""},
+        TornRow{"what is a byte too long for a line", std::string(65, '1'), std::string(65, '1')},
         TornRow{"what is too long for a line", std::string(66, '1'), std::string(66, '1')},
         TornRow{"the X of a cancelled one", kWhole + "X", kWhole + "X"}),
     by_name);
