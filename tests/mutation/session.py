@@ -105,8 +105,8 @@ def measured(cases, count, jobs, limit):
     progress = Progress(f"measuring {os.path.basename(cases[0].program)}", len(cases))
 
     def tell(case, result):
-        if result == "failed":
-            say(f"left out, failed without a mutant: {case.name}")
+        if result != "passed":
+            say(f"left out, {result} without a mutant: {case.name}")
         progress.step()
 
     return measure(cases, count, jobs, tell, limit)
