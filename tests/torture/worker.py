@@ -172,12 +172,15 @@ class Worker:
             return "ended"
         if outcome is None:
             raise Broken("no outcome")
+        now = (outcome, self.seen())
+        if is_libcurls(trace) and has_lost_query(now[1], self.usual[1]):
+            return "survived"
         wrong = self._situation.wrong(outcome, self.usual[0])
         if wrong:
             raise Broken(wrong)
         told = self.failure_lines() or (kind == "clock_gettime" and self._situation.paced)
-        if (outcome, self.seen()) != self.usual and not told:
-            raise Broken(f"nothing in the log tells of it: {difference((outcome, self.seen()), self.usual)}")
+        if now != self.usual and not told:
+            raise Broken(f"nothing in the log tells of it: {difference(now, self.usual)}")
         return "survived"
 
     def failure_lines(self):
@@ -265,14 +268,28 @@ def files():
     return found
 
 
+def is_libcurls(trace):
+    """Whether it was libcurl that called, and not the agent."""
+    callers = [name for name in map(os.path.basename, trace) if name.startswith(("libcurl", "VeloAgent"))]
+    return bool(callers) and callers[0].startswith("libcurl")
+
+
+def has_lost_query(seen, usual):
+    """libcurl drops a request's query, and says nothing, where its own copy of it is refused: the camera then answers another
+    question, and whatever the agent makes of that is right."""
+    more = set(seen["requests"]) - set(usual["requests"])
+    return any((endpoint, method, body) == (row[0], row[1], row[3]) and row[2].startswith(target + "?")
+               for endpoint, method, target, body in more for row in usual["requests"])
+
+
 def difference(now, usual):
     (outcome, seen), (usual_outcome, usual_seen) = now, usual
     texts = []
     if outcome != usual_outcome:
         texts.append(f"{outcome} instead of {usual_outcome}")
     if seen["requests"] != usual_seen["requests"]:
-        texts.append(f"requests {[row[0] + row[3][-60:] for row in seen['requests']]} instead of "
-                     f"{[row[0] + row[3][-60:] for row in usual_seen['requests']]}")
+        texts.append(f"requests {[row[2] + row[3][-60:] for row in seen['requests']]} instead of "
+                     f"{[row[2] + row[3][-60:] for row in usual_seen['requests']]}")
     if seen["conf"] != usual_seen["conf"]:
         texts.append(f"configuration {seen['conf']} instead of {usual_seen['conf']}")
     return "; ".join(texts)
