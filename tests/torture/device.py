@@ -164,12 +164,16 @@ class Device(year_desk.Desk):
         return [json.loads(row)["status"] for row in rows.splitlines()]
 
     def take_threads(self):
-        """The threads that stand now, transient ones left out, are the usual ones."""
-        samples = []
-        for _ in range(4):
-            samples.append(self.threads())
-            time.sleep(0.003)
-        self.usual_threads = set.intersection(*samples)
+        """The threads that stand now, transient ones left out, are the usual ones. A busy machine lets a transient one stand for
+        longer: it is looked until they stay the same."""
+        for _ in range(20):
+            samples = []
+            for _ in range(4):
+                samples.append(self.threads())
+                time.sleep(0.003)
+            self.usual_threads = set.intersection(*samples)
+            if self.usual_threads == set.union(*samples):
+                return
 
     def threads(self):
         return set(os.listdir(f"/proc/{self.agent.pid}/task"))

@@ -16,7 +16,7 @@ CAMERA_STATUS = {"Battery": "90", "SD": "1", "Adaptor": "1", "Temperature": "25"
 OUT_OF_MEMORY = "VeloAgent: out of memory\n"
 REBOOT, SET_LATE = "***** reboot operation*****", "(NTP) curl finished succeeded"
 SETTLING = 130  # bent seconds until threads and descriptors are as before: more than any pause that a thread may make
-SETTLING_REAL = 10  # real ones at least
+SETTLING_REAL = 30  # real ones at least, for a busy machine
 DATA_BYTES = 4096  # an allocation of so many is data's: it may fail, never end the process
 FAILURE = re.compile(r"fail|error|cannot|can't|could not|unable|null|not enough|not read|not started|no thread|no worker|res !=|out of memory|not written|aborting|"
                      r"Quit|does NOT|= -1|curr tv_sec:0,|status != 200|LOCAL_FAIL|not existed", re.IGNORECASE)
@@ -81,7 +81,7 @@ class Worker:
         device = self.device
         device.new_alarms()
         device.take_threads()
-        self.sized, self.usual_descriptors = device.agent, device.descriptors()
+        self.usual_descriptors = device.descriptors()
 
     def live_usually(self):
         """An undisturbed run, counted; its outcome and what else was seen. It widens what is usual in the log."""
@@ -224,7 +224,7 @@ class Worker:
         if "Read polling period failed" in device.new_errors():  # the clock's thread ends so
             return
         def same():
-            threads = device.is_quiet() if device.agent is self.sized else len(device.threads()) == len(device.usual_threads)
+            threads = device.ended() is not None or len(device.threads()) <= len(device.usual_threads)
             return threads and len(device.descriptors()) <= len(self.usual_descriptors)
         # Beside a child of the agent's, which takes real time, the bent seconds are over at once.
         end, real_end = device.clock.reading_ns() + int(SETTLING * 1e9), time.monotonic() + SETTLING_REAL
