@@ -12,7 +12,8 @@ import time
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 sys.path.insert(0, os.path.join(ROOT, "devkit/year"))
 import desk as year_desk  # noqa: E402
-from clock import LIMIT, PROCESSES, Clock  # noqa: E402
+from clock import COUNT_AGAIN, LIMIT, PROCESSES, Clock  # noqa: E402
+from delays import Delays  # noqa: E402
 from desk import ALARMS, CONF, ERRORS, LOG, SDK_PORTS, STATE, Gone, request, wait_for  # noqa: E402, F401
 from fail_file import FailFile  # noqa: E402
 
@@ -45,6 +46,7 @@ class Device(year_desk.Desk):
         self._preload, self._vendors = preload, os.path.join(build, "devkit/vendor")
         self.agent = None
         self._alarms_read = 0
+        self._delays, self._counted, self._held_up = Delays(), 0.0, 0.0
         self.usual_threads = set()
         self.log_size = self.errors_size = 0
         self.own_conf = dict(self.conf)
@@ -102,8 +104,21 @@ class Device(year_desk.Desk):
                 if time.monotonic() > end:
                     raise Hangs(what)
                 time.sleep(0.0005)
+                if time.monotonic() > self._counted + COUNT_AGAIN:
+                    self._count_delays()
         finally:
             self.clock.hold()
+
+    def _count_delays(self):
+        pids = [os.getpid(), *(process.pid for process in (self.agent, *self._children) if process)]
+        self._held_up = max(self._held_up, self._delays.take(pids) * SPEED)
+        self._counted = time.monotonic()
+
+    def take_held_up(self):
+        """For how many bent seconds at most, since this was last asked, the machine has kept from running who was ready to."""
+        self._count_delays()
+        held_up, self._held_up = self._held_up, 0.0
+        return held_up
 
     def wait_ready(self, patience=PATIENCE):
         """Until the agent that was started polls; False when it has ended before."""

@@ -305,9 +305,10 @@ def main():
                 print(json.dumps({"counts": worker.counts}), flush=True)
                 continue
             began = time.monotonic()
+            worker.device.take_held_up()
             verdict, failed, size, trace = worker.run(order["kind"], order["nth"], order["then"])
             print(json.dumps({**order, "verdict": verdict, "failed": failed, "size": size, "trace": trace,
-                              "seconds": round(time.monotonic() - began, 3)}), flush=True)
+                              "held_up": round(worker.device.take_held_up(), 2), "seconds": round(time.monotonic() - began, 3)}), flush=True)
     finally:
         worker.device.close()
 
