@@ -12,18 +12,18 @@ struct FirstValues {
     bool sdk = mipc_api != nullptr, response = ::response != nullptr;
     char texts[6] = {hostIP[0], device[0], stream[0], password[0], cookie[0], post_fields[0]};
 };
-const FirstValues first;
+const FirstValues kFirst;
 
 TEST(Exports, AreAsTheSdkExpectsThemAtTheStart) {
-    EXPECT_EQ(first.res, 0);
-    EXPECT_EQ(first.video_recording, 0);
-    EXPECT_EQ(first.resolution_type, 1);
-    EXPECT_EQ(first.ntp_fail, 0);
-    EXPECT_EQ(first.ota_enable, 0);
-    EXPECT_EQ(first.frame_flag, 0);
-    EXPECT_FALSE(first.sdk);
-    EXPECT_FALSE(first.response);
-    for (const char text : first.texts) EXPECT_EQ(text, '\0');
+    EXPECT_EQ(kFirst.res, 0);
+    EXPECT_EQ(kFirst.video_recording, 0);
+    EXPECT_EQ(kFirst.resolution_type, 1);
+    EXPECT_EQ(kFirst.ntp_fail, 0);
+    EXPECT_EQ(kFirst.ota_enable, 0);
+    EXPECT_EQ(kFirst.frame_flag, 0);
+    EXPECT_FALSE(kFirst.sdk);
+    EXPECT_FALSE(kFirst.response);
+    for (const char text : kFirst.texts) EXPECT_EQ(text, '\0');
 }
 
 }  // namespace
