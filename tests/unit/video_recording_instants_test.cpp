@@ -286,6 +286,7 @@ TEST_F(Instants, AStopThatWaitedForAnotherLeavesTheNextStartAlone) {
             EXPECT_EQ(stopped, -1);
             EXPECT_EQ(started, 0);
             EXPECT_EQ(stop_recording_video(), 0);
+            join_cutters();
         });
     }
 }

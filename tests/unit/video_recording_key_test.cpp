@@ -148,6 +148,7 @@ TEST_F(WithoutAKey, StopThatHasWaitedGivesNobodyElsesTurnBack) {
         third.join();
         EXPECT_EQ(recorder.needless(), 0);
         EXPECT_EQ(stop_recording_video(), 0);
+        join_cutters();
     });
     expect_idle();
 }

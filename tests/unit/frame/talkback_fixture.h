@@ -64,20 +64,32 @@ class Talkback : public CameraTest {
         store_shared(audioback_thread, pthread_t{});
         const int result = device_play_audio(&frame);
         if (const pthread_t started = load_shared(audioback_thread)) {
-            clips.push_back(started);
-            const int number = ++clips_started;
+            int number = 0;
+            {
+                const std::lock_guard<std::mutex> guard(clips_lock);
+                clips.push_back(started);
+                number = ++clips_started;
+            }
             EXPECT_TRUE(eventually([=, this] { return gate.arrived() == number; }));
         }
         return result;
     }
     // Lets all clips play, and waits for their ends.
     void play_all() {
-        while (!clips.empty()) play_next();
+        while (play_next()) continue;
     }
-    void play_next() {
+    // Returns false when there is no clip.
+    bool play_next() {
+        pthread_t clip{};
+        {
+            const std::lock_guard<std::mutex> guard(clips_lock);
+            if (clips.empty()) return false;
+            clip = clips.front();
+            clips.erase(clips.begin());
+        }
         gate.let_on(1);
-        pthread_join(clips.front(), nullptr);
-        clips.erase(clips.begin());
+        pthread_join(clip, nullptr);
+        return true;
     }
     Texts posted() const {
         Texts bodies;
@@ -95,6 +107,7 @@ class Talkback : public CameraTest {
         return lengths;
     }
     Gate gate;
+    std::mutex clips_lock;         // guards what follows: the camera's thread may deliver, too
     std::vector<pthread_t> clips;  // not yet played
     int clips_started = 0;
 };
