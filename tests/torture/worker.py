@@ -228,9 +228,14 @@ class Worker:
             return threads and len(device.descriptors()) <= len(self.usual_descriptors)
         # Beside a child of the agent's, which takes real time, the bent seconds are over at once.
         end, real_end = device.clock.reading_ns() + int(SETTLING * 1e9), time.monotonic() + SETTLING_REAL
-        device.pass_until(lambda: same() or (device.clock.reading_ns() > end and time.monotonic() > real_end),
-                          "threads and descriptors settle", SETTLING)
-        if not same():
+        settled = False  # the agent goes on: what holds now may not a moment later
+
+        def is_decided():
+            nonlocal settled
+            settled = same()
+            return settled or (device.clock.reading_ns() > end and time.monotonic() > real_end)
+        device.pass_until(is_decided, "threads and descriptors settle", SETTLING)
+        if not settled:
             raise Broken(f"{len(device.threads())} threads, before {len(device.usual_threads)}; descriptors "
                          f"{device.descriptors()}, before {self.usual_descriptors}")
 
