@@ -3,6 +3,7 @@
 #define UNIT_SUPPORT_FULL_LOG_H
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@ class FullLog {
         std::setvbuf(stdout, nullptr, _IONBF, 0);
     }
     ~FullLog() {
+        EXPECT_NE(std::ferror(stdout), 0) << "nothing has failed";
         dup2(log_, STDOUT_FILENO);
         std::setvbuf(stdout, nullptr, _IOLBF, 0);
         std::clearerr(stdout);
