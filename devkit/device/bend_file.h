@@ -37,7 +37,7 @@ struct BendFile {
     std::uint32_t changes;       // a futex: grows with every skip and every signal of a condition
     std::uint32_t waits_begun;   // a futex: grows with every wait that begins
     std::uint32_t processes_begun;
-    std::uint32_t unused;
+    std::uint32_t gate;  // a futex; 1 while bend-skip looks for the last time and skips: who is woken waits
     BendProcess processes[kBendProcesses];  // number n in place n modulo kBendProcesses
     BendWait waits[kBendWaits];
 };

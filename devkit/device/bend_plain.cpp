@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
@@ -27,6 +28,9 @@ using Next = bend::NextFunction<Function>;
 constinit Next<decltype(nanosleep)> next_nanosleep{"nanosleep"};
 constinit Next<decltype(ppoll)> next_ppoll{"ppoll"};
 constinit Next<decltype(epoll_pwait)> next_epoll_pwait{"epoll_pwait"};
+constinit Next<decltype(accept)> next_accept{"accept"};
+constinit Next<decltype(accept4)> next_accept4{"accept4"};
+constinit Next<decltype(recv)> next_recv{"recv"};
 constinit Next<decltype(setitimer)> next_setitimer{"setitimer"};
 constinit Next<decltype(pthread_cond_signal)> next_signal{"pthread_cond_signal"};
 constinit Next<decltype(pthread_cond_broadcast)> next_broadcast{"pthread_cond_broadcast"};
@@ -71,9 +75,9 @@ int usleep(useconds_t microseconds) {
 }
 
 int poll(pollfd *files, nfds_t count, int timeout) {
+    const bend::PeerWait wait(timeout >= 0 && count > 0);
     if (timeout < 0) return next_ppoll.get()(files, count, nullptr, nullptr);
     const timespec real = to_timespec(bend::to_real(timeout * bend::kMillisecond));
-    const bend::PeerWait wait(count > 0);
     return next_ppoll.get()(files, count, &real, nullptr);
 }
 
@@ -94,6 +98,25 @@ int epoll_pwait(int handle, epoll_event *events, int count, int timeout, const s
 
 int epoll_wait(int handle, epoll_event *events, int count, int timeout) {
     return epoll_pwait(handle, events, count, timeout, nullptr);
+}
+
+// A peer may be waited for here without an end, while time is skipped.
+int accept(int handle, sockaddr *address, socklen_t *length) {
+    const int result = next_accept.get()(handle, address, length);
+    bend::pass_gate();
+    return result;
+}
+
+int accept4(int handle, sockaddr *address, socklen_t *length, int flags) {
+    const int result = next_accept4.get()(handle, address, length, flags);
+    bend::pass_gate();
+    return result;
+}
+
+ssize_t recv(int handle, void *buffer, size_t size, int flags) {
+    const ssize_t result = next_recv.get()(handle, buffer, size, flags);
+    bend::pass_gate();
+    return result;
 }
 
 unsigned alarm(unsigned seconds) noexcept {

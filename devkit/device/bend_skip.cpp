@@ -85,8 +85,10 @@ int futex_sleep(std::uint32_t seen, std::int64_t real_length) {
     const struct {
         long seconds, nanoseconds;
     } length = {static_cast<long>(real_length / kSecond), static_cast<long>(real_length % kSecond)};
-    return syscall(SYS_futex, &shared_file()->changes, FUTEX_WAIT, seen, &length, nullptr, 0) == 0 ? 0
-                                                                                                   : errno;
+    const long result = syscall(SYS_futex, &shared_file()->changes, FUTEX_WAIT, seen, &length, nullptr, 0);
+    const int error = result == 0 ? 0 : errno;
+    pass_gate();
+    return error;
 }
 
 // One slice of a wait for `deadline`.
@@ -145,10 +147,20 @@ void tell_of_signal() {
     futex_wake(&file->changes);
 }
 
+void pass_gate() {
+    BendFile *file = shared_file();
+    if (file == nullptr) return;
+    const int error = errno;
+    while (__atomic_load_n(&file->gate, __ATOMIC_SEQ_CST) != 0)
+        syscall(SYS_futex, &file->gate, FUTEX_WAIT, 1, nullptr, nullptr, 0);
+    errno = error;
+}
+
 PeerWait::PeerWait(bool waits) : place_(waits && skips() && !serves() ? take_place() : -1) {}
 
 PeerWait::~PeerWait() {
     free_place(place_);
+    pass_gate();
 }
 
 }  // namespace bend

@@ -24,6 +24,10 @@ int wait_skippably(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t 
 // Wakes the threads in wait_skippably, after a condition was signalled.
 void tell_of_signal();
 
+// For whoever somebody outside of this process has woken, before it reads a clock: waits while time is being
+// skipped, less than a millisecond. errno stays.
+void pass_gate();
+
 // For the time of a wait for a peer that has a time-out. `waits` false: nothing is told.
 class PeerWait {
   public:

@@ -272,16 +272,16 @@ int pthread_mutex_clocklock(pthread_mutex_t *mutex, clockid_t clock, const times
 }
 
 int ppoll(pollfd *files, nfds_t count, const timespec *timeout, const sigset_t *mask) {
+    const bend::PeerWait wait(timeout != nullptr && count > 0);
     if (timeout == nullptr) return next_ppoll.get()(files, count, nullptr, mask);
     const timespec real = to_timespec(bend::to_real(nanoseconds(*timeout)));
-    const bend::PeerWait wait(count > 0);
     return next_ppoll.get()(files, count, &real, mask);
 }
 
 int select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *timeout) {
+    const bend::PeerWait wait(timeout != nullptr && count > 0);
     if (timeout == nullptr) return next_select.get()(count, readable, writable, exceptional, nullptr);
     timeval real = to_real_timeval(*timeout);
-    const bend::PeerWait wait(count > 0);
     const int result = next_select.get()(count, readable, writable, exceptional, &real);
     *timeout = to_timeval(bend::to_bent(nanoseconds(real)));
     return result;
@@ -289,9 +289,9 @@ int select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, t
 
 int pselect(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, const timespec *timeout,
             const sigset_t *mask) {
+    const bend::PeerWait wait(timeout != nullptr && count > 0);
     if (timeout == nullptr) return next_pselect.get()(count, readable, writable, exceptional, nullptr, mask);
     const timespec real = to_timespec(bend::to_real(nanoseconds(*timeout)));
-    const bend::PeerWait wait(count > 0);
     return next_pselect.get()(count, readable, writable, exceptional, &real, mask);
 }
 

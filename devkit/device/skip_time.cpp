@@ -115,12 +115,16 @@ bool look_at_threads(pid_t pid, WatchedProcess &process) {
 
 // Whether every thread of the process waits and none has a child.
 bool is_quiet(pid_t pid, WatchedProcess &process) {
-    if (!look_at_threads(pid, process)) return false;
-    // One that was looked at first may have been woken meanwhile, by another or by its time, and run.
     auto &threads = process.threads;
+    return look_at_threads(pid, process) && std::all_of(threads.begin(), threads.end(), [](auto &thread) {
+               return only_waits(thread.second);
+           });
+}
+
+// Whether none has run since is_quiet.
+bool is_still_quiet(const WatchedProcess &process) {
+    const auto &threads = process.threads;
     return std::all_of(threads.begin(), threads.end(),
-                       [](auto &thread) { return only_waits(thread.second); }) &&
-           std::all_of(threads.begin(), threads.end(),
                        [](const auto &thread) { return still_waits(thread.second); });
 }
 
@@ -149,6 +153,14 @@ class Watch {
         return std::all_of(pids.begin(), pids.end(), [&](pid_t pid) {
             WatchedProcess &process = processes_[pid];
             return serves(pid) ? has_no_child(pid, process) : is_quiet(pid, process);
+        });
+    }
+
+    // Whether that has been so ever since all_quiet: one that was looked at first may have been woken
+    // meanwhile, by another or by its time.
+    bool still_quiet() const {
+        return std::all_of(processes_.begin(), processes_.end(), [this](const auto &known) {
+            return serves(known.first) || is_still_quiet(known.second);
         });
     }
 
@@ -212,16 +224,30 @@ void skip(const Arguments &own, std::int64_t length) {
     syscall(SYS_futex, &own.file->changes, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
+// Whom a peer or its own time wakes waits at the gate while it is closed, before it reads a clock.
+void set_gate(const Arguments &own, std::uint32_t closed) {
+    __atomic_store_n(&own.file->gate, closed, __ATOMIC_SEQ_CST);
+    if (closed == 0) syscall(SYS_futex, &own.file->gate, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+// Skips to the first deadline unless somebody has begun to do something since `begun` waits were told and
+// everybody was quiet. False where a deadline has come by itself or somebody waits for a peer.
+bool skip_if_still_quiet(const Arguments &own, const Watch &everybody, std::uint32_t begun) {
+    set_gate(own, 1);
+    const std::int64_t now = bent_now(own), target = first_deadline(own, now);
+    const bool same = __atomic_load_n(&own.file->waits_begun, __ATOMIC_ACQUIRE) == begun;
+    if (target > 0 && same && everybody.still_quiet()) skip(own, target - now);
+    set_gate(own, 0);
+    return target > 0;
+}
+
 [[noreturn]] void skip_for_ever(const Arguments &own) {
     Watch everybody(own);
     const timespec pause{0, kLookAgain};
     for (;;) {
         const std::uint32_t begun = __atomic_load_n(&own.file->waits_begun, __ATOMIC_ACQUIRE);
         if (first_deadline(own, bent_now(own)) > 0 && everybody.all_quiet()) {
-            const std::int64_t now = bent_now(own), target = first_deadline(own, now);
-            const bool same = __atomic_load_n(&own.file->waits_begun, __ATOMIC_ACQUIRE) == begun;
-            if (target > 0 && same) skip(own, target - now);
-            if (target > 0) continue;
+            if (skip_if_still_quiet(own, everybody, begun)) continue;
         } else {
             everybody.living();
         }

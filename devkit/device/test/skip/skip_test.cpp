@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <thread>
+#include <vector>
 
 #include "../../bend_file.h"
 #include "../bend/bend_test.h"
@@ -223,6 +225,58 @@ TEST_F(Skip, nothing_while_a_server_has_a_child) {
     ender.join();
     expect_skipped(kHour);
     for (const int end : {in[0], out[0], out[1]}) close(end);
+}
+
+// A sister in plain time that gives the peer a letter so many times, at no regular distance.
+void start_waking(int peer, int times) {
+    const pid_t between = fork();
+    if (between == 0) {
+        if (fork() != 0) _exit(0);
+        for (int n = 0; n < times; n++) {
+            const timespec pause{0, 500'000 + n * 7919L % 500'000};
+            syscall(SYS_nanosleep, &pause, nullptr);
+            if (send(peer, "x", 1, MSG_NOSIGNAL) != 1) break;
+        }
+        _exit(0);
+    }
+    waitpid(between, nullptr, 0);
+}
+
+// The longer bend-skip has to look at others, the more often it is overtaken.
+TEST_F(Skip, nothing_once_a_peer_has_woken_somebody) {
+    constexpr int kWakes = 1000;
+    std::atomic<bool> over{false};
+    std::thread sleeper([&] {
+        while (!over) sleep(static_cast<unsigned>(kHour));
+    });
+    int hold[2];
+    ASSERT_EQ(pipe(hold), 0);
+    std::vector<std::thread> others(60);
+    for (std::thread &other : others)
+        other = std::thread([&] {
+            char end;
+            EXPECT_EQ(read(hold[0], &end, 1), 0);
+        });
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    start_waking(ends[1], kWakes);
+    close(ends[1]);
+    int overtaken = 0, woken = 0;
+    char letter;
+    for (; recv(ends[0], &letter, 1, 0) == 1; woken++) {
+        const double before = skipped(), end = real_seconds() + 0.0003;
+        while (real_seconds() < end) {
+        }
+        overtaken += skipped() != before;
+    }
+    over = true;
+    sleeper.join();
+    close(hold[1]);
+    for (std::thread &other : others) other.join();
+    close(hold[0]);
+    close(ends[0]);
+    EXPECT_EQ(woken, kWakes);
+    EXPECT_EQ(overtaken, 0);
 }
 
 TEST_F(Skip, the_wall_clock_moves_with_the_others) {
