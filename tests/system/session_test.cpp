@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
+#include <algorithm>
+#include <cmath>
+
 #include "desk.h"
 
 namespace {
@@ -78,6 +81,26 @@ TEST_P(NoRenewalTest, OtherCameraErrorsOnlyStartThePollAgain) {
 INSTANTIATE_TEST_SUITE_P(Session, NoRenewalTest, testing::Values(-1, -3, -92, 1, 7), [](const auto &row) {
     return row.param < 0 ? "Minus" + std::to_string(-row.param) : "Plus" + std::to_string(row.param);
 });
+
+TEST(Session, APollThatFailedIsMadeAgainAfterItsPauses) {
+    constexpr int kFailures = 4;
+    DeskOptions options;
+    options.speed = 10;
+    Desk desk(options);
+    const long before = desk.requests("CameraStatus").back()["seq"];
+    desk.fault({{"endpoint", "CameraStatus"}, {"kind", "error_code"}, {"value", -1}, {"count", kFailures}});
+    std::vector<json> polls;
+    wait_until("the polls", [&] {
+        polls = desk.requests("CameraStatus", before);
+        return polls.size() > kFailures;
+    });
+    double shortest = INFINITY;
+    for (size_t i = 1; i < polls.size(); i++)
+        shortest =
+            std::min(shortest, polls[i]["time_ms"].get<double>() - polls[i - 1]["time_ms"].get<double>());
+    EXPECT_NEAR(shortest * desk.speed(), 14'000, 600)
+        << "5 s, and the 9 s before a poll; a busy machine is late with some, but not with all";
+}
 
 TEST(Session, FiveSecondsPassBeforeTheLoginAndNineBeforeTheFirstPollAfterIt) {
     DeskOptions options;
