@@ -3,23 +3,28 @@ import os
 import subprocess
 
 
-def table(names, kinds, counts, results):
-    """A row for each situation and kind: calls that were counted, failures tried, what came of them."""
-    rows = [("situation", "kind of call", "calls", "tried", "survived", "ended cleanly", "FAILED")]
-    for name in names:
-        for kind in kinds:
-            verdicts = [result["verdict"] for result in results if (result["situation"], result["kind"]) == (name, kind)]
-            tried = [verdict for verdict in verdicts if verdict != "no call"]
-            if not verdicts:
-                continue
-            rows.append((name, kind, counts[name][kind], len(tried), tried.count("survived"), tried.count("ended"),
-                         sum(verdict.startswith("FAILED") for verdict in tried)))
-    total = tuple(sum(row[column] for row in rows[1:]) for column in range(2, 7))
-    rows.append(("all", "", *total))
-    widths = [max(len(str(row[column])) for row in rows) for column in range(7)]
-    lines = ["| " + " | ".join(str(cell).ljust(width) if column < 2 else str(cell).rjust(width)
-                               for column, (cell, width) in enumerate(zip(row, widths))) + " |" for row in rows]
-    lines.insert(1, "|" + "|".join("-" * (width + 2) if column < 2 else "-" * (width + 1) + ":" for column, width in enumerate(widths)) + "|")
+def cell(verdicts):
+    """How many failures were survived, how many ended the process cleanly, how many broke a rule."""
+    survived, ended = verdicts.count("survived"), verdicts.count("ended")
+    failed = sum(verdict.startswith("FAILED") for verdict in verdicts)
+    parts = [str(survived)] if survived or not ended + failed else []
+    parts += [f"{ended} ended"] if ended else []
+    parts += [f"{failed} FAILED"] if failed else []
+    return " + ".join(parts) if verdicts else ""
+
+
+def table(names, kinds, results):
+    """A row for each situation, a column for each kind of call that failed in any."""
+    verdicts = {}
+    for result in results:
+        if result["verdict"] != "no call":
+            for name in (result["situation"], "all"):
+                for kind in (result["kind"], "all"):
+                    verdicts.setdefault((name, kind), []).append(result["verdict"])
+    columns = [kind for kind in kinds if ("all", kind) in verdicts] + ["all"]
+    rows = [("situation", *columns)] + [(name, *(cell(verdicts.get((name, column), [])) for column in columns)) for name in [*names, "all"]]
+    lines = ["| " + " | ".join(row) + " |" for row in rows]
+    lines.insert(1, "|---|" + "--:|" * len(columns))
     return "\n".join(lines) + "\n"
 
 
