@@ -1,4 +1,5 @@
 """Alarms follow from what the camera answered: each that is due is sent, once, and no other."""
+import math
 import re
 
 from history import body_of, element, error_of
@@ -135,15 +136,20 @@ class EventsReachThePolls(Rule):
     def __init__(self, history):
         super().__init__(history)
         self._waiting = []  # (time, name)
+        self._asked = []    # (end, names) of polls, those that still wait for their replies
 
     def feed(self, record):
         if record["kind"] == "event" and record["do"] == "pulse" and "gone" not in record:
-            self._waiting.append((record["t"], record["event"]["name"]))
+            t, name = record["t"], record["event"]["name"]
+            self._asked = [(end, seen) for end, seen in self._asked if end >= t]
+            if not any(name in seen for _, seen in self._asked):
+                self._waiting.append((t, name))
         if record["kind"] == "request" and record["endpoint"] == "CameraStatus":
             body = body_of(record)
             # A reply that was spoiled on its way may have held it.
             seen = {name for name in ("MotionEvent", "AudioEvent") if record["fault"] or element(body, name) == "1"}
             self._waiting = [(t, name) for t, name in self._waiting if name not in seen]
+            self._asked.append((record["end"] or math.inf, seen))
 
     def hour(self, now, evidence):
         kept = []

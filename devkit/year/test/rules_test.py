@@ -132,6 +132,12 @@ class Alarms(Rules):
         self.well(EventsReachThePolls, [moved, poll(120, {"MotionEvent": "1"})])
         self.broken(EventsReachThePolls, "MotionEvent of 100.0", [moved, poll(120)])
 
+    def test_what_happens_while_a_poll_hangs_may_be_in_its_reply(self):
+        moved = event(100, "pulse", name="MotionEvent")
+        hanging = poll(90, {"MotionEvent": "1"}, end=300, fault="hang")
+        self.well(EventsReachThePolls, [hanging, moved, poll(320)])
+        self.broken(EventsReachThePolls, "MotionEvent of 100.0", [{**hanging, "end": 95}, moved, poll(320)])
+
 
 class Handlers(Rules):
     def test_a_value_that_is_read(self):
