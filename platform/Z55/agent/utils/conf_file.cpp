@@ -211,7 +211,7 @@ std::optional<std::string> conf_value(std::string_view key, const char *path) {
     Lines lines(path);
     const auto value = find_value(lines, key);
     if (!value && !lines.readable()) return std::nullopt;
-    return std::string(value.value_or(""));
+    return std::optional<std::string>(std::in_place, value.value_or(""));
 }
 
 bool conf_value_into(char *out, size_t size, std::string_view key) {
