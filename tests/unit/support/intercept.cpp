@@ -205,6 +205,7 @@ int __real_fchown(int file, uid_t owner, gid_t group);
 int __real_fchmod(int file, mode_t mode);
 int __real_close(int file);
 CURL *__real_curl_easy_init(void);
+void __real_curl_easy_cleanup(CURL *handle);
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 void *__real_realloc(void *block, size_t size);
@@ -349,7 +350,12 @@ int __wrap_close(int file) {
 
 CURL *__wrap_curl_easy_init(void) {
     state().with([](State &s) { s.transfers++; });
-    return due("curl_easy_init") ? nullptr : __real_curl_easy_init();
+    return due("curl_easy_init") ? nullptr : taken(__real_curl_easy_init());
+}
+
+void __wrap_curl_easy_cleanup(CURL *handle) {
+    given_back(handle);
+    __real_curl_easy_cleanup(handle);
 }
 
 CURLcode __wrap_curl_easy_setopt(CURL *handle, CURLoption option, ...) {

@@ -56,7 +56,8 @@ int timed_waits();
 void hold_threads(void *(*routine)(void *));
 void let_threads_on();
 
-// The blocks that malloc, calloc and realloc have given since reset() and that free has not got back.
+// The blocks that malloc, calloc and realloc have given since reset() and that free has not got back, and
+// libcurl's handles that nobody has cleaned up.
 size_t blocks();
 
 // How often free memory was returned to the system (malloc_trim).

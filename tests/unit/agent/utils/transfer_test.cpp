@@ -149,6 +149,8 @@ TEST_F(NewTransfer, KeepsOneHandleHoweverManyWereNeededAtOnce) {
         std::vector<Transfer> transfers;
         for (int i = 0; i < 5; i++) transfers.push_back(new_transfer({url("/x")}));
         EXPECT_EQ(intercept::transfers(), made);
+        transfers.clear();
+        EXPECT_EQ(intercept::blocks(), 1u) << "the handle that is kept";
     }
 }
 
