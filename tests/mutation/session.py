@@ -17,7 +17,7 @@ from results import Results, digest, digest_of_tests
 
 MOST_TRIED = 40  # cases of the unit tests for one mutant, the likeliest first
 MOST_LISTED = 8  # for one that nobody is said to notice
-MOST_LOOKS = 120, 40  # and for one that those do not notice: of the unit tests, of the system tests
+MOST_LOOKS = 120, 80  # and for one that those do not notice: of the unit tests, of the system tests
 MOST_IN_A_FILE = 1000  # mutants
 TOOLS = os.path.dirname(os.path.abspath(__file__))
 
@@ -271,17 +271,18 @@ def try_switched(mutant, chooser, most, hint="", but=(), tried=None):
     return ""
 
 
-def try_alone(mutant, chooser, alone, most):
+def try_alone(mutant, chooser, alone, most, hint):
     """The same for one that needs a build of its own; None where it cannot be built."""
     link = alone.build(mutant)
     programs = {}
-    for case in chooser.tried_on(mutant)[:most] if link else []:
+    cases = chooser.tried_on(mutant)
+    for case in [c for c in cases if c.name == hint] + cases[:most] if link else []:
         target = "tests/unit/" + os.path.basename(case.program)
         if target not in programs:
             programs[target] = link(target)
         if programs[target] is None:
             return None
-        if run_case(Case(programs[target], case.name), {}, 4 * limit_of(case)) != "passed":
+        if all(run_case(Case(programs[target], case.name), {}, 4 * limit_of(case)) != "passed" for _ in range(2)):
             return case.name
     return "" if link else None
 
@@ -355,7 +356,7 @@ class Session:
 
         def one(mutant):
             chooser, most = (self.chooser, MOST_LOOKS[0]) if self.chooser.knows(mutant.file) else (system, MOST_LOOKS[1])
-            by = try_switched(mutant, chooser, most, but=self.tried.get(mutant.number, ()))
+            by = try_switched(mutant, chooser, most, self.results[mutant.file].hint(mutant), but=self.tried.get(mutant.number, ()))
             self.results[mutant.file].put(mutant, "noticed" if by else "survived", by or "nobody")
             progress.step(f", {mutant.file}")
 
@@ -372,7 +373,7 @@ class Session:
         def one(mutant):
             alone = free.get()
             most = MOST_LISTED if mutant.number in self.listed else MOST_CASES
-            self.settle(mutant, self.log_notices(mutant) or try_alone(mutant, self.chooser, alone, most))
+            self.settle(mutant, self.log_notices(mutant) or try_alone(mutant, self.chooser, alone, most, self.results[mutant.file].hint(mutant)))
             alone.clean()
             free.put(alone)
             progress.step(f", {mutant.file}")

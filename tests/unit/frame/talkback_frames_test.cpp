@@ -66,6 +66,17 @@ TEST_F(TalkbackFrames, ClipTakesFramesBelow72000Bytes) {
     EXPECT_EQ(payloads(), (Lengths{5, 72000 - 44}));
 }
 
+TEST_F(TalkbackFrames, FrameOfOneByteIsPartOfItsClip) {
+    output_of([this] {
+        deliver(1, {1, 0, 2});
+        deliver(2, {1});
+        deliver(0, {1, 0, 2, 1});
+        play_all();
+    });
+    ASSERT_EQ(posted().size(), 2u);
+    EXPECT_EQ(posted()[0], posted()[1]);
+}
+
 struct TicksRow {
     const char *name;
     long start, later;

@@ -30,6 +30,12 @@ TEST(ReplyText, IsReplacedAndGathered) {
     EXPECT_STREQ(reply.c_str(), "abcdef");
 }
 
+TEST(ReplyText, IsGatheredFromNothing) {
+    Reply reply;
+    EXPECT_TRUE(reply.append("abc"));
+    EXPECT_EQ(*reply, "abc");
+}
+
 TEST(ReplyText, GoesWithItsOwner) {
     Reply reply;
     EXPECT_TRUE(reply.assign("abc"));

@@ -1,10 +1,12 @@
 #include "agent/utils/shell_file.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 
 #include "agent_test.h"
 #include "intercept.h"
+#include "leaks.h"
 
 namespace {
 
@@ -12,14 +14,15 @@ constexpr char kPath[] = "/tmp/shell_file";
 
 class ShellFile : public AgentTest {
   protected:
-    // What asking logs, where the command ends with `status` after it has written "text".
+    // What asking logs, where the command ends with `status` after it has written `written`.
     std::string log_of_asking(int status) {
-        fake_os::on_shell([=](const std::string &) {
-            write_file(kPath, "text");
+        fake_os::on_shell([=, this](const std::string &) {
+            write_file(kPath, written);
             return fake_os::ShellResult{status};
         });
         return output_of([this] { text = shell_file_text("command > shell_file", kPath, &answered); });
     }
+    std::string written = "text";
     std::optional<std::string> text;
     bool answered = false;
 };
@@ -28,6 +31,21 @@ TEST_F(ShellFile, IsReadAndNothingIsSaid) {
     EXPECT_EQ(log_of_asking(0), "");
     EXPECT_EQ(text, "text");
     EXPECT_TRUE(answered);
+}
+
+TEST_F(ShellFile, MayHoldASingleCharacter) {
+    written = "0";
+    EXPECT_EQ(log_of_asking(0), "");
+    EXPECT_EQ(text, "0");
+}
+
+TEST_F(ShellFile, IsForEverybodyToReadAndItsOwnersToWrite) {
+    log_of_asking(0);
+    EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms{0644});
+}
+
+TEST_F(ShellFile, LeavesNothingOpen) {
+    expect_nothing_left([this] { log_of_asking(0); });
 }
 
 TEST_F(ShellFile, OfACommandThatFailsIsNotRead) {

@@ -155,9 +155,9 @@ TEST_F(NewTransfer, KeepsOneHandleHoweverManyWereNeededAtOnce) {
 }
 
 TEST_F(NewTransfer, LeavesNoLimitToTheNext) {
-    (void)new_transfer({.url = url("/x"), .connect_seconds = 5, .whole_seconds = 6});
-    EXPECT_EQ(intercept::transfer_number(CURLOPT_CONNECTTIMEOUT), 5);
-    EXPECT_EQ(intercept::transfer_number(CURLOPT_TIMEOUT), 6);
+    (void)new_transfer({.url = url("/x"), .connect_seconds = 1, .whole_seconds = 1});
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_CONNECTTIMEOUT), 1);
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_TIMEOUT), 1);
     (void)new_transfer({url("/x")});
     EXPECT_EQ(intercept::transfer_number(CURLOPT_CONNECTTIMEOUT), 0);
     EXPECT_EQ(intercept::transfer_number(CURLOPT_TIMEOUT), 0);
@@ -222,6 +222,10 @@ class TransferSinks : public NewTransfer {
     static constexpr char kHeader[] = "HTTP/1.1 200 Any\r\nX: yz\r\nContent-Length: 5\r\n\r\n";
     std::string body, header;
 };
+
+TEST_F(TransferSinks, HaveRoomForFourMebibytes) {
+    EXPECT_EQ(Sink({nullptr, nullptr}).room, 4'194'304u);
+}
 
 TEST_F(TransferSinks, GetBodyAndHeader) {
     camera.reply("/x", {{.body = "12345", .headers = {"X: yz"}}});
