@@ -5,7 +5,7 @@ import shutil
 
 from build import ROOT, Tree, includers, run
 
-MOST_CASES = 60  # for one mutant
+MOST_CASES = 200  # for one mutant
 
 
 def mutated(finder, mutant):
