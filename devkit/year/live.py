@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Lives one life, inside a device view: live.py BUILD AGENT SPEED LIFE-FILE RESULT-FILE SECONDS."""
 import json
+import math
 import os
 import sys
 import time
@@ -13,6 +14,7 @@ from world import World, conf_text, tidy_card
 
 HOUR = 3600
 PATIENCE = 120  # real seconds without any progress of time after which the device hangs
+OF_UPGRADES = 17  # the first alarm status that follows from no poll's reply
 CONF = {"ITEM_DEVICE": "Camera", "ITEM_STREAM": "Stream1", "PASSWORD": "secret", "SESSION_KEY": "", "COOKIE": "/tmp/working/cookie",
         "BATTERY_ARMED": "1", "SDCARD_ARMED": "1", "NIMB_ARMED": "0", "BATTERY_LOW": "20", "SDCARD_LOW": "10", "NIMB_LOW": "10",
         "OTA_TMP_FILE": "/tmp/working/ota.marker", "RECORDING_FLAG_FILE": "/tmp/working/recording",
@@ -25,24 +27,29 @@ class Collector:
     def __init__(self, desk, clock, world):
         self._desk, self._clock, self._world = desk, clock, world
         self._request, self._alarms, self._started = 0, 0, 0
+        self._early = []  # alarms that came behind a request which is still under way
 
     def take(self):
+        alarms = self._early + self._new_alarms()  # first: none may come without the request that called for it
         records, running = self._world.take_records()
-        records += self._requests() + self._new_alarms() + self._starts()
+        requests, under_way = self._requests()
+        self._early = [alarm for alarm in alarms if alarm["t"] > under_way and alarm["status"] < OF_UPGRADES]
+        records += requests + [alarm for alarm in alarms if alarm not in self._early] + self._starts()
         records += [{"kind": "late", "since": since, "t": until, "seconds": seconds} for since, until, seconds in self._clock.take_late()]
         return sorted(records, key=lambda record: record["t"]), running
 
     def _requests(self):
+        """Those that have ended, up to the first that has not, and when that began."""
         rows = []
         for row in self._desk.camera("GET", f"/requests?since={self._request}"):
             if row["end_ms"] is None and row["status"] is None and self._clock.now() - self._clock.of_ms(row["time_ms"]) < 900:
-                break  # under way: with the next ones
+                return rows, self._clock.of_ms(row["time_ms"])
             self._request = row["seq"]
             rows.append({"kind": "request", "t": self._clock.of_ms(row["time_ms"]), "seq": row["seq"], "fault": row["fault"],
                          "end": None if row["end_ms"] is None else self._clock.of_ms(row["end_ms"]), "target": row["target"],
                          "method": row["method"], "endpoint": row["endpoint"], "cookie": row["cookie"], "body": row["body"][:400],
                          "status": row["status"], "reply": row["reply"]})
-        return rows
+        return rows, math.inf
 
     def _new_alarms(self):
         if not os.path.exists(ALARMS):

@@ -9,6 +9,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 
+import live  # noqa: E402
 from life import DAY, KINDS, make_life  # noqa: E402
 from shrink import fewest, shrink  # noqa: E402
 from table import table  # noqa: E402
@@ -28,6 +29,69 @@ class Lives(unittest.TestCase):
     def test_survive_a_file(self):
         life = make_life(3, 2)
         self.assertEqual(json.loads(json.dumps(life)), life)
+
+
+class FakeDesk:
+    """A camera whose requests come one after another; each is followed by an alarm as soon as it is told."""
+    def __init__(self, alarms):
+        self._alarms, self._rows = alarms, []
+
+    def request(self, seq, end=True):
+        self._rows.append({"seq": seq, "time_ms": seq, "end_ms": seq if end else None, "status": 200 if end else None, "fault": None,
+                           "target": "", "method": "GET", "endpoint": "", "cookie": "", "body": "", "reply": ""})
+        with open(self._alarms, "a") as file:
+            file.write(json.dumps({"monotonic_ms": seq + 0.5, "status": seq, "pid": 1}) + "\n")
+
+    def camera(self, _, path):
+        told = [dict(row) for row in self._rows if row["seq"] > int(path.rpartition("=")[2])]
+        self.request(self._rows[-1]["seq"] + 1)
+        return told
+
+
+class FakeClock:
+    def of_ms(self, ms):
+        return ms
+
+    def now(self):
+        return 0
+
+    def take_late(self):
+        return []
+
+    def starts(self):
+        return []
+
+
+class FakeWorld:
+    def take_records(self):
+        return [], []
+
+
+class TheCollector(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.addCleanup(setattr, live, "ALARMS", live.ALARMS)
+        live.ALARMS = os.path.join(folder.name, "alarms")
+        self.desk = FakeDesk(live.ALARMS)
+        self.collector = live.Collector(self.desk, FakeClock(), FakeWorld())
+
+    def taken(self):
+        records, _ = self.collector.take()
+        return [record["t"] for record in records]
+
+    def test_tells_of_no_alarm_before_its_request(self):
+        self.desk.request(1)
+        self.assertEqual(self.taken(), [1, 1.5])
+        self.assertEqual(self.taken(), [2, 2.5])
+
+    def test_tells_of_no_alarm_behind_a_request_that_is_under_way(self):
+        self.desk.request(1)
+        self.desk.request(2, end=False)
+        self.desk.request(3)
+        self.assertEqual(self.taken(), [1, 1.5])
+        self.desk._rows[1].update(end_ms=2, status=200)
+        self.assertEqual(self.taken(), [2, 2.5, 3, 3.5, 4, 4.5])
 
 
 class TheProgram(unittest.TestCase):
