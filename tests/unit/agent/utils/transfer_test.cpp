@@ -223,10 +223,6 @@ class TransferSinks : public NewTransfer {
     std::string body, header;
 };
 
-TEST_F(TransferSinks, HaveRoomForFourMebibytes) {
-    EXPECT_EQ(Sink({nullptr, nullptr}).room, 4'194'304u);
-}
-
 TEST_F(TransferSinks, GetBodyAndHeader) {
     camera.reply("/x", {{.body = "12345", .headers = {"X: yz"}}});
     EXPECT_EQ(get(5, sizeof kHeader - 1), CURLE_OK);
