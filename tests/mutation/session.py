@@ -144,10 +144,12 @@ class Chooser:
         self.in_file, self.of_number, self.cost, self.lately, self.naming_texts = {}, {}, {}, {}, {}
         for mutant in mutants:
             self.in_file.setdefault(mutant.file, set()).add(mutant.number)
-        # Tables and constants are set before any case begins: all of a program come by those.
+        # Tables and constants are set before any case of a unit test begins: all of a program come by those. (What all cases
+        # with an agent come by is its start.)
         programs = {}
         for case in cases:
-            programs.setdefault(case.program, []).append(case.seen)
+            if not case.environment:
+                programs.setdefault(case.program, []).append(case.seen)
         self.at_start = set().union(*(set.intersection(*seen) for seen in programs.values()))
         for case in cases:
             seen = case.seen - self.at_start
