@@ -29,6 +29,9 @@ class Situation:
     def act(self, device):
         """Does it, and returns what came of it."""
 
+    def alone(self, device):
+        """Ends what the camera still does where the agent has ended: another one begins."""
+
     def after(self, device):
         """Tidies up what a failure has left undone. Nothing fails any more. True where the agent must begin anew."""
         return False
@@ -211,11 +214,17 @@ class Upgrade(Situation):
     def act(self, device):
         result = device.call("set_device_param", ["doOTA", "1"], seconds=3)["result"]
         if result == 0:
-            device.pass_until(lambda: device.ended() is not None, "the camera restarts the device", self.seconds)
+            end = device.clock.reading_ns() + int(self.seconds * 1e9)
+            device.pass_until(lambda: device.ended() is not None or device.clock.reading_ns() > end, "time passes", self.seconds)
+            if device.ended() is None and any("UPGRADE_FW" in row["body"] for row in device.camera("GET", "/requests")):
+                device.pass_until(lambda: device.ended() is not None, "the camera restarts the device", self.seconds)
             if device.ended() == -9:
                 device.start_agent()
                 device.wait_ready_for(120)
         return {"result": result, "alarms": device.new_alarms(), "marker": os.path.exists(MARKER)}
+
+    def alone(self, device):
+        device.camera("POST", "/restart")
 
     def after(self, device):
         if not device.is_ready():

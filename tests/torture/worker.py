@@ -110,6 +110,7 @@ class Worker:
         """After a run: the agent lives."""
         device = self.device
         if device.ended() is not None:
+            self._situation.alone(device)
             self.new_life()
         if self._situation.after(device) or device.ended() is not None:
             self.new_life()
