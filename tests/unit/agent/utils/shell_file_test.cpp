@@ -1,5 +1,7 @@
 #include "agent/utils/shell_file.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -40,7 +42,9 @@ TEST_F(ShellFile, MayHoldASingleCharacter) {
 }
 
 TEST_F(ShellFile, IsForEverybodyToReadAndItsOwnersToWrite) {
+    const mode_t usual = umask(022);
     log_of_asking(0);
+    umask(usual);
     EXPECT_EQ(std::filesystem::status(kPath).permissions(), std::filesystem::perms{0644});
 }
 
