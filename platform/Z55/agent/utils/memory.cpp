@@ -3,12 +3,16 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <mutex>
 #include <new>
 
 namespace {
 
+std::mutex end_lock;  // whoever takes it ends the process and does not give it back
+
 // Nothing here allocates, and no destructor runs under other threads.
 void end_without_memory() {
+    end_lock.lock();
     constexpr char kText[] = "VeloAgent: out of memory\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, kText, sizeof kText - 1);
     _exit(1);

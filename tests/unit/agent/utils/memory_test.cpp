@@ -60,6 +60,34 @@ TEST(Memory, AnAllocationThatFailsEndsTheProcessWithOneLine) {
     EXPECT_EQ(errors, "VeloAgent: out of memory\n");
 }
 
+// Whoever comes second waits for the end that the first has brought about.
+TEST(Memory, ThreadsThatFailAtTheSameInstantWriteOneLine) {
+    if (!kOwnAllocator) GTEST_SKIP();
+    for (int round = 0; round < 50; round++) {
+        std::string errors;
+        const int status = status_of(
+            [] {
+                prepare_memory();
+                constexpr int kThreads = 4;
+                std::barrier together(kThreads);
+                std::vector<std::thread> threads;
+                for (int i = 0; i < kThreads; i++) {
+                    threads.emplace_back([&together] {
+                        volatile size_t much = SIZE_MAX / 2 + 1;
+                        together.arrive_and_wait();
+                        void *volatile block = operator new(much);
+                        (void)block;
+                    });
+                }
+                for (std::thread &thread : threads) thread.join();
+                return 2;
+            },
+            errors);
+        ASSERT_EQ(status, 1 << 8);
+        ASSERT_EQ(errors, "VeloAgent: out of memory\n") << "in round " << round;
+    }
+}
+
 TEST(Memory, MallocStillFailsToItsCaller) {
     if (!kOwnAllocator) GTEST_SKIP();
     std::string errors;
