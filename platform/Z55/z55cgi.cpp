@@ -33,6 +33,10 @@ bool read_host(char (&host)[16]) {
     return false;
 }
 
+std::string handler_url(const std::string &path) {
+    return camera_url(camera_host().c_str(), path);
+}
+
 void log_transfer_error(const char *source, int line, int after_line) {
     std::printf("res !=CURLE_OK: %s,line %d\n", source, line);
     std::printf("After res !=CURLE_OK: %s,line %d\n", source, after_line);
@@ -133,16 +137,24 @@ size_t photo_write_callback(char *chunk, size_t size, size_t nmemb, void *photo)
     return length;
 }
 
+// hostIP is written before the SDK has threads, and never after: they read it without a lock.
+std::string camera_host() {
+    if (hostIP[0] != '\0') return hostIP;
+    char host[sizeof hostIP];
+    conf_value_into(host, "hostIP");
+    return host;
+}
+
 Reply get_status(const std::string &name) {
-    return curl_GET(camera_url(hostIP, "/CGI/CameraStatus?" + name));
+    return curl_GET(handler_url("/CGI/CameraStatus?" + name));
 }
 
 Reply get_setting(const std::string &group) {
-    return curl_GET(camera_url(hostIP, "/CGI/CameraSetting?" + group));
+    return curl_GET(handler_url("/CGI/CameraSetting?" + group));
 }
 
 int post_setup(const std::string &document) {
-    return curl_POST(camera_url(hostIP, "/CGI/CameraSetup"), post_body(document));
+    return curl_POST(handler_url("/CGI/CameraSetup"), post_body(document));
 }
 
 int post_remote_control(const std::string &document) {
@@ -150,7 +162,7 @@ int post_remote_control(const std::string &document) {
 }
 
 int post_remote_control(const std::string &document, int length) {
-    return curl_POST(camera_url(hostIP, "/CGI/RemoteControl"), post_body(document, length));
+    return curl_POST(handler_url("/CGI/RemoteControl"), post_body(document, length));
 }
 
 Reply curl_GET(const std::string &url) {

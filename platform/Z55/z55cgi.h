@@ -9,7 +9,10 @@
 #include "agent/utils/reply.h"
 #include "exports.h"
 
-// --- What the handlers ask of the camera at hostIP, with the key that the hook hands out.
+// hostIP; while nothing could be loaded into that, the configuration's now, "" where that cannot be read.
+std::string camera_host();
+
+// --- What the handlers ask of the camera at camera_host, with the key that the hook hands out.
 
 // The reply to one status key or setting group; null as curl_GET.
 [[nodiscard]] Reply get_status(const std::string &name);

@@ -169,18 +169,22 @@ class Chooser:
         included = includers(name, list(self.finders), lambda n: self.finders[n].text) if name.endswith(".h") else []
         return [name, *included]
 
+    def constant_of(self, mutant):
+        """The name of the constant that it is in; "" for none."""
+        spans = self.finders[mutant.file].constants.items()
+        return next((name for name, (start, end) in spans if start <= mutant.offset < end), "")
+
     def users_of(self, mutant):
         """The numbers of the mutants on lines that name the constant that this one is in, and beside them."""
-        spans = self.finders[mutant.file].constants.items()
-        names = [name for name, (start, end) in spans if start <= mutant.offset < end]
-        if not names:
+        constant = self.constant_of(mutant)
+        if not constant:
             return set()
-        if names[0] not in self.users:
-            word = re.compile(rb"\b%s\b" % names[0].encode())
+        if constant not in self.users:
+            word = re.compile(rb"\b%s\b" % constant.encode())
             lines = {(file, text.count(b"\n", 0, hit.start()) + 1) for file, text in ((n, f.text) for n, f in self.finders.items())
                      for hit in word.finditer(text)}
-            self.users[names[0]] = {m.number for m in self.mutants if any((m.file, m.line + d) in lines for d in (-2, -1, 0, 1, 2))}
-        return self.users[names[0]] - self.at_start
+            self.users[constant] = {m.number for m in self.mutants if any((m.file, m.line + d) in lines for d in (-2, -1, 0, 1, 2))}
+        return self.users[constant] - self.at_start
 
     def knows(self, name):
         """Whether a case comes by the source."""
@@ -215,6 +219,7 @@ class Chooser:
             found = [c for c in self.cases if any((id(c), n) in self.cost for n in names)] or self.naming(mutant) or self.cases
         lately = self.lately.get(mutant.file, [])
         words = [w.lower() for text in re.findall(r'"([^"]*)"', mutant.shown) for w in re.findall(r"[A-Za-z]{4,}", text)]
+        words += [w.lower() for w in re.findall(r"[A-Z][a-z]{3,}", self.constant_of(mutant))]
 
         quoted = self.quoted(mutant)
         mirrored = mutant.file.removeprefix(PRODUCT).rsplit(".", 1)[0]  # tests/unit mirrors the product's folders

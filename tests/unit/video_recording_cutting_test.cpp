@@ -355,6 +355,11 @@ TEST_F(Cutting, CuttingByName) {
     expect_idle();
 }
 
+TEST_F(Cutting, CuttingByNameWhereNothingWasStartedSleepsItsLength) {
+    output_of([] { cut_by_name(7); });
+    EXPECT_EQ(fake_os::pauses(), (Texts{"7 s"}));
+}
+
 // The other one has lost the job for good: it leaves when it is next woken, by a stop that the camera
 // refuses.
 TEST_F(Cutting, CuttingByNameTakesTheJobFromTheThread) {

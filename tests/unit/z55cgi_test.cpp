@@ -505,6 +505,24 @@ TEST_F(Cgi, TheHostIsReadAtEachCall) {
     log_of([&] { EXPECT_EQ(easyRemoteControl("c", "ZOOM", reply), 0); });
 }
 
+// The system may have refused the configuration when it was to be loaded, once in the agent's life.
+TEST_F(Cgi, AHostThatCouldNotBeLoadedIsReadAtEachCall) {
+    ASSERT_STREQ(hostIP, "");
+    log_of([] {
+        (void)get_status("Temp");
+        (void)get_setting("A");
+        EXPECT_EQ(post_setup("<A/>"), 0);
+        EXPECT_EQ(post_remote_control("<B/>"), 0);
+    });
+    std::vector<std::string> targets;
+    for (const CameraRequest &request : camera.requests()) targets.push_back(request.target);
+    EXPECT_EQ(targets, (std::vector<std::string>{"/CGI/CameraStatus?Temp", "/CGI/CameraSetting?A",
+                                                 "/CGI/CameraSetup", "/CGI/RemoteControl"}));
+    EXPECT_STREQ(hostIP, "") << "other threads read it";
+    std::string("127.0.0.1:8081").copy(hostIP, sizeof hostIP - 1);
+    log_of([] { EXPECT_NE(post_setup("<A/>"), 0) << "what was loaded holds"; });
+}
+
 TEST_F(Cgi, MobileAudioWithoutAHandleSendsNothingAndSucceeds) {
     intercept::refuse_next("curl_easy_init");
     std::string reply = "old";

@@ -44,7 +44,7 @@ struct Detections {
 };
 
 std::optional<Detections> read_detections(const std::string &key) {
-    const auto values = getCameraSettings(key, hostIP, {kGroups[0], kGroups[1]});
+    const auto values = getCameraSettings(key, camera_host(), {kGroups[0], kGroups[1]});
     if (!values) {
         std::puts("getMultipleCameraStatuses failed: return value is null.");
         return std::nullopt;

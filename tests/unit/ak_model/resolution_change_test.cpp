@@ -272,6 +272,12 @@ TEST_F(ResolutionChange, WaitsForASessionKey) {
     EXPECT_EQ(camera.seen().at(1), std::string("GET /CGI/") + kQuery + " Session=777");
 }
 
+TEST_F(ResolutionChange, WithAHostThatCouldNotBeLoadedReadsIt) {
+    hostIP[0] = '\0';
+    EXPECT_EQ(change().result, 0);
+    EXPECT_EQ(camera.seen().at(0), get_request(kQuery));
+}
+
 TEST_F(ResolutionChange, TheLastSelectionWins) {
     detections(kOn, kOff);
     gResolutionType = 2;

@@ -163,6 +163,12 @@ TEST_F(NewTransfer, LeavesNoLimitToTheNext) {
     EXPECT_EQ(intercept::transfer_number(CURLOPT_TIMEOUT), 0);
 }
 
+// Not even for a second: a camera's name may move.
+TEST_F(NewTransfer, LeavesNoAddressToTheNext) {
+    (void)new_transfer({url("/x")});
+    EXPECT_EQ(intercept::transfer_number(CURLOPT_DNS_CACHE_TIMEOUT), 0);
+}
+
 // What a handle was not told it would not be told for the next request either.
 TEST_F(NewTransfer, IsNullWhereAHandleHasNoMemoryForAText) {
     const Request request = {.url = url("/x"), .cookie = "Session=1", .https_redirects_only = true};
