@@ -200,6 +200,7 @@ def log_lines():
 class Upgrade(Situation):
     """An upgrade that succeeds: order, download, the camera's restart of the device, and the news of it."""
     name, seconds, ends = "upgrade", 60, True
+    _goes_on = False
 
     def before(self, device):
         for path in (MARKER, STATE + "reboots"):
@@ -221,7 +222,9 @@ class Upgrade(Situation):
             if device.ended() == -9:
                 device.start_agent()
                 device.wait_ready_for(120)
-        return {"result": result, "alarms": device.new_alarms(), "marker": os.path.exists(MARKER)}
+        alarms = device.new_alarms()
+        self._goes_on = result == 0 and not {19, 20} & set(alarms)  # the agent may yet have the camera restart the device
+        return {"result": result, "alarms": alarms, "marker": os.path.exists(MARKER)}
 
     def alone(self, device):
         device.camera("POST", "/restart")
@@ -230,7 +233,7 @@ class Upgrade(Situation):
         if not device.is_ready():
             device.wait_ready()
         open(RESERVE, "a").close()
-        if device.camera("GET", "/state")["status"].get("FwUpgradeStatus") == "Idle":
+        if not self._goes_on and device.camera("GET", "/state")["status"].get("FwUpgradeStatus") == "Idle":
             return False
         device.camera("POST", "/restart")
         return True

@@ -26,11 +26,14 @@ timespec to_timespec(std::int64_t nanoseconds) {
     return time;
 }
 
-// The deadline is absolute, so that resuming after a signal does not lengthen the sleep.
+// The end is absolute, so that resuming after a signal does not lengthen the sleep. Without a reading it is
+// the length, and then what is left of it.
 void sleep_nanoseconds(std::int64_t length) {
     if (length <= 0) return;
-    const timespec deadline = to_timespec(to_nanoseconds(now(CLOCK_MONOTONIC)) + length);
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+    timespec start{};
+    const int flags = clock_gettime(CLOCK_MONOTONIC, &start) == 0 ? TIMER_ABSTIME : 0;
+    timespec end = to_timespec(to_nanoseconds(start) + length);
+    while (clock_nanosleep(CLOCK_MONOTONIC, flags, &end, &end) == EINTR) {
     }
 }
 

@@ -25,6 +25,7 @@ struct Sleep {
 std::int64_t wall = 0, steady = 0;  // nanoseconds
 std::vector<Sleep> sleeps;
 int interruptions = 0;  // of the sleeps to come
+bool clocks_fail = false;
 std::string cache_file_at_sync;
 int syncs = 0;
 
@@ -35,15 +36,18 @@ constexpr char kDropCaches[] = "/proc/sys/vm/drop_caches";
 extern "C" {
 
 int WRAPPED_GETTIME(clockid_t clock, timespec *reading) {
+    if (clocks_fail) return -1;
     const std::int64_t now = clock == CLOCK_MONOTONIC ? steady : wall;
     reading->tv_sec = static_cast<time_t>(now / kSecond);
     reading->tv_nsec = static_cast<long>(now % kSecond);
     return 0;
 }
 
-int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, timespec *) {
+int WRAPPED_NANOSLEEP(clockid_t clock, int flags, const timespec *deadline, timespec *left) {
     sleeps.push_back({clock, flags, deadline->tv_sec * kSecond + deadline->tv_nsec});
-    return interruptions-- > 0 ? EINTR : 0;
+    if (interruptions-- <= 0) return 0;
+    if (flags != TIMER_ABSTIME) left->tv_nsec -= 100'000'000;
+    return EINTR;
 }
 
 void __wrap_sync() {
@@ -63,6 +67,7 @@ class Os : public testing::Test {
         steady = 50 * kSecond + 700'000'000;
         sleeps.clear();
         interruptions = 0;
+        clocks_fail = false;
         syncs = 0;
     }
     static std::vector<Sleep> until(std::int64_t deadline) {
@@ -130,6 +135,19 @@ TEST_F(Os, ASignalDoesNotChangeTheEndOfASleep) {
     sleep_milliseconds(300);
     const Sleep one{CLOCK_MONOTONIC, TIMER_ABSTIME, steady + 300'000'000};
     EXPECT_EQ(sleeps, (std::vector<Sleep>{one, one, one}));
+}
+
+// Whoever pauses between two tries must not spin.
+TEST_F(Os, WithoutAClockASleepHasItsLengthAllTheSame) {
+    clocks_fail = true;
+    interruptions = 2;
+    sleep_milliseconds(300);
+    EXPECT_EQ(sleeps, (std::vector<Sleep>{{CLOCK_MONOTONIC, 0, 300'000'000},
+                                          {CLOCK_MONOTONIC, 0, 200'000'000},
+                                          {CLOCK_MONOTONIC, 0, 100'000'000}}));
+    sleeps.clear();
+    pause_seconds(5);
+    EXPECT_EQ(sleeps, (std::vector<Sleep>{{CLOCK_MONOTONIC, 0, 5 * kSecond}}));
 }
 
 TEST_F(Os, APauseIsItsSecondsLessThePartOfTheCurrentOneGone) {
