@@ -25,7 +25,7 @@ constexpr char kSetting[] = "/CGI/CameraSetting?MOTION_DETECTION";
 constexpr char kPollQuery[] = "Notification&MotionEvent&AudioEvent&TemperatureEvent&Battery&Space&SDStatus";
 constexpr int kBatch = 4;
 
-std::string camera_host() {
+std::string peer_address() {
     return "127.0.0.1:" + std::to_string(server_port());
 }
 
@@ -60,7 +60,7 @@ void by_kept_handle(const std::string &url) {
 
 // What no client can do without: a connection, one write, the reads.
 void by_sockets(const std::string &target) {
-    const std::string request = "GET " + target + " HTTP/1.1\r\nHost: " + camera_host() +
+    const std::string request = "GET " + target + " HTTP/1.1\r\nHost: " + peer_address() +
                                 "\r\nAccept: */*\r\nCookie: Session=1000001\r\n\r\n";
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -78,7 +78,7 @@ void by_sockets(const std::string &target) {
 }
 
 Row request_row(const char *id, const std::string &target, std::function<void()> product) {
-    const std::string url = "http://" + camera_host() + target;
+    const std::string url = "http://" + peer_address() + target;
     Row row{id,
             {{"product", std::move(product)},
              {"libcurl", [url] { by_libcurl(url); }},
@@ -92,11 +92,11 @@ Row request_row(const char *id, const std::string &target, std::function<void()>
 }
 
 void get_setting_once() {
-    if (!curl_GET("http://" + camera_host() + kSetting)) std::abort();
+    if (!curl_GET("http://" + peer_address() + kSetting)) std::abort();
 }
 
 void poll_once() {
-    if (!perform_curl("http://" + camera_host() + "/CGI/CameraStatus", kKey, kPollQuery)) std::abort();
+    if (!perform_curl("http://" + peer_address() + "/CGI/CameraStatus", kKey, kPollQuery)) std::abort();
 }
 
 void get_recording_once() {
@@ -108,10 +108,10 @@ void get_recording_once() {
 void start_agent() {
     FILE *conf = std::fopen(kConfPath, "we");
     if (conf == nullptr) std::abort();
-    std::fprintf(conf, "hostIP=%s\n", camera_host().c_str());
+    std::fprintf(conf, "hostIP=%s\n", peer_address().c_str());
     for (int i = 2; i <= 25; i++) std::fprintf(conf, "SOME_SETTING_%02d=some value\n", i);
     std::fclose(conf);
-    std::snprintf(hostIP, sizeof hostIP, "%s", camera_host().c_str());
+    std::snprintf(hostIP, sizeof hostIP, "%s", peer_address().c_str());
     store_session_key(session_key_buffer, kKey);
     prepare_transfers();
     start_curl_thread(nullptr);
