@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "agent/utils/os.h"
+#include "agent/utils/os_inherit.h"
 #include "agent/utils/tick.h"
 #include "read_file.h"
 #include "row_names.h"
@@ -212,6 +213,20 @@ TEST_F(Inherited, NoSignalIsBlockedButSigalrmAndNoneIgnored) {
         return read_file("/proc/self/status");
     });
     EXPECT_EQ(signals_of(ended.text, "SigBlk"), bit(SIGALRM));
+    EXPECT_EQ(signals_of(ended.text, "SigIgn"), 0u);
+}
+
+TEST_F(Inherited, ResetSignalsAreNeitherBlockedNorIgnored) {
+    const Ended ended = in_process([] {
+        for (int number = 1; number < NSIG; number++) signal(number, SIG_IGN);
+        sigset_t all;
+        sigfillset(&all);
+        set_mask(SIG_SETMASK, all);
+        fill_stack();
+        reset_signals();
+        return read_file("/proc/self/status");
+    });
+    EXPECT_EQ(signals_of(ended.text, "SigBlk"), 0u);
     EXPECT_EQ(signals_of(ended.text, "SigIgn"), 0u);
 }
 

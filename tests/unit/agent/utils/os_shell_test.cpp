@@ -298,15 +298,8 @@ std::uint64_t signals_of(const std::string &status, const std::string &name) {
     return std::strtoull(status.c_str() + found + name.size() + 1, nullptr, 16) & 0x7fffffff;
 }
 
-// Whatever is read before it is written, also by the child, which has this stack, is full of ones.
-[[gnu::noinline]] void fill_stack() {
-    volatile char ones[16384];
-    for (volatile char &byte : ones) byte = static_cast<char>(0xff);
-}
-
 TEST_P(EachWay, GivesAnEmptyMaskAndDefaultHandlers) {
     const OddSignals odd;
-    fill_stack();
     const std::string status = GetParam().run("cat /proc/self/status");
     EXPECT_EQ(signals_of(status, "SigBlk"), 0u);
     EXPECT_EQ(signals_of(status, "SigIgn"), 0u);
