@@ -29,7 +29,7 @@ constexpr std::int64_t kLookAgain = 300'000;  // real nanoseconds between two lo
 struct Arguments {
     BendFile *file = nullptr;
     double speed = 1;
-    int processes = 1;  // so many must be there
+    int processes = 1;  // that serve nobody: so many must be there
 };
 
 std::int64_t real_now() {
@@ -143,7 +143,8 @@ class Watch {
     // Whether everybody only sleeps.
     bool all_quiet() {
         const std::vector<pid_t> pids = living();
-        if (static_cast<int>(pids.size()) < own_.processes) return false;
+        const auto there = std::count_if(pids.begin(), pids.end(), [this](pid_t pid) { return !serves(pid); });
+        if (there < own_.processes) return false;
         for (auto known = processes_.begin(); known != processes_.end();) {
             const bool lives = std::find(pids.begin(), pids.end(), known->first) != pids.end();
             if (!lives)

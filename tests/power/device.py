@@ -49,7 +49,6 @@ class Device(Desk):
         self._preload = os.path.join(build, "tests/power/libwatch_files.so")
         self._process = None
         self._starts = 0
-        # One process is enough: the bend file knows the newest only, and the camera, which serves, is soon not among them.
         self._start([self._device + "bend-skip", "1"], self._plain, "/tmp/skip.log")
 
     # --- Time

@@ -3,7 +3,6 @@ can be seen of the agent from outside."""
 import json
 import os
 import signal
-import struct
 import subprocess
 import sys
 import threading
@@ -12,7 +11,7 @@ import time
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../..")
 sys.path.insert(0, os.path.join(ROOT, "devkit/year"))
 import desk as year_desk  # noqa: E402
-from clock import COUNT_AGAIN, LIMIT, PROCESSES, Clock  # noqa: E402
+from clock import COUNT_AGAIN, LIMIT, Clock  # noqa: E402
 from delays import Delays  # noqa: E402
 from desk import ALARMS, CONF, ERRORS, LOG, SDK_PORTS, STATE, Gone, request, wait_for  # noqa: E402, F401
 from fail_file import FailFile  # noqa: E402
@@ -50,8 +49,6 @@ class Device(year_desk.Desk):
         self.usual_threads = set()
         self.log_size = self.errors_size = 0
         self.own_conf = dict(self.conf)
-        # The camera acts when it is asked: who has to be there, and quiet, is the agent alone, in all of its many lives.
-        struct.pack_into("i", self.clock._map, PROCESSES, 0)
         self._start([self._device + "bend-skip", "1"], self._plain, "/tmp/skip.log")
 
     # --- The agent's process.

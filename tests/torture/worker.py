@@ -37,7 +37,7 @@ class Worker:
         open(LOG, "a").close()
         open(ERRORS, "a").close()
         self.device = Device(build, agent, preload)
-        self._situation = None
+        self._situation = self._log_of_run = None
 
     # --- One situation after another.
 
@@ -102,6 +102,7 @@ class Worker:
         self._situation.before(device)
         device.new_alarms()
         device.camera("DELETE", "/requests")
+        self._log_of_run = None
         self._conf_before = conf()
         self._files_before = files()
         device.begin_logs()
@@ -109,6 +110,7 @@ class Worker:
     def put_right(self):
         """After a run: the agent lives."""
         device = self.device
+        self._log_of_run = self.log_lines()  # a new life begins new logs
         if device.ended() is not None:
             self._situation.alone(device)
             self.new_life()
@@ -149,7 +151,7 @@ class Worker:
         except (Broken, Hangs, Gone, ValueError, OSError) as error:
             device.fail.disarm()
             failed, size, trace = device.fail.failure()
-            log = "\n    ".join(line for line in self.log_lines()[-12:] if line.strip())
+            log = "\n    ".join(line for line in (self._log_of_run or self.log_lines())[-12:] if line.strip())
             text = str(error) if isinstance(error, Broken) else traceback.format_exc()
             self.restart()
             return f"FAILED: {text}\n    {log}", failed, size, trace
@@ -206,9 +208,9 @@ class Worker:
             self.check_size()
         if verdict == "no call":
             return
-        outcome, seen = self.live_again()
-        if (outcome, seen) != self.usual:
-            raise Broken(f"the next call: {difference((outcome, seen), self.usual)}")
+        now, code = self.live_again()
+        if now != self.usual:
+            raise Broken(f"the next call: {difference(now, self.usual)}" + ("" if code is None else f"; the agent has ended with {code}"))
         self.check_leftovers()
         self.check_size()
 
@@ -216,9 +218,9 @@ class Worker:
         device = self.device
         self.begin()
         outcome = self._situation.act(device)
-        seen = self.seen()
+        seen, code = self.seen(), device.ended()
         self.put_right()
-        return outcome, seen
+        return (outcome, seen), code
 
     def check_size(self):
         device = self.device

@@ -10,9 +10,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <iterator>
 #include <thread>
 #include <vector>
 
@@ -277,6 +279,22 @@ TEST_F(Skip, nothing_once_a_peer_has_woken_somebody) {
     close(ends[0]);
     EXPECT_EQ(woken, kWakes);
     EXPECT_EQ(overtaken, 0);
+}
+
+// A device that starts anew: its camera and what it has begun are there, the agent is not yet.
+TEST_F(Skip, nothing_while_there_are_only_servers) {
+    const auto own = std::find_if(std::begin(shared()->processes), std::end(shared()->processes),
+                                  [](const BendProcess &process) { return process.pid == getpid(); });
+    ASSERT_NE(own, std::end(shared()->processes));
+    __atomic_store_n(&own->serves, 1, __ATOMIC_RELEASE);
+    const double before = skipped();
+    std::thread sleeper([] { sleep(static_cast<unsigned>(kHour)); });
+    const timespec looks{0, 300'000'000};
+    syscall(SYS_nanosleep, &looks, nullptr);
+    expect_kept(before);
+    __atomic_store_n(&own->serves, 0, __ATOMIC_RELEASE);
+    sleeper.join();
+    expect_skipped(kHour);
 }
 
 TEST_F(Skip, the_wall_clock_moves_with_the_others) {
