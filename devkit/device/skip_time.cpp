@@ -143,7 +143,8 @@ class Watch {
     // Whether everybody only sleeps.
     bool all_quiet() {
         const std::vector<pid_t> pids = living();
-        const auto there = std::count_if(pids.begin(), pids.end(), [this](pid_t pid) { return !serves(pid); });
+        const auto there =
+            std::count_if(pids.begin(), pids.end(), [this](pid_t pid) { return !serves(pid); });
         if (there < own_.processes) return false;
         for (auto known = processes_.begin(); known != processes_.end();) {
             const bool lives = std::find(pids.begin(), pids.end(), known->first) != pids.end();
