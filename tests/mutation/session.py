@@ -138,7 +138,7 @@ class Chooser:
     """Which cases are tried on a mutant, in which order: what noticed its neighbours, what bears a name of the changed line,
     then what is quick and about its file."""
 
-    def __init__(self, finders, mutants, cases, numbers):
+    def __init__(self, finders, mutants, cases):
         self.finders, self.mutants, self.cases = finders, mutants, cases
         self.users = {}
         self.in_file, self.of_number, self.cost, self.lately, self.naming_texts = {}, {}, {}, {}, {}
@@ -160,7 +160,6 @@ class Chooser:
             for number in seen:
                 self.of_number.setdefault(number, []).append(case)
         self.known = {name for _, name in self.cost}
-        self.switched_only = numbers - self.at_start  # who does not come by these cannot notice them
         self.tests_of = {(p, name): file.split("tests/unit/")[-1] for p in {c.program for c in cases} for name, file in listed(p)}
         self.readers = {name: self.readers_of(name) for name in finders}
 
@@ -214,7 +213,7 @@ class Chooser:
     def tried_on(self, mutant):
         """All cases that may notice it, the likeliest first. Nobody knows who comes by a mutant that needs a build of its own."""
         names, found, users = [mutant.file], self.of_number.get(mutant.number), set()
-        if found is None and mutant.number not in self.switched_only:
+        if found is None:
             names, users = self.readers[mutant.file], self.users_of(mutant)
             found = [c for c in self.cases if any((id(c), n) in self.cost for n in names)] or self.naming(mutant) or self.cases
         lately = self.lately.get(mutant.file, [])
@@ -235,7 +234,7 @@ class Chooser:
                 cost /= 20
             return 1 if users & case.seen else 2, cost
 
-        return sorted(found or [], key=rank)
+        return sorted(found, key=rank)
 
     def noticed(self, mutant, case):
         lately = [c for c in self.lately.get(mutant.file, []) if c is not case]
@@ -313,7 +312,7 @@ class Session:
         else:
             self.tree, self.numbers = switch(self.finders, self.mutants, self.jobs, wanted)
         cases = unit_cases(self.tree, 1 + self.mutants[-1].number, self.jobs)
-        self.chooser = Chooser(self.finders, self.mutants, cases, self.numbers)
+        self.chooser = Chooser(self.finders, self.mutants, cases)
         self.log_reference = LogReference(self.finders)
 
     def settle(self, mutant, by):
@@ -358,7 +357,7 @@ class Session:
         left.sort(key=lambda m: not self.chooser.knows(m.file))
         started = [m for m in left if not self.chooser.knows(m.file)]
         cases = system_cases(self.tree, 1 + self.mutants[-1].number, self.jobs) if started else []
-        system = Chooser(self.finders, self.mutants, cases, self.numbers)
+        system = Chooser(self.finders, self.mutants, cases)
         progress = Progress("looking again", len(left))
 
         def one(mutant):
