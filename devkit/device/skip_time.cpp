@@ -209,15 +209,19 @@ class Watch {
     std::map<pid_t, WatchedProcess> processes_;
 };
 
-// The reading up to which may be skipped, 0 where somebody waits for a peer or should be awake.
+// The reading up to which may be skipped, 0 where somebody waits for a peer or should be awake, and where
+// nobody sleeps until a moment: a thread that the kernel took the processor from at the start of a wait looks
+// asleep.
 std::int64_t first_deadline(const Arguments &own, std::int64_t now) {
     std::int64_t first = __atomic_load_n(&own.file->skip_limit_ns, __ATOMIC_ACQUIRE);
+    bool told = false;
     for (const BendWait &wait : own.file->waits) {
         if (__atomic_load_n(&wait.pid, __ATOMIC_ACQUIRE) == 0) continue;
         if (__atomic_load_n(&wait.sleeps, __ATOMIC_ACQUIRE) == 0) return 0;
         first = std::min(first, __atomic_load_n(&wait.deadline_ns, __ATOMIC_RELAXED));
+        told = true;
     }
-    return first > now ? first : 0;
+    return told && first > now ? first : 0;
 }
 
 void skip(const Arguments &own, std::int64_t length) {

@@ -281,6 +281,15 @@ TEST_F(Skip, nothing_once_a_peer_has_woken_somebody) {
     EXPECT_EQ(overtaken, 0);
 }
 
+// Who seems to sleep without having told until when may have been kept from running in the midst of a call.
+TEST_F(Skip, nothing_while_nobody_sleeps_until_a_moment) {
+    const double before = skipped();
+    limit_skipping(static_cast<std::int64_t>((bent_seconds(CLOCK_MONOTONIC) + kHour) * 1e9));
+    const timespec looks{0, 300'000'000};
+    syscall(SYS_nanosleep, &looks, nullptr);
+    expect_kept(before);
+}
+
 // A device that starts anew: its camera and what it has begun are there, the agent is not yet.
 TEST_F(Skip, nothing_while_there_are_only_servers) {
     const auto own = std::find_if(std::begin(shared()->processes), std::end(shared()->processes),
