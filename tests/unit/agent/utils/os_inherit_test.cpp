@@ -202,13 +202,17 @@ TEST_F(Inherited, FilesAreNotWritableByOthersWhateverTheMaskWas) {
 
 // --- Signals.
 
+void ignore_and_block_all() {
+    for (int number = 1; number < NSIG; number++) signal(number, SIG_IGN);
+    sigset_t all;
+    sigfillset(&all);
+    set_mask(SIG_SETMASK, all);
+    fill_stack();
+}
+
 TEST_F(Inherited, NoSignalIsBlockedButSigalrmAndNoneIgnored) {
     const Ended ended = in_process([] {
-        for (int number = 1; number < NSIG; number++) signal(number, SIG_IGN);
-        sigset_t all;
-        sigfillset(&all);
-        set_mask(SIG_SETMASK, all);
-        fill_stack();
+        ignore_and_block_all();
         start_clean();
         return read_file("/proc/self/status");
     });
@@ -218,11 +222,7 @@ TEST_F(Inherited, NoSignalIsBlockedButSigalrmAndNoneIgnored) {
 
 TEST_F(Inherited, ResetSignalsAreNeitherBlockedNorIgnored) {
     const Ended ended = in_process([] {
-        for (int number = 1; number < NSIG; number++) signal(number, SIG_IGN);
-        sigset_t all;
-        sigfillset(&all);
-        set_mask(SIG_SETMASK, all);
-        fill_stack();
+        ignore_and_block_all();
         reset_signals();
         return read_file("/proc/self/status");
     });
