@@ -29,7 +29,6 @@ constexpr std::int64_t kLookAgain = 300'000;  // real nanoseconds between two lo
 struct Arguments {
     BendFile *file = nullptr;
     double speed = 1;
-    int processes = 1;  // that serve nobody: so many must be there
 };
 
 std::int64_t real_now() {
@@ -143,9 +142,7 @@ class Watch {
     // Whether everybody only sleeps.
     bool all_quiet() {
         const std::vector<pid_t> pids = living();
-        const auto there =
-            std::count_if(pids.begin(), pids.end(), [this](pid_t pid) { return !serves(pid); });
-        if (there < own_.processes) return false;
+        if (std::all_of(pids.begin(), pids.end(), [this](pid_t pid) { return serves(pid); })) return false;
         for (auto known = processes_.begin(); known != processes_.end();) {
             const bool lives = std::find(pids.begin(), pids.end(), known->first) != pids.end();
             if (!lives)
@@ -262,18 +259,17 @@ bool skip_if_still_quiet(const Arguments &own, const Watch &everybody, std::uint
 }
 
 int usage() {
-    std::fputs("usage: BEND_FILE=FILE BEND_SPEED=X bend-skip [PROCESSES]\n", stderr);
+    std::fputs("usage: BEND_FILE=FILE BEND_SPEED=X bend-skip\n", stderr);
     return 2;
 }
 
 }  // namespace
 
-int main(int count, char **values) {
+int main(int count, char **) {
     const char *path = std::getenv("BEND_FILE"), *speed = std::getenv("BEND_SPEED");
     Arguments own;
-    if (path == nullptr || speed == nullptr || count > 2) return usage();
+    if (path == nullptr || speed == nullptr || count > 1) return usage();
     own.speed = std::atof(speed);
-    own.processes = count == 2 ? std::atoi(values[1]) : 1;
     own.file = map_bend_file(path);
     if (own.file == nullptr) {
         std::perror(path);

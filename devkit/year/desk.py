@@ -80,7 +80,7 @@ class Desk:
         self._start([self._device + "supervise", "--respawn", "--", "/bin/sh", "-c", shell, "sh", *preload, self._agent],
                     {**self._plain, **own}, "/tmp/supervise.log")
         wait_for("the agent begins: " + self._agent, self._log_has_begun)
-        self._start([self._device + "bend-skip", "1"], self._plain, "/tmp/skip.log")
+        self._start([self._device + "bend-skip"], self._plain, "/tmp/skip.log")
 
     @staticmethod
     def _log_has_begun():

@@ -49,7 +49,7 @@ class Device(Desk):
         self._preload = os.path.join(build, "tests/power/libwatch_files.so")
         self._process = None
         self._starts = 0
-        self._start([self._device + "bend-skip", "1"], self._plain, "/tmp/skip.log")
+        self._start([self._device + "bend-skip"], self._plain, "/tmp/skip.log")
 
     # --- Time
 

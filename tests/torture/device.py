@@ -49,7 +49,7 @@ class Device(year_desk.Desk):
         self.usual_threads = set()
         self.log_size = self.errors_size = 0
         self.own_conf = dict(self.conf)
-        self._start([self._device + "bend-skip", "1"], self._plain, "/tmp/skip.log")
+        self._start([self._device + "bend-skip"], self._plain, "/tmp/skip.log")
 
     # --- The agent's process.
 

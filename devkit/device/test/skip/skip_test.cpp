@@ -285,8 +285,7 @@ TEST_F(Skip, nothing_once_a_peer_has_woken_somebody) {
 TEST_F(Skip, nothing_while_nobody_sleeps_until_a_moment) {
     const double before = skipped();
     limit_skipping(static_cast<std::int64_t>((bent_seconds(CLOCK_MONOTONIC) + kHour) * 1e9));
-    const timespec looks{0, 300'000'000};
-    syscall(SYS_nanosleep, &looks, nullptr);
+    sleep_really(300);
     expect_kept(before);
 }
 
@@ -298,8 +297,7 @@ TEST_F(Skip, nothing_while_there_are_only_servers) {
     __atomic_store_n(&own->serves, 1, __ATOMIC_RELEASE);
     const double before = skipped();
     std::thread sleeper([] { sleep(static_cast<unsigned>(kHour)); });
-    const timespec looks{0, 300'000'000};
-    syscall(SYS_nanosleep, &looks, nullptr);
+    sleep_really(300);
     expect_kept(before);
     __atomic_store_n(&own->serves, 0, __ATOMIC_RELEASE);
     sleeper.join();
