@@ -245,6 +245,12 @@ INSTANTIATE_TEST_SUITE_P(Marker, LateVersion,
                                                  .created = 1}),
                          by_name);
 
+TEST_F(Marker, IsReadUpTo64KiB) {
+    write_file(kMarker, std::string(70'000, 'x'));
+    const std::string log = output_of(checkOtaTmpFile);
+    EXPECT_NE(log.find("fwver_last = \"" + std::string(65'536, 'x') + "\"\n"), std::string::npos);
+}
+
 TEST_F(Marker, IsNotWrittenAgainForAVersionThatStaysUnknown) {
     write_file(kFirmwareVersion, "");
     camera_goes_through({"Downloading"});
